@@ -1,0 +1,81 @@
+#include "FileEx.h"
+
+#include <cwchar>
+#include <string>
+
+#include "MKVFile.h"
+
+namespace {
+
+std::unique_ptr<wchar_t[]> CopyText(const wchar_t* text) {
+    if (text == nullptr) return nullptr;
+    const std::size_t units = std::wcslen(text) + 1;
+    auto copy = std::make_unique<wchar_t[]>(units);
+    std::wmemcpy(copy.get(), text, units);
+    return copy;
+}
+
+} // namespace
+
+std::uint32_t JudgeISOFileW(const wchar_t* path) {
+    const wchar_t* extension = path != nullptr ? std::wcsrchr(path, L'.') : nullptr;
+    if (extension == nullptr) return 0;
+    // ASCII only, whatever the locale: towlower would fold other letters onto these in some.
+    for (const wchar_t* expected = L".iso:"; *expected != L'\0'; ++expected, ++extension) {
+        const wchar_t folded = *extension >= L'A' && *extension <= L'Z' ? *extension - L'A' + L'a' : *extension;
+        if (folded != *expected) return 0;
+    }
+    return 1;
+}
+
+FileEx::~FileEx() { FileEx::Close(); }
+
+std::uint32_t FileEx::Open(const wchar_t* path, const char* mode) {
+    Close();
+    auto copy = CopyText(path);
+    m_IsPseudoFile = JudgeISOFileW(path);
+    if (m_IsPseudoFile == 0) {
+        m_pStream = std::fopen(UTF16To8(path).c_str(), mode);
+        if (m_pStream == nullptr) return 0;
+    }
+    m_pPath = std::move(copy);
+    return 1;
+}
+
+void FileEx::Close() {
+    if (m_pStream != nullptr) std::fclose(m_pStream);
+    m_pStream = nullptr;
+    m_pPath.reset();
+}
+
+int FileEx::Flush() { return m_pStream != nullptr ? std::fflush(m_pStream) : 0; }
+
+unsigned long FileEx::Write(const void* buffer, unsigned long count) {
+    return m_pStream != nullptr ? std::fwrite(buffer, 1, count, m_pStream) : 0;
+}
+
+unsigned long FileEx::Read(void* buffer, unsigned long count) {
+    return m_pStream != nullptr ? std::fread(buffer, 1, count, m_pStream) : 0;
+}
+
+std::int64_t FileEx::GetLength() {
+    if (m_IsPseudoFile != 0) return 1;
+    if (m_pStream == nullptr) return 0;
+    const std::int64_t position = GetPos();
+    Seek(0, SEEK_END);
+    const std::int64_t length = GetPos();
+    Seek(position, SEEK_SET);
+    return length;
+}
+
+int FileEx::Seek(std::int64_t offset, int origin) {
+    if (m_IsPseudoFile != 0) return 0;
+    return m_pStream != nullptr ? fseeko(m_pStream, offset, origin) : -1;
+}
+
+std::int64_t FileEx::GetPos() {
+    if (m_IsPseudoFile != 0) return 0;
+    return m_pStream != nullptr ? ftello(m_pStream) : -1;
+}
+
+std::uint32_t FileEx::EnableMultiThread(unsigned int) { return 0; }

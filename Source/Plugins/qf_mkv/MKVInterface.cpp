@@ -1,0 +1,174 @@
+#include "MKVInterface.h"
+
+#include <array>
+#include <memory>
+#include <new>
+
+#include "ByteOrder.h"
+#include "HostLog.h"
+#include "MKVFile.h"
+#include "MKVMuxer.h"
+#include "WebmMuxer1.h"
+
+namespace {
+
+constexpr FourCC kWebm = MakeFourCC("WEBM");
+
+} // namespace
+
+EncoderEntry MKVAudioEncoders[] = {{MakeFourCC("AAC "), 0}, {MakeFourCC("AC3 "), 0}, {MakeFourCC("MP3 "), 0}, {0, 0}};
+EncoderEntry MKVVideoEncoders[] = {{MakeFourCC("I264"), 0},
+                                   {MakeFourCC("A264"), 0},
+                                   {MakeFourCC("H264"), 0},
+                                   {MakeFourCC("Xvid"), 0},
+                                   {0, 0},
+                                   {0, 0},
+                                   {0, 0},
+                                   {0, 0}};
+EncoderEntry HMKVAudioEncoders[] = {{MakeFourCC("AC3 "), 0}, {0, 0}};
+EncoderEntry HMKVVideoEncoders[] = {{MakeFourCC("I264"), 0}, {MakeFourCC("A264"), 0}, {MakeFourCC("havc"), 0}, {0, 0}};
+EncoderEntry WEBMAudioEncoders[] = {{MakeFourCC("VBIS"), 0}, {0, 0}};
+EncoderEntry WEBMVideoEncoders[] = {{MakeFourCC("VP8 "), 0}, {0, 0}};
+
+FileFormatInfo FormatArray[] = {
+    {MakeFourCC("MKV "), L".mkv", L"MKV", L"MKV File", MKVAudioEncoders, MKVVideoEncoders, CreateMediaFile,
+     WriteAudioPacket, WriteVideoPacket, CloseMediaFile, WriteVosData, WritezXPSData, nullptr, SetMuxParam},
+    {MakeFourCC("HMKV"), L".mkv", L"MKV", L"MKV File", HMKVAudioEncoders, HMKVVideoEncoders, CreateMediaFile,
+     WriteAudioPacket, WriteVideoPacket, CloseMediaFile, WriteVosData, WritezXPSData, nullptr, nullptr},
+    {MakeFourCC("MKA "), L".mka", L"MKA", L"MKA File", MKVAudioEncoders, nullptr, CreateMediaFile, WriteAudioPacket,
+     nullptr, CloseMediaFile, WriteVosData, nullptr, nullptr, nullptr},
+    {kWebm, L".webm", L"WEBM", L"WEBM File", WEBMAudioEncoders, WEBMVideoEncoders, CreateMediaFile, WriteAudioPacket,
+     WriteVideoPacket, CloseMediaFile, WriteVosData, WritezXPSData, nullptr, nullptr},
+    {},
+};
+
+EncoderInfo EncoderArray[] = {{}};
+
+MuxParam m_MuxParam{};
+std::uint32_t IsWebm = 0;
+
+namespace {
+
+const FileFormatInfo* FindRecord(unsigned long format) {
+    for (const FileFormatInfo* record = FormatArray; record->fourCC != 0; ++record) {
+        if (record->fourCC == format) return record;
+    }
+    return nullptr;
+}
+
+// Euclid's loop on signed remainders, which give the result its sign.
+std::int32_t GreatestCommonDivisor(std::int32_t x, std::int32_t y) {
+    while (y != 0) {
+        const std::int32_t remainder = WrappingRemainder(x, y);
+        x = y;
+        y = remainder;
+    }
+    return x;
+}
+
+void LogUnknownFormat(FourCC format) {
+    Bytes text;
+    AppendLittleEndian(text, format, 4);
+    text.push_back(0);
+    std::array<wchar_t, kTextCapacity + 1> wide{};
+    UTF8toW(reinterpret_cast<const char*>(text.data()), -1, wide.data(), kTextCapacity, false);
+    HostLog::Get().TWLogEx(L"qf_mkv.dll: Can't find the file format[%s].", wide.data());
+}
+
+bool Create(MKVMuxer& muxer, const wchar_t* path, const EncodeParam* param) {
+    return muxer.CreateMediaFile(path, param, &m_MuxParam) != 0;
+}
+
+bool Create(WebmMuxer1& muxer, const wchar_t* path, const EncodeParam* param) {
+    return muxer.CreateMediaFile(path, param) != 0;
+}
+
+template <class Muxer>
+void* CreateWith(std::uint32_t isWebm, const wchar_t* path, const EncodeParam* param) {
+    std::unique_ptr<Muxer> muxer(new (std::nothrow) Muxer);
+    IsWebm = isWebm;
+    if (muxer == nullptr) {
+        HostLog::Get().TWLog(L"qf_mkv.dll: Not enough memory to create avi writer.");
+        return nullptr;
+    }
+    if (!Create(*muxer, path, param)) {
+        muxer.reset();
+        HostLog::Get().TWLogEx(L"qf_mkv.dll: Create media file[%s] failed", path);
+        return nullptr;
+    }
+    return static_cast<ContainerMuxer*>(muxer.release());
+}
+
+// The handle's muxer if it is of the kind that IsWebm names, else null.
+ContainerMuxer* Routed(void* handle) {
+    auto* const muxer = static_cast<ContainerMuxer*>(handle);
+    if (muxer == nullptr) return nullptr;
+    const MuxerProfile& called = IsWebm != 0 ? WebmMuxer1::kProfile : MKVMuxer::kProfile;
+    return &muxer->Profile() == &called ? muxer : nullptr;
+}
+
+} // namespace
+
+FileFormatInfo* GetFileFormats() {
+    HostLog::Get().TWLogEx(L"qf_mkv.dll: Return file formats...");
+    return FormatArray;
+}
+
+int FindFileFormat(unsigned long format) { return FindRecord(format) != nullptr ? 1 : 0; }
+
+EncoderInfo* GetEncoders() { return EncoderArray; }
+
+void* CreateEncoder(unsigned long, const EncodeParam*) { return nullptr; }
+
+int Encode(void*, const MEDIA_FRAME*, MEDIA_FRAME**, int**) { return 0; }
+
+void DestroyEncoder(void*) {}
+
+int ReviseAudioParam(AudioParam*) { return 1; }
+
+int SetMuxParam(MuxParam* param) {
+    m_MuxParam = {};
+    if (param != nullptr) m_MuxParam = *param;
+    std::int32_t& x = m_MuxParam.displayAspectX;
+    std::int32_t& y = m_MuxParam.displayAspectY;
+    if (x == 0 || y == 0) return x;
+    const std::int32_t divisor = GreatestCommonDivisor(x, y);
+    x = WrappingDivide(x, divisor);
+    y = WrappingDivide(y, divisor);
+    return y;
+}
+
+void* CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
+    IsWebm = 0;
+    if (path == nullptr || param == nullptr) return nullptr;
+    const FileFormatInfo* const record = FindRecord(param->formatFourCC);
+    if (record == nullptr) {
+        LogUnknownFormat(param->formatFourCC);
+        return nullptr;
+    }
+    return record->fourCC == kWebm ? CreateWith<WebmMuxer1>(1, path, param) : CreateWith<MKVMuxer>(0, path, param);
+}
+
+int WriteVideoPacket(void* handle, const MEDIA_FRAME* frame) {
+    ContainerMuxer* const muxer = Routed(handle);
+    return muxer != nullptr && frame != nullptr ? muxer->WriteVideoPacket(frame) : 0;
+}
+
+int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* frameSizes) {
+    ContainerMuxer* const muxer = Routed(handle);
+    return muxer != nullptr && frame != nullptr ? muxer->WriteAudioPacket(frame, frameSizes) : 0;
+}
+
+void WriteVosData(void* handle, unsigned char* data, int length) {
+    if (ContainerMuxer* const muxer = Routed(handle)) muxer->WriteVosData(data, length);
+}
+
+void WritezXPSData(void* handle, unsigned char* pictureSet, int pictureSetLength, unsigned char* sequenceSet,
+                   int sequenceSetLength) {
+    if (ContainerMuxer* const muxer = Routed(handle)) {
+        muxer->WritezXPSData(pictureSet, pictureSetLength, sequenceSet, sequenceSetLength);
+    }
+}
+
+// Of either kind, whatever IsWebm says: the muxer's own destructor finishes its file.
+void CloseMediaFile(void* handle, ProgressCallback, void*) { delete static_cast<ContainerMuxer*>(handle); }

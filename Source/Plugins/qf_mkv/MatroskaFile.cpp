@@ -1,0 +1,200 @@
+#include "MatroskaFile.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "MKVFile.h"
+
+namespace MatroskaWriter {
+
+namespace {
+
+unsigned LengthWidth(std::uint64_t length) {
+    if (length == kUnknownSize) return 8;
+    for (unsigned width = 1; width <= 8; ++width) {
+        // All ones are not a size but mean that it is unknown, so they are left out in each width.
+        if (length < PowerOfTwo(7 * width) - 1) return width;
+    }
+    return 0;
+}
+
+// Writes the low octets of a number whose first set bit, the marker, tells their count: identifiers and lengths.
+std::int32_t WriteMarked(IStream* stream, std::uint64_t value, unsigned width) {
+    if (width == 0) return 0;
+    unsigned char octets[8];
+    StoreBigEndian(octets, value, width);
+    const auto marker = static_cast<unsigned char>(PowerOfTwo(8 - width));
+    octets[0] = static_cast<unsigned char>(octets[0] % marker + marker);
+    return stream->Write(octets, width, nullptr);
+}
+
+// Octets in which Xiph lacing writes a frame's size.
+std::uint64_t LaceWidth(std::uint64_t frameSize) { return frameSize / 255 + 1; }
+
+} // namespace
+
+// ---- identifiers and lengths
+
+std::uint64_t CID::Size(bool) const { return SignificantOctets(m_ID); }
+
+std::int32_t CID::Write(IStream* stream) const { return WriteMarked(stream, m_ID, SignificantOctets(m_ID)); }
+
+std::uint64_t CID::HeaderSize(std::uint64_t payloadSize) const {
+    return SignificantOctets(m_ID) + LengthWidth(payloadSize);
+}
+
+std::int32_t CID::HeaderWrite(IStream* stream) const { return HeaderWrite(stream, Size(false)); }
+
+std::int32_t CID::HeaderWrite(IStream* stream, std::uint64_t payloadSize) const {
+    CID::Write(stream);
+    CLength(payloadSize).Write(stream);
+    return 0;
+}
+
+std::uint64_t CLength::Size(bool) const { return LengthWidth(m_Length); }
+
+std::int32_t CLength::Write(IStream* stream) const { return WriteMarked(stream, m_Length, LengthWidth(m_Length)); }
+
+// ---- values
+
+unsigned CInt::PayloadWidth() const {
+    if (m_Value == 0) return 1;
+    const std::uint64_t bits = PayloadBits();
+    if (m_Value > 0) return SignificantOctets(bits);
+    const unsigned width = SignificantOctets(0 - bits);
+    const bool hasSign = bits / PowerOfTwo(width + 6) % 2 == 1;
+    return std::min(hasSign ? width : width + 1, 8U);
+}
+
+std::uint64_t CFloat::PayloadBits() const {
+    std::uint32_t bits = 0;
+    static_assert(sizeof bits == sizeof m_Value, "IEEE 754 single");
+    std::memcpy(&bits, &m_Value, sizeof bits);
+    return bits;
+}
+
+std::int32_t CRun::WriteRun(IStream* stream, const void* octets, std::size_t size) const {
+    HeaderWrite(stream, size);
+    return stream->Write(octets, static_cast<unsigned long>(size), nullptr);
+}
+
+CBinary& CBinary::Set(const std::string& text) {
+    m_Data.assign(text.c_str(), text.c_str() + text.size() + 1);
+    return *this;
+}
+
+std::string CBinary::ToString() const { return {m_Data.begin(), std::find(m_Data.begin(), m_Data.end(), 0)}; }
+
+std::uint64_t CBinary::Size(bool withHeader) const { return m_Data.empty() ? 0 : Sized(m_Data.size(), withHeader); }
+
+std::int32_t CBinary::Write(IStream* stream) const {
+    return m_Data.empty() ? 0 : WriteRun(stream, m_Data.data(), m_Data.size());
+}
+
+CANSI& CANSI::Set(std::string text) {
+    m_Value = std::move(text);
+    return *this;
+}
+
+std::uint64_t CANSI::Size(bool withHeader) const { return m_Value.empty() ? 0 : Sized(m_Value.size(), withHeader); }
+
+std::int32_t CANSI::Write(IStream* stream) const {
+    return m_Value.empty() ? 0 : WriteRun(stream, m_Value.data(), m_Value.size());
+}
+
+CUTF8& CUTF8::Set(std::wstring text) {
+    m_Value = std::move(text);
+    return *this;
+}
+
+std::uint64_t CUTF8::Size(bool withHeader) const {
+    return m_Value.empty() ? 0 : Sized(UTF16To8(m_Value.c_str()).size(), withHeader);
+}
+
+std::int32_t CUTF8::Write(IStream* stream) const {
+    if (m_Value.empty()) return 0;
+    const std::string text = UTF16To8(m_Value.c_str());
+    return WriteRun(stream, text.data(), text.size());
+}
+
+// ---- Segment level
+
+std::uint64_t Segment::Size(bool withHeader) const {
+    if (m_Size == 0) return kUnknownSize;
+    return Sized(m_Size, withHeader);
+}
+
+std::int32_t Segment::Write(IStream* stream) const {
+    CID::Write(stream);
+    WriteMarked(stream, Size(false), 8);
+    return 0;
+}
+
+std::uint64_t Void::Size(bool withHeader) const { return Sized(m_Size, withHeader); }
+
+std::int32_t Void::Write(IStream* stream) const {
+    static constexpr std::array<unsigned char, 64> kZeros{};
+    HeaderWrite(stream);
+    auto remaining = static_cast<std::int32_t>(static_cast<std::uint32_t>(m_Size));
+    while (remaining >= 1) {
+        const auto piece = std::min<std::int32_t>(remaining, kZeros.size());
+        stream->Write(kZeros.data(), static_cast<unsigned long>(piece), nullptr);
+        remaining -= piece;
+    }
+    return 0;
+}
+
+// ---- blocks
+
+std::uint64_t BlockBase::Size(bool withHeader) const {
+    std::uint64_t payload = m_TrackNumber.Size(false) + 3; // 2 octets of time, 1 of flags
+    for (const CBinary& frame : m_Frames) payload += frame.m_Data.size();
+    if (m_Frames.size() > 1) {
+        payload += 1;
+        for (auto frame = m_Frames.begin(); frame != std::prev(m_Frames.end()); ++frame) {
+            payload += LaceWidth(frame->m_Data.size());
+        }
+    }
+    return Sized(payload, withHeader);
+}
+
+void BlockBase::WriteStart(IStream* stream, unsigned char flags) const {
+    HeaderWrite(stream, BlockBase::Size(false));
+    m_TrackNumber.Write(stream);
+    unsigned char octets[3];
+    StoreBigEndian(octets, static_cast<std::uint64_t>(m_Timecode), 2);
+    octets[2] = flags;
+    stream->Write(octets, sizeof octets, nullptr);
+}
+
+void BlockBase::WriteFrames(IStream* stream) const {
+    for (const CBinary& frame : m_Frames) {
+        stream->Write(frame.m_Data.data(), static_cast<unsigned long>(frame.m_Data.size()), nullptr);
+    }
+}
+
+std::int32_t CBlock::Write(IStream* stream) const {
+    constexpr unsigned char kXiphLacing = 0x02;
+    const bool laced = m_Frames.size() > 1;
+    WriteStart(stream, laced ? kXiphLacing : 0);
+    if (laced) {
+        Bytes lacing{static_cast<unsigned char>(m_Frames.size())};
+        for (auto frame = m_Frames.begin(); frame != std::prev(m_Frames.end()); ++frame) {
+            const std::size_t size = frame->m_Data.size();
+            lacing.insert(lacing.end(), size / 255, 255);
+            lacing.push_back(static_cast<unsigned char>(size % 255));
+        }
+        stream->Write(lacing.data(), static_cast<unsigned long>(lacing.size()), nullptr);
+    }
+    WriteFrames(stream);
+    return 0;
+}
+
+std::int32_t SimpleBlock::Write(IStream* stream) const {
+    WriteStart(stream, m_Keyframe != 0 ? 0x80 : 0x00);
+    WriteFrames(stream);
+    return 0;
+}
+
+} // namespace MatroskaWriter

@@ -1,0 +1,17 @@
+// Time and chance come from the test: this file's rand and time take the place of the C library's, in the test program
+// and in a plug-in that it loads. The time zone is UTC.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace FakeEnvironment {
+
+// What time() returns; 2024-01-01 00:00:00 UTC at the start of each test program.
+void SetTime(std::int64_t secondsSince1970);
+std::int64_t Time();
+
+// What rand() returns, one after another; when they run out, 1, 2, 3, ...
+void SetRand(std::vector<int> values);
+
+} // namespace FakeEnvironment

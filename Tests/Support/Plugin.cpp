@@ -1,0 +1,53 @@
+#include "Plugin.h"
+
+#include <dlfcn.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+void* Load(const char* path) {
+    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) throw std::runtime_error(dlerror());
+    return library;
+}
+
+} // namespace
+
+template <class Target>
+void Plugin::Find(Target& target, const char* name) {
+    void* const symbol = dlsym(m_pLibrary, name);
+    if (symbol == nullptr) throw std::runtime_error(std::string("the plug-in lacks ") + name);
+    target = reinterpret_cast<Target>(symbol);
+}
+
+Plugin::Plugin(const char* path) : m_pLibrary(Load(path)) {
+    Find(GetFileFormats, "GetFileFormats");
+    Find(GetEncoders, "GetEncoders");
+    Find(GetMultiVersion, "GetMultiVersion");
+    Find(FindFileFormat, "_Z14FindFileFormatm");
+    Find(CreateEncoder, "_Z13CreateEncodermPK11EncodeParam");
+    Find(Encode, "_Z6EncodePvPK11MEDIA_FRAMEPPS0_PPi");
+    Find(DestroyEncoder, "_Z14DestroyEncoderPv");
+    Find(ReviseAudioParam, "_Z16ReviseAudioParamP10AudioParam");
+    Find(SetMuxParam, "_Z11SetMuxParamP8MuxParam");
+    Find(CreateMediaFile, "_Z15CreateMediaFilePKwPK11EncodeParam");
+    Find(WriteVideoPacket, "_Z16WriteVideoPacketPvPK11MEDIA_FRAME");
+    Find(WriteAudioPacket, "_Z16WriteAudioPacketPvPK11MEDIA_FRAMEPi");
+    Find(WriteVosData, "_Z12WriteVosDataPvPhi");
+    Find(WritezXPSData, "_Z13WritezXPSDataPvPhiS0_i");
+    Find(CloseMediaFile, "_Z14CloseMediaFilePvPFjS_jjjES_");
+    Find(m_pFormatArray, "FormatArray");
+    Find(m_pEncoderArray, "EncoderArray");
+    Find(m_pMKVAudioEncoders, "MKVAudioEncoders");
+    Find(m_pMKVVideoEncoders, "MKVVideoEncoders");
+    Find(m_pHMKVAudioEncoders, "HMKVAudioEncoders");
+    Find(m_pHMKVVideoEncoders, "HMKVVideoEncoders");
+    Find(m_pWEBMAudioEncoders, "WEBMAudioEncoders");
+    Find(m_pWEBMVideoEncoders, "WEBMVideoEncoders");
+    Find(m_pMuxParam, "m_MuxParam");
+    Find(m_pIsWebm, "IsWebm");
+}
+
+Plugin::~Plugin() { dlclose(m_pLibrary); }

@@ -1,0 +1,24 @@
+#include "TempDirectory.h"
+
+#include <stdlib.h>
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+TempDirectory::TempDirectory() {
+    std::string name = (std::filesystem::temp_directory_path() / "qf_mkv.XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
+    m_Path = name;
+}
+
+TempDirectory::~TempDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_Path, ignored);
+}
+
+std::vector<unsigned char> ReadFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("cannot read " + path.string());
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}

@@ -1,0 +1,22 @@
+// A directory of a test's own, gone with it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+class TempDirectory {
+public:
+    TempDirectory();
+    ~TempDirectory();
+    TempDirectory(const TempDirectory&) = delete;
+    TempDirectory& operator=(const TempDirectory&) = delete;
+
+    std::filesystem::path operator/(const std::string& name) const { return m_Path / name; }
+
+private:
+    std::filesystem::path m_Path;
+};
+
+std::vector<unsigned char> ReadFile(const std::filesystem::path& path);
