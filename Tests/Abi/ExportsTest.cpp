@@ -1,26 +1,18 @@
 // What leaves the library, and what it asks for, as the public tools nm and readelf say.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
 
-namespace {
+#include "Command.h"
 
-std::string OutputOf(const std::string& command) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string output;
-    char buffer[4096];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe.get())) > 0;) output.append(buffer, n);
-    return output;
-}
+namespace {
 
 // The last column of each line that names a symbol: its name, decorated names decoded.
 std::set<std::string> ExportedNames() {
     std::set<std::string> names;
-    std::istringstream lines(OutputOf("nm -D -C --defined-only '" QF_PLUGIN "'"));
+    std::istringstream lines(RunCommand("nm -D -C --defined-only " + Quoted(QF_PLUGIN)).m_Output);
     for (std::string line; std::getline(lines, line);) {
         std::string address;
         std::string kind;
@@ -70,7 +62,7 @@ TEST(Exports, OnlyTheLanguagesLibrariesAreNeeded) {
                                            "ld-linux.so.2", "ld-linux-x86-64.so.2",
                                            // The sanitizers' own, in their builds.
                                            "libasan.so.8", "libubsan.so.1"};
-    std::istringstream lines(OutputOf("readelf -d '" QF_PLUGIN "'"));
+    std::istringstream lines(RunCommand("readelf -d " + Quoted(QF_PLUGIN)).m_Output);
     int needed = 0;
     for (std::string line; std::getline(lines, line);) {
         if (line.find("(NEEDED)") == std::string::npos) continue;

@@ -1,0 +1,18 @@
+// What ends a run of the tool: one line for the user and an exit code.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+enum ExitCode {
+    kExitDone = 0,
+    kExitError = 2,
+    kExitUsage = 3,
+};
+
+class ToolError : public std::runtime_error {
+public:
+    ToolError(ExitCode code, const std::string& message) : std::runtime_error(message), m_Code(code) {}
+
+    ExitCode m_Code;
+};

@@ -1,0 +1,35 @@
+# What the commands of this folder share. Sourced, not run.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+# Installs those of the given Debian packages that are missing, as root or with sudo.
+need_packages() {
+    local missing=() package sudo=()
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    echo "Installing ${missing[*]}"
+    [ "$(id -u)" = 0 ] || sudo=(sudo)
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        "${missing[@]}" >/dev/null
+}
+
+# Configures and builds a preset; its words are shown only when it fails.
+build_preset() { # preset, then options for the configuration
+    local preset=$1 log
+    shift
+    log=$(mktemp)
+    if ! { cmake --preset "$preset" "$@" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
+        cat "$log" >&2
+        rm -f "$log"
+        echo "the build of $preset failed" >&2
+        return 1
+    fi
+    rm -f "$log"
+}
+
+build_packages=(cmake ninja-build g++ pkg-config)
+tool_packages=(libavformat-dev libavcodec-dev libavutil-dev libcli11-dev)
+reader_packages=(ffmpeg mkvtoolnix)
