@@ -30,6 +30,6 @@ build_preset() { # preset, then options for the configuration
     rm -f "$log"
 }
 
-build_packages=(cmake ninja-build g++ pkg-config)
-tool_packages=(libavformat-dev libavcodec-dev libavutil-dev libcli11-dev)
+build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev)
+tool_packages=(libavformat-dev libavcodec-dev libavutil-dev libxxhash-dev)
 reader_packages=(ffmpeg mkvtoolnix)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdio>
 
 #include "H264.h"
 
@@ -15,7 +16,6 @@ struct CodecRow {
 };
 
 constexpr CodecRow kCodecs[] = {
-    {AV_CODEC_ID_H264, MakeFourCC("H264"), "V_MPEG4/ISO/AVC"},
     {AV_CODEC_ID_MPEG1VIDEO, MakeFourCC("MP1V"), "V_MPEG1"},
     {AV_CODEC_ID_MPEG2VIDEO, MakeFourCC("MP2V"), "V_MPEG2"},
     {AV_CODEC_ID_MPEG4, MakeFourCC("MP4V"), "V_MPEG4/ISO/ASP"},
@@ -32,37 +32,70 @@ constexpr CodecRow kCodecs[] = {
     {AV_CODEC_ID_PCM_S32LE, MakeFourCC("PCM "), "A_PCM/INT/LIT"},
 };
 
+CodecChoice ChooseH264(const AVCodecParameters& parameters, const std::string& code) {
+    CodecChoice choice;
+    choice.m_FourCC = MakeFourCC({code[0], code[1], code[2], code[3], '\0'});
+    choice.m_CodecID = "V_MPEG4/ISO/AVC";
+    const H264Setup setup = ReadH264Setup({parameters.extradata, parameters.extradata + parameters.extradata_size});
+    // The plug-in's record holds one set of each kind and lengths of 4 octets. What does not fit goes in start-code
+    // form, which carries every set in the frames.
+    const bool fits = setup.m_LengthSize == 4 && setup.m_SequenceSets == 1 && setup.m_PictureSets == 1;
+    if (code == "H264" && !setup.m_StartCodes && fits) return choice;
+
+    if (!setup.m_StartCodes) choice.m_Filters = "h264_mp4toannexb";
+    if (code == "H264") {
+        choice.m_Framing = Framing::StartCodes;
+    } else if (code == "havc") {
+        choice.m_CodecID = "V_MS/VFW/FOURCC";
+        choice.m_DecodeTimes = true;
+    } else {
+        choice.m_Framing = Framing::Slices;
+    }
+    return choice;
+}
+
+// A codec without an identifier of its own, by the code that it has in AVI or WAV files or else in its own; 0 if it has
+// none.
+CodecChoice ChooseGeneric(const AVCodecParameters& parameters, bool hasSetup) {
+    CodecChoice choice;
+    choice.m_IsGeneric = true;
+    const bool isVideo = parameters.codec_type == AVMEDIA_TYPE_VIDEO;
+    const AVCodecTag* const tags[] = {isVideo ? avformat_get_riff_video_tags() : avformat_get_riff_audio_tags(),
+                                      nullptr};
+    choice.m_FourCC = av_codec_get_tag(tags, parameters.codec_id);
+    if (choice.m_FourCC == 0) choice.m_FourCC = parameters.codec_tag;
+    choice.m_CodecID = isVideo ? "V_MS/VFW/FOURCC" : "A_MS/VFW/FOURCC";
+    choice.m_DecodeTimes = isVideo;
+    if (parameters.codec_id == AV_CODEC_ID_HEVC) {
+        choice.m_Filters = hasSetup && parameters.extradata[0] == 1 ? "hevc_mp4toannexb" : "";
+    } else if (isVideo && hasSetup) {
+        choice.m_Filters = "dump_extra=freq=keyframe";
+    }
+    return choice;
+}
+
 } // namespace
 
-CodecChoice ChooseCodec(const AVCodecParameters& parameters) {
+CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std::string& h264) {
+    const AVCodecParameters& parameters = *stream->codecpar;
+    const bool hasSetup = file.HasSetup(stream);
+    if (parameters.codec_id == AV_CODEC_ID_H264) return ChooseH264(parameters, h264);
     const auto* const row = std::find_if(std::begin(kCodecs), std::end(kCodecs), [&](const CodecRow& candidate) {
         return candidate.m_Codec == parameters.codec_id;
     });
-    if (row == std::end(kCodecs)) return {};
-    CodecChoice choice{row->m_FourCC, row->m_CodecID, {}};
-    const bool hasSetup = parameters.extradata_size > 0;
-    switch (parameters.codec_id) {
-    case AV_CODEC_ID_H264: {
-        const H264Setup setup = ReadH264Setup({parameters.extradata, parameters.extradata + parameters.extradata_size});
-        // The plug-in's record holds one set of each kind and lengths of 4 octets. What does not fit goes through
-        // start-code form, which carries every set in the frames.
-        const bool fits = setup.m_LengthSize == 4 && setup.m_SequenceSets == 1 && setup.m_PictureSets == 1;
-        if (!setup.m_StartCodes && !fits) choice.m_Filters = "h264_mp4toannexb";
-        break;
-    }
-    case AV_CODEC_ID_MPEG4:
+    if (row == std::end(kCodecs)) return ChooseGeneric(parameters, hasSetup);
+    CodecChoice choice;
+    choice.m_FourCC = row->m_FourCC;
+    choice.m_CodecID = row->m_CodecID;
+    if (parameters.codec_id == AV_CODEC_ID_MPEG4) {
         if (parameters.codec_tag == MakeFourCC("XVID") || parameters.codec_tag == MakeFourCC("xvid")) {
             choice.m_FourCC = MakeFourCC("Xvid");
         }
         choice.m_Filters = "mpeg4_unpack_bframes";
         // The file format has no place for headers outside the frames.
         if (hasSetup) choice.m_Filters += ",dump_extra=freq=keyframe";
-        break;
-    case AV_CODEC_ID_AAC:
-        if (!hasSetup) choice.m_Filters = "aac_adtstoasc";
-        break;
-    default:
-        break;
+    } else if (parameters.codec_id == AV_CODEC_ID_AAC && parameters.extradata_size == 0) {
+        choice.m_Filters = "aac_adtstoasc";
     }
     return choice;
 }
@@ -94,6 +127,14 @@ std::vector<std::uint8_t> LacedVorbisHeaders(const std::vector<std::uint8_t>& se
 
 std::string FourCCText(FourCC fourCC) {
     std::string text;
-    for (int i = 0; i < 4; ++i, fourCC /= 256) text += static_cast<char>(fourCC % 256);
+    for (FourCC rest = fourCC; text.size() < 4; rest /= 256) {
+        const auto character = static_cast<char>(rest % 256);
+        if (character < ' ' || character > '~') {
+            char number[16];
+            std::snprintf(number, sizeof number, "0x%X", fourCC);
+            return number;
+        }
+        text += character;
+    }
     return text;
 }

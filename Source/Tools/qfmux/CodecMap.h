@@ -1,23 +1,34 @@
 // Which code of the plug-in a codec of libavcodec goes by, and what its frames need on the way.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "HostRecords.h"
 #include "Media.h"
 
-struct CodecChoice {
-    FourCC m_FourCC = 0;   // 0: the plug-in has no identifier for this codec
-    std::string m_CodecID; // what the file will say
-    std::string m_Filters; // bitstream filters on the way, in libavcodec's notation
+// How a frame's octets go to the plug-in.
+enum class Framing {
+    AsTheyAre,
+    StartCodes, // H.264 units behind 4-octet start codes, which the plug-in turns into lengths: one block a frame
+    Slices      // the same, of which it keeps the slices alone: one block a slice
 };
 
-// The plug-in's code for a stream as its file describes it.
-CodecChoice ChooseCodec(const AVCodecParameters& parameters);
+struct CodecChoice {
+    FourCC m_FourCC = 0;
+    std::string m_CodecID;    // what the file will say
+    bool m_IsGeneric = false; // no identifier of its own: Video for Windows or WAVEFORMATEX
+    std::string m_Filters;    // bitstream filters on the way, in libavcodec's notation
+    Framing m_Framing = Framing::AsTheyAre;
+    bool m_DecodeTimes = false; // blocks carry decoding times, as Video-for-Windows tracks do
+};
+
+// The plug-in's code for a file's stream. h264: the code that H.264 goes by.
+CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std::string& h264);
 
 // The three Vorbis header packets as Matroska wants them (RFC 9559, Xiph lacing). Empty when there are no three.
 std::vector<std::uint8_t> LacedVorbisHeaders(const std::vector<std::uint8_t>& setupData);
 
-// The four characters of a code.
+// The four characters of a code, or its number when they do not print.
 std::string FourCCText(FourCC fourCC);

@@ -1,17 +1,25 @@
 #include "H264.h"
 
 #include <algorithm>
-#include <cstddef>
 
 namespace {
 
 constexpr unsigned kSequenceSet = 7;
 constexpr unsigned kPictureSet = 8;
 
-// Calls take(begin, end) for each NAL unit of data in start-code form (ISO/IEC 14496-10, Annex B).
-template <class Take>
-void ForEachUnit(const std::uint8_t* data, std::size_t size, Take take) {
+void TakeSet(H264Setup& setup, const NalUnit& unit) {
+    const auto keepFirst = [&unit](unsigned& count, std::vector<std::uint8_t>& first) {
+        if (count++ == 0) first.assign(unit.m_pData, unit.m_pData + unit.m_Size);
+    };
+    if (unit.Type() == kSequenceSet) keepFirst(setup.m_SequenceSets, setup.m_Sequence);
+    if (unit.Type() == kPictureSet) keepFirst(setup.m_PictureSets, setup.m_Picture);
+}
+
+} // namespace
+
+std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size) {
     static constexpr std::uint8_t kStartCode[] = {0, 0, 1};
+    std::vector<NalUnit> units;
     const std::uint8_t* const end = data + size;
     const std::uint8_t* begin = std::search(data, end, kStartCode, kStartCode + 3);
     while (begin != end) {
@@ -20,24 +28,16 @@ void ForEachUnit(const std::uint8_t* data, std::size_t size, Take take) {
         // Zeros in front of a start code belong to it or are padding: no unit ends in one.
         const std::uint8_t* last = next;
         while (last > begin && last[-1] == 0) --last;
-        if (last > begin) take(begin, last);
+        if (last > begin) units.push_back({begin, static_cast<std::size_t>(last - begin)});
         begin = next;
     }
+    return units;
 }
-
-void TakeSet(H264Setup& setup, const std::uint8_t* begin, const std::uint8_t* end) {
-    const unsigned type = *begin % 32U;
-    if (type == kSequenceSet && setup.m_SequenceSets++ == 0) setup.m_Sequence.assign(begin, end);
-    if (type == kPictureSet && setup.m_PictureSets++ == 0) setup.m_Picture.assign(begin, end);
-}
-
-} // namespace
 
 H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData) {
     H264Setup setup;
     if (setupData.size() < 7 || setupData[0] != 1) {
-        ForEachUnit(setupData.data(), setupData.size(),
-                    [&](const std::uint8_t* begin, const std::uint8_t* end) { TakeSet(setup, begin, end); });
+        for (const NalUnit& unit : SplitUnits(setupData.data(), setupData.size())) TakeSet(setup, unit);
         return setup;
     }
     setup.m_StartCodes = false;
@@ -49,19 +49,18 @@ H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData) {
             const std::size_t length = setupData[position] * 256U + setupData[position + 1];
             position += 2;
             if (length == 0 || length > setupData.size() - position) return setup;
-            TakeSet(setup, &setupData[position], &setupData[position] + length);
+            TakeSet(setup, {&setupData[position], length});
             position += length;
         }
     }
     return setup;
 }
 
-std::vector<std::uint8_t> WithLongStartCodes(const std::uint8_t* data, std::size_t size) {
+std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units) {
     std::vector<std::uint8_t> frame;
-    frame.reserve(size + size / 8 + 16);
-    ForEachUnit(data, size, [&](const std::uint8_t* begin, const std::uint8_t* end) {
+    for (const NalUnit& unit : units) {
         frame.insert(frame.end(), {0, 0, 0, 1});
-        frame.insert(frame.end(), begin, end);
-    });
+        frame.insert(frame.end(), unit.m_pData, unit.m_pData + unit.m_Size);
+    }
     return frame;
 }

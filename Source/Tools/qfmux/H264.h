@@ -1,6 +1,7 @@
-// H.264 as containers carry it: parameter sets, and start codes.
+// H.264 as containers carry it: parameter sets, units and start codes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -16,5 +17,19 @@ struct H264Setup {
 // Reads an AVCDecoderConfigurationRecord (ISO/IEC 14496-15) or parameter sets in start-code form.
 H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData);
 
-// A frame in start-code form with every start code 4 octets long, as the plug-in knows them.
-std::vector<std::uint8_t> WithLongStartCodes(const std::uint8_t* data, std::size_t size);
+// A NAL unit inside a frame that somebody else owns, without its start code.
+struct NalUnit {
+    const std::uint8_t* m_pData;
+    std::size_t m_Size;
+
+    unsigned Type() const { return *m_pData % 32U; }
+    bool IsSlice() const { return Type() == 1 || Type() == 5; }
+    // What the plug-in keeps of a frame that becomes one block: slices, parameter sets and access unit delimiters.
+    bool IsKept() const { return IsSlice() || (Type() >= 7 && Type() <= 9); }
+};
+
+// The units of data in start-code form (ISO/IEC 14496-10, Annex B), start codes of 3 and of 4 octets alike.
+std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size);
+
+// The units behind start codes of 4 octets, as the plug-in knows them.
+std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
+#include <utility>
 
 #include "ToolError.h"
 
@@ -11,43 +13,107 @@ extern "C" {
 
 namespace {
 
-constexpr AVRational kHostTimeBase = {1, 10000000};
-
-std::string Reason(int error) {
-    char text[AV_ERROR_MAX_STRING_SIZE];
-    av_strerror(error, text, sizeof text);
-    return text;
-}
-
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
     throw ToolError(kExitError, "cannot read '" + path + "': " + reason);
 }
 
 void Check(int result, const std::string& path) {
-    if (result < 0) Fail(path, Reason(result));
+    if (result < 0) Fail(path, AvReason(result));
 }
 
 } // namespace
+
+std::string AvReason(int error) {
+    char text[AV_ERROR_MAX_STRING_SIZE];
+    av_strerror(error, text, sizeof text);
+    return text;
+}
 
 MediaFile::MediaFile(const std::string& path) : m_Path(path) {
     AVFormatContext* context = nullptr;
     Check(avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr), path);
     m_Context.reset(context);
-    context->flags |= AVFMT_FLAG_GENPTS;
+    // Before libavformat looks into the frames for more.
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        if (context->streams[i]->codecpar->extradata_size > 0) m_WithSetup.insert(static_cast<int>(i));
+    }
     Check(avformat_find_stream_info(context, nullptr), path);
 }
 
-AVStream* MediaFile::FindStream(AVMediaType type) const {
-    const int index = av_find_best_stream(m_Context.get(), type, -1, -1, nullptr, 0);
-    if (index < 0) return nullptr;
-    AVStream* const stream = m_Context->streams[index];
-    return (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 ? nullptr : stream;
+std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
+    std::vector<AVStream*> streams;
+    for (unsigned i = 0; i < m_Context->nb_streams; ++i) {
+        AVStream* const stream = m_Context->streams[i];
+        const bool isPicture = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+        if (stream->codecpar->codec_type == type && !isPicture) streams.push_back(stream);
+    }
+    return streams;
 }
 
-double FrameRate(AVFormatContext* context, AVStream* stream) {
-    const AVRational rate = av_guess_frame_rate(context, stream, nullptr);
+bool MediaFile::HasSetup(const AVStream* stream) const { return m_WithSetup.count(stream->index) > 0; }
+
+double MediaFile::FrameRate(AVStream* stream) const {
+    const AVRational rate = av_guess_frame_rate(m_Context.get(), stream, nullptr);
     return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 25.0;
 }
+
+// ---- presentation order
+
+PictureOrder::PictureOrder(const AVCodecParameters& parameters)
+    : m_IsH264(parameters.codec_id == AV_CODEC_ID_H264), m_Codec(avcodec_alloc_context3(nullptr)),
+      m_Parser(av_parser_init(parameters.codec_id)) {
+    if (m_Codec == nullptr || m_Parser == nullptr || avcodec_parameters_to_context(m_Codec.get(), &parameters) < 0) {
+        throw std::bad_alloc();
+    }
+    m_Parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+}
+
+bool PictureOrder::Knows(AVCodecID codec) { return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MPEG4; }
+
+void PictureOrder::Push(Frame frame) {
+    constexpr std::size_t kLargestPictureBuffer = 16;
+    const AVPacket& packet = *frame.m_Packet;
+    std::uint8_t* unused = nullptr;
+    int unusedSize = 0;
+    av_parser_parse2(m_Parser.get(), m_Codec.get(), &unused, &unusedSize, packet.data, packet.size, packet.pts,
+                     packet.dts, packet.pos);
+    ++m_Pushed;
+    std::int64_t order = m_Pushed;
+    if (m_IsH264) {
+        order = m_Parser->output_picture_number;
+        // An IDR picture starts a new sequence: all before it is presented before it.
+        if (frame.m_Key && order == 0) Flush();
+    } else if (m_Parser->pict_type == AV_PICTURE_TYPE_B) {
+        order = -1;
+    }
+    m_DecodeTimes.push_back(frame.m_Decode);
+    m_Held.push_back({std::move(frame), order, false});
+    if (++m_Unplaced > (m_IsH264 ? kLargestPictureBuffer : 1)) PlaceEarliest();
+}
+
+void PictureOrder::PlaceEarliest() {
+    Held* earliest = nullptr;
+    for (Held& held : m_Held) {
+        if (!held.m_Placed && (earliest == nullptr || held.m_Order < earliest->m_Order)) earliest = &held;
+    }
+    earliest->m_Placed = true;
+    earliest->m_Frame.m_Presentation = m_DecodeTimes.front();
+    m_DecodeTimes.pop_front();
+    --m_Unplaced;
+}
+
+void PictureOrder::Flush() {
+    while (m_Unplaced > 0) PlaceEarliest();
+}
+
+bool PictureOrder::Pop(Frame& frame) {
+    if (m_Held.empty() || !m_Held.front().m_Placed) return false;
+    frame = std::move(m_Held.front().m_Frame);
+    m_Held.pop_front();
+    return true;
+}
+
+// ---- one stream
 
 TrackReader::TrackReader(const std::string& path, int streamIndex, const std::string& filters) : m_File(path) {
     AVFormatContext* const context = m_File.Context();
@@ -56,6 +122,7 @@ TrackReader::TrackReader(const std::string& path, int streamIndex, const std::st
     for (unsigned i = 0; i < context->nb_streams; ++i) {
         context->streams[i]->discard = static_cast<int>(i) == streamIndex ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     }
+    if (!PictureOrder::Knows(m_pStream->codecpar->codec_id)) context->flags |= AVFMT_FLAG_GENPTS;
 
     AVBSFContext* filter = nullptr;
     Check(av_bsf_list_parse_str(filters.empty() ? "null" : filters.c_str(), &filter), path);
@@ -67,7 +134,7 @@ TrackReader::TrackReader(const std::string& path, int streamIndex, const std::st
     m_SetupData.assign(out.extradata, out.extradata + out.extradata_size);
 
     m_FrameDuration =
-        out.codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<std::int64_t>(1e7 / FrameRate(context, m_pStream)) : 1;
+        out.codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<std::int64_t>(1e7 / m_File.FrameRate(m_pStream)) : 1;
 }
 
 bool TrackReader::NextPacket(AVPacket& packet) {
@@ -75,10 +142,10 @@ bool TrackReader::NextPacket(AVPacket& packet) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), &packet);
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
-        if (filtered != AVERROR(EAGAIN)) Fail(m_File.Path(), Reason(filtered));
+        if (filtered != AVERROR(EAGAIN)) Fail(m_File.Path(), AvReason(filtered));
 
         const int read = av_read_frame(m_File.Context(), &packet);
-        if (read < 0 && read != AVERROR_EOF) Fail(m_File.Path(), Reason(read));
+        if (read < 0 && read != AVERROR_EOF) Fail(m_File.Path(), AvReason(read));
         if (read == 0 && packet.stream_index != m_pStream->index) {
             av_packet_unref(&packet);
             continue;
@@ -87,7 +154,7 @@ bool TrackReader::NextPacket(AVPacket& packet) {
     }
 }
 
-bool TrackReader::Next(Frame& frame) {
+bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     frame.m_Packet.reset(av_packet_alloc());
     if (frame.m_Packet == nullptr) throw std::bad_alloc();
     AVPacket& packet = *frame.m_Packet;
@@ -99,12 +166,40 @@ bool TrackReader::Next(Frame& frame) {
     }
     const AVRational timeBase = m_Filter->time_base_out;
     const auto toHostTime = [timeBase](std::int64_t time) { return av_rescale_q(time, timeBase, kHostTimeBase); };
+    hasPresentation = packet.pts != AV_NOPTS_VALUE;
+    if (packet.dts == AV_NOPTS_VALUE) m_TimesWereMade = m_TimesWereMade || !hasPresentation;
     frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : m_NextDecode;
-    frame.m_Presentation = packet.pts != AV_NOPTS_VALUE ? toHostTime(packet.pts) : frame.m_Decode;
+    frame.m_Presentation = hasPresentation ? toHostTime(packet.pts) : frame.m_Decode;
     const std::int64_t duration = packet.duration > 0 ? toHostTime(packet.duration) : m_FrameDuration;
     frame.m_Duration =
         static_cast<std::int32_t>(std::clamp<std::int64_t>(duration, 1, std::numeric_limits<std::int32_t>::max()));
     frame.m_Key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
     m_NextDecode = frame.m_Decode + duration;
     return true;
+}
+
+bool TrackReader::Next(Frame& frame) {
+    for (;;) {
+        if (m_Order != nullptr && m_Order->Pop(frame)) return true;
+        Frame next;
+        bool hasPresentation = false;
+        if (!NextInDecodingOrder(next, hasPresentation)) {
+            if (m_Order == nullptr) return false;
+            m_Order->Flush();
+            return m_Order->Pop(frame);
+        }
+        const AVCodecParameters& parameters = Parameters();
+        if (!hasPresentation && m_Order == nullptr && parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+            if (PictureOrder::Knows(parameters.codec_id)) {
+                m_Order = std::make_unique<PictureOrder>(parameters);
+            } else if (parameters.video_delay > 0) {
+                Fail(m_File.Path(), "its pictures are reordered and have no time stamps");
+            }
+        }
+        if (m_Order == nullptr) {
+            frame = std::move(next);
+            return true;
+        }
+        m_Order->Push(std::move(next));
+    }
 }

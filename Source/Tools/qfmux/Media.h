@@ -1,8 +1,11 @@
-// Media files as libavformat reads them: what tracks an input has, and one track's frames in decoding order.
+// Media files as libavformat reads them: what streams an input has, and one stream's frames in decoding order.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,15 +15,24 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
+
 struct AvDeleter {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
     void operator()(AVBSFContext* context) const { av_bsf_free(&context); }
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+    void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
+template <class Object>
+using AvPtr = std::unique_ptr<Object, AvDeleter>;
+
+// libavutil's words for one of its error codes.
+std::string AvReason(int error);
 
 // One compressed frame. Times in 100 ns units.
 struct Frame {
-    std::unique_ptr<AVPacket, AvDeleter> m_Packet;
+    AvPtr<AVPacket> m_Packet;
     std::int64_t m_Presentation = 0;
     std::int64_t m_Decode = 0;
     std::int32_t m_Duration = 0;
@@ -33,17 +45,55 @@ public:
     explicit MediaFile(const std::string& path);
 
     const std::string& Path() const { return m_Path; }
-    // The first usable stream of that kind, or null.
-    AVStream* FindStream(AVMediaType type) const;
     AVFormatContext* Context() const { return m_Context.get(); }
+    // The file's streams of that kind, attached pictures left out.
+    std::vector<AVStream*> Streams(AVMediaType type) const;
+    // Whether the container keeps codec set-up data for the stream, outside its frames.
+    bool HasSetup(const AVStream* stream) const;
+    // Frames per second of a video stream, 25 when the file does not tell.
+    double FrameRate(AVStream* stream) const;
 
 private:
     std::string m_Path;
-    std::unique_ptr<AVFormatContext, AvDeleter> m_Context;
+    AvPtr<AVFormatContext> m_Context;
+    std::set<int> m_WithSetup; // indexes of streams
 };
 
-// Frames per second of a video stream, 25 when the file does not tell.
-double FrameRate(AVFormatContext* context, AVStream* stream);
+// Presentation times for pictures that came without: raw streams have none, AVI files only those of decoding. Pictures
+// are held until their place in presentation order is known; the n-th one presented then takes the time at which the
+// n-th was decoded.
+//
+// H.264 numbers its pictures in that order; 16 of them at most wait (its largest picture buffer). In MPEG-4 a
+// B picture is presented at once, any other when the next such one comes. libavformat knows the latter rule, but not
+// that frames may be taken apart behind it, as those of MPEG-4 are.
+class PictureOrder {
+public:
+    explicit PictureOrder(const AVCodecParameters& parameters);
+
+    // Whether there is a rule for the codec.
+    static bool Knows(AVCodecID codec);
+
+    void Push(Frame frame); // in decoding order
+    void Flush();           // no more frames come
+    // Takes the oldest frame whose presentation time is known; false when there is none.
+    bool Pop(Frame& frame);
+
+private:
+    struct Held {
+        Frame m_Frame;
+        std::int64_t m_Order; // smaller is presented earlier, among those not placed
+        bool m_Placed;
+    };
+    void PlaceEarliest();
+
+    bool m_IsH264;
+    AvPtr<AVCodecContext> m_Codec;
+    AvPtr<AVCodecParserContext> m_Parser;
+    std::deque<Held> m_Held;
+    std::deque<std::int64_t> m_DecodeTimes; // of frames not placed yet
+    std::size_t m_Unplaced = 0;
+    std::int64_t m_Pushed = 0;
+};
 
 // The frames of one stream. Each reader has the file open for itself, so that the tracks of a badly interleaved file
 // can be read side by side without holding one of them in memory.
@@ -58,16 +108,23 @@ public:
     // Codec set-up octets: those of the file, or those that a filter found in the frames read so far.
     const std::vector<std::uint8_t>& SetupData() const { return m_SetupData; }
 
-    // Reads the next frame; false at the end. Throws ToolError for a damaged file.
+    // The stream lacks time stamps, and they were made from the order of its frames and its rate.
+    bool TimesWereMade() const { return m_TimesWereMade; }
+
+    // Reads the next frame; false at the end. Throws ToolError for a damaged file or one without time stamps.
     bool Next(Frame& frame);
 
 private:
     bool NextPacket(AVPacket& packet);
+    // hasPresentation: whether the file tells when it is presented.
+    bool NextInDecodingOrder(Frame& frame, bool& hasPresentation);
 
     MediaFile m_File;
     AVStream* m_pStream;
-    std::unique_ptr<AVBSFContext, AvDeleter> m_Filter;
+    AvPtr<AVBSFContext> m_Filter;
     std::vector<std::uint8_t> m_SetupData;
     std::int64_t m_FrameDuration; // 100 ns, for frames that do not tell theirs
     std::int64_t m_NextDecode = 0;
+    bool m_TimesWereMade = false;
+    std::unique_ptr<PictureOrder> m_Order; // once a frame lacked its presentation time
 };

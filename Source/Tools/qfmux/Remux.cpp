@@ -1,103 +1,165 @@
 #include "Remux.h"
 
+#include <csignal>
+
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 #include <vector>
 
-#include <unistd.h>
-
-#include "CodecMap.h"
 #include "H264.h"
 #include "Media.h"
-#include "Plugin.h"
+#include "OutputFile.h"
+#include "Plan.h"
+#include "Progress.h"
+#include "Session.h"
 #include "ToolError.h"
+#include "Verify.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-void Note(const std::string& text) { std::fprintf(stderr, "qfmux: %s\n", text.c_str()); }
+volatile std::sig_atomic_t g_Signal = 0;
 
-bool Lists(const EncoderEntry* list, FourCC fourCC) {
-    for (; list->fourCC != 0; ++list) {
-        if (list->fourCC == fourCC) return true;
+// SIGINT and SIGTERM end a run in good order while an object of this class lives.
+class SignalGuard {
+public:
+    SignalGuard() {
+        struct sigaction action {};
+        action.sa_handler = [](int signal) { g_Signal = signal; };
+        action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND); // the second one ends the run at once
+        sigaction(SIGINT, &action, &m_OldInterrupt);
+        sigaction(SIGTERM, &action, &m_OldTerminate);
     }
-    return false;
-}
-
-std::string ListText(const EncoderEntry* list) {
-    std::string text;
-    for (; list->fourCC != 0; ++list) text += (text.empty() ? "'" : ", '") + FourCCText(list->fourCC) + "'";
-    return text;
-}
-
-// The plug-in's first format with that extension.
-const FileFormatInfo& FormatFor(const FileFormatInfo* formats, const fs::path& output) {
-    std::wstring extension = output.extension().wstring();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](wchar_t c) { return c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c; });
-    std::string known;
-    for (; formats->fourCC != 0; ++formats) {
-        if (extension == formats->extension) return *formats;
-        known += " " + fs::path(formats->extension).string();
+    ~SignalGuard() {
+        sigaction(SIGINT, &m_OldInterrupt, nullptr);
+        sigaction(SIGTERM, &m_OldTerminate, nullptr);
     }
-    throw ToolError(kExitUsage, "'" + output.string() + "': the name must end in one of" + known);
-}
+    SignalGuard(const SignalGuard&) = delete;
+    SignalGuard& operator=(const SignalGuard&) = delete;
 
-// One stream on its way into the file.
-struct Track {
-    Track(const MediaFile& file, AVStream* stream, const CodecChoice& choice)
-        : m_Choice(choice), m_Reader(file.Path(), stream->index, choice.m_Filters),
-          m_FrameRate(FrameRate(file.Context(), stream)) {
-        m_More = m_Reader.Next(m_Next);
-    }
-
-    CodecChoice m_Choice;
-    TrackReader m_Reader;
-    double m_FrameRate;
-    Frame m_Next; // the frame to write next
-    bool m_More;
+private:
+    struct sigaction m_OldInterrupt {};
+    struct sigaction m_OldTerminate {};
 };
 
-// Takes the kind's stream if the format has a place for it and accepts its codec. Throws when it does not accept it.
-std::optional<Track> OpenTrack(const MediaFile& file, AVMediaType type, const FileFormatInfo& format,
-                               const EncoderEntry* accepted) {
-    AVStream* const stream = file.FindStream(type);
-    if (stream == nullptr) return std::nullopt;
-    const char* const kind = av_get_media_type_string(type);
-    if (accepted == nullptr) {
-        Note(std::string(kind) + " is left out: the format has none");
-        return std::nullopt;
+std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 10000; }
+
+// One stream on its way into the file.
+class Track {
+public:
+    Track(const PlannedTrack& plan, bool isVideo, bool isWebm)
+        : m_Plan(plan), m_IsVideo(isVideo), m_IsWebm(isWebm),
+          m_Reader(plan.m_pFile->Path(), plan.m_pStream->index, plan.m_Choice.m_Filters) {
+        Advance();
     }
-    const CodecChoice choice = ChooseCodec(*stream->codecpar);
-    const bool listed = choice.m_FourCC != 0 && Lists(accepted, choice.m_FourCC);
-    const std::string formatName = FourCCText(format.fourCC);
-    const std::string codec = avcodec_get_name(stream->codecpar->codec_id);
-    if (!listed && (choice.m_FourCC == 0 || format.fourCC == MakeFourCC("WEBM"))) {
-        throw ToolError(kExitError, std::string(kind) + " codec " + codec + " is not accepted by '" + formatName +
-                                        "', which lists " + ListText(accepted));
+
+    bool HasFrame() const { return m_HasFrame; }
+    const Frame& Next() const { return m_Next; }
+    const TrackReader& Reader() const { return m_Reader; }
+    const PlannedTrack& Plan() const { return m_Plan; }
+    TrackDigest& Digest() { return m_Digest; }
+    bool SlicesWereSplit() const { return m_SlicesWereSplit; }
+
+    std::int64_t Time() const { return m_Plan.m_Choice.m_DecodeTimes ? m_Next.m_Decode : m_Next.m_Presentation; }
+
+    void Advance() { m_HasFrame = m_Reader.Next(m_Next); }
+
+    // Hands the next frame to the plug-in, its times moved by shift.
+    void Send(HostCalls& host, void* handle, std::int64_t shift) {
+        AVPacket& packet = *m_Next.m_Packet;
+        MEDIA_FRAME frame{};
+        frame.timestamp = Time() + shift;
+        frame.duration = m_Next.m_Duration;
+        if (!m_IsVideo) {
+            frame.audioData = packet.data;
+            frame.audioSize = packet.size;
+            Expect(frame.timestamp, true, packet.data, static_cast<std::size_t>(packet.size));
+            host.WriteAudioPacket(handle, frame, nullptr);
+            return;
+        }
+        frame.frameFlags = m_Next.m_Key ? 1 : 0;
+        if (m_Plan.m_Choice.m_Framing == Framing::AsTheyAre) {
+            frame.videoData = packet.data;
+            frame.videoSize = packet.size;
+            Expect(frame.timestamp, m_Next.m_Key, packet.data, static_cast<std::size_t>(packet.size));
+            host.WriteVideoPacket(handle, frame);
+            return;
+        }
+        const std::vector<NalUnit> units = SplitUnits(packet.data, static_cast<std::size_t>(packet.size));
+        std::vector<std::uint8_t> rewritten = WithLongStartCodes(units);
+        frame.videoData = rewritten.data();
+        frame.videoSize = static_cast<std::int32_t>(rewritten.size());
+        ExpectUnits(frame.timestamp, units);
+        host.WriteVideoPacket(handle, frame);
     }
-    if (!listed) Note(std::string(kind) + " codec " + codec + " is not in the list of '" + formatName + "'");
-    return std::optional<Track>(std::in_place, file, stream, choice);
-}
+
+private:
+    // Notes a block that the file must hold. In the Matroska formats a block is no key frame when it refers to the one
+    // before, which a key frame of the same time does too.
+    void Expect(std::int64_t time, bool isKey, const std::uint8_t* data, std::size_t size) {
+        if (size == 0) return;
+        BeginBlock(time, isKey);
+        m_Digest.Octets(data, size);
+    }
+
+    void BeginBlock(std::int64_t time, bool isKey) {
+        const bool refers = (!isKey || time == m_LastTime) && m_LastTime >= 0;
+        m_Digest.Block(ToMilliseconds(time), m_IsWebm ? isKey : !refers);
+        m_LastTime = time;
+    }
+
+    void ExpectUnits(std::int64_t time, const std::vector<NalUnit>& units) {
+        const bool oneBlock = m_Plan.m_Choice.m_Framing == Framing::StartCodes;
+        int slices = 0;
+        bool begun = false;
+        for (const NalUnit& unit : units) {
+            if (oneBlock ? !unit.IsKept() : !unit.IsSlice()) continue;
+            if (unit.IsSlice()) ++slices;
+            if (!oneBlock) BeginBlock(time, unit.Type() == 5);
+            if (oneBlock && !begun) BeginBlock(time, m_Next.m_Key);
+            begun = true;
+            const std::uint8_t length[4] = {
+                static_cast<std::uint8_t>(unit.m_Size / 0x1000000), static_cast<std::uint8_t>(unit.m_Size / 0x10000),
+                static_cast<std::uint8_t>(unit.m_Size / 0x100), static_cast<std::uint8_t>(unit.m_Size)};
+            m_Digest.Octets(length, sizeof length);
+            m_Digest.Octets(unit.m_pData, unit.m_Size);
+        }
+        m_SlicesWereSplit = m_SlicesWereSplit || (!oneBlock && slices > 1);
+    }
+
+    PlannedTrack m_Plan;
+    bool m_IsVideo;
+    bool m_IsWebm;
+    TrackReader m_Reader;
+    Frame m_Next;
+    bool m_HasFrame = false;
+    TrackDigest m_Digest;
+    std::int64_t m_LastTime = -1;
+    bool m_SlicesWereSplit = false;
+};
 
 VideoParam VideoParamOf(const Track& track) {
-    const AVCodecParameters& parameters = track.m_Reader.Parameters();
+    const AVCodecParameters& parameters = track.Reader().Parameters();
     VideoParam video{};
-    video.fourCC = track.m_Choice.m_FourCC;
+    video.fourCC = track.Plan().m_Choice.m_FourCC;
     video.width = parameters.width;
     video.height = parameters.height;
-    video.frameRate = track.m_FrameRate;
+    video.frameRate = track.Plan().m_pFile->FrameRate(track.Plan().m_pStream);
     video.bitCount = 24;
     return video;
 }
 
 AudioParam AudioParamOf(const Track& track) {
-    const AVCodecParameters& parameters = track.m_Reader.Parameters();
+    const AVCodecParameters& parameters = track.Reader().Parameters();
     AudioParam audio{};
-    audio.fourCC = track.m_Choice.m_FourCC;
+    audio.fourCC = track.Plan().m_Choice.m_FourCC;
     audio.sampleRate = parameters.sample_rate;
     audio.channels = parameters.ch_layout.nb_channels;
     const int bits = std::max(parameters.bits_per_coded_sample, av_get_bits_per_sample(parameters.codec_id));
@@ -105,136 +167,211 @@ AudioParam AudioParamOf(const Track& track) {
     return audio;
 }
 
-// The host's side of one output file: owns the handle and, until it is kept, the file.
-class OutputFile {
+void SendSetup(HostCalls& host, void* handle, const std::optional<Track>& video, const std::optional<Track>& audio) {
+    if (video) {
+        const std::vector<std::uint8_t>& setup = video->Reader().SetupData();
+        const AVCodecID codec = video->Reader().Parameters().codec_id;
+        if (codec == AV_CODEC_ID_H264) {
+            const H264Setup sets = ReadH264Setup(setup);
+            host.WritezXPSData(handle, sets.m_Picture, sets.m_Sequence);
+        } else if (codec == AV_CODEC_ID_MPEG1VIDEO || codec == AV_CODEC_ID_MPEG2VIDEO) {
+            host.WritezXPSData(handle, {}, setup);
+        }
+    }
+    if (audio) {
+        const std::vector<std::uint8_t>& setup = audio->Reader().SetupData();
+        const AVCodecID codec = audio->Reader().Parameters().codec_id;
+        if (codec == AV_CODEC_ID_AAC) host.WriteVosData(handle, setup);
+        if (codec == AV_CODEC_ID_VORBIS) host.WriteVosData(handle, LacedVorbisHeaders(setup));
+    }
+}
+
+// How long the media is, 100 ns, and about how many octets the chosen streams have; 0 for not known.
+struct Extent {
+    std::int64_t m_Length = 0;
+    std::uint64_t m_Octets = 0;
+};
+
+Extent EstimateExtent(const Plan& plan, double duration) {
+    Extent extent;
+    for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
+        if (!*track) continue;
+        const AVFormatContext& context = *(*track)->m_pFile->Context();
+        std::int64_t length = context.duration > 0 ? context.duration * 10 : 0; // from microseconds
+        if (std::isfinite(duration)) length = std::min(length, static_cast<std::int64_t>(duration * 1e7));
+        extent.m_Length = std::max(extent.m_Length, length);
+        const double rate = static_cast<double>((*track)->m_pStream->codecpar->bit_rate);
+        extent.m_Octets += static_cast<std::uint64_t>(std::max(0.0, rate / 8 * static_cast<double>(length) / 1e7));
+    }
+    return extent;
+}
+
+// The plug-in's handle of the file, closed in any case.
+class OpenFile {
 public:
-    OutputFile(Plugin& plugin, const fs::path& target, const EncodeParam& param)
-        : m_Plugin(plugin), m_Target(target),
-          m_Part(target.parent_path() / (".qfmux-" + std::to_string(getpid()) + target.extension().string())) {
-        m_pHandle = plugin.CreateMediaFile(m_Part.wstring().c_str(), &param);
-        if (m_pHandle == nullptr) throw ToolError(kExitError, "cannot write '" + target.string() + "'");
+    OpenFile(HostCalls& host, const OutputFile& output, const EncodeParam& param)
+        : m_Host(host), m_pHandle(host.CreateMediaFile(output.Path().wstring(), param)) {
+        if (m_pHandle == nullptr) throw ToolError(kExitOutput, "the plug-in cannot create its file");
     }
-
-    ~OutputFile() {
-        if (m_pHandle != nullptr) m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
-        std::error_code ignored;
-        fs::remove(m_Part, ignored);
-    }
-
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
+    ~OpenFile() { Close(); }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
 
     void* Handle() const { return m_pHandle; }
-
-    void Keep() {
-        m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
-        m_pHandle = nullptr;
-        std::error_code error;
-        fs::rename(m_Part, m_Target, error);
-        if (error) throw ToolError(kExitError, "cannot write '" + m_Target.string() + "': " + error.message());
+    void Close() {
+        if (m_pHandle != nullptr) m_Host.CloseMediaFile(std::exchange(m_pHandle, nullptr));
     }
 
 private:
-    Plugin& m_Plugin;
-    fs::path m_Target;
-    fs::path m_Part; // beside the target until the file is whole
+    HostCalls& m_Host;
     void* m_pHandle;
 };
 
-void SendVideoSetup(Plugin& plugin, void* handle, const Track& track) {
-    std::vector<std::uint8_t> setupData = track.m_Reader.SetupData();
-    if (track.m_Reader.Parameters().codec_id == AV_CODEC_ID_H264) {
-        H264Setup setup = ReadH264Setup(setupData);
-        plugin.WritezXPSData(handle, setup.m_Picture.data(), static_cast<int>(setup.m_Picture.size()),
-                             setup.m_Sequence.data(), static_cast<int>(setup.m_Sequence.size()));
-    } else {
-        plugin.WritezXPSData(handle, nullptr, 0, setupData.data(), static_cast<int>(setupData.size()));
+// What the plug-in leaves unsaid: whether all octets arrived. Throws ToolError when they did not.
+void CheckOutput(const Options& options, const OutputFile& output, std::optional<Track>& video,
+                 std::optional<Track>& audio) {
+    const std::string path = output.Path().string();
+    std::uint64_t sent = 0;
+    if (video) sent += video->Digest().TotalOctets();
+    if (audio) sent += audio->Digest().TotalOctets();
+    std::optional<std::string> fault = CheckSegmentSize(path);
+    if (fs::file_size(output.Path()) < sent || fault) {
+        throw ToolError(kExitOutput, "cannot write '" + options.m_Output + "': " + output.WriteFailure() +
+                                         "; the unfinished file was removed");
+    }
+    if (options.m_Verify == VerifyMode::Fast) fault = CheckTracks(path, video.has_value(), audio.has_value());
+    if (options.m_Verify == VerifyMode::Full) {
+        fault = CheckBlocks(path, video ? &video->Digest() : nullptr, audio ? &audio->Digest() : nullptr);
+    }
+    if (fault) {
+        throw ToolError(kExitVerification,
+                        "'" + options.m_Output + "' did not come out right and was removed: " + *fault);
     }
 }
 
-void SendAudioSetup(Plugin& plugin, void* handle, const Track& track) {
-    std::vector<std::uint8_t> setupData = track.m_Reader.SetupData();
-    if (track.m_Reader.Parameters().codec_id == AV_CODEC_ID_VORBIS) setupData = LacedVorbisHeaders(setupData);
-    plugin.WriteVosData(handle, setupData.data(), static_cast<int>(setupData.size()));
-}
-
-MEDIA_FRAME HostFrame(const Frame& frame, std::int64_t shift) {
-    MEDIA_FRAME record{};
-    record.timestamp = frame.m_Presentation + shift;
-    record.duration = frame.m_Duration;
-    record.frameFlags = frame.m_Key ? 1 : 0;
-    return record;
-}
-
-void SendVideo(Plugin& plugin, void* handle, Track& track, bool startCodes, std::int64_t shift) {
-    AVPacket& packet = *track.m_Next.m_Packet;
-    MEDIA_FRAME record = HostFrame(track.m_Next, shift);
-    std::vector<std::uint8_t> rewritten;
-    record.videoData = packet.data;
-    record.videoSize = packet.size;
-    if (startCodes) {
-        rewritten = WithLongStartCodes(packet.data, static_cast<std::size_t>(packet.size));
-        record.videoData = rewritten.data();
-        record.videoSize = static_cast<std::int32_t>(rewritten.size());
+void PrintResult(const Options& options, const Plan& plan, std::optional<Track>& video, std::optional<Track>& audio,
+                 const Report& report, int exitCode, std::uint64_t size) {
+    nlohmann::json json = PlanAsJson(plan, options);
+    json["octets"] = size;
+    json["exitCode"] = exitCode;
+    json["notes"] = report.Notes();
+    json["warnings"] = report.Warnings();
+    json["verified"] = options.m_Verify == VerifyMode::Full   ? "full"
+                       : options.m_Verify == VerifyMode::Fast ? "fast"
+                                                              : "none";
+    for (nlohmann::json& entry : json["tracks"]) {
+        Track& track = entry["trackNumber"] == 1 ? *video : *audio;
+        entry["frames"] = track.Digest().Blocks();
+        entry["octets"] = track.Digest().TotalOctets();
     }
-    plugin.WriteVideoPacket(handle, &record);
-}
-
-void SendAudio(Plugin& plugin, void* handle, Track& track, std::int64_t shift) {
-    AVPacket& packet = *track.m_Next.m_Packet;
-    MEDIA_FRAME record = HostFrame(track.m_Next, shift);
-    record.audioData = packet.data;
-    record.audioSize = packet.size;
-    plugin.WriteAudioPacket(handle, &record, nullptr);
+    std::printf("%s\n", json.dump(2).c_str());
 }
 
 } // namespace
 
-void Remux(const RemuxJob& job) {
-    Plugin plugin(job.m_Plugin.c_str());
-    const fs::path output = job.m_Output;
-    const FileFormatInfo& format = FormatFor(plugin.GetFileFormats(), output);
-    const MediaFile input(job.m_Input);
-    std::optional<Track> video = OpenTrack(input, AVMEDIA_TYPE_VIDEO, format, format.videoEncoders);
-    std::optional<Track> audio = OpenTrack(input, AVMEDIA_TYPE_AUDIO, format, format.audioEncoders);
-    if (!video && !audio) throw ToolError(kExitError, "'" + job.m_Input + "' has nothing for this format");
-    std::error_code ignored;
-    if (fs::equivalent(job.m_Input, output, ignored)) {
-        throw ToolError(kExitUsage, "'" + job.m_Output + "' is the input itself");
+int Remux(const Options& options, const Plugin& plugin, Report& report) {
+    std::vector<MediaFile> inputs;
+    inputs.reserve(options.m_Inputs.size());
+    for (const std::string& path : options.m_Inputs) inputs.emplace_back(path);
+    const Plan plan = MakePlan(options, plugin.GetFileFormats(), inputs, report);
+    if (options.m_DryRun) {
+        std::fputs((options.m_Json ? PlanAsJson(plan, options).dump(2) + "\n" : PlanAsText(plan, options)).c_str(),
+                   stdout);
+        return report.Warnings().empty() ? kExitDone : kExitWarnings;
     }
+    for (const std::string& line : plan.m_Dropped) report.Note(line);
+
+    OutputFile output(options.m_Output, options.m_Overwrite, options.m_Inputs);
+    const Extent extent = EstimateExtent(plan, options.m_Duration);
+    output.NeedRoom(extent.m_Octets);
+
+    const SignalGuard signals;
+    std::optional<Track> video;
+    std::optional<Track> audio;
+    if (plan.m_Video) video.emplace(*plan.m_Video, true, plan.IsWebm());
+    if (plan.m_Audio) audio.emplace(*plan.m_Audio, false, plan.IsWebm());
+    if (video && !video->HasFrame()) {
+        report.Warn("the video stream has no frames and is left out");
+        video.reset();
+    }
+    if (audio && !audio->HasFrame()) {
+        report.Warn("the audio stream has no frames and is left out");
+        audio.reset();
+    }
+    if (!video && !audio) throw ToolError(kExitError, "there are no frames to write");
+
+    std::unique_ptr<SessionWriter> writer;
+    if (!options.m_Record.empty()) {
+        char version[64] = "";
+        plugin.GetMultiVersion(version);
+        writer = std::make_unique<SessionWriter>(options.m_Record, version);
+    }
+    HostCalls host(plugin, std::move(writer));
+    MuxParam muxParam{};
+    if (plan.m_Aspect) {
+        muxParam.muxFlags = 1;
+        muxParam.displayAspectX = plan.m_Aspect->m_X;
+        muxParam.displayAspectY = plan.m_Aspect->m_Y;
+    }
+    host.SetMuxParam(&muxParam);
 
     EncodeParam param{};
-    param.formatFourCC = format.fourCC;
+    param.formatFourCC = plan.m_pFormat->fourCC;
     param.disableVideo = video ? 0 : 1;
     param.disableAudio = audio ? 0 : 1;
     if (video) param.videoParam = VideoParamOf(*video);
     if (audio) param.audioParam = AudioParamOf(*audio);
+    OpenFile file(host, output, param);
+    SendSetup(host, file.Handle(), video, audio);
 
-    OutputFile file(plugin, output, param);
-    void* const handle = file.Handle();
-    bool startCodes = false;
-    if (video) {
-        startCodes = video->m_Reader.Parameters().codec_id == AV_CODEC_ID_H264 &&
-                     ReadH264Setup(video->m_Reader.SetupData()).m_StartCodes;
-        SendVideoSetup(plugin, handle, *video);
+    // A source that starts below zero is moved up as a whole: references between frames count from zero.
+    std::int64_t start = std::numeric_limits<std::int64_t>::max();
+    for (const auto* track : {&video, &audio}) {
+        if (*track) start = std::min({start, (*track)->Next().m_Decode, (*track)->Next().m_Presentation});
     }
-    if (audio) SendAudioSetup(plugin, handle, *audio);
+    const std::int64_t shift = std::max<std::int64_t>(0, -start);
+    const double limit = std::isfinite(options.m_Duration) ? options.m_Duration * 1e7 : 9e18;
 
-    // No time lies below zero: the plug-in takes such a frame to be the first.
-    std::int64_t shift = 0;
-    if (video) shift = std::max(shift, -std::min(video->m_Next.m_Decode, video->m_Next.m_Presentation));
-    if (audio) shift = std::max(shift, -audio->m_Next.m_Decode);
-
-    const auto more = [](const std::optional<Track>& track) { return track && track->m_More; };
-    while (more(video) || more(audio)) {
-        const bool videoIsNext = more(video) && (!more(audio) || video->m_Next.m_Decode <= audio->m_Next.m_Decode);
-        Track& track = videoIsNext ? *video : *audio;
-        if (videoIsNext) {
-            SendVideo(plugin, handle, track, startCodes, shift);
-        } else {
-            SendAudio(plugin, handle, track, shift);
+    std::uint64_t octets = 0;
+    std::int64_t position = 0;
+    {
+        Progress progress(options.m_Progress, options.m_Quiet, extent.m_Length);
+        const auto isDue = [&](const std::optional<Track>& track) {
+            return track && track->HasFrame() && static_cast<double>(track->Next().m_Decode - start) < limit;
+        };
+        // In decoding order over both: the plug-in holds back what waits for the other track.
+        while (g_Signal == 0 && (isDue(video) || isDue(audio))) {
+            const bool videoIsNext =
+                isDue(video) && (!isDue(audio) || video->Next().m_Decode <= audio->Next().m_Decode);
+            Track& track = videoIsNext ? *video : *audio;
+            position = track.Next().m_Decode - start;
+            octets += static_cast<std::uint64_t>(track.Next().m_Packet->size);
+            track.Send(host, file.Handle(), shift);
+            track.Advance();
+            if (progress.Update(position, octets)) output.CheckRoom();
         }
-        track.m_More = track.m_Reader.Next(track.m_Next);
+        file.Close();
+        progress.Finish(position, octets);
     }
-    file.Keep();
+
+    if (video && video->SlicesWereSplit()) {
+        report.Warn(
+            "pictures of several slices became several blocks each, which decoders refuse; --h264 H264 avoids it");
+    }
+    for (const auto* track : {&video, &audio}) {
+        if (*track && (*track)->Reader().TimesWereMade()) {
+            report.Warn((*track)->Plan().m_pFile->Path() +
+                        " has no time stamps: they follow the order of its frames and its frame rate");
+        }
+    }
+    CheckOutput(options, output, video, audio);
+    const std::uint64_t size = fs::file_size(output.Path());
+    output.Keep(options.m_Sync);
+
+    const int exitCode = g_Signal != 0 ? kExitSignal + g_Signal
+                                       : static_cast<int>(report.Warnings().empty() ? kExitDone : kExitWarnings);
+    if (g_Signal != 0) report.Note("ended by a signal; '" + options.m_Output + "' holds what came before it");
+    if (options.m_Json) PrintResult(options, plan, video, audio, report, exitCode, size);
+    report.Detail("'" + options.m_Output + "': " + std::to_string(size) + " octets");
+    return exitCode;
 }

@@ -1,13 +1,10 @@
-// One run: a media file in, a file of the plug-in's out.
+// One run: media files in, a file of the plug-in's out.
 #pragma once
 
-#include <string>
+#include "Options.h"
+#include "Plugin.h"
+#include "Report.h"
 
-struct RemuxJob {
-    std::string m_Plugin;
-    std::string m_Input;
-    std::string m_Output;
-};
-
-// Throws ToolError; then nothing is left at the output's path. Notes for the user go to stderr.
-void Remux(const RemuxJob& job);
+// Returns the exit code of a run that ended with its file in place: done, with warnings, or by a signal.
+// Throws ToolError else; then the target is as it was before.
+int Remux(const Options& options, const Plugin& plugin, Report& report);

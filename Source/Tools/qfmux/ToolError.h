@@ -6,8 +6,12 @@
 
 enum ExitCode {
     kExitDone = 0,
-    kExitError = 2,
-    kExitUsage = 3,
+    kExitWarnings = 1,     // done, but something was not as it should be
+    kExitError = 2,        // an input or the plug-in
+    kExitUsage = 3,        // the command line
+    kExitOutput = 4,       // the output is full, exists or cannot be written
+    kExitVerification = 5, // the finished file does not hold what was sent in
+    kExitSignal = 128      // plus the signal's number
 };
 
 class ToolError : public std::runtime_error {

@@ -1,13 +1,15 @@
-// qfmux: puts the streams of a media file into a Matroska or WebM file, by way of the plug-in, as a host would.
-#include <CLI/CLI.hpp>
-
+// qfmux: puts the streams of media files into a Matroska or WebM file, by way of the plug-in, as a host would.
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <new>
+#include <optional>
 #include <string>
 
+#include "Options.h"
+#include "Plan.h"
+#include "Plugin.h"
 #include "Remux.h"
+#include "Report.h"
 #include "ToolError.h"
 
 extern "C" {
@@ -16,35 +18,32 @@ extern "C" {
 
 namespace {
 
-// The plug-in that lies beside this program.
-std::string DefaultPlugin() {
-    std::error_code ignored;
-    return (std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / "qf_mkv.so").string();
+int Fail(int code, const std::string& message) {
+    // One line, whatever the message holds.
+    std::string line = message.substr(0, message.find('\n'));
+    std::fprintf(stderr, "qfmux: %s\n", line.c_str());
+    return code;
 }
 
-int Fail(int code, const std::string& message) {
-    std::fprintf(stderr, "qfmux: %s\n", message.c_str());
-    return code;
+int Run(int argc, char** argv) {
+    const std::optional<Options> options = ParseOptions(argc, argv);
+    if (!options) return kExitDone;
+    const Plugin plugin(options->m_Plugin.c_str());
+    if (options->m_Command == Command::Formats) {
+        const FileFormatInfo* const formats = plugin.GetFileFormats();
+        std::fputs((options->m_Json ? FormatsAsJson(formats).dump(2) + "\n" : FormatsAsText(formats)).c_str(), stdout);
+        return kExitDone;
+    }
+    Report report(options->m_Quiet, options->m_Verbose);
+    return Remux(*options, plugin, report);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    av_log_set_level(AV_LOG_FATAL);
-    CLI::App app("Puts the streams of a media file into a Matroska (.mkv, .mka) or WebM (.webm) file, as they are.");
-    RemuxJob job;
-    job.m_Plugin = DefaultPlugin();
-    app.add_option("INPUT", job.m_Input, "any media file that libavformat reads")->required();
-    app.add_option("OUTPUT", job.m_Output, "its extension chooses the format")->required();
-    app.add_option("--plugin", job.m_Plugin, "the plug-in's file, when it is not beside this program");
+    av_log_set_level(AV_LOG_QUIET);
     try {
-        app.parse(argc, argv);
-        Remux(job);
-        return kExitDone;
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
-    } catch (const CLI::ParseError& error) {
-        return Fail(kExitUsage, error.what());
+        return Run(argc, argv);
     } catch (const ToolError& error) {
         return Fail(error.m_Code, error.what());
     } catch (const std::bad_alloc&) {

@@ -1,0 +1,67 @@
+// A host's calls to the plug-in, recorded while they are made and made again from the record.
+//
+// A session is a text of one JSON object a line, its payloads in a second file beside it; Docs/SessionFormat.md has the
+// format. Host-owned gaps of records are not recorded: nothing reads them.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "Plugin.h"
+
+// Errors of sessions are std::runtime_error with a line for the user.
+
+class SessionWriter {
+public:
+    // Creates the session's text at path and its payloads at path + ".payload".
+    explicit SessionWriter(const std::string& path, const std::string& pluginVersion);
+
+    // Keeps octets; what comes back goes into the call's line. Null stays null.
+    nlohmann::json Store(const void* data, std::int64_t size);
+    void Write(const nlohmann::json& line);
+
+private:
+    using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+    static File Create(const std::string& path);
+
+    File m_Text;
+    File m_Payload;
+    std::uint64_t m_PayloadSize = 0;
+};
+
+// The exports of one plug-in, each call passed on and, if a writer is given, recorded with its result.
+class HostCalls {
+public:
+    explicit HostCalls(const Plugin& plugin, std::unique_ptr<SessionWriter> writer = nullptr)
+        : m_Plugin(plugin), m_Writer(std::move(writer)) {}
+
+    int SetMuxParam(MuxParam* param);
+    void* CreateMediaFile(const std::wstring& path, const EncodeParam& param);
+    int WriteVideoPacket(void* handle, const MEDIA_FRAME& frame);
+    int WriteAudioPacket(void* handle, const MEDIA_FRAME& frame, int* frameSizes);
+    void WriteVosData(void* handle, std::vector<std::uint8_t> data);
+    void WritezXPSData(void* handle, std::vector<std::uint8_t> pictureSet, std::vector<std::uint8_t> sequenceSet);
+    void CloseMediaFile(void* handle);
+
+private:
+    void Record(nlohmann::json line);
+    int FileNumber(void* handle) const;
+
+    const Plugin& m_Plugin;
+    std::unique_ptr<SessionWriter> m_Writer;
+    std::map<void*, int> m_Files; // open handles, numbered as they were created
+    int m_FileCount = 0;
+};
+
+// Makes the calls of the session at path. Files are created at output, those after the first at output + ".2", ...
+// onResult, if given, gets each line, the line's number from 1 and what the call returned now (null for nothing);
+// returning false ends the replay, after closing what is open.
+void ReplaySession(
+    const Plugin& plugin, const std::string& path, const std::string& output,
+    const std::function<bool(const nlohmann::json& line, int number, const nlohmann::json& result)>& onResult);

@@ -1,0 +1,44 @@
+// The command line.
+#pragma once
+
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+enum class Command { Remux, Formats };
+enum class VerifyMode { Full, Fast, None };
+enum class ProgressMode { Auto, Bar, Json, None };
+
+struct Aspect {
+    int m_X;
+    int m_Y;
+};
+
+struct Options {
+    Command m_Command = Command::Remux;
+    std::vector<std::string> m_Inputs; // one or two
+    std::string m_Output;
+    std::string m_Plugin;
+    std::string m_Format; // MKV, HMKV, MKA, WEBM; empty: from the output's extension
+    bool m_NoVideo = false;
+    bool m_NoAudio = false;
+    std::optional<int> m_VideoIndex; // which of the inputs' video streams; without one, the best
+    std::optional<int> m_AudioIndex;
+    std::optional<Aspect> m_Aspect; // without one, the source's if its pixels are not square
+    std::string m_H264 = "H264";    // H264, N264, A264, I264, havc
+    bool m_ForceCodec = false;
+    double m_Duration = std::numeric_limits<double>::infinity(); // s
+    bool m_Overwrite = false;
+    bool m_Quiet = false;
+    bool m_Verbose = false;
+    bool m_Json = false;
+    bool m_Sync = false;
+    bool m_DryRun = false;
+    VerifyMode m_Verify = VerifyMode::Full;
+    ProgressMode m_Progress = ProgressMode::Auto;
+    std::string m_Record; // where to record the session, empty for nowhere
+};
+
+// Throws ToolError for a wrong command line. Prints help or version and returns nothing when that was asked for.
+std::optional<Options> ParseOptions(int argc, char** argv);

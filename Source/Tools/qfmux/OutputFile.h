@@ -1,0 +1,36 @@
+// The file being written: under a name of its own beside the target until it is whole.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+class OutputFile {
+public:
+    // Checks that a file may be written to target and claims a name beside it. Throws ToolError when it may not.
+    // inputs are never overwritten.
+    OutputFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs);
+    // Removes what was not kept.
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    // Where to write.
+    const std::filesystem::path& Path() const { return m_Part; }
+
+    // Throws ToolError when the disk has less room than that many octets.
+    void NeedRoom(std::uint64_t octets) const;
+    // Throws ToolError when the disk is full.
+    void CheckRoom() const;
+    // Why the disk takes no more; "write error" when it does.
+    std::string WriteFailure() const;
+
+    // Gives the whole file its name. sync: have it on the disk first.
+    void Keep(bool sync);
+
+private:
+    std::filesystem::path m_Target;
+    std::filesystem::path m_Part;
+    bool m_Overwrite;
+};

@@ -1,0 +1,41 @@
+// What a run will do: which format, which streams, under which codes, and what is left out.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CodecMap.h"
+#include "Media.h"
+#include "Options.h"
+#include "Plugin.h"
+#include "Report.h"
+
+struct PlannedTrack {
+    const MediaFile* m_pFile;
+    AVStream* m_pStream;
+    CodecChoice m_Choice;
+};
+
+struct Plan {
+    const FileFormatInfo* m_pFormat = nullptr;
+    std::optional<PlannedTrack> m_Video;
+    std::optional<PlannedTrack> m_Audio;
+    std::optional<Aspect> m_Aspect;     // to be written
+    std::vector<std::string> m_Dropped; // a line for each stream that is left out, with the reason
+
+    bool IsWebm() const { return m_pFormat->fourCC == MakeFourCC("WEBM"); }
+};
+
+// The inputs and formats must outlive the plan. Throws ToolError for what the format does not take.
+Plan MakePlan(const Options& options, const FileFormatInfo* formats, const std::vector<MediaFile>& inputs,
+              Report& report);
+
+// For --dry-run.
+nlohmann::json PlanAsJson(const Plan& plan, const Options& options);
+std::string PlanAsText(const Plan& plan, const Options& options);
+
+// What the plug-in's tables say, for `qfmux formats`.
+nlohmann::json FormatsAsJson(const FileFormatInfo* formats);
+std::string FormatsAsText(const FileFormatInfo* formats);

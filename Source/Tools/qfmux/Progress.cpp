@@ -1,0 +1,68 @@
+#include "Progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace {
+
+constexpr auto kInterval = std::chrono::milliseconds(200);
+constexpr int kBarWidth = 30;
+
+std::string ClockText(double seconds) {
+    const auto whole = static_cast<long>(seconds + 0.5);
+    char text[32];
+    std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
+    return text;
+}
+
+} // namespace
+
+Progress::Progress(ProgressMode mode, bool quiet, std::int64_t length) : m_Mode(mode), m_Length(length) {
+    if (mode == ProgressMode::Auto) {
+        m_Mode = !quiet && isatty(STDERR_FILENO) != 0 ? ProgressMode::Bar : ProgressMode::None;
+    }
+}
+
+Progress::~Progress() {
+    if (m_BarShown) std::fputs("\r\033[K", stderr);
+}
+
+bool Progress::Update(std::int64_t position, std::uint64_t size) {
+    const Clock::time_point now = Clock::now();
+    if (now < m_NextShow) return false;
+    m_NextShow = now + kInterval;
+    Show(position, size, std::chrono::duration<double>(now - m_Start).count(), false);
+    return true;
+}
+
+void Progress::Finish(std::int64_t position, std::uint64_t size) {
+    if (m_Mode != ProgressMode::Json) return;
+    Show(position, size, std::chrono::duration<double>(Clock::now() - m_Start).count(), true);
+}
+
+void Progress::Show(std::int64_t position, std::uint64_t size, double seconds, bool done) {
+    if (m_Mode == ProgressMode::None) return;
+    const double mediaSeconds = static_cast<double>(position) / 1e7;
+    const double length = static_cast<double>(m_Length) / 1e7;
+    const double share = done ? 1.0 : length > 0 ? std::clamp(mediaSeconds / length, 0.0, 1.0) : 0.0;
+    const double speed = seconds > 0 ? mediaSeconds / seconds : 0.0;
+    const double remaining = share > 0 ? seconds / share - seconds : 0.0;
+    if (m_Mode == ProgressMode::Json) {
+        const nlohmann::json line = {{"percent", share * 100}, {"seconds", mediaSeconds},
+                                     {"speed", speed},         {"remaining", remaining},
+                                     {"size", size},           {"done", done}};
+        std::printf("%s\n", line.dump().c_str());
+        std::fflush(stdout);
+        return;
+    }
+    std::string bar(kBarWidth, '.');
+    std::fill_n(bar.begin(), static_cast<int>(share * kBarWidth), '#');
+    std::fprintf(stderr, "\r\033[K[%s] %3.0f %%  %.0fx  %s left  %.1f MB", bar.c_str(), share * 100, speed,
+                 ClockText(remaining).c_str(), static_cast<double>(size) / 1e6);
+    std::fflush(stderr);
+    m_BarShown = true;
+}

@@ -1,0 +1,112 @@
+#include "Verify.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <new>
+
+namespace {
+
+struct OpenResult {
+    AvPtr<AVFormatContext> m_Context;
+    std::string m_Error;
+};
+
+// Opens a file for its blocks as they stand: nothing parsed, nothing guessed.
+OpenResult OpenRaw(const std::string& path) {
+    AVFormatContext* context = avformat_alloc_context();
+    if (context == nullptr) throw std::bad_alloc();
+    context->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+    const int result =
+        avformat_open_input(&context, ("file:" + path).c_str(), av_find_input_format("matroska"), nullptr);
+    if (result < 0) return {nullptr, "it does not open: " + AvReason(result)};
+    return {AvPtr<AVFormatContext>(context), ""};
+}
+
+std::string Difference(const char* kind, const TrackDigest& sent, const TrackDigest& found) {
+    const std::string name = std::string(kind) + ": ";
+    if (sent.Blocks() != found.Blocks()) {
+        return name + std::to_string(sent.Blocks()) + " frames went in, " + std::to_string(found.Blocks()) +
+               " came back";
+    }
+    return sent.Hash() != found.Hash() ? name + "the frames that came back are not those that went in" : "";
+}
+
+} // namespace
+
+TrackDigest::TrackDigest() : m_State(XXH3_createState()) {
+    if (m_State == nullptr) throw std::bad_alloc();
+    XXH3_64bits_reset(m_State.get());
+}
+
+void TrackDigest::Block(std::int64_t time, bool isKey) {
+    if (m_Blocks++ == 0) m_FirstTime = time;
+    const std::array<std::int64_t, 2> head = {time - m_FirstTime, isKey ? 1 : 0};
+    XXH3_64bits_update(m_State.get(), head.data(), sizeof head);
+}
+
+void TrackDigest::Octets(const void* data, std::size_t size) {
+    m_Octets += size;
+    XXH3_64bits_update(m_State.get(), data, size);
+}
+
+std::optional<std::string> CheckSegmentSize(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::array<unsigned char, 64> front{};
+    file.read(reinterpret_cast<char*>(front.data()), front.size());
+    file.clear();
+    file.seekg(0, std::ios::end);
+    const std::int64_t length = file.tellg();
+    // The EBML header's length takes one octet; the Segment's identifier 4 and its length 8.
+    const std::size_t segment = 5 + (front[4] & 0x7FU);
+    static constexpr std::array<unsigned char, 5> kSegmentStart = {0x18, 0x53, 0x80, 0x67, 0x01};
+    const bool found = length >= 64 && segment + 12 <= front.size() &&
+                       std::equal(kSegmentStart.begin(), kSegmentStart.end(), front.begin() + segment);
+    if (!found) return "it has no Segment";
+    std::int64_t size = 0;
+    for (std::size_t i = segment + 5; i < segment + 12; ++i) size = size * 256 + front[i];
+    const std::int64_t present = length - static_cast<std::int64_t>(segment) - 12;
+    if (size == present) return std::nullopt;
+    return "its Segment says " + std::to_string(size) + " octets, the file has " + std::to_string(present);
+}
+
+std::optional<std::string> CheckTracks(const std::string& path, bool hasVideo, bool hasAudio) {
+    const OpenResult file = OpenRaw(path);
+    if (file.m_Context == nullptr) return file.m_Error;
+    bool foundVideo = false;
+    bool foundAudio = false;
+    for (unsigned i = 0; i < file.m_Context->nb_streams; ++i) {
+        const AVMediaType type = file.m_Context->streams[i]->codecpar->codec_type;
+        foundVideo = foundVideo || type == AVMEDIA_TYPE_VIDEO;
+        foundAudio = foundAudio || type == AVMEDIA_TYPE_AUDIO;
+    }
+    if (foundVideo == hasVideo && foundAudio == hasAudio) return std::nullopt;
+    return "its tracks are not those that were written";
+}
+
+std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, const TrackDigest* audio) {
+    const OpenResult file = OpenRaw(path);
+    if (file.m_Context == nullptr) return file.m_Error;
+    TrackDigest foundVideo;
+    TrackDigest foundAudio;
+    const AvPtr<AVPacket> packet(av_packet_alloc());
+    if (packet == nullptr) throw std::bad_alloc();
+    for (int result = 0; (result = av_read_frame(file.m_Context.get(), packet.get())) != AVERROR_EOF;) {
+        if (result < 0) return "it does not read to its end: " + AvReason(result);
+        const AVMediaType type = file.m_Context->streams[packet->stream_index]->codecpar->codec_type;
+        TrackDigest& digest = type == AVMEDIA_TYPE_VIDEO ? foundVideo : foundAudio;
+        // Video-for-Windows tracks carry decoding times.
+        digest.Block(packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts, (packet->flags & AV_PKT_FLAG_KEY) != 0);
+        digest.Octets(packet->data, static_cast<std::size_t>(packet->size));
+        av_packet_unref(packet.get());
+    }
+    const TrackDigest none;
+    std::string difference = Difference("video", video != nullptr ? *video : none, foundVideo);
+    if (difference.empty()) difference = Difference("audio", audio != nullptr ? *audio : none, foundAudio);
+    if (difference.empty() && video != nullptr && audio != nullptr && video->Blocks() > 0 && audio->Blocks() > 0 &&
+        video->FirstTime() - audio->FirstTime() != foundVideo.FirstTime() - foundAudio.FirstTime()) {
+        difference = "picture and sound do not start as far apart as they did";
+    }
+    if (difference.empty()) return std::nullopt;
+    return difference;
+}
