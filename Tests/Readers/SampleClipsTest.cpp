@@ -1,7 +1,6 @@
 // The sample clips, muxed by qfmux, as public readers see them: every picture and every sound as in the source.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
 #include "Command.h"
@@ -95,34 +94,5 @@ constexpr Clip kWebm = {"Webm", "vp8-vorbis.webm", "demo.webm", true};
 
 INSTANTIATE_TEST_SUITE_P(Formats, SampleClips, testing::Values(kMatroska, kMatroskaAudio, kWebm), NameOf);
 INSTANTIATE_TEST_SUITE_P(Formats, SampleClipsWithVideo, testing::Values(kMatroska, kWebm), NameOf);
-
-TEST(Qfmux, ExplainsInOneLineWhatItCannotDo) {
-    TempDirectory directory;
-    const std::string missing = (directory / "missing.mp4").string();
-    const std::string text = (directory / "text.mp4").string();
-    RunCommandWithErrors("echo this is no clip > " + Quoted(text));
-    const std::string clip = QF_SAMPLES "/h264-aac.mp4";
-    struct Row {
-        std::string m_Input;
-        std::string m_Output;
-        int m_ExitCode;
-        const char* m_Words;
-    };
-    const Row rows[] = {
-        {missing, (directory / "a.mkv").string(), 2, "No such file"},
-        {text, (directory / "a.mkv").string(), 2, "cannot read"},
-        {clip, (directory / "a.avi").string(), 3, ".mkv"},
-        {clip, (directory / "a.webm").string(), 2, "not accepted"},
-        {clip, (directory / "no/such/folder/a.mkv").string(), 2, "cannot write"},
-    };
-    for (const Row& row : rows) {
-        const CommandResult outcome =
-            RunCommandWithErrors(Quoted(QF_QFMUX) + " " + Quoted(row.m_Input) + " " + Quoted(row.m_Output));
-        EXPECT_EQ(outcome.m_ExitCode, row.m_ExitCode) << outcome.m_Output;
-        EXPECT_NE(outcome.m_Output.find(row.m_Words), std::string::npos) << outcome.m_Output;
-        EXPECT_EQ(outcome.m_Output.find('\n'), outcome.m_Output.size() - 1) << outcome.m_Output;
-        EXPECT_FALSE(std::filesystem::exists(row.m_Output));
-    }
-}
 
 } // namespace

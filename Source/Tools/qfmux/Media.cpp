@@ -115,8 +115,10 @@ bool PictureOrder::Pop(Frame& frame) {
 
 // ---- one stream
 
-TrackReader::TrackReader(const std::string& path, int streamIndex, const std::string& filters) : m_File(path) {
-    AVFormatContext* const context = m_File.Context();
+TrackReader::TrackReader(std::shared_ptr<MediaFile> file, int streamIndex, const std::string& filters)
+    : m_File(std::move(file)) {
+    AVFormatContext* const context = m_File->Context();
+    const std::string& path = m_File->Path();
     if (streamIndex >= static_cast<int>(context->nb_streams)) Fail(path, "the file has changed");
     m_pStream = context->streams[streamIndex];
     for (unsigned i = 0; i < context->nb_streams; ++i) {
@@ -134,7 +136,7 @@ TrackReader::TrackReader(const std::string& path, int streamIndex, const std::st
     m_SetupData.assign(out.extradata, out.extradata + out.extradata_size);
 
     m_FrameDuration =
-        out.codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<std::int64_t>(1e7 / m_File.FrameRate(m_pStream)) : 1;
+        out.codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<std::int64_t>(1e7 / m_File->FrameRate(m_pStream)) : 1;
 }
 
 bool TrackReader::NextPacket(AVPacket& packet) {
@@ -142,15 +144,15 @@ bool TrackReader::NextPacket(AVPacket& packet) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), &packet);
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
-        if (filtered != AVERROR(EAGAIN)) Fail(m_File.Path(), AvReason(filtered));
+        if (filtered != AVERROR(EAGAIN)) Fail(m_File->Path(), AvReason(filtered));
 
-        const int read = av_read_frame(m_File.Context(), &packet);
-        if (read < 0 && read != AVERROR_EOF) Fail(m_File.Path(), AvReason(read));
+        const int read = av_read_frame(m_File->Context(), &packet);
+        if (read < 0 && read != AVERROR_EOF) Fail(m_File->Path(), AvReason(read));
         if (read == 0 && packet.stream_index != m_pStream->index) {
             av_packet_unref(&packet);
             continue;
         }
-        Check(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), m_File.Path());
+        Check(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), m_File->Path());
     }
 }
 
@@ -193,7 +195,7 @@ bool TrackReader::Next(Frame& frame) {
             if (PictureOrder::Knows(parameters.codec_id)) {
                 m_Order = std::make_unique<PictureOrder>(parameters);
             } else if (parameters.video_delay > 0) {
-                Fail(m_File.Path(), "its pictures are reordered and have no time stamps");
+                Fail(m_File->Path(), "its pictures are reordered and have no time stamps");
             }
         }
         if (m_Order == nullptr) {

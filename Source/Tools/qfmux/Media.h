@@ -99,8 +99,8 @@ private:
 // can be read side by side without holding one of them in memory.
 class TrackReader {
 public:
-    // filters: bitstream filters in libavcodec's notation, or empty.
-    TrackReader(const std::string& path, int streamIndex, const std::string& filters);
+    // file: for this reader alone. filters: bitstream filters in libavcodec's notation, or empty.
+    TrackReader(std::shared_ptr<MediaFile> file, int streamIndex, const std::string& filters);
 
     // What comes out of the filters.
     const AVCodecParameters& Parameters() const { return *m_Filter->par_out; }
@@ -119,7 +119,7 @@ private:
     // hasPresentation: whether the file tells when it is presented.
     bool NextInDecodingOrder(Frame& frame, bool& hasPresentation);
 
-    MediaFile m_File;
+    std::shared_ptr<MediaFile> m_File;
     AVStream* m_pStream;
     AvPtr<AVBSFContext> m_Filter;
     std::vector<std::uint8_t> m_SetupData;

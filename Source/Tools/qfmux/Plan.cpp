@@ -46,8 +46,10 @@ const FileFormatInfo& ChooseFormat(const Options& options, const FileFormatInfo*
                                     ", or --format say what to write");
 }
 
+using Inputs = std::vector<std::shared_ptr<MediaFile>>;
+
 struct Candidate {
-    const MediaFile* m_pFile;
+    std::shared_ptr<MediaFile> m_pFile;
     AVStream* m_pStream;
 };
 
@@ -55,11 +57,10 @@ const char* KindName(AVMediaType type) { return type == AVMEDIA_TYPE_VIDEO ? "vi
 
 // The stream asked for, counted over all inputs, or the best of the input that is for this kind: of two inputs the
 // first is for video and the second for audio, if it has any.
-std::optional<Candidate> ChooseStream(const std::vector<MediaFile>& inputs, AVMediaType type,
-                                      const std::optional<int>& index) {
+std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, const std::optional<int>& index) {
     std::vector<Candidate> all;
-    for (const MediaFile& input : inputs) {
-        for (AVStream* const stream : input.Streams(type)) all.push_back({&input, stream});
+    for (const auto& input : inputs) {
+        for (AVStream* const stream : input->Streams(type)) all.push_back({input, stream});
     }
     if (index) {
         if (*index >= static_cast<int>(all.size())) {
@@ -69,12 +70,12 @@ std::optional<Candidate> ChooseStream(const std::vector<MediaFile>& inputs, AVMe
         return all[static_cast<std::size_t>(*index)];
     }
     if (all.empty()) return std::nullopt;
-    const MediaFile* const file = type == AVMEDIA_TYPE_AUDIO ? all.back().m_pFile : all.front().m_pFile;
+    const MediaFile* const file = (type == AVMEDIA_TYPE_AUDIO ? all.back() : all.front()).m_pFile.get();
     const int best = av_find_best_stream(file->Context(), type, -1, -1, nullptr, 0);
     for (const Candidate& candidate : all) {
-        if (candidate.m_pFile == file && candidate.m_pStream->index == best) return candidate;
+        if (candidate.m_pFile.get() == file && candidate.m_pStream->index == best) return candidate;
     }
-    return *std::find_if(all.begin(), all.end(), [file](const Candidate& one) { return one.m_pFile == file; });
+    return *std::find_if(all.begin(), all.end(), [file](const Candidate& one) { return one.m_pFile.get() == file; });
 }
 
 // Whether the format takes the codec. What its list does not name is taken by the Matroska formats if it has an
@@ -118,8 +119,7 @@ std::optional<Aspect> SourceAspect(const PlannedTrack& track) {
 
 } // namespace
 
-Plan MakePlan(const Options& options, const FileFormatInfo* formats, const std::vector<MediaFile>& inputs,
-              Report& report) {
+Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Inputs& inputs, Report& report) {
     Plan plan;
     plan.m_pFormat = &ChooseFormat(options, formats);
     const std::string format = FourCCText(plan.m_pFormat->fourCC);
@@ -138,9 +138,9 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const std::
     plan.m_Video = take(AVMEDIA_TYPE_VIDEO, options.m_VideoIndex, options.m_NoVideo, plan.m_pFormat->videoEncoders);
     plan.m_Audio = take(AVMEDIA_TYPE_AUDIO, options.m_AudioIndex, options.m_NoAudio, plan.m_pFormat->audioEncoders);
 
-    for (const MediaFile& input : inputs) {
-        for (unsigned i = 0; i < input.Context()->nb_streams; ++i) {
-            AVStream* const stream = input.Context()->streams[i];
+    for (const auto& input : inputs) {
+        for (unsigned i = 0; i < input->Context()->nb_streams; ++i) {
+            AVStream* const stream = input->Context()->streams[i];
             const AVMediaType type = stream->codecpar->codec_type;
             const bool isVideo = type == AVMEDIA_TYPE_VIDEO;
             const std::optional<PlannedTrack>& chosen = isVideo ? plan.m_Video : plan.m_Audio;
@@ -155,7 +155,7 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const std::
             } else if (isVideo && plan.m_pFormat->videoEncoders == nullptr) {
                 reason = "'" + format + "' holds no video";
             }
-            plan.m_Dropped.push_back(StreamName(input, *stream) + " is left out: " + reason);
+            plan.m_Dropped.push_back(StreamName(*input, *stream) + " is left out: " + reason);
         }
     }
     if (!plan.m_Video && !plan.m_Audio) throw ToolError(kExitError, "there is nothing to write to '" + format + "'");

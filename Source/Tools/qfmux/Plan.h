@@ -1,6 +1,7 @@
 // What a run will do: which format, which streams, under which codes, and what is left out.
 #pragma once
 
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -13,7 +14,7 @@
 #include "Report.h"
 
 struct PlannedTrack {
-    const MediaFile* m_pFile;
+    std::shared_ptr<MediaFile> m_pFile;
     AVStream* m_pStream;
     CodecChoice m_Choice;
 };
@@ -28,9 +29,9 @@ struct Plan {
     bool IsWebm() const { return m_pFormat->fourCC == MakeFourCC("WEBM"); }
 };
 
-// The inputs and formats must outlive the plan. Throws ToolError for what the format does not take.
-Plan MakePlan(const Options& options, const FileFormatInfo* formats, const std::vector<MediaFile>& inputs,
-              Report& report);
+// The formats must outlive the plan. Throws ToolError for what the format does not take.
+Plan MakePlan(const Options& options, const FileFormatInfo* formats,
+              const std::vector<std::shared_ptr<MediaFile>>& inputs, Report& report);
 
 // For --dry-run.
 nlohmann::json PlanAsJson(const Plan& plan, const Options& options);

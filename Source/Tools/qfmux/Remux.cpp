@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -27,26 +29,33 @@ namespace fs = std::filesystem;
 
 volatile std::sig_atomic_t g_Signal = 0;
 
-// SIGINT and SIGTERM end a run in good order while an object of this class lives.
+// While an object of this class lives, SIGINT, SIGTERM and SIGHUP end a run in good order; the second one at once.
+// A file that grows too large and a reader of stdout that goes away show as errors of the write, and not as signals.
 class SignalGuard {
 public:
     SignalGuard() {
-        struct sigaction action {};
-        action.sa_handler = [](int signal) { g_Signal = signal; };
-        action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND); // the second one ends the run at once
-        sigaction(SIGINT, &action, &m_OldInterrupt);
-        sigaction(SIGTERM, &action, &m_OldTerminate);
+        Set(SIGINT, [](int signal) { g_Signal = signal; });
+        Set(SIGTERM, [](int signal) { g_Signal = signal; });
+        Set(SIGHUP, [](int signal) { g_Signal = signal; });
+        Set(SIGXFSZ, SIG_IGN);
+        Set(SIGPIPE, SIG_IGN);
     }
     ~SignalGuard() {
-        sigaction(SIGINT, &m_OldInterrupt, nullptr);
-        sigaction(SIGTERM, &m_OldTerminate, nullptr);
+        for (const auto& [signal, action] : m_Old) sigaction(signal, &action, nullptr);
     }
     SignalGuard(const SignalGuard&) = delete;
     SignalGuard& operator=(const SignalGuard&) = delete;
 
 private:
-    struct sigaction m_OldInterrupt {};
-    struct sigaction m_OldTerminate {};
+    void Set(int signal, void (*handler)(int)) {
+        struct sigaction action {};
+        action.sa_handler = handler;
+        action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+        if (handler == SIG_IGN) action.sa_flags = 0;
+        sigaction(signal, &action, &m_Old[signal]);
+    }
+
+    std::map<int, struct sigaction> m_Old;
 };
 
 std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 10000; }
@@ -54,9 +63,10 @@ std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 
 // One stream on its way into the file.
 class Track {
 public:
-    Track(const PlannedTrack& plan, bool isVideo, bool isWebm)
+    // file: the planned track's, open for this one alone.
+    Track(const PlannedTrack& plan, std::shared_ptr<MediaFile> file, bool isVideo, bool isWebm)
         : m_Plan(plan), m_IsVideo(isVideo), m_IsWebm(isWebm),
-          m_Reader(plan.m_pFile->Path(), plan.m_pStream->index, plan.m_Choice.m_Filters) {
+          m_Reader(std::move(file), plan.m_pStream->index, plan.m_Choice.m_Filters) {
         Advance();
     }
 
@@ -270,9 +280,8 @@ void PrintResult(const Options& options, const Plan& plan, std::optional<Track>&
 } // namespace
 
 int Remux(const Options& options, const Plugin& plugin, Report& report) {
-    std::vector<MediaFile> inputs;
-    inputs.reserve(options.m_Inputs.size());
-    for (const std::string& path : options.m_Inputs) inputs.emplace_back(path);
+    std::vector<std::shared_ptr<MediaFile>> inputs;
+    for (const std::string& path : options.m_Inputs) inputs.push_back(std::make_shared<MediaFile>(path));
     const Plan plan = MakePlan(options, plugin.GetFileFormats(), inputs, report);
     if (options.m_DryRun) {
         std::fputs((options.m_Json ? PlanAsJson(plan, options).dump(2) + "\n" : PlanAsText(plan, options)).c_str(),
@@ -288,8 +297,12 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
     const SignalGuard signals;
     std::optional<Track> video;
     std::optional<Track> audio;
-    if (plan.m_Video) video.emplace(*plan.m_Video, true, plan.IsWebm());
-    if (plan.m_Audio) audio.emplace(*plan.m_Audio, false, plan.IsWebm());
+    if (plan.m_Video) video.emplace(*plan.m_Video, plan.m_Video->m_pFile, true, plan.IsWebm());
+    if (plan.m_Audio) {
+        std::shared_ptr<MediaFile> file = plan.m_Audio->m_pFile;
+        if (plan.m_Video && plan.m_Video->m_pFile == file) file = std::make_shared<MediaFile>(file->Path());
+        audio.emplace(*plan.m_Audio, std::move(file), false, plan.IsWebm());
+    }
     if (video && !video->HasFrame()) {
         report.Warn("the video stream has no frames and is left out");
         video.reset();

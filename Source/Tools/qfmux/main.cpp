@@ -1,8 +1,10 @@
 // qfmux: puts the streams of media files into a Matroska or WebM file, by way of the plug-in, as a host would.
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 #include <optional>
+#include <random>
 #include <string>
 
 #include "Options.h"
@@ -34,6 +36,7 @@ int Run(int argc, char** argv) {
         std::fputs((options->m_Json ? FormatsAsJson(formats).dump(2) + "\n" : FormatsAsText(formats)).c_str(), stdout);
         return kExitDone;
     }
+    std::srand(std::random_device()()); // track identifiers are the plug-in's rand()
     Report report(options->m_Quiet, options->m_Verbose);
     return Remux(*options, plugin, report);
 }

@@ -1,0 +1,469 @@
+// qfmux from the outside: what it does with every codec, every option, and everything that can go wrong.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "Command.h"
+#include "TempDirectory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+std::string ClipPath(const std::string& name) { return QF_CLIPS "/" + name; }
+
+// The words of a run, errors and results together, or results alone.
+CommandResult Qfmux(const std::string& arguments) { return RunCommand(Quoted(QF_QFMUX) + " " + arguments + " 2>&1"); }
+CommandResult QfmuxResult(const std::string& arguments) {
+    return RunCommand(Quoted(QF_QFMUX) + " " + arguments + " 2>/dev/null");
+}
+
+std::string Ffmpeg(const std::string& input, const std::string& options) {
+    return RunCommand("ffmpeg -nostdin -v error -i " + Quoted(input) + " " + options + " 2>&1").m_Output;
+}
+
+std::string Decoded(const std::string& file, const std::string& kind) {
+    return Ffmpeg(file, "-map 0:" + kind + " -f streamhash -");
+}
+
+std::string Payload(const std::string& file, const std::string& kind) {
+    return Ffmpeg(file, "-map 0:" + kind + " -c copy -f streamhash -");
+}
+
+int Lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
+
+class QfmuxTest : public testing::Test {
+protected:
+    std::string Path(const std::string& name) const { return (m_Directory / name).string(); }
+    // No unfinished file lies about.
+    void ExpectNothingLeft() const {
+        for (const auto& entry : fs::directory_iterator(m_Directory / "")) {
+            EXPECT_NE(entry.path().filename().string().substr(0, 7), ".qfmux-");
+        }
+    }
+
+    TempDirectory m_Directory;
+};
+
+// ---- codecs
+
+struct Clip {
+    const char* m_Source;
+    const char* m_Extension;
+    const char* m_Options;
+    const char* m_VideoID; // the CodecID expected, null for no such track
+    const char* m_AudioID;
+    int m_ExitCode;
+};
+
+// An MP4's edit list, an MP3's or a Vorbis stream's own count of samples cut sound at the ends, which the header of the
+// file has no word for: there the octets of the sound are compared, else what is decoded from them.
+enum class Sound { None, Decoded, Octets };
+
+class EveryCodec : public QfmuxTest, public testing::WithParamInterface<std::pair<Clip, Sound>> {};
+
+TEST_P(EveryCodec, ComesBackAsItWentIn) {
+    const auto& [clip, sound] = GetParam();
+    const std::string source = ClipPath(clip.m_Source);
+    const std::string output = Path(std::string("out.") + clip.m_Extension);
+    const CommandResult result =
+        QfmuxResult("--json " + std::string(clip.m_Options) + " " + Quoted(source) + " " + Quoted(output));
+    ASSERT_EQ(result.m_ExitCode, clip.m_ExitCode) << Qfmux(Quoted(source) + " " + Quoted(Path("x.mkv"))).m_Output;
+    const json report = json::parse(result.m_Output);
+    EXPECT_EQ(report["verified"], "full");
+    std::size_t tracks = 0;
+    for (const char* expected : {clip.m_VideoID, clip.m_AudioID}) {
+        if (expected == nullptr) continue;
+        ASSERT_LT(tracks, report["tracks"].size());
+        EXPECT_EQ(report["tracks"][tracks++]["codecID"], expected);
+    }
+    EXPECT_EQ(report["tracks"].size(), tracks);
+
+    if (clip.m_VideoID != nullptr) {
+        const std::string decoded = Decoded(output, "v");
+        EXPECT_EQ(decoded, Decoded(source, "v"));
+        EXPECT_NE(decoded.find("SHA256="), std::string::npos);
+    }
+    if (sound == Sound::Decoded) {
+        EXPECT_EQ(Decoded(output, "a"), Decoded(source, "a"));
+    } else if (sound == Sound::Octets) {
+        EXPECT_EQ(Payload(output, "a"), Payload(source, "a"));
+    }
+}
+
+constexpr const char* kAvc = "V_MPEG4/ISO/AVC";
+constexpr const char* kAsp = "V_MPEG4/ISO/ASP";
+constexpr const char* kPcm = "A_PCM/INT/LIT";
+constexpr const char* kVfw = "V_MS/VFW/FOURCC";
+
+INSTANTIATE_TEST_SUITE_P(
+    Clips, EveryCodec,
+    testing::Values(std::pair{Clip{"h264-aac.mp4", "mkv", "", kAvc, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"h264-aac.mov", "mkv", "", kAvc, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"h264-aac.ts", "mkv", "", kAvc, "A_AAC", 0}, Sound::Decoded},
+                    std::pair{Clip{"h264-mp3.avi", "mkv", "", kAvc, "A_MPEG/L3", 0}, Sound::Octets},
+                    std::pair{Clip{"h264-ac3.mkv", "mkv", "", kAvc, "A_AC3", 0}, Sound::Decoded},
+                    std::pair{Clip{"h264-dts.mkv", "mkv", "", kAvc, "A_DTS", 0}, Sound::Decoded},
+                    std::pair{Clip{"h264-pcm.mov", "mkv", "", kAvc, kPcm, 0}, Sound::Decoded},
+                    std::pair{Clip{"h264-slices.mp4", "mkv", "", kAvc, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"h264-intra.mp4", "mkv", "", kAvc, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"raw.h264", "mkv", "", kAvc, nullptr, 1}, Sound::None},
+                    std::pair{Clip{"h264-aac.mp4", "mkv", "--h264 N264", kAvc, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"h264-aac.ts", "mkv", "--h264 A264", kAvc, "A_AAC", 0}, Sound::Decoded},
+                    std::pair{Clip{"h264-aac.mp4", "mkv", "--h264 I264", kAvc, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"h264-aac.mp4", "mkv", "--h264 havc", kVfw, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"h264-slices.mp4", "mkv", "--h264 havc", kVfw, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"mpeg1-mp2.mpg", "mkv", "", "V_MPEG1", "A_MPEG/L2", 0}, Sound::Decoded},
+                    std::pair{Clip{"mpeg2-mp2.ts", "mkv", "", "V_MPEG2", "A_MPEG/L2", 0}, Sound::Decoded},
+                    std::pair{Clip{"mpeg2-ac3.mpg", "mkv", "", "V_MPEG2", "A_AC3", 0}, Sound::Decoded},
+                    std::pair{Clip{"raw.m2v", "mkv", "", "V_MPEG2", nullptr, 0}, Sound::None},
+                    std::pair{Clip{"mpeg4-aac.mp4", "mkv", "", kAsp, "A_AAC", 0}, Sound::Octets},
+                    std::pair{Clip{"mpeg4-mp3.avi", "mkv", "", kAsp, "A_MPEG/L3", 0}, Sound::Octets},
+                    std::pair{Clip{"xvid-mp3.avi", "mkv", "", kAsp, "A_MPEG/L3", 0}, Sound::Octets},
+                    std::pair{Clip{"mjpeg-pcm.avi", "mkv", "--force-codec", kVfw, kPcm, 1}, Sound::Decoded},
+                    std::pair{Clip{"vp8-vorbis.webm", "webm", "", "V_VP8", "A_VORBIS", 0}, Sound::Decoded},
+                    std::pair{Clip{"vp8-vorbis.webm", "mkv", "", "V_VP8", "A_VORBIS", 0}, Sound::Decoded},
+                    std::pair{Clip{"vp8.ivf", "webm", "", "V_VP8", nullptr, 0}, Sound::None},
+                    std::pair{Clip{"raw.aac", "mka", "", nullptr, "A_AAC", 0}, Sound::Decoded},
+                    std::pair{Clip{"raw.mp3", "mka", "", nullptr, "A_MPEG/L3", 0}, Sound::Octets},
+                    std::pair{Clip{"raw.mp2", "mka", "", nullptr, "A_MPEG/L2", 0}, Sound::Decoded},
+                    std::pair{Clip{"raw.ac3", "mka", "", nullptr, "A_AC3", 0}, Sound::Decoded},
+                    std::pair{Clip{"raw.dts", "mka", "", nullptr, "A_DTS", 0}, Sound::Decoded},
+                    std::pair{Clip{"pcm16.wav", "mka", "", nullptr, kPcm, 0}, Sound::Decoded},
+                    std::pair{Clip{"pcm24.wav", "mka", "", nullptr, kPcm, 0}, Sound::Decoded},
+                    std::pair{Clip{"vorbis.ogg", "webm", "", nullptr, "A_VORBIS", 0}, Sound::Octets},
+                    std::pair{Clip{"flac.flac", "mka", "--force-codec", nullptr, "A_MS/VFW/FOURCC", 1}, Sound::None}),
+    [](const auto& row) {
+        std::string name = std::to_string(row.index) + "_" + row.param.first.m_Source + "_" +
+                           row.param.first.m_Extension + "_" + row.param.first.m_Options;
+        std::replace_if(
+            name.begin(), name.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; }, '_');
+        return name;
+    });
+
+TEST_F(QfmuxTest, WarnsWhenPicturesOfSeveralSlicesFallApart) {
+    for (const char* code : {"N264", "A264", "I264"}) {
+        const CommandResult result = Qfmux("--overwrite --h264 " + std::string(code) + " " +
+                                           Quoted(ClipPath("h264-slices.mp4")) + " " + Quoted(Path("out.mkv")));
+        EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
+        EXPECT_NE(result.m_Output.find("several slices"), std::string::npos);
+    }
+}
+
+// ---- what a format takes
+
+TEST_F(QfmuxTest, RefusesInOneLineThatNamesTheList) {
+    struct Row {
+        const char* m_Source;
+        const char* m_Output;
+        const char* m_List;
+    };
+    for (const Row& row :
+         {Row{"h264-aac.mp4", "a.webm", "'VP8 '"}, Row{"vp9-opus.webm", "a.webm", "'VP8 '"},
+          Row{"raw.aac", "a.webm", "'VBIS'"}, Row{"mjpeg-pcm.avi", "a.mkv", "'I264', 'A264', 'H264', 'Xvid'"},
+          Row{"flac.flac", "a.mka", "'AAC ', 'AC3 ', 'MP3 '"}}) {
+        const CommandResult result =
+            Qfmux("--quiet " + Quoted(ClipPath(row.m_Source)) + " " + Quoted(Path(row.m_Output)));
+        EXPECT_EQ(result.m_ExitCode, 2) << row.m_Source;
+        EXPECT_EQ(Lines(result.m_Output), 1) << result.m_Output;
+        EXPECT_NE(result.m_Output.find(row.m_List), std::string::npos) << result.m_Output;
+        EXPECT_FALSE(fs::exists(Path(row.m_Output)));
+    }
+    ExpectNothingLeft();
+}
+
+TEST_F(QfmuxTest, NotesACodecThatTheListDoesNotName) {
+    const CommandResult result = Qfmux(Quoted(ClipPath("raw.dts")) + " " + Quoted(Path("a.mka")));
+    EXPECT_EQ(result.m_ExitCode, 0);
+    EXPECT_EQ(Lines(result.m_Output), 1) << result.m_Output;
+    EXPECT_NE(result.m_Output.find("'DTS '"), std::string::npos) << result.m_Output;
+}
+
+// ---- options
+
+TEST_F(QfmuxTest, FormatIsTakenFromTheExtensionOrTheOption) {
+    const std::string source = Quoted(ClipPath("h264-ac3.mkv"));
+    const auto formatOf = [&](const std::string& arguments) {
+        return json::parse(QfmuxResult("--dry-run --json " + arguments).m_Output)["format"].get<std::string>();
+    };
+    EXPECT_EQ(formatOf(source + " a.mkv"), "MKV ");
+    EXPECT_EQ(formatOf(source + " a.MKA"), "MKA ");
+    EXPECT_EQ(formatOf(Quoted(ClipPath("vp8.ivf")) + " a.webm"), "WEBM");
+    EXPECT_EQ(formatOf("--format HMKV " + source + " a.mkv"), "HMKV");
+    EXPECT_EQ(formatOf("--format MKA " + source + " a.anything"), "MKA ");
+    EXPECT_FALSE(fs::exists("a.mkv"));
+}
+
+TEST_F(QfmuxTest, StreamsAreChosen) {
+    const std::string both = Quoted(ClipPath("h264-aac.mp4"));
+    const auto kinds = [&](const std::string& arguments) {
+        std::string text;
+        const json plan = json::parse(QfmuxResult("--dry-run --json " + arguments + " a.mkv").m_Output);
+        for (const json& track : plan["tracks"]) {
+            text += track["kind"].get<std::string>() + " " +
+                    fs::path(track["input"].get<std::string>()).filename().string() + "#" + track["stream"].dump() +
+                    ";";
+        }
+        return text;
+    };
+    EXPECT_EQ(kinds(both), "video h264-aac.mp4#0;audio h264-aac.mp4#1;");
+    EXPECT_EQ(kinds("--no-audio " + both), "video h264-aac.mp4#0;");
+    EXPECT_EQ(kinds("--no-video " + both), "audio h264-aac.mp4#1;");
+    EXPECT_EQ(kinds(Quoted(ClipPath("raw.h264")) + " " + Quoted(ClipPath("raw.aac"))),
+              "video raw.h264#0;audio raw.aac#0;");
+    const std::string two = both + " " + Quoted(ClipPath("h264-ac3.mkv"));
+    EXPECT_EQ(kinds(two), "video h264-aac.mp4#0;audio h264-ac3.mkv#1;");
+    EXPECT_EQ(kinds("--tracks v:1,a:0 " + two), "video h264-ac3.mkv#0;audio h264-aac.mp4#1;");
+    EXPECT_EQ(Qfmux("--tracks v:2 " + two + " a.mkv").m_ExitCode, 3);
+}
+
+TEST_F(QfmuxTest, AspectReachesTheHeader) {
+    const auto aspect = [&](const std::string& arguments) {
+        EXPECT_EQ(Qfmux("--overwrite " + arguments + " " + Quoted(Path("a.mkv"))).m_ExitCode, 0);
+        return RunCommand("ffprobe -v error -select_streams v -show_entries stream=display_aspect_ratio -of csv=p=0 " +
+                          Quoted(Path("a.mkv")))
+            .m_Output;
+    };
+    EXPECT_EQ(aspect("--aspect 21:9 " + Quoted(ClipPath("h264-aac.mp4"))), "7:3\n");
+    EXPECT_EQ(aspect(Quoted(ClipPath("h264-wide.mp4"))), "4:3\n") << "the source's, whose pixels are not square";
+    const CommandResult webm = Qfmux("--aspect 4:3 " + Quoted(ClipPath("vp8.ivf")) + " " + Quoted(Path("a.webm")));
+    EXPECT_EQ(webm.m_ExitCode, 1) << "WebM has no place for it here";
+}
+
+TEST_F(QfmuxTest, DurationEndsTheFile) {
+    const CommandResult result =
+        QfmuxResult("--json --duration 1 " + Quoted(ClipPath("h264-intra.mp4")) + " " + Quoted(Path("a.mkv")));
+    EXPECT_EQ(result.m_ExitCode, 0);
+    EXPECT_NEAR(json::parse(result.m_Output)["tracks"][0]["frames"].get<int>(), 25, 1);
+}
+
+TEST_F(QfmuxTest, ProgressIsOneObjectALine) {
+    const CommandResult result =
+        QfmuxResult("--progress json " + Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(Path("a.mkv")));
+    EXPECT_EQ(result.m_ExitCode, 0);
+    std::istringstream lines(result.m_Output);
+    json last;
+    for (std::string line; std::getline(lines, line);) last = json::parse(line);
+    EXPECT_EQ(last["done"], true);
+    EXPECT_EQ(last["percent"], 100.0);
+    EXPECT_EQ(
+        Qfmux("--overwrite --progress none " + Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(Path("a.mkv"))).m_Output,
+        "");
+    const CommandResult bar =
+        Qfmux("--overwrite --progress bar " + Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(Path("a.mkv")));
+    EXPECT_NE(bar.m_Output.find('%'), std::string::npos);
+    EXPECT_EQ(Qfmux("--overwrite " + Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(Path("a.mkv"))).m_Output, "")
+        << "no bar where there is no terminal";
+}
+
+TEST_F(QfmuxTest, VerboseQuietSyncAndVerifyModes) {
+    const std::string files = Quoted(ClipPath("raw.h264")) + " " + Quoted(Path("a.mkv"));
+    EXPECT_NE(Qfmux("-v " + files).m_Output.find("octets"), std::string::npos);
+    const CommandResult quiet = Qfmux("--quiet --overwrite " + files);
+    EXPECT_EQ(quiet.m_Output, "");
+    EXPECT_EQ(quiet.m_ExitCode, 1) << "a warning that is not said is a warning all the same";
+    EXPECT_EQ(Qfmux("--sync --overwrite " + files).m_ExitCode, 1);
+    for (const char* mode : {"full", "fast", "none"}) {
+        const CommandResult result = QfmuxResult("--json --overwrite --verify " + std::string(mode) + " " + files);
+        EXPECT_EQ(result.m_ExitCode, 1);
+        EXPECT_EQ(json::parse(result.m_Output)["verified"], mode);
+    }
+}
+
+TEST_F(QfmuxTest, FormatsHelpAndVersion) {
+    const CommandResult text = QfmuxResult("formats");
+    EXPECT_EQ(text.m_ExitCode, 0);
+    EXPECT_EQ(Lines(text.m_Output), 4);
+    const json formats = json::parse(QfmuxResult("formats --json").m_Output);
+    ASSERT_EQ(formats.size(), 4U);
+    EXPECT_EQ(formats[0]["format"], "MKV ");
+    EXPECT_EQ(formats[0]["video"], (json{"I264", "A264", "H264", "Xvid"}));
+    EXPECT_EQ(formats[3]["audio"], json::array({"VBIS"}));
+
+    const CommandResult help = QfmuxResult("--help");
+    EXPECT_EQ(help.m_ExitCode, 0);
+    int examples = 0;
+    for (std::size_t at = help.m_Output.find("\n  qfmux "); at != std::string::npos;
+         at = help.m_Output.find("\n  qfmux ", at + 1)) {
+        ++examples;
+    }
+    EXPECT_EQ(examples, 5);
+    const CommandResult version = QfmuxResult("--version");
+    EXPECT_EQ(version.m_ExitCode, 0);
+    EXPECT_NE(version.m_Output.find("5,0,0,14"), std::string::npos);
+}
+
+// ---- wrong command lines and files
+
+TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {
+    const std::string clip = Quoted(ClipPath("h264-aac.mp4"));
+    const std::string out = " " + Quoted(Path("a.mkv"));
+    std::ofstream(Path("text.mp4")) << "this is no clip";
+    std::ofstream(Path("empty.mp4"));
+    std::ofstream(Path("there.mkv")) << "old";
+    fs::create_directory(Path("folder.mkv"));
+    ASSERT_EQ(mkfifo(Path("pipe.mkv").c_str(), 0600), 0);
+    fs::copy_file(ClipPath("h264-ac3.mkv"), Path("in.mkv"));
+    struct Row {
+        std::string m_Arguments;
+        int m_ExitCode;
+        const char* m_Words;
+    };
+    const Row rows[] = {
+        {"", 3, "are needed"},
+        {clip, 3, "are needed"},
+        {clip + " " + clip + " " + clip + out, 3, "are needed"},
+        {"--no-such-option " + clip + out, 3, "--no-such-option"},
+        {"--format AVI " + clip + out, 3, "--format"},
+        {"--aspect 16x9 " + clip + out, 3, "--aspect"},
+        {"--aspect 0:9 " + clip + out, 3, "--aspect"},
+        {"--tracks x:0 " + clip + out, 3, "--tracks"},
+        {"--duration -1 " + clip + out, 3, "--duration"},
+        {"--progress loud " + clip + out, 3, "--progress"},
+        {"--verify maybe " + clip + out, 3, "--verify"},
+        {"--h264 X264 " + clip + out, 3, "--h264"},
+        {"--no-video --no-audio " + clip + out, 3, "nothing"},
+        {clip + " a.avi", 3, ".mkv"},
+        {Quoted(Path("in.mkv")) + " --overwrite " + Quoted(Path("in.mkv")), 3, "is an input"},
+        {Quoted(Path("missing.mp4")) + out, 2, "No such file"},
+        {Quoted(Path("text.mp4")) + out, 2, "cannot read"},
+        {Quoted(Path("empty.mp4")) + out, 2, "cannot read"},
+        {Quoted(Path("folder.mkv")) + out, 2, "cannot read"},
+        {"--no-video " + Quoted(ClipPath("raw.h264")) + out, 2, "nothing to write"},
+        {"--plugin /no/such/plugin.so " + clip + out, 2, "plugin.so"},
+        {"--plugin " + Quoted(Path("text.mp4")) + " " + clip + out, 2, "text.mp4"},
+        {clip + " " + Quoted(Path("there.mkv")), 4, "--overwrite"},
+        {clip + " " + Quoted(Path("folder.mkv")), 4, "no regular file"},
+        {"--overwrite " + clip + " " + Quoted(Path("pipe.mkv")), 4, "no regular file"},
+        {"--overwrite --format MKV " + clip + " /dev/stdout | cat; exit ${PIPESTATUS[0]}", 4, "no regular file"},
+        {clip + " " + Quoted(Path("no/such/folder/a.mkv")), 4, "No such file"},
+        {clip + " " + Quoted(Path(std::string(300, 'x') + ".mkv")), 4, "too long"},
+    };
+    for (const Row& row : rows) {
+        const CommandResult result =
+            RunCommand("bash -c " + Quoted("{ " + Quoted(QF_QFMUX) + " " + row.m_Arguments + "; } 2>&1"));
+        EXPECT_EQ(result.m_ExitCode, row.m_ExitCode) << row.m_Arguments << "\n" << result.m_Output;
+        EXPECT_NE(result.m_Output.find(row.m_Words), std::string::npos) << result.m_Output;
+        EXPECT_EQ(Lines(result.m_Output), 1) << result.m_Output;
+        EXPECT_FALSE(fs::exists(Path("a.mkv"))) << row.m_Arguments;
+    }
+    EXPECT_EQ(ReadFile(Path("there.mkv")).size(), 3U) << "the old file stays";
+    ExpectNothingLeft();
+}
+
+TEST_F(QfmuxTest, NamesMayHoldAnything) {
+    fs::copy_file(ClipPath("raw.aac"), Path("-in put:é.aac"));
+    for (const std::string& name :
+         {std::string("with blanks .mka"), std::string("ünï 漢字 🎬.mka"), std::string("a'b\"c\\d$e.mka"),
+          std::string("new\nline.mka"), std::string(251, 'n') + ".mka"}) {
+        const CommandResult result = Qfmux(Quoted(Path("-in put:é.aac")) + " " + Quoted(Path(name)));
+        EXPECT_EQ(result.m_ExitCode, 0) << name << ": " << result.m_Output;
+        EXPECT_TRUE(fs::exists(Path(name))) << name;
+    }
+    const CommandResult dash =
+        RunCommand("cd " + Quoted(Path("")) + " && " + Quoted(QF_QFMUX) + " -- '-in put:é.aac' -out.mka 2>&1");
+    EXPECT_EQ(dash.m_ExitCode, 0) << dash.m_Output;
+    EXPECT_TRUE(fs::exists(Path("-out.mka")));
+}
+
+// ---- nothing is ever lost
+
+TEST_F(QfmuxTest, AnOldFileGivesWayOnlyToAWholeOne) {
+    std::ofstream(Path("a.mkv")) << "old";
+    EXPECT_EQ(Qfmux("--overwrite " + Quoted(ClipPath("vp9-opus.webm")) + " " + Quoted(Path("a.mkv"))).m_ExitCode, 2);
+    EXPECT_EQ(ReadFile(Path("a.mkv")).size(), 3U);
+    EXPECT_EQ(Qfmux("--overwrite " + Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(Path("a.mkv"))).m_ExitCode, 0);
+    EXPECT_GT(ReadFile(Path("a.mkv")).size(), 10000U);
+    ExpectNothingLeft();
+}
+
+TEST_F(QfmuxTest, NoticesAFrameThatIsNotAsItWasSent) {
+    const std::string files =
+        "--plugin " + Quoted(QF_SPOILER) + " " + Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(Path("a.mkv"));
+    const CommandResult result = Qfmux(files);
+    EXPECT_EQ(result.m_ExitCode, 5) << result.m_Output;
+    EXPECT_EQ(Lines(result.m_Output), 1) << result.m_Output;
+    EXPECT_FALSE(fs::exists(Path("a.mkv")));
+    EXPECT_EQ(Qfmux("--verify none " + files).m_ExitCode, 0) << "it was not asked to look";
+}
+
+TEST_F(QfmuxTest, AFullDiskIsOneLineAndLeavesNothing) {
+    const std::string folder = Path("small");
+    fs::create_directory(folder);
+    if (mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "mounting takes root";
+    const CommandResult early = Qfmux(Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(folder + "/a.mkv"));
+    const CommandResult late = Qfmux("--quiet " + Quoted(ClipPath("raw.h264")) + " " + Quoted(folder + "/a.mkv"));
+    const bool isEmpty = fs::is_empty(folder);
+    umount(folder.c_str());
+    EXPECT_EQ(early.m_ExitCode, 4) << early.m_Output;
+    EXPECT_NE(early.m_Output.find("has room for"), std::string::npos) << early.m_Output;
+    EXPECT_EQ(Lines(early.m_Output), 1);
+    EXPECT_EQ(late.m_ExitCode, 4) << "an input that does not say how long it is";
+    EXPECT_NE(late.m_Output.find("No space left"), std::string::npos) << late.m_Output;
+    EXPECT_NE(late.m_Output.find("was removed"), std::string::npos) << late.m_Output;
+    EXPECT_EQ(Lines(late.m_Output), 1);
+    EXPECT_TRUE(isEmpty);
+}
+
+TEST_F(QfmuxTest, AFileThatMayGrowNoFurtherIsToldToo) {
+    const CommandResult result =
+        RunCommand("bash -c " + Quoted("ulimit -f 32; " + Quoted(QF_QFMUX) + " --quiet " +
+                                       Quoted(ClipPath("raw.h264")) + " " + Quoted(Path("a.mkv")) + " 2>&1"));
+    EXPECT_EQ(result.m_ExitCode, 4) << result.m_Output;
+    EXPECT_NE(result.m_Output.find("too large"), std::string::npos) << result.m_Output;
+    ExpectNothingLeft();
+}
+
+TEST_F(QfmuxTest, ASignalFinishesTheFileAndKeepsIt) {
+    for (const auto& [signal, exitCode] : {std::pair{"INT", 130}, std::pair{"TERM", 143}}) {
+        // The signal comes with the second word of progress, long before the ten hours are through.
+        const std::string output = Path(std::string("a") + signal + ".mkv");
+        const std::string log = Quoted(Path("log"));
+        const CommandResult result =
+            RunCommand(": > " + log + "; " + Quoted(QF_QFMUX) + " --progress json " + Quoted(ClipPath("tenhours.mp4")) +
+                       " " + Quoted(output) + " > " + log + " 2>/dev/null & until [ $(wc -l < " + log +
+                       ") -ge 2 ]; do sleep 0.02; done; kill -" + signal + " $!; wait $!");
+        EXPECT_EQ(result.m_ExitCode, exitCode) << result.m_Output;
+        ASSERT_TRUE(fs::exists(output));
+        EXPECT_EQ(Ffmpeg(output, "-f null -"), "") << "a whole file, only shorter";
+        EXPECT_LT(fs::file_size(output), fs::file_size(ClipPath("tenhours.mp4")));
+    }
+    ExpectNothingLeft();
+}
+
+TEST_F(QfmuxTest, MemoryDoesNotGrowWithLength) {
+    // From a container whose index libavformat does not hold in memory.
+    for (const char* name : {"hour", "tenhours"}) {
+        ASSERT_EQ(Qfmux("--verify none " + Quoted(ClipPath(name + std::string(".mp4"))) + " " +
+                        Quoted(Path(name + std::string(".mkv"))))
+                      .m_ExitCode,
+                  0);
+    }
+    const auto peak = [&](const std::string& name) {
+        const CommandResult result = RunCommand(
+            "bash -c " +
+            Quoted("exec python3 -c 'import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True); "
+                   "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)' " +
+                   Quoted(QF_QFMUX) + " " + Quoted(Path(name)) + " " + Quoted(Path("out-" + name))));
+        EXPECT_EQ(result.m_ExitCode, 0) << result.m_Output;
+        return std::stol("0" + result.m_Output) * 1024;
+    };
+    const long hour = peak("hour.mkv");
+    const long tenHours = peak("tenhours.mkv");
+    // The plug-in keeps cues and an index of the clusters: 300 octets for a second of media.
+    EXPECT_LT(tenHours - hour, 9 * 3600 * 400L) << hour << " and " << tenHours;
+}
+
+} // namespace
