@@ -305,6 +305,27 @@ TEST_F(QfmuxTest, FormatsHelpAndVersion) {
     EXPECT_NE(version.m_Output.find("5,0,0,14"), std::string::npos);
 }
 
+TEST_F(QfmuxTest, ManPageAndCompletionKnowEveryOption) {
+    const std::string help = QfmuxResult("--help").m_Output;
+    const auto text = [](const char* path) {
+        const auto octets = ReadFile(path);
+        std::string words(octets.begin(), octets.end());
+        words.erase(std::remove(words.begin(), words.end(), '\\'), words.end()); // troff's hyphens
+        return words;
+    };
+    const std::string man = text(QF_SOURCE "/Docs/man/qfmux.1");
+    const std::string completion = text(QF_SOURCE "/Source/Tools/qfmux/qfmux.bash");
+    int options = 0;
+    const std::string list = help.substr(0, help.find("Examples:"));
+    for (std::size_t at = list.find("--"); at != std::string::npos; at = list.find("--", at + 2)) {
+        const std::string option = list.substr(at, list.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at + 2) - at);
+        EXPECT_NE(man.find(option), std::string::npos) << option;
+        EXPECT_NE(completion.find(option), std::string::npos) << option;
+        ++options;
+    }
+    EXPECT_GT(options, 15);
+}
+
 // ---- wrong command lines and files
 
 TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {

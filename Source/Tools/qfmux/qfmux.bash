@@ -1,0 +1,23 @@
+# Completion of qfmux's command line for bash.
+_qfmux() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local options='--format --no-video --no-audio --tracks --aspect --h264 --force-codec --duration --overwrite --verify
+        --sync --dry-run --json --progress --record --plugin --quiet --verbose --version --help'
+    case $previous in
+    --format) mapfile -t COMPREPLY < <(compgen -W 'MKV HMKV MKA WEBM' -- "$current") ;;
+    --h264) mapfile -t COMPREPLY < <(compgen -W 'H264 N264 A264 I264 havc' -- "$current") ;;
+    --verify) mapfile -t COMPREPLY < <(compgen -W 'full fast none' -- "$current") ;;
+    --progress) mapfile -t COMPREPLY < <(compgen -W 'auto bar json none' -- "$current") ;;
+    --tracks | --aspect | --duration) COMPREPLY=() ;;
+    *)
+        if [[ $current == -* ]]; then
+            mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
+        else
+            compopt -o filenames
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            if [ "$COMP_CWORD" = 1 ] && [[ formats == "$current"* ]]; then COMPREPLY+=(formats); fi
+        fi
+        ;;
+    esac
+}
+complete -F _qfmux qfmux
