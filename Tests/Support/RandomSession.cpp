@@ -516,7 +516,7 @@ private:
 
     std::size_t FrameSize(bool ordinary) {
         if (m_Dice.Percent(90)) return m_Dice.Count(8, 200);
-        if (m_Dice.OneIn(2500)) return m_Dice.Count(2097100, 2097170);
+        if (m_Dice.OneIn(400)) return m_Dice.Count(2097100, 2097170);
         if (ordinary) return m_Dice.Count(200, 5000);
         return m_Dice.Pick<std::size_t>({1,     2,     3,     4,     5,     114,   115,   116,  117, 118,
                                          119,   120,   121,   122,   123,   124,   125,   126,  127, 128,

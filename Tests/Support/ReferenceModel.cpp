@@ -630,10 +630,10 @@ int ReferenceModel::Queue(File& file, Track& track, const unsigned char* data, s
     }
     track.lastStart = start;
     if (track.codecPrivate.empty()) {
-        if (file.tracksWritten) {
-            Reach("no derivation: the tracks are written");
-        } else {
+        if (!file.tracksWritten) {
             DerivePrivate(track, block.frame);
+        } else if (IsMpeg(track.codec) && !SequenceHeader(block.frame).empty()) {
+            Reach("no derivation: the tracks are written");
         }
     }
     if (file.isWebm && !key) Reach("SimpleBlock without the keyframe bit");
