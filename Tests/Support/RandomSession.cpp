@@ -431,7 +431,15 @@ private:
         return octets;
     }
 
-    Octets MpegNoise(std::size_t size) { return m_Dice.SomeOf(size, {0, 0, 0, 0, 1, 1, 0xB3, 0xB3, 0xB5, 0xB8}); }
+    Octets MpegNoise(std::size_t size) {
+        if (m_Dice.Percent(50)) return m_Dice.SomeOf(size, {0, 0, 0, 0, 1, 1, 0xB3, 0xB3, 0xB5, 0xB8});
+        Octets octets;
+        while (octets.size() < size) {
+            Append(octets, {0, 0, 1, m_Dice.Pick<unsigned char>({0xB3, 0xB3, 0xB5, 0xB8})});
+            Append(octets, m_Dice.SomeOf(m_Dice.Count(0, 6), {0, 0, 1, 0xB3, 0xFF}));
+        }
+        return octets;
+    }
 
     Octets MpegFrame(bool key, bool ordinary) {
         if (!ordinary && m_Dice.Percent(50)) return MpegNoise(m_Dice.Count(1, 80));
@@ -658,7 +666,7 @@ private:
     }
 
     std::int32_t Duration() {
-        if (m_Dice.Percent(60)) return m_Dice.Pick<std::int32_t>({400000, 213333, 640000, 1000000});
+        if (m_Dice.Percent(50)) return m_Dice.Pick<std::int32_t>({400000, 213333, 640000, 1000000});
         return m_Dice.Pick<std::int32_t>(
             {0, -1, 1, 2, 3, 7, 15000, 4999, kMin32, kMax32, kMin32 + 1, m_Dice.Between32(kMin32, kMax32)});
     }
@@ -666,7 +674,7 @@ private:
     Calls OddFrames(const Job& job) {
         Calls video;
         Calls audio;
-        const std::size_t most = m_Dice.Percent(80) ? 30 : 120;
+        const std::size_t most = m_Dice.Percent(20) ? 2 : m_Dice.Percent(75) ? 30 : 120;
         Beat beat = MakeBeat();
         const std::size_t videoFrames = m_Dice.Percent(8) ? 0 : m_Dice.Count(1, most);
         for (std::size_t i = 0; i < videoFrames; ++i) {
@@ -676,6 +684,7 @@ private:
             HostCall& call =
                 AddFrame(video, Kind::WriteVideoPacket, job.slot, timestamp, duration, VideoOctets(job, key));
             call.frame.frameFlags = key ? m_Dice.Pick({1U, 2U, 0x80000000U, 0x10U}) : 0;
+            if (most == 2) EndAtTheEdge(call);
             Bend(call);
         }
         // Half of the time both streams share their time, else each goes where it likes.
@@ -687,6 +696,7 @@ private:
             HostCall& call =
                 AddFrame(audio, Kind::WriteAudioPacket, job.slot, timestamp, duration, m_Dice.Some(FrameSize(false)));
             if (m_Dice.Percent(30)) Divide(call);
+            if (most == 2) EndAtTheEdge(call);
             Bend(call);
         }
         if (m_Dice.Percent(15)) { // one after the other
@@ -719,6 +729,14 @@ private:
             call.frameSizes.push_back(size);
         }
         if (m_Dice.Percent(20)) call.frame.duration = m_Dice.Between32(-2, count);
+    }
+
+    // Lets some frames end where a millisecond is rounded up. The end shows in the file when its blocks are few.
+    void EndAtTheEdge(HostCall& call) {
+        if (m_Dice.Percent(70)) return;
+        const std::int64_t count = call.isSplit ? std::max(1, call.frameSizes[0]) : 1;
+        const std::int64_t duration = call.frame.duration;
+        call.frame.timestamp = 5000 - std::max<std::int64_t>(1, duration / count);
     }
 
     // Now and then less than the whole, or nothing.
