@@ -3,7 +3,6 @@
 #include <stdlib.h>
 
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 TempDirectory::TempDirectory() {
@@ -19,6 +18,8 @@ TempDirectory::~TempDirectory() {
 
 std::vector<unsigned char> ReadFile(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
+    std::vector<unsigned char> octets(file ? static_cast<std::size_t>(std::filesystem::file_size(path)) : 0);
+    file.read(reinterpret_cast<char*>(octets.data()), static_cast<std::streamsize>(octets.size()));
     if (!file) throw std::runtime_error("cannot read " + path.string());
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return octets;
 }

@@ -1,0 +1,59 @@
+// Host sessions out of a seed: what a host might call, from the ordinary to the absurd. Half of the sessions are what
+// real jobs look like; the others bend every value, order and buffer that a host is free to get wrong, short of owning
+// fewer octets than it says.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "HostRecords.h"
+#include "ReferenceModel.h"
+
+// What a host points to, and the length it tells: never more than the octets there are.
+struct HostBuffer {
+    Octets octets;
+    bool isNull = false;
+    std::int32_t length = 0;
+};
+
+struct HostCall {
+    enum class Kind {
+        SetClock,
+        SetMuxParam,
+        CreateMediaFile,
+        WriteVideoPacket,
+        WriteAudioPacket,
+        WriteVosData,
+        WritezXPSData,
+        CloseMediaFile
+    };
+
+    Kind kind = Kind::SetClock;
+    int slot = 0;            // which of the host's handles; one that is empty holds null
+    bool nullRecord = false; // null instead of the record
+    std::int64_t clock = 0;
+    MuxParam muxParam{};
+    ReferenceModel::Path path = ReferenceModel::Path::Opens;
+    std::shared_ptr<const EncodeParam> encodeParam;
+    MEDIA_FRAME frame{};  // without its pointer and size, which `data` gives; other fields hold anything
+    HostBuffer data;      // of the frame; of WriteVosData; the picture set of WritezXPSData
+    HostBuffer sequence;  // the sequence set
+    bool isSplit = false; // frameSizes is given
+    std::vector<int> frameSizes;
+};
+
+struct RandomSession {
+    static constexpr int kSlots = 3;
+
+    std::uint64_t seed = 0;
+    bool isOrdinary = false;
+    std::int64_t clock = 0;
+    std::vector<int> randValues;
+    std::vector<HostCall> calls; // every file that is created is closed
+};
+
+const char* NameOf(HostCall::Kind kind);
+
+// The same session for the same seed, in every build.
+RandomSession MakeRandomSession(std::uint64_t seed);
