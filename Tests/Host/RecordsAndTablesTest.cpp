@@ -44,8 +44,9 @@ TEST_F(Tables, FourFormatsAndTheTerminator) {
         EXPECT_STREQ(format->extension, row.m_Extension);
         EXPECT_STREQ(format->shortName, row.m_ShortName);
         EXPECT_STREQ(format->description, row.m_Description);
-        EXPECT_EQ(format->audioEncoders, row.m_pAudio);
-        EXPECT_EQ(format->videoEncoders, row.m_pVideo);
+        // Copies: pointers of a record are aligned to 4 only, and no reference may be bound to them.
+        EXPECT_EQ(+format->audioEncoders, row.m_pAudio);
+        EXPECT_EQ(+format->videoEncoders, row.m_pVideo);
         const bool video = row.m_pVideo != nullptr;
         EXPECT_TRUE(format->CreateMediaFile == m_Plugin.CreateMediaFile);
         EXPECT_TRUE(format->WriteAudioPacket == m_Plugin.WriteAudioPacket);
