@@ -10,6 +10,7 @@ std::int64_t g_Time = 0;
 
 // Before main, and before any test reads the zone.
 const bool g_Pinned = [] {
+    PinnedEnvironment::PinZone();
     FakeEnvironment::SetTime(1704067200);
     FakeEnvironment::SetRand({});
     return true;

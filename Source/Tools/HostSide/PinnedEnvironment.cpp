@@ -21,11 +21,12 @@ Function* Hidden(const char* name) {
 
 } // namespace
 
-void PinnedEnvironment::PinTime(std::int64_t secondsSince1970) {
+void PinnedEnvironment::PinZone() {
     setenv("TZ", "UTC", 1);
     tzset();
-    g_Time = secondsSince1970;
 }
+
+void PinnedEnvironment::PinTime(std::int64_t secondsSince1970) { g_Time = secondsSince1970; }
 
 void PinnedEnvironment::PinRand(std::vector<int> values) {
     g_Rand = std::move(values);

@@ -7,7 +7,10 @@
 
 namespace PinnedEnvironment {
 
-// What time() returns from now on. Sets the time zone to UTC.
+// The time zone is UTC from now on.
+void PinZone();
+
+// What time() returns from now on.
 void PinTime(std::int64_t secondsSince1970);
 
 // What rand() returns from now on, one after another; when they run out, 1, 2, 3, ...

@@ -50,7 +50,10 @@ int main(int argc, char** argv) {
         if (rand) {
             PinnedEnvironment::PinRand({*rand, *rand + 1});
         }
-        if (time) PinnedEnvironment::PinTime(*time);
+        if (time) {
+            PinnedEnvironment::PinZone();
+            PinnedEnvironment::PinTime(*time);
+        }
         const Plugin plugin(path.c_str());
         std::string difference;
         ReplaySession(plugin, session, output,

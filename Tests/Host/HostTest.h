@@ -1,0 +1,20 @@
+// What every host test starts from: the plug-in freshly loaded, chance and time known.
+#pragma once
+
+#include "FakeEnvironment.h"
+#include "HostSession.h"
+#include "Plugin.h"
+
+#include <gtest/gtest.h>
+
+class HostTest : public ::testing::Test {
+protected:
+    HostTest() {
+        FakeEnvironment::SetRand({});
+        FakeEnvironment::SetTime(1704067200); // 2024-01-01 00:00:00 UTC
+        *m_Plugin.m_pIsWebm = 0;
+        m_Plugin.SetMuxParam(nullptr);
+    }
+
+    Plugin m_Plugin{QF_PLUGIN};
+};

@@ -1,0 +1,88 @@
+// One output file driven as a host drives it, with everything that goes wrong on the way reported to the running test.
+#pragma once
+
+#include "EbmlWalker.h"
+#include "Octets.h"
+#include "Plugin.h"
+#include "TempDirectory.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Host times are counts of 100 ns.
+constexpr std::int64_t kMillisecond = 10000;
+constexpr std::int64_t kSecond = 1000 * kMillisecond;
+
+constexpr std::uint32_t kKey = 1;
+constexpr std::uint32_t kDelta = 0;
+
+// Jobs: 320x240 at 25 frames a second and 24 bits, 44100 Hz stereo of 16 bits. Every octet that belongs to the host
+// holds `gap`.
+EncodeParam MakeJob(FourCC format, FourCC video, FourCC audio, unsigned char gap = 0);
+EncodeParam MakeVideoJob(FourCC format, FourCC video);
+EncodeParam MakeAudioJob(FourCC format, FourCC audio);
+
+// A buffer whose last octet is the last one that may be touched: behind it, and well before it, memory is closed, so
+// that a stray access ends the test at once, in builds without sanitizers too.
+class GuardedOctets {
+public:
+    explicit GuardedOctets(const Octets& octets);
+    ~GuardedOctets();
+    GuardedOctets(const GuardedOctets&) = delete;
+    GuardedOctets& operator=(const GuardedOctets&) = delete;
+
+    // Null for no octets at all: then nothing may be touched.
+    unsigned char* Data() const { return m_pData; }
+    std::int32_t Size() const { return m_Size; }
+    Octets Copy() const { return {m_pData, m_pData + m_Size}; }
+
+private:
+    void* m_pMapping;
+    std::size_t m_MappingSize;
+    unsigned char* m_pData;
+    std::int32_t m_Size;
+};
+
+class HostSession {
+public:
+    // Creates the file; a null handle fails the test.
+    HostSession(const Plugin& plugin, const EncodeParam& job);
+    ~HostSession();
+    HostSession(const HostSession&) = delete;
+    HostSession& operator=(const HostSession&) = delete;
+
+    // Set before Close when the streams of this file are not in time order.
+    Ebml::Times m_Times = Ebml::Times::InOrder;
+    // What the frame's octets were after the last Video call.
+    Octets m_HostBuffer;
+    // What the host's own octets of each frame record hold.
+    unsigned char m_Gap = 0;
+
+    void* Handle() const { return m_pHandle; }
+    std::filesystem::path Path() const { return m_Path; }
+
+    int Video(const Octets& octets, std::int64_t timestamp, std::int32_t duration, std::uint32_t flags = kKey);
+    int Audio(const Octets& octets, std::int64_t timestamp, std::int32_t duration);
+    // frameSizes as the host passes it: a count and the sizes.
+    int PackedAudio(const Octets& octets, std::int64_t timestamp, std::int32_t duration, std::vector<int> frameSizes);
+    void VosData(const Octets& octets);
+    // An empty set is passed as null with length 0.
+    void XpsData(const Octets& pictureSet, const Octets& sequenceSet);
+
+    // Finishes the file and returns it. A file that is not empty must pass Ebml::Check.
+    Octets Close();
+    // The same, as a tree.
+    Ebml::File Finish() { return Ebml::File(Close()); }
+
+private:
+    MEDIA_FRAME MakeFrame(std::int64_t timestamp, std::int32_t duration) const;
+
+    const Plugin& m_Plugin;
+    TempDirectory m_Directory;
+    std::filesystem::path m_Path;
+    void* m_pHandle;
+};
+
+// Fails the test with offset and path of the first difference.
+void ExpectSameFile(const Octets& expected, const Octets& actual);

@@ -1,0 +1,24 @@
+// What a log double beside the running program was told.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class LogReader {
+public:
+    // name: of the double's file, in the directory of the running program. Throws std::runtime_error.
+    explicit LogReader(const char* name);
+    ~LogReader();
+    LogReader(const LogReader&) = delete;
+    LogReader& operator=(const LogReader&) = delete;
+
+    // The messages since the last call, oldest first, each behind the name of the function that brought it.
+    std::vector<std::wstring> Take();
+
+    // Whether a library of this name in the directory of the running program is loaded.
+    static bool IsLoaded(const char* name);
+
+private:
+    void* m_pLibrary;
+    bool (*m_pTake)(wchar_t*, std::size_t);
+};
