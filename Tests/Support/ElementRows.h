@@ -11,8 +11,7 @@
 #include "Octets.h"
 
 // What an element writes to a stream that takes everything.
-template <class Element>
-Bytes Written(const Element& element) {
+inline Bytes Written(const MatroskaWriter::CID& element) {
     MemoryStream stream;
     element.Write(&stream);
     return stream.m_Octets;
