@@ -370,6 +370,7 @@ TEST(CUTF8, Rows) {
         EXPECT_EQ(&element.Set(row.m_Text), &element);
         EXPECT_TRUE(SameOctets(Written(element), ElementOctets("7BA9", row.m_Payload))) << row.m_Reason;
         EXPECT_EQ(element.Size(false), row.m_Payload.size()) << row.m_Reason;
+        EXPECT_EQ(element.Size(true), ElementOctets("7BA9", row.m_Payload).size()) << row.m_Reason;
         element.Set(L"b");
         EXPECT_TRUE(SameOctets(Written(element), Hex("7BA9 81 62"))) << "replaced";
         element.Set(L"");
