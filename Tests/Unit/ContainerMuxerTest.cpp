@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "ClassNames.h"
 #include "FakeEnvironment.h"
 #include "MKVMuxer.h"
 #include "Octets.h"
@@ -75,7 +76,7 @@ protected:
     EncodeParam m_Job = VideoJob(MakeFourCC("VP8 "));
 };
 using Muxers = testing::Types<MKVMuxer, WebmMuxer1>;
-TYPED_TEST_SUITE(AnyMuxer, Muxers);
+TYPED_TEST_SUITE(AnyMuxer, Muxers, ClassNames);
 
 // ---- the stream
 

@@ -1,6 +1,7 @@
 // Clusters and blocks.
 #include <gtest/gtest.h>
 
+#include "ClassNames.h"
 #include "ElementRows.h"
 
 using namespace MatroskaWriter;
@@ -39,7 +40,7 @@ Block MakeBlock(unsigned long id, std::uint64_t track, const std::vector<std::si
 template <class Block>
 class AnyBlock : public testing::Test {};
 using Blocks = testing::Types<CBlock, SimpleBlock>;
-TYPED_TEST_SUITE(AnyBlock, Blocks);
+TYPED_TEST_SUITE(AnyBlock, Blocks, ClassNames);
 
 TYPED_TEST(AnyBlock, BeginsWithItsTrack) {
     const struct {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ClassNames.h"
 #include "ElementRows.h"
 #include "VirtualSlot.h"
 
@@ -82,7 +83,7 @@ class AnyElement : public testing::Test {};
 using Elements = testing::Types<CID, CLength, CUInt, CInt, CFloat, CBinary, CANSI, CUTF8, EBML, Info, SeekID, SeekHead,
                                 Seek, Void, Tags, Video, Audio, TrackEntry, Track, CBlock, SimpleBlock, BlockGroup,
                                 Cluster, CueTrackPosition, CuePoint, Cue>;
-TYPED_TEST_SUITE(AnyElement, Elements);
+TYPED_TEST_SUITE(AnyElement, Elements, ClassNames);
 
 void ExpectPromisedSize(const CID& element, bool isBare) {
     MemoryStream stream;

@@ -4,6 +4,7 @@
 #include <limits>
 #include <random>
 
+#include "ClassNames.h"
 #include "ElementRows.h"
 
 using namespace MatroskaWriter;
@@ -268,7 +269,7 @@ void ExpectAbsent(const Element& element) {
 template <class Scalar>
 class AnyScalar : public testing::Test {};
 using Scalars = testing::Types<CUInt, CInt, CFloat>;
-TYPED_TEST_SUITE(AnyScalar, Scalars);
+TYPED_TEST_SUITE(AnyScalar, Scalars, ClassNames);
 
 TYPED_TEST(AnyScalar, IsAbsentUnlessSet) {
     TypeParam element(0x83);
@@ -288,7 +289,7 @@ TYPED_TEST(AnyScalar, IsAbsentUnlessSet) {
 template <class Run>
 class AnyRun : public testing::Test {};
 using Runs = testing::Types<CBinary, CANSI, CUTF8>;
-TYPED_TEST_SUITE(AnyRun, Runs);
+TYPED_TEST_SUITE(AnyRun, Runs, ClassNames);
 
 TYPED_TEST(AnyRun, IsAbsentWhenEmpty) { ExpectAbsent(TypeParam(0x86)); }
 
@@ -383,7 +384,7 @@ TEST(CUTF8, Rows) {
 template <class Element>
 class AnyValue : public testing::Test {};
 using Values = testing::Types<CUInt, CInt, CFloat, CBinary, CANSI, CUTF8>;
-TYPED_TEST_SUITE(AnyValue, Values);
+TYPED_TEST_SUITE(AnyValue, Values, ClassNames);
 
 void Fill(CUInt& value) { Put(value, 1000); }
 void Fill(CInt& value) { Put(value, -1000); }

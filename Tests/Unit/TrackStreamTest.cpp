@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "ClassNames.h"
 #include "ElementRows.h"
 #include "FakeEnvironment.h"
 #include "MKVMuxer.h"
@@ -54,7 +55,7 @@ Stream MakeStream(const VideoParam& video) {
 template <class Stream>
 class AnyStream : public testing::Test {};
 using Streams = testing::Types<MatroskaStream, MatroskaStreamWebm>;
-TYPED_TEST_SUITE(AnyStream, Streams);
+TYPED_TEST_SUITE(AnyStream, Streams, ClassNames);
 
 // ---- times
 
