@@ -1,34 +1,49 @@
 #include "Octets.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
 
-unsigned Digit(char c) {
-    if (c >= '0' && c <= '9') return static_cast<unsigned>(c - '0');
-    if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A' + 10);
-    throw std::invalid_argument(std::string("not a hexadecimal digit: ") + c);
-}
-
-void AppendHighToLow(Octets& octets, std::uint64_t value, unsigned count) {
-    while (count-- > 0) octets.push_back(static_cast<unsigned char>(value >> (8 * count)));
+// Up to 24 octets, 8 of them in front of `middle`.
+std::string Around(const Octets& octets, std::size_t middle) {
+    const std::size_t begin = middle > 8 ? middle - 8 : 0;
+    const std::size_t end = std::min(octets.size(), begin + 24);
+    std::ostringstream text;
+    if (begin > 0) text << "... ";
+    for (std::size_t i = begin; i < end; ++i) {
+        constexpr char kDigits[] = "0123456789ABCDEF";
+        text << (i == middle ? '>' : ' ') << kDigits[octets[i] / 16] << kDigits[octets[i] % 16];
+    }
+    if (end < octets.size()) text << " ...";
+    return text.str();
 }
 
 } // namespace
 
-Octets Hex(const char* text) {
+Octets Hex(const std::string& digits) {
+    std::string packed;
+    for (const char digit : digits) {
+        if (digit == ' ') continue;
+        if (std::isxdigit(static_cast<unsigned char>(digit)) == 0) throw std::invalid_argument("not hex: " + digits);
+        packed += digit;
+    }
+    if (packed.size() % 2 != 0) throw std::invalid_argument("half an octet: " + digits);
     Octets octets;
-    for (; *text != '\0'; ++text) {
-        if (*text == ' ') continue;
-        const unsigned high = Digit(*text);
-        octets.push_back(static_cast<unsigned char>(high * 16 + Digit(*++text)));
+    for (std::size_t i = 0; i < packed.size(); i += 2) {
+        octets.push_back(static_cast<unsigned char>(std::stoul(packed.substr(i, 2), nullptr, 16)));
     }
     return octets;
 }
 
 Octets Ascii(const std::string& text) { return {text.begin(), text.end()}; }
 
-Octets Zeros(std::size_t count) { return Octets(count, 0); }
+Octets Repeated(std::size_t count, unsigned char octet) { return Octets(count, octet); }
+
+Octets Zeros(std::size_t count) { return Repeated(count, 0); }
 
 Octets Join(std::initializer_list<Octets> parts) {
     Octets joined;
@@ -41,12 +56,35 @@ Octets operator+(Octets left, const Octets& right) {
     return left;
 }
 
+Octets LengthOctets(std::size_t length) {
+    const auto low = [length](std::size_t divisor) { return static_cast<unsigned char>(length / divisor % 256); };
+    if (length <= 126) return {static_cast<unsigned char>(0x80 + length)};
+    if (length <= 16382) return {static_cast<unsigned char>(0x40 + length / 256), low(1)};
+    if (length <= 2097150) return {static_cast<unsigned char>(0x20 + length / 65536), low(256), low(1)};
+    throw std::invalid_argument("a longer length than a test needs");
+}
+
+Octets Element(const std::string& idDigits, const Octets& payload) {
+    return Hex(idDigits) + LengthOctets(payload.size()) + payload;
+}
+
 Octets Element(std::uint32_t id, const Octets& payload) {
-    Octets octets;
-    AppendHighToLow(octets, id, id > 0xFFFFFF ? 4 : id > 0xFFFF ? 3 : id > 0xFF ? 2 : 1);
-    unsigned width = 1;
-    // All ones of a width would mean an unknown size.
-    while (payload.size() >= (std::uint64_t{1} << (7 * width)) - 1) ++width;
-    AppendHighToLow(octets, payload.size() | (std::uint64_t{1} << (7 * width)), width);
-    return octets + payload;
+    char digits[16];
+    std::snprintf(digits, sizeof digits,
+                  id > 0xFFFFFF ? "%08X"
+                  : id > 0xFFFF ? "%06X"
+                  : id > 0xFF   ? "%04X"
+                                : "%02X",
+                  id);
+    return Element(std::string(digits), payload);
+}
+
+testing::AssertionResult SameOctets(const Octets& actual, const Octets& expected) {
+    if (actual == expected) return testing::AssertionSuccess();
+    const auto shorter = static_cast<std::ptrdiff_t>(std::min(actual.size(), expected.size()));
+    const auto first = std::mismatch(actual.begin(), actual.begin() + shorter, expected.begin()).first;
+    const auto offset = static_cast<std::size_t>(first - actual.begin());
+    return testing::AssertionFailure() << "octets differ at " << offset << " (" << actual.size() << " octets, expected "
+                                       << expected.size() << ")\n  actual   " << Around(actual, offset)
+                                       << "\n  expected " << Around(expected, offset) << "\n";
 }

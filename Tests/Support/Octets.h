@@ -1,5 +1,7 @@
-// Octets written down by hand: the vocabulary in which tests say what a file must hold.
+// Octets written down by hand: the vocabulary in which tests say what must be written. Nothing here is the plug-in's.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -9,17 +11,25 @@
 
 using Octets = std::vector<unsigned char>;
 
-// "1A 45 DF A3": two hexadecimal digits for each octet, blanks between them as one likes.
-Octets Hex(const char* text);
+// "1A 45 DFA3": two hexadecimal digits for each octet, blanks between them as one likes.
+// Throws std::invalid_argument for anything else.
+Octets Hex(const std::string& digits);
 
-// The characters as octets, without a terminator.
+// The characters of an ASCII text, without a terminator.
 Octets Ascii(const std::string& text);
 
+Octets Repeated(std::size_t count, unsigned char octet);
 Octets Zeros(std::size_t count);
 
 // One after another.
 Octets Join(std::initializer_list<Octets> parts);
 Octets operator+(Octets left, const Octets& right);
 
-// One EBML element (RFC 8794): the identifier as it stands in a file, the shortest length, the payload.
+// A length field (RFC 8794), the shortest for up to 2,097,150 octets.
+Octets LengthOctets(std::size_t length);
+// An element: the identifier as it stands in a file, the length, the payload.
+Octets Element(const std::string& idDigits, const Octets& payload);
 Octets Element(std::uint32_t id, const Octets& payload);
+
+// Fails with the first difference and its surroundings.
+testing::AssertionResult SameOctets(const Octets& actual, const Octets& expected);

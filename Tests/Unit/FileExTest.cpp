@@ -1,0 +1,269 @@
+#include "FileEx.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "Octets.h"
+#include "TempDirectory.h"
+#include "VirtualSlot.h"
+
+namespace {
+
+struct JudgeRow {
+    const char* m_Reason;
+    std::wstring m_Path;
+    std::uint32_t m_Expected;
+};
+
+const JudgeRow kJudgeRows[] = {
+    {"nothing", L"", 0},
+    {"no dot", L"iso:", 0},
+    {"another extension", L"disc.mkv", 0},
+    {"without the colon it is a file", L"disc.iso", 0},
+    {"the extension alone", L".iso:", 1},
+    {"lower case", L"/media/disc.iso:VIDEO", 1},
+    {"upper case", L"disc.ISO:/VIDEO/a", 1},
+    {"mixed case", L"disc.Iso:x", 1},
+    {"mixed otherwise", L"disc.iSO:", 1},
+    {"an earlier extension does not count", L"disc.iso:a.mkv", 0},
+    {"the last one does", L"disc.mkv.iso:", 1},
+    {"the dot of a directory", L"disc.iso:/VIDEO/a", 1},
+    {"letters that only look alike", L"disc.\u0131so:", 0},
+    {"a long s is no s", L"disc.i\u017Fo:", 0},
+    {"shorter than the five octets", L"disc.is", 0},
+    {"longer than 31 characters", L"disc.iso:" + std::wstring(1000, L'x'), 1},
+    {"long and something else", L"disc." + std::wstring(1000, L'x'), 0},
+    {"what follows need not be text", L"disc.iso:\x110000", 1},
+};
+
+TEST(JudgeISOFileW, Rows) {
+    for (const JudgeRow& row : kJudgeRows) EXPECT_EQ(JudgeISOFileW(row.m_Path.c_str()), row.m_Expected) << row.m_Reason;
+    EXPECT_EQ(JudgeISOFileW(nullptr), 0U) << "no path";
+}
+
+unsigned long WriteText(FileEx& file, const std::string& text) {
+    return file.Write(text.data(), static_cast<unsigned long>(text.size()));
+}
+
+class FileExTest : public testing::Test {
+protected:
+    std::wstring Path(const std::string& name) const { return (m_Directory / name).wstring(); }
+    bool Exists(const std::string& name) const { return std::filesystem::exists(m_Directory / name); }
+    bool Holds(const std::string& name, const std::string& text) const {
+        return ReadFile(m_Directory / name) == Ascii(text);
+    }
+    bool IsEmpty() const { return std::filesystem::is_empty(m_Directory / "."); }
+
+    TempDirectory m_Directory;
+    FileEx m_File;
+    char m_Buffer[16] = "untouched";
+};
+
+TEST_F(FileExTest, NothingIsOpenAtFirst) {
+    EXPECT_EQ(WriteText(m_File, "abc"), 0U);
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 0U);
+    EXPECT_STREQ(m_Buffer, "untouched");
+    EXPECT_EQ(m_File.Flush(), 0);
+    EXPECT_EQ(m_File.GetLength(), 0);
+    EXPECT_EQ(m_File.Seek(0, SEEK_SET), -1);
+    EXPECT_EQ(m_File.GetPos(), -1);
+    m_File.Close();
+}
+
+TEST_F(FileExTest, WritesReadsAndSeeks) {
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb+"), 1U);
+    EXPECT_EQ(m_File.GetPos(), 0);
+    EXPECT_EQ(m_File.GetLength(), 0);
+    EXPECT_EQ(WriteText(m_File, "0123456789"), 10U);
+    EXPECT_EQ(m_File.GetPos(), 10);
+    EXPECT_EQ(m_File.Seek(4, SEEK_SET), 0);
+    EXPECT_EQ(m_File.GetLength(), 10);
+    EXPECT_EQ(m_File.GetPos(), 4) << "asking for the length moves nothing";
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 3U);
+    EXPECT_EQ(std::string(m_Buffer, 3), "456");
+    EXPECT_EQ(m_File.Seek(-2, SEEK_CUR), 0);
+    EXPECT_EQ(m_File.GetPos(), 5);
+    EXPECT_EQ(m_File.Seek(-1, SEEK_END), 0);
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 1U) << "a short read";
+    EXPECT_EQ(m_Buffer[0], '9');
+    EXPECT_EQ(m_File.Seek(-1, SEEK_SET), -1) << "there is nothing in front of the file";
+    EXPECT_EQ(m_File.Seek(0, 77), -1) << "no such origin";
+    EXPECT_EQ(m_File.Seek(2, SEEK_SET), 0);
+    EXPECT_EQ(WriteText(m_File, "ab"), 2U);
+    EXPECT_EQ(WriteText(m_File, ""), 0U);
+    EXPECT_EQ(m_File.Flush(), 0);
+    EXPECT_TRUE(Holds("a.mkv", "01ab456789")) << "flushed";
+}
+
+TEST_F(FileExTest, CountsIn64Bits) {
+    constexpr std::int64_t kFar = 5LL << 30;
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    EXPECT_EQ(m_File.Seek(kFar, SEEK_SET), 0);
+    EXPECT_EQ(m_File.GetPos(), kFar);
+    EXPECT_EQ(WriteText(m_File, "a"), 1U);
+    EXPECT_EQ(m_File.Seek(1, SEEK_SET), 0);
+    EXPECT_EQ(m_File.GetLength(), kFar + 1);
+    EXPECT_EQ(m_File.GetPos(), 1);
+}
+
+TEST_F(FileExTest, ReadsNothingFromAFileOpenedForWriting) {
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    WriteText(m_File, "abc");
+    m_File.Seek(0, SEEK_SET);
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 0U);
+}
+
+TEST_F(FileExTest, OpensAPathWithoutADot) {
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(m_Directory / ".");
+    EXPECT_EQ(m_File.Open(L"plain", "wb"), 1U);
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(Exists("plain"));
+}
+
+TEST_F(FileExTest, TakesPathsInUtf8) {
+    const std::wstring directory = Path("");
+    EXPECT_EQ(m_File.Open((directory + L"\u00E9\u20AC\U0001F600.mkv").c_str(), "wb"), 1U);
+    EXPECT_TRUE(Exists("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80.mkv"));
+    EXPECT_EQ(m_File.Open((directory + L"\xD800.mkv").c_str(), "wb"), 1U);
+    EXPECT_TRUE(Exists("\xED\xA0\x80.mkv")) << "lenient";
+}
+
+// A run of slashes is as good as one, so it brings a name to where the path is cut.
+TEST_F(FileExTest, CutsPathsAt2047Octets) {
+    std::wstring path = Path("");
+    path.resize(2044, L'/');
+    EXPECT_EQ(m_File.Open((path + L"abcdef").c_str(), "wb"), 1U);
+    EXPECT_TRUE(Exists("abc"));
+    EXPECT_EQ(m_File.Open((path + L"xy\u00E9z").c_str(), "wb"), 1U);
+    EXPECT_TRUE(Exists("xy")) << "never inside a character";
+}
+
+TEST_F(FileExTest, DoesNotOpenWhatCannotBeOpened) {
+    EXPECT_EQ(m_File.Open(Path("none/a.mkv").c_str(), "wb"), 0U) << "no such directory";
+    EXPECT_EQ(m_File.Open(Path("none.mkv").c_str(), "rb"), 0U) << "no such file to read";
+    EXPECT_EQ(m_File.Open(Path("").c_str(), "wb"), 0U) << "a directory";
+    EXPECT_EQ(m_File.Open(L"", "wb"), 0U) << "no name";
+    EXPECT_EQ(m_File.Open(nullptr, "wb"), 0U) << "no path";
+    EXPECT_EQ(WriteText(m_File, "abc"), 0U);
+    EXPECT_EQ(m_File.GetLength(), 0);
+    EXPECT_TRUE(IsEmpty());
+}
+
+TEST_F(FileExTest, OpeningClosesWhatIsOpen) {
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    WriteText(m_File, "first");
+    ASSERT_EQ(m_File.Open(Path("b.mkv").c_str(), "wb"), 1U);
+    EXPECT_TRUE(Holds("a.mkv", "first"));
+    WriteText(m_File, "second");
+    EXPECT_EQ(m_File.Open(Path("none/c.mkv").c_str(), "wb"), 0U);
+    EXPECT_TRUE(Holds("b.mkv", "second")) << "also when the next does not open";
+    EXPECT_EQ(WriteText(m_File, "third"), 0U);
+}
+
+TEST_F(FileExTest, OpeningTruncatesForWriting) {
+    m_File.Open(Path("a.mkv").c_str(), "wb");
+    WriteText(m_File, "first");
+    m_File.Open(Path("a.mkv").c_str(), "wb");
+    m_File.Close();
+    EXPECT_TRUE(Holds("a.mkv", ""));
+}
+
+TEST_F(FileExTest, ClosedIsAsNeverOpened) {
+    m_File.Open(Path("a.mkv").c_str(), "wb");
+    WriteText(m_File, "abc");
+    m_File.Close();
+    EXPECT_TRUE(Holds("a.mkv", "abc"));
+    m_File.Close();
+    EXPECT_EQ(WriteText(m_File, "abc"), 0U);
+    EXPECT_EQ(m_File.GetLength(), 0);
+    EXPECT_EQ(m_File.Flush(), 0);
+}
+
+TEST_F(FileExTest, DestructionCloses) {
+    {
+        FileEx file;
+        file.Open(Path("a.mkv").c_str(), "wb");
+        WriteText(file, "abc");
+    }
+    EXPECT_TRUE(Holds("a.mkv", "abc"));
+}
+
+TEST_F(FileExTest, APseudoFileTakesAndGivesNothing) {
+    ASSERT_EQ(m_File.Open(Path("disc.Iso:x").c_str(), "wb"), 1U);
+    EXPECT_TRUE(IsEmpty());
+    EXPECT_EQ(WriteText(m_File, "abc"), 0U);
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 0U);
+    EXPECT_EQ(m_File.Flush(), 0);
+    EXPECT_EQ(m_File.GetLength(), 1);
+    EXPECT_EQ(m_File.GetPos(), 0);
+    EXPECT_EQ(m_File.Seek(100, SEEK_SET), 0);
+    EXPECT_EQ(m_File.Seek(-100, SEEK_SET), 0) << "whatever the place";
+    EXPECT_EQ(m_File.GetPos(), 0);
+    m_File.Close();
+    EXPECT_EQ(m_File.GetLength(), 1) << "it stays one when it is closed";
+    EXPECT_EQ(m_File.GetPos(), 0);
+    EXPECT_EQ(m_File.Seek(1, SEEK_SET), 0);
+}
+
+TEST_F(FileExTest, PseudoFilesAndFilesTakeTurns) {
+    m_File.Open(Path("a.mkv").c_str(), "wb");
+    WriteText(m_File, "abc");
+    ASSERT_EQ(m_File.Open(Path("disc.iso:").c_str(), "wb"), 1U);
+    EXPECT_TRUE(Holds("a.mkv", "abc"));
+    ASSERT_EQ(m_File.Open(Path("b.mkv").c_str(), "wb"), 1U);
+    EXPECT_EQ(m_File.GetLength(), 0);
+    EXPECT_EQ(WriteText(m_File, "abc"), 3U);
+    EXPECT_EQ(m_File.GetPos(), 3);
+    m_File.Open(Path("disc.iso:").c_str(), "wb");
+    EXPECT_EQ(m_File.Open(Path("none/a.mkv").c_str(), "wb"), 0U);
+    EXPECT_EQ(m_File.GetLength(), 0) << "a file that did not open is no pseudo-file";
+}
+
+TEST_F(FileExTest, AFullDiskShowsInResults) {
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no device to fill";
+    ASSERT_EQ(m_File.Open(L"/dev/full", "wb"), 1U);
+    WriteText(m_File, "abc");
+    EXPECT_EQ(m_File.Flush(), EOF);
+}
+
+TEST_F(FileExTest, HasNoThreadToEnable) {
+    EXPECT_EQ(m_File.EnableMultiThread(1), 0U);
+    EXPECT_EQ(m_File.EnableMultiThread(0), 0U);
+}
+
+TEST_F(FileExTest, OpenClosesThroughTheTable) {
+    struct Counting : FileEx {
+        void Close() override {
+            ++m_Closed;
+            FileEx::Close();
+        }
+        int m_Closed = 0;
+    } file;
+    file.Open(Path("a.mkv").c_str(), "wb");
+    file.Open(Path("disc.iso:").c_str(), "wb");
+    EXPECT_EQ(file.m_Closed, 2);
+}
+
+TEST(FileEx, SlotsStandInTheirOrder) {
+    // 0 and 1 are the two destructors.
+    EXPECT_EQ(VirtualSlot(&FileEx::Open), 2U);
+    EXPECT_EQ(VirtualSlot(&FileEx::Close), 3U);
+    EXPECT_EQ(VirtualSlot(&FileEx::Flush), 4U);
+    EXPECT_EQ(VirtualSlot(&FileEx::Write), 5U);
+    EXPECT_EQ(VirtualSlot(&FileEx::Read), 6U);
+    EXPECT_EQ(VirtualSlot(&FileEx::GetLength), 7U);
+    EXPECT_EQ(VirtualSlot(&FileEx::Seek), 8U);
+    EXPECT_EQ(VirtualSlot(&FileEx::GetPos), 9U);
+    EXPECT_EQ(VirtualSlot(&FileEx::EnableMultiThread), 10U);
+}
+
+TEST(IStream, SlotsStandInTheirOrder) {
+    EXPECT_EQ(VirtualSlot(&IStream::Read), 0U);
+    EXPECT_EQ(VirtualSlot(&IStream::Write), 1U);
+    EXPECT_EQ(VirtualSlot(&IStream::Seek), 2U);
+}
+
+} // namespace
