@@ -42,19 +42,19 @@ struct MemberRow {
 template <class Element>
 void ExpectMembers(const Element& blank, const std::string& idDigits, const std::vector<MemberRow<Element>>& rows,
                    const Octets& always = {}) {
-    EXPECT_TRUE(SameOctets(Written(blank), Element(idDigits, always))) << "nothing set";
+    EXPECT_TRUE(SameOctets(Written(blank), ::Element(idDigits, always))) << "nothing set";
     Octets all;
     for (const auto& row : rows) {
         Element element = blank;
         row.m_Fill(element);
         const Octets payload = Join({Hex(row.m_Octets), always});
-        EXPECT_TRUE(SameOctets(Written(element), Element(idDigits, payload))) << row.m_Octets;
+        EXPECT_TRUE(SameOctets(Written(element), ::Element(idDigits, payload))) << row.m_Octets;
         EXPECT_EQ(element.Size(false), payload.size()) << row.m_Octets;
         all = Join({all, Hex(row.m_Octets)});
     }
     Element full = blank;
     for (auto row = rows.rbegin(); row != rows.rend(); ++row) row->m_Fill(full);
-    EXPECT_TRUE(SameOctets(Written(full), Element(idDigits, Join({all, always})))) << "all set";
+    EXPECT_TRUE(SameOctets(Written(full), ::Element(idDigits, Join({all, always})))) << "all set";
     const Element copy = full;
     Element assigned = blank;
     assigned = full;

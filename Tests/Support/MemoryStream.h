@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <limits>
 
-#include "Octets.h"
 #include "FileEx.h"
+#include "Octets.h"
 
 class MemoryStream final : public IStream {
 public:

@@ -74,7 +74,7 @@ Outcome<unsigned char> ModelToUtf8(const Characters& characters, std::size_t roo
         }
         const Octets octets = Encoded(c);
         if (written.size() + octets.size() > room) return end(kTargetExhausted);
-        Append(written, {octets.data(), octets.size()});
+        written.insert(written.end(), octets.begin(), octets.end());
     }
     return end(replaced ? kSourceIllegal : kConverted);
 }
@@ -96,7 +96,7 @@ Outcome<wchar_t> ModelToUtf32(const Octets& source, std::size_t room, bool stric
         std::uint32_t c = length == 1 ? lead : lead & (0x7FU >> length);
         for (std::size_t k = 1; k < length; ++k) c = (c << 6) | (source[i + k] & 0x3FU);
         const Octets sequence(source.begin() + static_cast<std::ptrdiff_t>(i),
-                             source.begin() + static_cast<std::ptrdiff_t>(i + length));
+                              source.begin() + static_cast<std::ptrdiff_t>(i + length));
         if (length > 4 || c > 0x10FFFF || Encoded(c) != sequence) return end(kSourceIllegal);
         if (written.size() == room) return end(kTargetExhausted);
         if (IsSurrogate(c)) {
@@ -248,7 +248,8 @@ TEST(ConvertUTF8toUTF32, Rows) {
 }
 
 // The ends of every class of lead and trail octets.
-const Octets kClasses = Hex("00 7F 80 8F 90 9F A0 BF C0 C1 C2 DF E0 E1 EC ED EE EF F0 F1 F3 F4 F5 F7 F8 FB FC FD FE FF");
+const Octets kClasses =
+    Hex("00 7F 80 8F 90 9F A0 BF C0 C1 C2 DF E0 E1 EC ED EE EF F0 F1 F3 F4 F5 F7 F8 FB FC FD FE FF");
 
 void CompareToUtf32(const Octets& source, std::size_t room) {
     for (const bool strict : {true, false}) {
@@ -281,10 +282,10 @@ TEST(ConvertUTF8toUTF32, IsTheModelForRandomTextsAndEveryRoom) {
         Octets source;
         for (std::size_t k = random() % 5; k > 0; --k) {
             Octets sequence = random() % 4 == 0 ? Octets{kClasses[random() % kClasses.size()]}
-                                               : Encoded(Random(random, random() % 2 == 0 ? 0x110000 : 0x900));
+                                                : Encoded(Random(random, random() % 2 == 0 ? 0x110000 : 0x900));
             if (random() % 8 == 0) sequence[random() % sequence.size()] = kClasses[random() % kClasses.size()];
             if (random() % 8 == 0) sequence.pop_back();
-            Append(source, {sequence.data(), sequence.size()});
+            source.insert(source.end(), sequence.begin(), sequence.end());
         }
         for (std::size_t room = 0; room <= source.size(); ++room) CompareToUtf32(source, room);
     }

@@ -19,7 +19,7 @@ struct HostFrame {
         m_pData = std::make_unique<unsigned char[]>(octets.size());
         std::copy(octets.begin(), octets.end(), m_pData.get());
     }
-    Octets Octets() const { return {m_pData.get(), m_pData.get() + m_Size}; }
+    Octets Content() const { return {m_pData.get(), m_pData.get() + m_Size}; }
 
     int m_Size;
     std::unique_ptr<unsigned char[]> m_pData;
@@ -95,7 +95,7 @@ Split SplitBy(const Keep& keep, const Octets& octets) {
                                       split.m_Types.push_back(type);
                                       split.m_Units.emplace_back(unit, unit + length);
                                   });
-    split.m_Frame = frame.Octets();
+    split.m_Frame = frame.Content();
     return split;
 }
 
