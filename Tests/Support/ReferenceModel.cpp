@@ -365,7 +365,7 @@ int ReferenceModel::WriteAudioPacket(int handle, const MEDIA_FRAME* frame, const
                 Reach("split: empty entry");
                 continue;
             }
-            if (offset + size > frame->audioSize) {
+            if (frame->audioSize > 0 && offset + size > frame->audioSize) {
                 Reach("split: past the end");
                 break;
             }

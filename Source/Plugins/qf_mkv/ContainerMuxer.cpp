@@ -12,6 +12,8 @@
 #include "CodecPrivate.h"
 #include "NalUnits.h"
 
+static_assert(sizeof(std::time_t) == 8, "dates pass 2038: build with _TIME_BITS=64");
+
 using namespace MatroskaWriter;
 
 namespace {
@@ -26,6 +28,18 @@ std::int64_t ToHostTicks(std::int64_t milliseconds) { return WrappingMultiply(mi
 // A frame lasts one tick at least.
 std::int64_t EndOf(std::int64_t start, std::int32_t duration) {
     return WrappingAdd<std::int64_t>(start, std::max(duration, 1));
+}
+
+// Takes several frames in, or none when memory runs out.
+template <class TakeFrames>
+int AllOrNothing(TrackStream& stream, TakeFrames takeFrames) {
+    const TrackStream::Mark mark = stream.Here();
+    try {
+        return takeFrames();
+    } catch (const std::bad_alloc&) {
+        stream.ReturnTo(mark);
+        throw;
+    }
 }
 
 // Nanoseconds since 2001-01-01, counted from local midnight. Summer time is claimed for that midnight, deliberately:
@@ -67,16 +81,11 @@ std::int32_t ContainerMuxer::Seek(std::int64_t offset, unsigned long origin, std
 
 // ---- creation and closing
 
-ContainerMuxer::~ContainerMuxer() {
-    try {
-        CloseMediaFile();
-    } catch (const std::bad_alloc&) {
-        // A destructor has nobody to tell: the file ends where memory did, and is closed with its owner.
-    }
-}
+ContainerMuxer::~ContainerMuxer() { CloseMediaFile(); }
 
 bool ContainerMuxer::OpenMediaFile(const wchar_t* path, const EncodeParam& param) {
     CloseMediaFile();
+    KeepSpareSeekEntries(3);
     m_pFile = std::make_unique<FileEx>();
     if (m_pFile->Open(path, "wb") == 0) return false;
     m_VideoParam = param.videoParam;
@@ -112,9 +121,13 @@ void ContainerMuxer::AddTracks(std::unique_ptr<TrackStream> video, std::unique_p
     if (audio != nullptr) m_pAudioStream = m_Streams.emplace_back(std::move(audio)).get();
 }
 
-void ContainerMuxer::CloseMediaFile() {
+void ContainerMuxer::CloseMediaFile() noexcept {
     if (m_pFile == nullptr) return;
-    if (EarliestStream() != nullptr) WritePacket();
+    try {
+        if (EarliestStream() != nullptr) WritePacket();
+    } catch (const std::bad_alloc&) {
+        // The file is completed with what has been placed.
+    }
     if (!m_NoBlockYet) {
         WriteDuration();
         WriteEndInfo();
@@ -129,37 +142,49 @@ int ContainerMuxer::QueueVideo(const MEDIA_FRAME& frame, const unsigned char* da
 }
 
 int ContainerMuxer::WriteN264Packet(const MEDIA_FRAME& frame) {
-    return SplitNalUnits(
-        frame.videoData, frame.videoSize, [](unsigned type) { return type == kNalSlice || type == kNalIdrSlice; },
-        [&](unsigned type, const unsigned char* unit, int length) {
-            QueueVideo(frame, unit, length, type == kNalIdrSlice ? 1 : 0);
-        });
+    return AllOrNothing(*m_pVideoStream, [&] {
+        return SplitNalUnits(
+            frame.videoData, frame.videoSize, [](unsigned type) { return type == kNalSlice || type == kNalIdrSlice; },
+            [&](unsigned type, const unsigned char* unit, int length) {
+                QueueVideo(frame, unit, length, type == kNalIdrSlice ? 1 : 0);
+            });
+    });
 }
 
 int ContainerMuxer::WriteAudioPacket(const MEDIA_FRAME* frame, const int* frameSizes) {
-    m_AudioDuration = WrappingAdd<std::int64_t>(m_AudioDuration, frame->duration);
-    if (m_pAudioStream == nullptr) return 0;
-    constexpr unsigned int kKeyFrame = 1;
+    if (frame == nullptr) return 0;
     int taken = 0;
-    if (frameSizes == nullptr) {
-        taken = m_pAudioStream->WritePacket(frame->audioData, frame->audioSize, frame->timestamp,
-                                            EndOf(frame->timestamp, frame->duration), kKeyFrame);
-    } else {
-        const ByteView data = HostBytes(frame->audioData, frame->audioSize);
-        const int count = frameSizes[0];
-        std::size_t offset = 0;
-        for (int i = 0; i < count; ++i) {
-            const int size = frameSizes[i + 1];
-            if (size <= 0) continue;
-            if (static_cast<std::size_t>(size) > data.m_Size - offset) break;
-            const std::int64_t start =
-                WrappingAdd<std::int64_t>(frame->timestamp, WrappingMultiply(frame->duration, i) / count);
-            taken += m_pAudioStream->WritePacket(data.m_pData + offset, size, start,
-                                                 EndOf(start, frame->duration / count), kKeyFrame);
-            offset += static_cast<std::size_t>(size);
-        }
+    if (m_pAudioStream != nullptr) {
+        taken = AllOrNothing(*m_pAudioStream, [&] { return QueueAudio(*frame, frameSizes); });
     }
-    return AfterFrame(taken, *m_pAudioStream, m_AudioStarted, m_VideoStarted);
+    m_AudioDuration = WrappingAdd<std::int64_t>(m_AudioDuration, frame->duration); // also without a track
+    return m_pAudioStream != nullptr ? AfterFrame(taken, *m_pAudioStream, m_AudioStarted, m_VideoStarted) : 0;
+}
+
+int ContainerMuxer::QueueAudio(const MEDIA_FRAME& frame, const int* frameSizes) {
+    constexpr unsigned int kKeyFrame = 1;
+    const auto queue = [&](const unsigned char* data, int size, std::int64_t start, std::int32_t duration) {
+        return m_pAudioStream->WritePacket(data, size, start, EndOf(start, duration), kKeyFrame);
+    };
+    if (frameSizes == nullptr) return queue(frame.audioData, frame.audioSize, frame.timestamp, frame.duration);
+    if (frame.audioData == nullptr) return 0;
+    // Without a size of its own the record trusts its table.
+    std::int64_t rest = frame.audioSize > 0 ? frame.audioSize : std::numeric_limits<std::int64_t>::max();
+    const unsigned char* data = frame.audioData;
+    int taken = 0;
+    const int count = frameSizes[0];
+    for (int i = 0; i < count && rest > 0; ++i) {
+        const int size = frameSizes[i + 1];
+        if (size <= 0) continue;
+        if (size > rest) break;
+        // The record's duration is shared out evenly, in 32-bit arithmetic.
+        const std::int32_t offset = WrappingMultiply(frame.duration, i) / count;
+        const std::int64_t start = WrappingAdd<std::int64_t>(frame.timestamp, offset);
+        taken = WrappingAdd(taken, queue(data, size, start, frame.duration / count));
+        data += size;
+        rest -= size;
+    }
+    return taken;
 }
 
 int ContainerMuxer::AfterVideo(int octetsTaken) {
@@ -169,7 +194,11 @@ int ContainerMuxer::AfterVideo(int octetsTaken) {
 int ContainerMuxer::AfterFrame(int octetsTaken, const TrackStream& stream, bool& started, bool otherStarted) {
     if (octetsTaken > 0) {
         started = true;
-        if (otherStarted && stream.QueuedBlocks() >= m_Profile.m_QueuedBlocksToStart) WritePacket();
+        try {
+            if (otherStarted && stream.QueuedBlocks() >= m_Profile.m_QueuedBlocksToStart) WritePacket();
+        } catch (const std::bad_alloc&) {
+            // The frame is taken in: it stays queued, and the next one tries again.
+        }
     }
     return octetsTaken;
 }
@@ -205,12 +234,14 @@ void ContainerMuxer::WritezXPSData(const unsigned char* pictureSet, int pictureS
 // ---- the front of the file
 
 std::int32_t ContainerMuxer::WriteBeginInfo() {
-    m_SeekHead.m_Seeks.clear();
-    m_pFile->Seek(0, SEEK_SET);
-
+    // What can fail comes first. Two entries are added here, three when the file is closed.
+    KeepSpareSeekEntries(5);
+    m_Info.m_MuxingApp.Set(L"Tarnwell Matroska Muxer");
     EBML header{0x1A45DFA3};
     m_Profile.m_SetVersions(header);
     header.m_DocType.Set(m_VideoParam.fourCC == MakeFourCC("VP8 ") ? "webm" : "matroska");
+
+    m_pFile->Seek(0, SEEK_SET);
     header.Write(this);
 
     m_SegmentPos = m_pFile->GetPos();
@@ -222,7 +253,6 @@ std::int32_t ContainerMuxer::WriteBeginInfo() {
 
     AddSeekEntry(m_SeekHead, kInfoId);
     m_InfoPos = m_pFile->GetPos();
-    m_Info.m_MuxingApp.Set(L"Tarnwell Matroska Muxer");
     m_Info.m_TimecodeScale.Set(1000000);
     m_Info.m_Duration.Set(0.0F); // of its final width, so that the Info keeps its size
     m_Info.m_DateUTC.Set(DateUTC());
@@ -249,7 +279,7 @@ void ContainerMuxer::WriteTracks() {
 }
 
 void ContainerMuxer::RewriteTracks() {
-    if (!m_TracksWritten) return;
+    if (!m_TracksWritten || m_pFile == nullptr) return;
     const Track tracks = BuildTracks();
     const std::int64_t position = m_pFile->GetPos();
     m_pFile->Seek(m_TracksPos, SEEK_SET);
@@ -260,6 +290,7 @@ void ContainerMuxer::RewriteTracks() {
 // ---- interleaving
 
 std::int32_t ContainerMuxer::WritePacket() {
+    if (m_pFile == nullptr) return 0;
     const std::int64_t entry = m_pFile->GetPos();
     if (!m_HeaderWritten) m_HeaderWritten = WriteBeginInfo() != 0;
     while (TrackStream* const stream = EarliestStream()) {
@@ -313,7 +344,10 @@ void ContainerMuxer::PlaceHead(TrackStream& stream) {
 void ContainerMuxer::OpenClusterFor(std::int64_t time) {
     const auto clusterTime = static_cast<std::int64_t>(m_Cluster.m_Timecode.m_Value);
     if (time <= clusterTime + kClusterSpan) return;
-    if (ClusterHasBlocks()) WriteCluster();
+    if (ClusterHasBlocks()) {
+        KeepSpareSeekEntries(4);
+        WriteCluster();
+    }
     const std::int64_t spans = (time - clusterTime - 1) / kClusterSpan;
     m_Cluster.m_Timecode.Set(static_cast<std::uint64_t>(clusterTime + spans * kClusterSpan));
     m_Cluster.m_BlockGroups.clear();
@@ -321,8 +355,8 @@ void ContainerMuxer::OpenClusterFor(std::int64_t time) {
     m_CueBlockNumber = 0;
 }
 
-// One cue point for each cluster, at its first candidate. The cluster is written when its span closes, so it will
-// begin where the file ends now.
+// As a rule one cue point for each cluster, at its first candidate. The cluster is written when its span closes, so it
+// will begin where the file ends now.
 void ContainerMuxer::AddCuePoint(std::int64_t time, std::uint64_t blockNumber) {
     const std::uint64_t position = SegmentOffset();
     if (static_cast<std::int64_t>(position) == m_LastCueClusterPos && time <= m_LastCueTime + kClusterSpan) return;
@@ -349,9 +383,14 @@ std::uint64_t ContainerMuxer::SegmentOffset() const {
 }
 
 void ContainerMuxer::AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id) {
-    SeekHead& entry = index.m_Seeks.emplace_back(0x4DBB);
+    SeekHead& entry = m_SpareSeekEntries.front();
     entry.m_SeekID.m_SeekedID = CID{id};
     entry.m_SeekPosition.Set(SegmentOffset());
+    index.m_Seeks.splice(index.m_Seeks.end(), m_SpareSeekEntries, m_SpareSeekEntries.begin());
+}
+
+void ContainerMuxer::KeepSpareSeekEntries(std::size_t count) {
+    while (m_SpareSeekEntries.size() < count) m_SpareSeekEntries.emplace_back(0x4DBB);
 }
 
 // ---- finalisation

@@ -22,7 +22,9 @@ struct MuxerProfile {
 };
 
 // All operations are called by one thread at a time. Results of file operations are ignored, by design: a full disk
-// shows as a truncated file. When memory runs out std::bad_alloc leaves the operation, and the muxer stays usable.
+// shows as a truncated file. When memory runs out std::bad_alloc leaves the operation, nothing has been taken in, and
+// the muxer stays usable. A frame that was taken in stays queued when there is no memory to write it: the next one
+// tries again.
 class ContainerMuxer : public IStream {
 public:
     // The stream that elements write to. Read and Write fail only when no file is open.
@@ -33,11 +35,12 @@ public:
     // Finishes and closes the file, as CloseMediaFile does.
     ~ContainerMuxer() override;
 
-    // Take frames in, not null. Return the octets taken, 0 when there is no such track or nothing was taken.
+    // Take frames in. Return the octets taken, 0 when there is no such track, no frame, or nothing was taken.
     // Once each kind of media that the job has has delivered a frame, a queue that is long enough is drained.
     virtual int WriteVideoPacket(const MEDIA_FRAME* frame) = 0;
-    // frameSizes: null, or a count n and the sizes of n frames that lie end to end in audioData. A frame that does not
-    // lie within audioSize, like one of size 0 or below, is not taken.
+    // frameSizes: null, or a count n and the sizes of n frames that lie end to end in audioData. A size of 0 or below
+    // is no frame. A frame that would reach past audioSize ends the list, unless audioSize is 0 or below: then the
+    // table rules.
     int WriteAudioPacket(const MEDIA_FRAME* frame, const int* frameSizes);
 
     // Codec set-up data, at any time while the file is open, any number of times. What does not apply is ignored.
@@ -48,8 +51,8 @@ public:
                        int sequenceSetLength);
 
     // Drains what is queued, completes the file and closes it; a file without a single block stays as it is, empty.
-    // Does nothing when no file is open.
-    void CloseMediaFile();
+    // Does nothing when no file is open. Does not fail: what there is no memory to drain is left out.
+    void CloseMediaFile() noexcept;
 
     const MuxerProfile& Profile() const { return m_Profile; }
 
@@ -74,6 +77,7 @@ protected:
     TrackStream* m_pAudioStream = nullptr;
 
 private:
+    int QueueAudio(const MEDIA_FRAME& frame, const int* frameSizes);
     int AfterFrame(int octetsTaken, const TrackStream& stream, bool& started, bool otherStarted);
 
     // Drains all queues in time order into clusters. Returns the octets written.
@@ -97,7 +101,9 @@ private:
     void WriteCluster();
     // The current position as readers count it: from the Segment's payload.
     std::uint64_t SegmentOffset() const;
+    // Points at the current position. Requires a spare entry.
     void AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id);
+    void KeepSpareSeekEntries(std::size_t count);
 
     const MuxerProfile& m_Profile;
 
@@ -105,6 +111,7 @@ private:
     MatroskaWriter::Cue m_Cues{MatroskaWriter::kCuesId};
     MatroskaWriter::Seek m_ClusterIndex{MatroskaWriter::kSeekHeadId}; // one entry for each written cluster
     MatroskaWriter::Seek m_SeekHead{MatroskaWriter::kSeekHeadId};     // the main one, at the front
+    std::list<MatroskaWriter::SeekHead> m_SpareSeekEntries;           // what closing adds, so that it needs no memory
     MatroskaWriter::Info m_Info{MatroskaWriter::kInfoId};
 
     // Positions in the file.

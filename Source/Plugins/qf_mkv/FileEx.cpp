@@ -1,9 +1,11 @@
 #include "FileEx.h"
 
 #include <cwchar>
-#include <string>
+#include <utility>
 
 #include "MKVFile.h"
+
+static_assert(sizeof(off_t) == 8, "files pass 2 GiB: build with _FILE_OFFSET_BITS=64");
 
 namespace {
 
@@ -35,7 +37,7 @@ std::uint32_t FileEx::Open(const wchar_t* path, const char* mode) {
     auto copy = CopyText(path);
     m_IsPseudoFile = JudgeISOFileW(path);
     if (m_IsPseudoFile == 0) {
-        m_pStream = std::fopen(UTF16To8(path).c_str(), mode);
+        m_pStream = std::fopen(Utf8Text(path).Data(), mode);
         if (m_pStream == nullptr) return 0;
     }
     m_pPath = std::move(copy);

@@ -3,25 +3,22 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
-#include <string>
+#include <cstring>
 
 namespace {
 
-// The directory of the running executable, with its last slash; empty when the system does not tell.
-std::string ExecutableDirectory() {
-    char path[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    if (length <= 0) return {};
-    const std::string text(path, static_cast<std::size_t>(length));
-    return text.substr(0, text.rfind('/') + 1);
-}
-
+// Memory may be short when there is something to log: no heap here.
 void* LoadLogLibrary() {
-    const std::string directory = ExecutableDirectory();
-    if (directory.empty()) return nullptr;
-    for (const char* name : {"TW_Log.so", "libTW_Log.so"}) {
-        if (void* const library = dlopen((directory + name).c_str(), RTLD_NOW | RTLD_LOCAL)) return library;
+    char path[PATH_MAX + 32];
+    const ssize_t length = readlink("/proc/self/exe", path, PATH_MAX);
+    char* name = path + std::max<ssize_t>(length, 0);
+    while (name != path && name[-1] != '/') --name;
+    if (name == path) return nullptr;
+    for (const char* candidate : {"TW_Log.so", "libTW_Log.so"}) {
+        std::strcpy(name, candidate);
+        if (void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL)) return library;
     }
     return nullptr;
 }

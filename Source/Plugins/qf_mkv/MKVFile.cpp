@@ -87,7 +87,7 @@ ConversionResult ConvertUTF32toUTF8(const wchar_t* sourceStart, const wchar_t* s
             result = kSourceIllegal;
         }
         const unsigned length = EncodedLength(character);
-        if (static_cast<std::size_t>(targetEnd - target) < length) return kTargetExhausted;
+        if (targetEnd - target < static_cast<std::ptrdiff_t>(length)) return kTargetExhausted;
         for (unsigned i = length; i-- > 1; character /= kTrailStep) {
             target[i] = static_cast<unsigned char>(0x80 + character % kTrailStep);
         }
@@ -102,7 +102,7 @@ ConversionResult ConvertUTF8toUTF32(const unsigned char* sourceStart, const unsi
     wchar_t* target = targetStart;
     for (const unsigned char* source = sourceStart; source < sourceEnd;) {
         const unsigned length = AnnouncedLength(*source);
-        if (static_cast<std::size_t>(sourceEnd - source) < length) return kSourceExhausted;
+        if (sourceEnd - source < static_cast<std::ptrdiff_t>(length)) return kSourceExhausted;
         if (!IsLegal(source, length)) return kSourceIllegal;
         if (target >= targetEnd) return kTargetExhausted;
         std::uint32_t character = Decode(source, length);
@@ -128,9 +128,9 @@ ConversionResult UTF8toW(const char* source, int sourceLength, wchar_t* target, 
                               target + TargetUnits(target, targetLength), FlagsFor(strict));
 }
 
-std::string UTF16To8(const wchar_t* text) {
-    if (text == nullptr) return {};
-    std::array<char, kTextCapacity + 1> buffer{};
-    WtoUTF8(text, -1, buffer.data(), kTextCapacity, false);
-    return buffer.data();
+std::string UTF16To8(const wchar_t* text) { return Utf8Text(text).Data(); }
+
+Utf8Text::Utf8Text(const wchar_t* text) : m_Octets{} {
+    WtoUTF8(text, -1, m_Octets.data(), kTextCapacity, false);
+    m_Size = std::strlen(m_Octets.data());
 }

@@ -4,6 +4,8 @@
 // caller learns how the conversion ended and not how far it got. None of them writes a terminating zero of its own.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <string>
 
 enum ConversionResult {
@@ -37,3 +39,15 @@ constexpr int kTextCapacity = 2047;
 
 // The UTF-8 form of a wide text, empty for null. The name is older than the platform's 32-bit wide strings.
 std::string UTF16To8(const wchar_t* text);
+
+// The same on the stack, for where no memory may be asked for.
+class Utf8Text {
+public:
+    explicit Utf8Text(const wchar_t* text);
+    const char* Data() const { return m_Octets.data(); }
+    std::size_t Size() const { return m_Size; }
+
+private:
+    std::array<char, kTextCapacity + 1> m_Octets; // zero-terminated
+    std::size_t m_Size;
+};

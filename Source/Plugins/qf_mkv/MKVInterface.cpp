@@ -67,11 +67,10 @@ std::int32_t GreatestCommonDivisor(std::int32_t x, std::int32_t y) {
 }
 
 void LogUnknownFormat(FourCC format) {
-    Bytes text;
-    AppendLittleEndian(text, format, 4);
-    text.push_back(0);
+    char text[5] = {};
+    for (int i = 0; i < 4; ++i, format /= 256) text[i] = static_cast<char>(format % 256);
     std::array<wchar_t, kTextCapacity + 1> wide{};
-    UTF8toW(reinterpret_cast<const char*>(text.data()), -1, wide.data(), kTextCapacity, false);
+    UTF8toW(text, -1, wide.data(), kTextCapacity, false);
     HostLog::Get().TWLogEx(L"qf_mkv.dll: Can't find the file format[%s].", wide.data());
 }
 

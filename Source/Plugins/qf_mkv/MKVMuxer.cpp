@@ -37,7 +37,7 @@ const MuxerProfile MKVMuxer::kProfile = {5, [](EBML& header) {
                                          }};
 
 std::uint32_t MKVMuxer::CreateMediaFile(const wchar_t* path, const EncodeParam* param, const MuxParam* muxParam) {
-    if (!OpenMediaFile(path, *param)) return 0;
+    if (param == nullptr || !OpenMediaFile(path, *param)) return 0;
     auto video = param->disableVideo == 0 ? std::make_unique<MatroskaStream>(&param->videoParam, muxParam) : nullptr;
     auto audio = param->disableAudio == 0 ? std::make_unique<MatroskaStream>(&param->audioParam) : nullptr;
     AddTracks(std::move(video), std::move(audio));
@@ -45,7 +45,7 @@ std::uint32_t MKVMuxer::CreateMediaFile(const wchar_t* path, const EncodeParam* 
 }
 
 int MKVMuxer::WriteVideoPacket(const MEDIA_FRAME* frame) {
-    if (m_pVideoStream == nullptr) return 0;
+    if (m_pVideoStream == nullptr || frame == nullptr) return 0;
     const FourCC fourCC = m_VideoParam.fourCC;
     if (m_FirstVideoFrame) {
         m_FirstVideoFrame = false;
@@ -59,6 +59,7 @@ int MKVMuxer::WriteVideoPacket(const MEDIA_FRAME* frame) {
 }
 
 int MKVMuxer::WriteLossless264Packet(const MEDIA_FRAME& frame) {
+    if (HostBytes(frame.videoData, frame.videoSize).m_Size == 0) return 0;
     m_NalBufferUsed = 0;
     if (frame.videoSize > m_NalBufferSize) {
         m_NalBufferSize = 0;

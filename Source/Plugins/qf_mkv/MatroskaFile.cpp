@@ -109,13 +109,13 @@ CUTF8& CUTF8::Set(std::wstring text) {
 }
 
 std::uint64_t CUTF8::Size(bool withHeader) const {
-    return m_Value.empty() ? 0 : Sized(UTF16To8(m_Value.c_str()).size(), withHeader);
+    return m_Value.empty() ? 0 : Sized(Utf8Text(m_Value.c_str()).Size(), withHeader);
 }
 
 std::int32_t CUTF8::Write(IStream* stream) const {
     if (m_Value.empty()) return 0;
-    const std::string text = UTF16To8(m_Value.c_str());
-    return WriteRun(stream, text.data(), text.size());
+    const Utf8Text text(m_Value.c_str());
+    return WriteRun(stream, text.Data(), text.Size());
 }
 
 // ---- Segment level

@@ -18,8 +18,10 @@ constexpr unsigned kNalAccessUnitDelimiter = 9;
 // in the frame itself, to the unit's length, and take(type, unit, length) gets the unit with that length in front.
 // Returns the number of octets taken.
 //
-// Shorter start codes are not recognised and stay inside their unit. What stands in front of the first start code is
-// taken with the unit behind it, deliberately; a unit whose type octet would lie outside the frame is left alone.
+// Shorter start codes are not recognised and stay inside their unit. A frame is expected to begin with a start code.
+// One to three other octets in front of it are taken with its unit; four and more are taken by themselves, under
+// that unit's type and with their length written over its start code. Both deliberately: the steps are literal. A unit
+// whose type octet would lie outside the frame is left alone.
 template <class Keep, class Take>
 int SplitNalUnits(unsigned char* frame, int frameSize, Keep keep, Take take) {
     int kept = 0;

@@ -116,11 +116,23 @@ int TrackStream::WritePacket(const unsigned char* data, int size, std::int64_t s
                              unsigned int keyFrame) {
     const ByteView frame = HostBytes(data, size);
     if (frame.m_Size == 0) return 0;
-    QueueBlock(frame, start, end, keyFrame);
+    Bytes& codecPrivate = m_TrackEntry.m_CodecPrivate.m_Data;
+    if (codecPrivate.empty() && !m_HeaderInFile) {
+        Bytes derived = DeriveCodecPrivate(frame);
+        QueueBlock(frame, start, end, keyFrame);
+        codecPrivate.swap(derived);
+    } else {
+        QueueBlock(frame, start, end, keyFrame);
+    }
     m_LastStart = start;
     m_LastEnd = end;
-    if (m_TrackEntry.m_CodecPrivate.m_Data.empty() && !m_HeaderInFile) DeriveCodecPrivate(frame);
     return size;
+}
+
+void TrackStream::ReturnTo(const Mark& mark) {
+    while (QueuedBlocks() > mark.m_QueuedBlocks) DropTail();
+    m_LastStart = mark.m_LastStart;
+    m_LastEnd = mark.m_LastEnd;
 }
 
 bool TrackStream::SetCodecPrivate(ByteView data) {
@@ -142,16 +154,17 @@ void TrackStream::FillBlock(MatroskaWriter::BlockBase& block, ByteView frame, st
     Append(block.m_Frames.emplace_back(0).m_Data, frame);
 }
 
-void TrackStream::DeriveCodecPrivate(ByteView frame) {
+Bytes TrackStream::DeriveCodecPrivate(ByteView frame) const {
     const std::string codec = m_TrackEntry.m_CodecID.ToString();
-    Bytes& codecPrivate = m_TrackEntry.m_CodecPrivate.m_Data;
+    Bytes derived;
     if (codec == "V_MPEG1" || codec == "V_MPEG2") {
-        Append(codecPrivate, FindSequenceHeader(frame));
+        Append(derived, FindSequenceHeader(frame));
     } else if (codec == "V_MPEG4/ISO/AVC") {
-        codecPrivate.resize(kAvcPlaceholder);
+        derived.resize(kAvcPlaceholder);
     } else if (codec == "A_AAC") {
-        codecPrivate.resize(kAacPlaceholder);
+        derived.resize(kAacPlaceholder);
     } else if (codec == "A_VORBIS") {
-        codecPrivate.resize(kVorbisPlaceholder);
+        derived.resize(kVorbisPlaceholder);
     }
+    return derived;
 }

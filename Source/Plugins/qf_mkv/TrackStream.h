@@ -11,7 +11,8 @@
 // Host times are counts of 100 ns, times in the file counts of 1 ms.
 constexpr std::int64_t kHostTicksPerMs = 10000;
 
-// To the nearest millisecond, halves up, of which truncation makes halves down below zero: -5001 is 0.
+// (t + 5000) / 10000, truncated toward zero: the nearest millisecond from -5000 on, below that the next one up at
+// times.
 std::int64_t ToMilliseconds(std::int64_t hostTime);
 
 // Track numbers and types coincide: the video track is always track 1, the audio track always track 2.
@@ -27,6 +28,7 @@ public:
     virtual ~TrackStream() = default;
 
     // Takes one compressed frame in and queues it as one block. Copies `size` octets: `data` may be freed on return.
+    // When memory runs out nothing is queued and no state changes.
     // start, end: 100 ns units, absolute. keyFrame: non-zero when the frame needs no other.
     // Returns size; 0 when there is nothing at data or size is below 1 (nothing is queued, no state changes).
     // The first frames may also settle an empty CodecPrivate, as long as the track's header is not in the file.
@@ -43,6 +45,15 @@ public:
     virtual void MoveHeadTo(MatroskaWriter::Cluster& cluster) = 0; // cannot fail
     virtual void DropHead() = 0;
 
+    // Takes back the frames queued since. For frames that belong together, when memory does not last for all of them.
+    struct Mark {
+        std::size_t m_QueuedBlocks;
+        std::int64_t m_LastStart;
+        std::int64_t m_LastEnd;
+    };
+    Mark Here() const { return {QueuedBlocks(), m_LastStart, m_LastEnd}; }
+    void ReturnTo(const Mark& mark);
+
     MatroskaWriter::TrackEntry m_TrackEntry{0xAE};
     bool m_HeaderInFile = false;    // a copy of m_TrackEntry has been written
     std::int64_t m_WrittenTime = 0; // start of the last block that left the queue, 100 ns units from the file's start
@@ -56,6 +67,7 @@ protected:
     // Matroska's identifier for a video codec, null when it has none.
     static const char* VideoCodecID(FourCC fourCC);
 
+    virtual void DropTail() = 0;
     // Appends a block of that frame to the queue, or leaves the queue as it was when memory runs out.
     virtual void QueueBlock(ByteView frame, std::int64_t start, std::int64_t end, unsigned int keyFrame) = 0;
     void FillBlock(MatroskaWriter::BlockBase& block, ByteView frame, std::int64_t start, std::int64_t end) const;
@@ -63,7 +75,7 @@ protected:
 private:
     void InitCommon(std::uint64_t track);
     void SetCodec(const char* codecID, Bytes codecPrivate);
-    void DeriveCodecPrivate(ByteView frame);
+    Bytes DeriveCodecPrivate(ByteView frame) const;
 };
 
 // The queue of a track whose clusters take their blocks in the list kBlocks.
@@ -76,6 +88,7 @@ public:
         blocks.splice(blocks.end(), m_Queue, m_Queue.begin());
     }
     void DropHead() override { m_Queue.pop_front(); }
+    void DropTail() override { m_Queue.pop_back(); }
 
     std::list<Block> m_Queue;
 };

@@ -31,7 +31,7 @@ const MuxerProfile WebmMuxer1::kProfile = {1, [](EBML& header) {
                                            }};
 
 std::uint32_t WebmMuxer1::CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
-    if (!OpenMediaFile(path, *param)) return 0;
+    if (param == nullptr || !OpenMediaFile(path, *param)) return 0;
     auto video = param->disableVideo == 0 ? std::make_unique<MatroskaStreamWebm>(&param->videoParam) : nullptr;
     auto audio = param->disableAudio == 0 ? std::make_unique<MatroskaStreamWebm>(&param->audioParam) : nullptr;
     AddTracks(std::move(video), std::move(audio));
@@ -39,7 +39,7 @@ std::uint32_t WebmMuxer1::CreateMediaFile(const wchar_t* path, const EncodeParam
 }
 
 int WebmMuxer1::WriteVideoPacket(const MEDIA_FRAME* frame) {
-    if (m_pVideoStream == nullptr) return 0;
+    if (m_pVideoStream == nullptr || frame == nullptr) return 0;
     const FourCC fourCC = m_VideoParam.fourCC;
     if (fourCC == MakeFourCC("N264") || fourCC == MakeFourCC("A264")) return AfterVideo(WriteN264Packet(*frame));
     return AfterVideo(QueueVideo(*frame, frame->videoData, frame->videoSize, frame->frameFlags));
