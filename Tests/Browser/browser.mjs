@@ -137,7 +137,8 @@ const arguments_ = [
     '--autoplay-policy=no-user-gesture-required',
 ];
 
-// Runs `use` with a browser that reads from the folder; whatever happens, nothing is left behind.
+// Runs `use` with a browser that reads from the folder; whatever happens, nothing is left behind. The sandbox needs
+// rights that containers and root do not have; all that is loaded here is our own.
 export async function withBrowser(folder, use) {
     const ranges = []; // [path, the Range asked for, the status it got]
     const server = httpServer.createServer({
@@ -173,10 +174,14 @@ export async function withBrowser(folder, use) {
         const tab = context.pages()[0] ?? (await context.newPage());
         await tab.goto(`http://127.0.0.1:${server.server.address().port}/`);
         const call = (name, ...args) =>
-            within(20000, name, tab.evaluate(([name, args]) => globalThis[name](...args), [name, args]));
-        await use({ call, ranges, screenshot: (options) => tab.locator('video').screenshot(options) });
+            within(
+                20000,
+                name,
+                tab.evaluate(([name, args]) => globalThis[name](...args), [name, args]),
+            );
+        await use({ call, ranges, screenshot: () => tab.locator('video').screenshot() });
     } finally {
-        if (context) await context.close();
+        if (context) await within(15000, 'closing the browser', context.close());
         server.server.closeAllConnections?.();
         server.close();
         rmSync(home, { recursive: true, force: true, maxRetries: 5 });

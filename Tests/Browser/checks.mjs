@@ -24,8 +24,8 @@ export function checkOpened(seen, clip, duration) {
     near(seen.seekable, seen.duration, 0.001, 'the end of what can be sought');
 }
 
-// before: what was seen before play() was called. flowing: whether pictures follow one another from here; while one of a
-// later time waits, or none is to come, the browser may decode some or none.
+// before: what was seen before play() was called. flowing: whether pictures follow one another from here; while one of
+// a later time waits, or none is to come, the browser may decode some or none.
 export function checkPlayed(seen, before, clip, flowing) {
     assert.equal(seen.error, null);
     assert.ok(seen.moved, `it does not play on from ${seen.from} s`);
@@ -75,8 +75,8 @@ export function checkEnd(seen, clip) {
     near(seen.time, clip.length, 0.1, 'the time at the end');
 }
 
-// seen: what the page's compareSound returns. The last packet of a Vorbis stream may ask for samples to be left out; the
-// file has no word for that.
+// seen: what the page's compareSound returns. The last packet of a Vorbis stream may ask for samples to be left out;
+// the file has no word for that.
 export function checkSound(seen, channels) {
     assert.equal(seen.channels, channels);
     assert.ok(seen.level > 0.05, 'the source is silent');
@@ -89,4 +89,13 @@ export function checkRanges(ranges, url) {
     const answers = ranges.filter(([path, range]) => path === url && range);
     assert.ok(answers.length > 0, 'no range was asked for');
     for (const [, range, status] of answers) assert.equal(status, 206, range);
+}
+
+// That the browser went to a position: it asked for octets from just before it on, not for all those on the way there.
+export function checkJump(ranges, url, position) {
+    const starts = ranges.filter(([path]) => path === url).map(([, range]) => Number(/^bytes=(\d+)-/.exec(range)?.[1]));
+    assert.ok(
+        starts.some((start) => start <= position && start > position - 100000),
+        `no range begins shortly before ${position}, but ${starts}`,
+    );
 }

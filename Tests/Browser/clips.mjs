@@ -1,5 +1,5 @@
-// The clips that the browser plays, and what is asked of each. make-clips makes the files of these names: `name`.webm is
-// what qfmux wrote and the browser plays; source-`name`.webm and source-`name`.ogg are what went in, and what the
+// The clips that the browser plays, and what is asked of each. make-clips makes the files of these names: `name`.webm
+// is what qfmux wrote and the browser plays; source-`name`.webm and source-`name`.ogg are what went in, and what the
 // browser's pictures and sound are compared with.
 //
 // size    width and height in pixels; none for sound alone
@@ -7,6 +7,7 @@
 // length  seconds that were drawn
 // seeks   seconds to go to, in this order
 // last    seconds from which to play to the end
+// jumps   those of the seeks that lie beyond what the browser has read by then: the file's cues take it there
 // tones   the sound changes once a second, so that what is heard tells where the browser is
 export const clips = {
     sample: { size: [320, 180], rate: 44100, length: 6, seeks: [0.5, 2.5, 4.5, 1.5], last: 5.5 },
@@ -20,7 +21,15 @@ export const clips = {
     odd: { size: [318, 178], rate: 48000, length: 4, seeks: [3.4, 0.5, 2.4], last: 3.4, tones: true },
     // VP8's pictures that are never shown, each in a block of its own.
     hidden: { size: [176, 144], rate: 44100, length: 4, seeks: [2.5, 0.5, 3.5], last: 3.4, tones: true },
-    minute: { size: [161, 91], rate: 48000, length: 60, seeks: [31.4, 58.4, 7.4], last: 59.4, tones: true },
+    minute: {
+        size: [241, 137],
+        rate: 48000,
+        length: 60,
+        seeks: [31.4, 58.4, 7.4],
+        jumps: [31.4, 58.4],
+        last: 59.4,
+        tones: true,
+    },
     // Too short for a Duration: see expectedDuration.
     moment: { size: [320, 180], length: 0.8, seeks: [0.4, 0.1, 0.3], last: 0.3 },
 };

@@ -1,12 +1,12 @@
-// Opens, plays and seeks one clip in the browser: play.mjs FOLDER NAME, see clips.mjs. The pictures on the screen are left
-// in the folder.
+// Opens, plays and seeks one clip in the browser: play.mjs FOLDER NAME, see clips.mjs. The pictures on the screen are
+// left in the folder.
 import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 
 import { withBrowser } from './browser.mjs';
 import * as checks from './checks.mjs';
 import { clips } from './clips.mjs';
-import { decodePng, Source } from './source.mjs';
+import { blockPosition, decodePng, Source } from './source.mjs';
 
 const [folder, name] = process.argv.slice(2);
 const clip = clips[name];
@@ -34,7 +34,9 @@ await withBrowser(folder, async ({ call, ranges, screenshot }) => {
         const report = [`sought ${seconds} s: time ${found.time} s`];
         if (clip.size) {
             const png = await settled(screenshot, (picture) =>
-                frame === null ? checks.checkSamePicture(picture, shownBefore) : checks.checkPicture(picture, source, frame),
+                frame === null
+                    ? checks.checkSamePicture(picture, shownBefore)
+                    : checks.checkPicture(picture, source, frame),
             );
             writeFileSync(join(folder, `${name}-at-${seconds}.png`), png);
             report.push(frame === null ? 'no picture' : `picture of ${found.shown} s`);
@@ -51,6 +53,10 @@ await withBrowser(folder, async ({ call, ranges, screenshot }) => {
     const end = await call('playToTheEnd');
     checks.checkEnd(end, clip);
     checks.checkRanges(ranges, `/${url}`);
+    for (const seconds of clip.jumps ?? []) {
+        const cue = source.cueFor(seconds * 1000);
+        checks.checkJump(ranges, `/${url}`, blockPosition(join(folder, url), cue.time));
+    }
     console.log(`size ${opened.width}x${opened.height}, duration ${opened.duration} s, ended at ${end.time} s`);
     if (clip.rate) {
         source.writeSound(join(folder, `${name}.f32`));

@@ -1,5 +1,5 @@
-// That the checks can fail: what the browser truly shows of one clip passes with the source's figures, and is refused with
-// any other: refuse.mjs FOLDER.
+// That the checks can fail: what the browser truly shows of one clip passes with the source's figures, and is refused
+// with any other: refuse.mjs FOLDER.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 
@@ -118,6 +118,14 @@ await withBrowser(folder, async ({ call, ranges, screenshot }) => {
         [ranges, '/odd.webm'],
         [ranges, '/sample.webm'],
         [ranges.map(([path, range]) => [path, range, 200]), '/odd.webm'],
+    );
+    const jumped = [['/odd.webm', 'bytes=300000-', 206]];
+    tells(
+        checks.checkJump,
+        [jumped, '/odd.webm', 310000],
+        [jumped, '/odd.webm', 299999],
+        [jumped, '/odd.webm', 500000],
+        [jumped, '/sample.webm', 310000],
     );
 
     // A file that is not there, and one that is no media file.

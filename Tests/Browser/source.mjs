@@ -17,7 +17,11 @@ const milliseconds = (seconds) => Math.round(Number(seconds) * 1000);
 
 // Octets, three for each pixel: red, green, blue.
 export function decodePng(octets) {
-    return run('ffmpeg', ['-v', 'error', '-f', 'png_pipe', '-i', 'pipe:', '-f', 'rawvideo', '-pix_fmt', 'rgb24', 'pipe:'], octets);
+    return run(
+        'ffmpeg',
+        ['-v', 'error', '-f', 'png_pipe', '-i', 'pipe:', '-f', 'rawvideo', '-pix_fmt', 'rgb24', 'pipe:'],
+        octets,
+    );
 }
 
 // From planes of Y, Cb and Cr, 8 bits, to red, green, blue (ITU-R BT.601, as VP8 has it). Chromium without a graphics
@@ -66,9 +70,10 @@ export class Source {
         this.pictures = this.frames.map((_, frame) => toRgb(octets.subarray(frame * size), width, height));
     }
 
-    // The length in seconds that the browser is to report when it opens the file, or null. A Duration is the sum of the sound's
-    // durations if that lies within a second of the start of the last block; else it is the start of the last block and
-    // 1 ms. Pictures alone that last no longer than a second thus have a Duration of zero, which tells a browser nothing.
+    // The length in seconds that the browser is to report when it opens the file, or null. A Duration is the sum of
+    // the sound's durations if that lies within a second of the start of the last block; else it is the start of the
+    // last block and 1 ms. Pictures alone that last no longer than a second thus have a Duration of zero, which tells
+    // a browser nothing.
     expectedDuration() {
         const far = Math.abs(this.lastBlock - this.soundDuration) > 1000;
         return (far ? this.lastBlock + 1 : this.soundDuration) / 1000 || null;
@@ -79,16 +84,20 @@ export class Source {
         return this.frames.reduce((last, start, frame) => (start <= time ? frame : last), 0);
     }
 
-    // The frame to be seen after a seek, or null if the seek brings none.
-    //
-    // A cluster holds what lies in its second, a block at the very end of it included, and its cue names the first video
-    // block in it, be it a key frame or not. A reader goes to the last cue that is not after the time asked for and
-    // waits for a key frame. If that is later than the time asked for, it is the picture to be seen.
-    frameAfterSeek(time) {
+    // The video block, of those that cues name, to which a reader goes for a time: the last that is not after it. A
+    // cluster holds what lies in its second, a block at the very end of it included, and its cue names the first video
+    // block in it, be it a key frame or not.
+    cueFor(time) {
         const cluster = (block) => Math.max(0, Math.ceil(block.time / 1000) - 1);
         const opensCluster = (block, i, blocks) => i === 0 || cluster(blocks[i - 1]) !== cluster(block);
         const cues = this.blocks.filter(opensCluster);
-        const cue = cues.filter((block) => block.time <= time).pop() ?? cues[0];
+        return cues.filter((block) => block.time <= time).pop() ?? cues[0];
+    }
+
+    // The frame to be seen after a seek, or null if the seek brings none. From the cue on, a reader waits for a key
+    // frame. If that is later than the time asked for, it is the picture to be seen.
+    frameAfterSeek(time) {
+        const cue = this.cueFor(time);
         const key = this.blocks.find((block) => block.key && block.time >= cue.time);
         return key ? this.frameAt(Math.max(time, key.time)) : null;
     }
@@ -101,6 +110,12 @@ export class Source {
     channels() {
         return Number(probe(this.soundFile, 'a', 'stream=channels')[0][0]);
     }
+}
+
+// Where a file's video block of that time stands, in octets.
+export function blockPosition(file, time) {
+    const row = probe(file, 'v', 'packet=pts_time,pos').find(([start]) => milliseconds(start) === time);
+    return Number(row[1]);
 }
 
 // The mean absolute difference of two pictures, 0 to 255.
