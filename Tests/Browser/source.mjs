@@ -58,7 +58,13 @@ export class Source {
         const base = Math.min(...[...packets, ...sounds].map(([time]) => milliseconds(time)));
         this.blocks = packets.map(([time, flags]) => ({ time: milliseconds(time) - base, key: flags.includes('K') }));
         this.lastBlock = Math.max(...[...packets, ...sounds].map(([time]) => milliseconds(time))) - base;
-        this.soundDuration = sounds.reduce((sum, [, duration]) => sum + 1000 * (Number(duration) || 0), 0);
+        // A packet lasts until the next one where that is its duration but for the rounding of the container's times.
+        const tick = this.soundFile === picture ? 0.001 : 1 / clip.rate;
+        this.soundDuration = sounds.reduce((sum, [time, duration], i) => {
+            const told = Number(duration) || 0;
+            const distance = i + 1 < sounds.length ? sounds[i + 1][0] - time : told;
+            return sum + 1000 * (Math.abs(distance - told) <= tick + 1e-6 ? distance : told);
+        }, 0);
         this.frames = clip.size ? probe(picture, 'v', 'frame=pts_time').map(([time]) => milliseconds(time) - base) : [];
         if (!clip.size) return;
         // From the first picture to the last, so that no seeking of ffmpeg's plays a part.

@@ -1,6 +1,7 @@
 #include "Media.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <new>
 #include <utility>
@@ -180,7 +181,7 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     return true;
 }
 
-bool TrackReader::Next(Frame& frame) {
+bool TrackReader::ReadFrame(Frame& frame) {
     for (;;) {
         if (m_Order != nullptr && m_Order->Pop(frame)) return true;
         Frame next;
@@ -204,4 +205,22 @@ bool TrackReader::Next(Frame& frame) {
         }
         m_Order->Push(std::move(next));
     }
+}
+
+bool TrackReader::Next(Frame& frame) {
+    if (!m_IsStarted) m_HasAhead = ReadFrame(m_Ahead);
+    m_IsStarted = true;
+    if (!m_HasAhead) return false;
+    frame = std::move(m_Ahead);
+    m_HasAhead = ReadFrame(m_Ahead);
+    if (m_HasAhead && Parameters().codec_type == AVMEDIA_TYPE_AUDIO) {
+        // Where times are coarse, as in milliseconds, the durations of thousands of frames would add up to too little:
+        // what lies between two frames does not.
+        const std::int64_t distance = m_Ahead.m_Presentation - frame.m_Presentation;
+        const std::int64_t tick = av_rescale_q(1, m_Filter->time_base_out, kHostTimeBase);
+        if (distance > 0 && std::abs(distance - frame.m_Duration) <= tick) {
+            frame.m_Duration = static_cast<std::int32_t>(distance);
+        }
+    }
+    return true;
 }

@@ -116,6 +116,7 @@ public:
 
 private:
     bool NextPacket(AVPacket& packet);
+    bool ReadFrame(Frame& frame);
     // hasPresentation: whether the file tells when it is presented.
     bool NextInDecodingOrder(Frame& frame, bool& hasPresentation);
 
@@ -127,4 +128,7 @@ private:
     std::int64_t m_NextDecode = 0;
     bool m_TimesWereMade = false;
     std::unique_ptr<PictureOrder> m_Order; // once a frame lacked its presentation time
+    Frame m_Ahead;                         // read and not handed out
+    bool m_HasAhead = false;
+    bool m_IsStarted = false;
 };
