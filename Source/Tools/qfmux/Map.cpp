@@ -779,7 +779,26 @@ private:
     std::uint64_t m_MoreProblems = 0;
 };
 
-const char* KindName(MapKind kind) {
+nlohmann::json ElementAsJson(const MapElement& element) {
+    nlohmann::json json = {{"name", element.m_Name},
+                           {"role", MapKindName(element.m_Kind)},
+                           {"position", element.m_Position},
+                           {"headerOctets", element.m_HeaderSize},
+                           {"octets", element.m_Octets}};
+    if (element.m_Kind != MapKind::Junk) {
+        json["declaredOctets"] = element.m_Declared ? nlohmann::json(*element.m_Declared) : nlohmann::json(nullptr);
+    }
+    if (element.m_IsCut) json["cut"] = true;
+    return json;
+}
+
+const char* WhereName(MapGap::Where where) {
+    return where == MapGap::Where::Start ? "start" : where == MapGap::Where::Inside ? "inside" : "end";
+}
+
+} // namespace
+
+const char* MapKindName(MapKind kind) {
     switch (kind) {
     case MapKind::EbmlHeader:
         return "EBML header";
@@ -806,25 +825,6 @@ const char* KindName(MapKind kind) {
     }
     return "";
 }
-
-nlohmann::json ElementAsJson(const MapElement& element) {
-    nlohmann::json json = {{"name", element.m_Name},
-                           {"role", KindName(element.m_Kind)},
-                           {"position", element.m_Position},
-                           {"headerOctets", element.m_HeaderSize},
-                           {"octets", element.m_Octets}};
-    if (element.m_Kind != MapKind::Junk) {
-        json["declaredOctets"] = element.m_Declared ? nlohmann::json(*element.m_Declared) : nlohmann::json(nullptr);
-    }
-    if (element.m_IsCut) json["cut"] = true;
-    return json;
-}
-
-const char* WhereName(MapGap::Where where) {
-    return where == MapGap::Where::Start ? "start" : where == MapGap::Where::Inside ? "inside" : "end";
-}
-
-} // namespace
 
 double FileMap::FirstTime() const {
     double time = std::numeric_limits<double>::infinity();
@@ -860,7 +860,7 @@ std::vector<MapShare> MapShares(const FileMap& map) {
         shares.push_back({what, count, octets});
     };
     const auto takeElement = [&](const MapElement& element) {
-        take(element.m_Kind == MapKind::Other ? element.m_Name : KindName(element.m_Kind), 1, element.m_Octets);
+        take(element.m_Kind == MapKind::Other ? element.m_Name : MapKindName(element.m_Kind), 1, element.m_Octets);
     };
     // In the order of the file, what clusters hold at the place of the first one.
     const std::uint64_t firstCluster = map.m_Clusters.empty() ? map.m_Octets : map.m_Clusters[0].m_Element.m_Position;

@@ -22,6 +22,9 @@ enum class MapKind {
     Junk   // octets that are no element
 };
 
+// What an element is to a reader of the map, "cluster index" for instance.
+const char* MapKindName(MapKind kind);
+
 // Positions are octets from the start of the file, times are seconds.
 struct MapElement {
     MapKind m_Kind;

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 namespace {
 
@@ -59,6 +60,17 @@ std::string Shortened(const std::string& text, std::size_t most) {
         part += c;
     }
     return part + "…";
+}
+
+// In lines of so many characters at most, broken at blanks; a word that is longer is cut.
+std::vector<std::string> Wrapped(const std::string& text, std::size_t most) {
+    std::vector<std::string> lines(1);
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (!lines.back().empty() && Length(lines.back()) + 1 + Length(word) > most) lines.emplace_back();
+        lines.back() += (lines.back().empty() ? "" : " ") + Shortened(word, most);
+    }
+    return lines;
 }
 
 std::string Escaped(const std::string& text) {
@@ -198,7 +210,7 @@ std::vector<Finding> Findings(const FileMap& map) {
                 {true, name + " lags: it lies up to " + SpanText(largest->m_Largest) + " behind in the file (" +
                            OctetsText(largest->m_First.m_Position) + " to " + OctetsText(largest->m_Last.m_Position) +
                            ")" +
-                           (track.m_Lags.size() > 1 ? ", in " + Many(track.m_Lags.size(), "stretch") + "es" : "")});
+                           (track.m_Lags.size() > 1 ? ", in " + Grouped(track.m_Lags.size()) + " stretches" : "")});
         }
         std::size_t told = 0;
         for (const MapGap& gap : track.m_Gaps) {
@@ -225,7 +237,7 @@ std::vector<Finding> Findings(const FileMap& map) {
         findings.push_back({false, "no cues: players find places by searching"});
     }
     if (isClean && continuous > 1) {
-        findings.push_back({false, "well interleaved: no track lies more than a second behind another, no gaps"});
+        findings.push_back({false, "well interleaved: no track comes over a second late, no gaps"});
     } else if (isClean && continuous == 1) {
         findings.push_back({false, "no gaps"});
     }
@@ -242,31 +254,43 @@ struct Part {
 };
 
 std::string PartName(const MapElement& element) {
-    switch (element.m_Kind) {
+    if (element.m_Kind == MapKind::Void) return "reserved (Void)";
+    return element.m_Kind == MapKind::Other ? Clean(element.m_Name) : MapKindName(element.m_Kind);
+}
+
+// How a part is shown: a class of the picture's style; a sign and a colour (of ECMA-48) of the strip.
+struct Look {
+    const char* m_Class;
+    const char* m_Sign;
+    const char* m_Colour;
+};
+
+Look LookOf(MapKind kind) {
+    switch (kind) {
     case MapKind::EbmlHeader:
-        return "EBML header";
+        return {"ebml", "E", "7"};
     case MapKind::SegmentHeader:
-        return "Segment header";
+        return {"segment", "S", "7"};
     case MapKind::SeekHead:
-        return "seek head";
+        return {"seek", "H", "45;97"};
     case MapKind::ClusterIndex:
-        return "cluster index";
+        return {"index", "X", "45;97"};
     case MapKind::Void:
-        return "reserved (Void)";
+        return {"void", "·", "2"};
     case MapKind::Info:
-        return "info";
+        return {"info", "I", "42;30"};
     case MapKind::Tracks:
-        return "tracks";
+        return {"tracks", "T", "42;30"};
     case MapKind::Cluster:
-        return "cluster";
+        return {"clusters", "█", "90"};
     case MapKind::Cues:
-        return "cues";
-    case MapKind::Junk:
-        return "no element";
+        return {"cues", "C", "45;97"};
     case MapKind::Other:
-        break;
+        return {"other", "o", "43;30"};
+    case MapKind::Junk:
+        return {"junk", "?", "41;97"};
     }
-    return Clean(element.m_Name);
+    return {"", " ", "0"};
 }
 
 std::vector<Part> PartsOf(const FileMap& map) {
@@ -321,34 +345,6 @@ text{fill:#e6edf3}.bg{fill:#0d1117}.soft{fill:#9aa4ae}.grid{stroke:#2a313a}.axis
 .s5{stroke:#39c5cf}.s6{stroke:#d29922}.s7{stroke:#9198a1}}
 </style>
 )";
-
-const char* ClassOf(MapKind kind) {
-    switch (kind) {
-    case MapKind::EbmlHeader:
-        return "ebml";
-    case MapKind::SegmentHeader:
-        return "segment";
-    case MapKind::SeekHead:
-        return "seek";
-    case MapKind::ClusterIndex:
-        return "index";
-    case MapKind::Void:
-        return "void";
-    case MapKind::Info:
-        return "info";
-    case MapKind::Tracks:
-        return "tracks";
-    case MapKind::Cluster:
-        return "clusters";
-    case MapKind::Cues:
-        return "cues";
-    case MapKind::Other:
-        return "other";
-    case MapKind::Junk:
-        return "junk";
-    }
-    return "";
-}
 
 // The distance between labelled ticks: 1, 2 or 5 of a power of ten, and for times minutes and hours as clocks have
 // them.
@@ -459,7 +455,7 @@ private:
             }
             const double begin = X(part.m_Begin);
             const double end = std::max(X(part.m_End), begin + 0.8);
-            const std::string kind = ClassOf(part.m_Kind);
+            const std::string kind = LookOf(part.m_Kind).m_Class;
             Path(kind + " fan",
                  "M" + At(x, 164) + "L" + At(x + width, 164) + "L" + At(end, kBar) + "L" + At(begin, kBar) + "Z");
             const std::string share = ShareText(part.m_End - part.m_Begin, m_Map.m_Octets);
@@ -476,7 +472,7 @@ private:
         Rect("box", kLeft, kBar, kRight - kLeft, 20);
         for (const Part& part : m_Parts) {
             if (part.m_Kind == MapKind::Cluster) continue;
-            Rect(ClassOf(part.m_Kind), X(part.m_Begin), kBar, std::max(0.8, X(part.m_End) - X(part.m_Begin)), 20,
+            Rect(LookOf(part.m_Kind).m_Class, X(part.m_Begin), kBar, std::max(0.8, X(part.m_End) - X(part.m_Begin)), 20,
                  part.m_Name + ", " + OctetsText(part.m_End - part.m_Begin));
         }
         Text("end soft small", kLeft - 10, kBar + 14, "to scale");
@@ -747,12 +743,17 @@ private:
         Text("strong", 680, y, "What stands out");
         double right = y + 20;
         const std::vector<Finding> findings = Findings(m_Map);
-        for (std::size_t i = 0; i < findings.size() && i < 9; ++i, right += 20) {
-            const bool isMore = i == 8 && findings.size() > 9;
-            const std::string words =
-                isMore ? "and " + std::to_string(findings.size() - 8) + " more" : findings[i].m_Text;
-            const std::string mark = findings[i].m_IsBad ? "! " : "";
-            Text(findings[i].m_IsBad ? "bad" : "", 680, right, Shortened(mark + words, 74));
+        constexpr std::size_t kMostFindings = 9;
+        for (std::size_t i = 0; i < findings.size() && i < kMostFindings; ++i) {
+            const char* const names = findings[i].m_IsBad ? "bad" : "";
+            for (const std::string& line : Wrapped((findings[i].m_IsBad ? "! " : "") + findings[i].m_Text, 68)) {
+                Text(names, 680, right, line);
+                right += 20;
+            }
+        }
+        if (findings.size() > kMostFindings) {
+            Text("soft", 680, right, "and " + std::to_string(findings.size() - kMostFindings) + " more");
+            right += 20;
         }
         return std::max(row, right) + 18;
     }
@@ -824,38 +825,6 @@ private:
             return std::min({cell + static_cast<std::size_t>(inside), cell + m_Widths[i] - 1, m_Cells - 1});
         }
         return m_Cells - 1;
-    }
-
-    struct Look {
-        const char* m_Sign;
-        const char* m_Colour;
-    };
-    static Look LookOf(MapKind kind) {
-        switch (kind) {
-        case MapKind::EbmlHeader:
-            return {"E", "7"};
-        case MapKind::SegmentHeader:
-            return {"S", "7"};
-        case MapKind::SeekHead:
-            return {"H", "45;97"};
-        case MapKind::ClusterIndex:
-            return {"X", "45;97"};
-        case MapKind::Void:
-            return {"·", "2"};
-        case MapKind::Info:
-            return {"I", "42;30"};
-        case MapKind::Tracks:
-            return {"T", "42;30"};
-        case MapKind::Cues:
-            return {"C", "45;97"};
-        case MapKind::Cluster:
-            return {"█", "90"};
-        case MapKind::Other:
-            return {"o", "43;30"};
-        case MapKind::Junk:
-            return {"?", "41;97"};
-        }
-        return {" ", "0"};
     }
 
     std::string Layout() const {
