@@ -494,7 +494,8 @@ private:
         const auto kind = kKinds.find(type);
         m_Map.m_Tracks[index].m_Kind = kind == kKinds.end() ? "unknown" : kind->second;
         m_Map.m_Tracks[index].m_CodecID = codec;
-        if (duration < 3600U * 1000000000U) m_States[index].m_FrameDuration = static_cast<double>(duration) / 1e9;
+        // Beyond an hour it is none.
+        if (duration < 3600000000000) m_States[index].m_FrameDuration = static_cast<double>(duration) / 1e9;
     }
 
     std::size_t TrackIndex(std::uint64_t number) {

@@ -481,14 +481,17 @@ private:
     void DrawGrid() {
         const double step = TickStep(m_TimeTo - m_TimeFrom, 9, true);
         std::string lines;
-        for (double tick = std::ceil(m_TimeFrom / step) * step; tick <= m_TimeTo + step / 1000; tick += step) {
+        const double first = std::ceil(m_TimeFrom / step);
+        for (int i = 0; (first + i) * step <= m_TimeTo + step / 1000; ++i) {
+            const double tick = (first + i) * step;
             lines += "M" + At(kLeft, Y(tick)) + "H" + Number(kRight, 1);
             Text("end soft small", kLeft - 10, Y(tick) + 4, TimeText(tick, step));
         }
         const Unit unit = UnitFor(m_Map.m_Octets);
         const double whole = static_cast<double>(m_Map.m_Octets) / unit.m_Octets;
         const double xStep = std::max(TickStep(whole, 10, false), unit.m_Octets == 1 ? 1.0 : 0.0);
-        for (double tick = 0; tick <= whole; tick += xStep) {
+        for (int i = 0; i * xStep <= whole; ++i) {
+            const double tick = i * xStep;
             const double x = kLeft + (kRight - kLeft) * tick / whole;
             lines += "M" + At(x, kTop) + "V" + Number(kAxis + 4, 1);
             Text("mid soft small", x, kAxis + 18, Number(tick, 6));
@@ -746,7 +749,7 @@ private:
         constexpr std::size_t kMostFindings = 9;
         for (std::size_t i = 0; i < findings.size() && i < kMostFindings; ++i) {
             const char* const names = findings[i].m_IsBad ? "bad" : "";
-            for (const std::string& line : Wrapped((findings[i].m_IsBad ? "! " : "") + findings[i].m_Text, 68)) {
+            for (const std::string& line : Wrapped((findings[i].m_IsBad ? "! " : "") + findings[i].m_Text, 72)) {
                 Text(names, 680, right, line);
                 right += 20;
             }
@@ -865,7 +868,7 @@ private:
         for (std::size_t i = 0; i < m_Cells; ++i) {
             const double share = all[i] > 0 ? octets[i] / all[i] : 0;
             const auto height =
-                share > 0 ? std::clamp<std::size_t>(static_cast<std::size_t>(share * 8 + 0.5), 1, 8) : 0;
+                share > 0 ? std::clamp<std::size_t>(static_cast<std::size_t>(std::lround(share * 8)), 1, 8) : 0;
             cells += isLate[i] ? Painted("31;1", "!") : Painted(kColours[index % kColours.size()], kHeights[height]);
         }
         return Row(TrackName(track, m_Map), cells);
@@ -925,7 +928,9 @@ private:
             if (std::find(seen.begin(), seen.end(), part.m_Kind) != seen.end()) continue;
             seen.push_back(part.m_Kind);
             const Look look = LookOf(part.m_Kind);
-            const std::string name = part.m_Kind == MapKind::Cluster ? "▒ clusters" : " " + part.m_Name;
+            const std::string name = part.m_Kind == MapKind::Cluster ? "▒ clusters"
+                                     : part.m_Kind == MapKind::Other ? " other"
+                                                                     : " " + part.m_Name;
             text += (text.empty() ? "" : "   ") + Painted(look.m_Colour, look.m_Sign) + name;
         }
         return text + "\n";
