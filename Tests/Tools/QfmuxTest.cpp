@@ -14,21 +14,12 @@
 #include <string>
 #include <vector>
 
-#include "Command.h"
-#include "TempDirectory.h"
+#include "QfmuxCommand.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-
-std::string ClipPath(const std::string& name) { return QF_CLIPS "/" + name; }
-
-// The words of a run, errors and results together, or results alone.
-CommandResult Qfmux(const std::string& arguments) { return RunCommand(Quoted(QF_QFMUX) + " " + arguments + " 2>&1"); }
-CommandResult QfmuxResult(const std::string& arguments) {
-    return RunCommand(Quoted(QF_QFMUX) + " " + arguments + " 2>/dev/null");
-}
 
 std::string Ffmpeg(const std::string& input, const std::string& options) {
     return RunCommand("ffmpeg -nostdin -v error -i " + Quoted(input) + " " + options + " 2>&1").m_Output;
@@ -41,8 +32,6 @@ std::string Decoded(const std::string& file, const std::string& kind) {
 std::string Payload(const std::string& file, const std::string& kind) {
     return Ffmpeg(file, "-map 0:" + kind + " -c copy -f streamhash -");
 }
-
-int Lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
 
 class QfmuxTest : public testing::Test {
 protected:
@@ -307,14 +296,8 @@ TEST_F(QfmuxTest, FormatsHelpAndVersion) {
 
 TEST_F(QfmuxTest, ManPageAndCompletionKnowEveryOption) {
     const std::string help = QfmuxResult("--help").m_Output;
-    const auto text = [](const char* path) {
-        const auto octets = ReadFile(path);
-        std::string words(octets.begin(), octets.end());
-        words.erase(std::remove(words.begin(), words.end(), '\\'), words.end()); // troff's hyphens
-        return words;
-    };
-    const std::string man = text(QF_SOURCE "/Docs/man/qfmux.1");
-    const std::string completion = text(QF_SOURCE "/Source/Tools/qfmux/qfmux.bash");
+    const std::string man = WordsOf(QF_SOURCE "/Docs/man/qfmux.1");
+    const std::string completion = WordsOf(QF_SOURCE "/Source/Tools/qfmux/qfmux.bash");
     int options = 0;
     const std::string list = help.substr(0, help.find("Examples:"));
     for (std::size_t at = list.find("--"); at != std::string::npos; at = list.find("--", at + 2)) {

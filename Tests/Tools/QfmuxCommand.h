@@ -1,0 +1,28 @@
+// qfmux, as its tests run it.
+#pragma once
+
+#include <algorithm>
+#include <string>
+
+#include "Command.h"
+#include "TempDirectory.h"
+
+inline std::string ClipPath(const std::string& name) { return QF_CLIPS "/" + name; }
+
+// The words of a run, errors and results together, or results alone.
+inline CommandResult Qfmux(const std::string& arguments) {
+    return RunCommand(Quoted(QF_QFMUX) + " " + arguments + " 2>&1");
+}
+inline CommandResult QfmuxResult(const std::string& arguments) {
+    return RunCommand(Quoted(QF_QFMUX) + " " + arguments + " 2>/dev/null");
+}
+
+inline int Lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
+
+// A file's words; a manual page's without the backslashes before troff's hyphens.
+inline std::string WordsOf(const char* path) {
+    const auto octets = ReadFile(path);
+    std::string words(octets.begin(), octets.end());
+    words.erase(std::remove(words.begin(), words.end(), '\\'), words.end());
+    return words;
+}
