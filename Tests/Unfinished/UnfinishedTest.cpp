@@ -292,6 +292,8 @@ struct Case {
     std::size_t m_PlayedEach; // ffmpeg takes its time: it plays one point of so many
 };
 
+void PrintTo(const Case& row, std::ostream* out) { *out << row.m_Name; }
+
 class Unfinished : public testing::TestWithParam<Case> {
 protected:
     const Work m_Work = GetParam().m_Work();
@@ -341,6 +343,15 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
     std::printf("at most %.2f s lost\n", mostLost);
     EXPECT_LT(mostLost, GetParam().m_MostLost);
     EXPECT_GT(partial, kPoints / 2) << "a cluster is cut off only where stdio's buffer ends in it";
+}
+
+TEST(UnfinishedStart, IsEmptyUntilBothKindsOfMediaCame) {
+    const Work work = PictureAndSound();
+    ASSERT_TRUE(work.m_Packets[0].m_Video);
+    const Outcome outcome = WriteAndStop(work, {1, kNever, false});
+    EXPECT_TRUE(outcome.m_Killed);
+    EXPECT_EQ(outcome.m_Handed, 0);
+    EXPECT_TRUE(outcome.m_Disk.empty());
 }
 
 // Closing seeks back five times, and each seek makes stdio write what it holds.
