@@ -7,8 +7,11 @@ constexpr std::int64_t kSeconds = 26 * 3600;
 
 class LongTimes : public LargeTest {
 protected:
-    // One track of pictures at 25 a second: every block is where its time belongs.
-    SegmentScan ScanOf25() const {
+    // One track of pictures at 25 a second, every 50th a key frame: every block is where its time belongs.
+    SegmentScan ScanOf25(const EncodeParam& job) {
+        Create(job);
+        for (std::int64_t i = 0; i < kSeconds * 25; ++i) Video(m_Frame, i * 40, i % 50 == 0 ? kKey : kDelta);
+        Close();
         std::int64_t next = 0;
         std::int64_t wrong = 0;
         SegmentScan scan(m_File, [&](const SegmentScan::Block& block) {
@@ -31,10 +34,7 @@ protected:
 };
 
 TEST_F(LongTimes, MatroskaAt25PicturesASecond) {
-    Create(MakeVideoJob(MakeFourCC("MKV "), MakeFourCC("MP4V")));
-    for (std::int64_t i = 0; i < kSeconds * 25; ++i) Video(m_Frame, i * 40, i % 50 == 0 ? kKey : kDelta);
-    Close();
-    const SegmentScan scan = ScanOf25();
+    const SegmentScan scan = ScanOf25(MakeVideoJob(MakeFourCC("MKV "), MakeFourCC("MP4V")));
     ASSERT_EQ(scan.m_Cues.size(), 46800U);
     for (std::size_t i = 0; i < scan.m_Cues.size(); ++i) {
         // A key frame on a whole second is the last of the 25 pictures in the cluster before.
@@ -44,10 +44,7 @@ TEST_F(LongTimes, MatroskaAt25PicturesASecond) {
 }
 
 TEST_F(LongTimes, WebmAt25PicturesASecond) {
-    Create(MakeVideoJob(MakeFourCC("WEBM"), MakeFourCC("VP8 ")));
-    for (std::int64_t i = 0; i < kSeconds * 25; ++i) Video(m_Frame, i * 40, i % 50 == 0 ? kKey : kDelta);
-    Close();
-    const SegmentScan scan = ScanOf25();
+    const SegmentScan scan = ScanOf25(MakeVideoJob(MakeFourCC("WEBM"), MakeFourCC("VP8 ")));
     ASSERT_EQ(scan.m_Cues.size(), 93600U);
     for (std::size_t i = 0; i < scan.m_Cues.size(); ++i) {
         ASSERT_EQ(scan.m_Cues[i].m_Time, i == 0 ? 0 : i * 1000 + 40) << "the first picture of each cluster";
