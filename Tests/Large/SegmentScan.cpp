@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -21,8 +22,8 @@ constexpr std::uint32_t kCues = 0x1C53BB6B;
 
 } // namespace
 
-SegmentScan::SegmentScan(const VirtualFile& file, const std::function<void(const Block&)>& onBlock)
-    : m_File(file), m_OnBlock(onBlock) {
+SegmentScan::SegmentScan(const VirtualFile& file, std::function<void(const Block&)> onBlock)
+    : m_File(file), m_OnBlock(std::move(onBlock)) {
     const Header ebml = HeaderAt(0, file.Size());
     if (ebml.m_Id != kEbml) Fail(0, "no EBML header");
     const Header segment = HeaderAt(ebml.End(), file.Size());

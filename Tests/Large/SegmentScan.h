@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -39,7 +38,7 @@ public:
         std::uint64_t m_BlockNumber; // 0 for none
     };
 
-    explicit SegmentScan(const VirtualFile& file, const std::function<void(const Block&)>& onBlock = {});
+    explicit SegmentScan(const VirtualFile& file, std::function<void(const Block&)> onBlock = {});
 
     std::uint64_t m_PayloadStart = 0; // of the Segment, in the file
     std::uint64_t m_SegmentSize = 0;  // as its header says
@@ -72,7 +71,7 @@ private:
     void ScanCues(const Header& cues);
 
     const VirtualFile& m_File;
-    const std::function<void(const Block&)>& m_OnBlock;
+    std::function<void(const Block&)> m_OnBlock;
     Octets m_Window; // of the file, from m_WindowStart on
     std::uint64_t m_WindowStart = 0;
 };
