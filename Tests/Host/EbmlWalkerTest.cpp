@@ -261,4 +261,93 @@ TEST(EbmlWalker, ReadsNothingOutsideAndTrustsNothing) {
     }
 }
 
+// The good file as it was before it was closed: no seek head, no cues, no index, the Segment's size unknown.
+Octets Unclosed() {
+    const Octets good = Parts().Build();
+    const File file(good);
+    const std::size_t start = file.At("Segment").PayloadOffset();
+    const std::size_t info = file.At("Segment/Info").m_Offset;
+    const std::size_t end = file.At("Segment/Cluster[1]").End();
+    return Octets(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(start) - 8) +
+           Hex("01 FF FF FF FF FF FF FF") + Element(0xEC, Zeros(4096)) +
+           Octets(good.begin() + static_cast<std::ptrdiff_t>(info), good.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+File CutAt(const Octets& octets, std::size_t size) {
+    return File(Octets(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(size)), Ebml::Ending::CutOff);
+}
+
+TEST(EbmlWalker, ReadsAnUnfinishedFileUpToEveryOctet) {
+    const Octets unclosed = Unclosed();
+    const File whole(unclosed, Ebml::Ending::CutOff);
+    ASSERT_EQ(whole.WholeClusters(), 2U);
+    const std::size_t first = whole.At("Segment/Cluster[0]").End();
+    // What is whole at each octet, counted by hand: the ends of the two clusters and of the blocks in them.
+    const auto blockEnd = [&](const char* path) { return whole.At(path).End(); };
+    for (std::size_t size = 0; size <= unclosed.size(); ++size) {
+        const File file = CutAt(unclosed, size);
+        ASSERT_EQ(Describe(CheckUnfinished(file)), "") << size;
+        EXPECT_EQ(file.WholeClusters(), size == unclosed.size() ? 2U : size >= first ? 1U : 0U) << size;
+        std::size_t blocks = 0;
+        for (const char* path : {"Segment/Cluster[0]/BlockGroup[0]", "Segment/Cluster[0]/BlockGroup[1]",
+                                 "Segment/Cluster[1]/BlockGroup[0]", "Segment/Cluster[1]/BlockGroup[1]"}) {
+            if (size >= blockEnd(path)) ++blocks;
+        }
+        EXPECT_EQ(file.Blocks().size(), blocks) << size;
+        EXPECT_FALSE(Check(file).empty()) << size << " octets pass for a finished file";
+    }
+    const File partial = CutAt(unclosed, unclosed.size() - 1);
+    EXPECT_TRUE(partial.At("Segment/Cluster[1]").m_Cut);
+    EXPECT_TRUE(partial.At("Segment/Cluster[1]/BlockGroup[1]").m_Cut);
+    EXPECT_FALSE(partial.At("Segment/Cluster[1]/BlockGroup[0]").m_Cut);
+    EXPECT_EQ(partial.At("Segment/Cluster[1]").End(), partial.Data().size());
+}
+
+TEST(EbmlWalker, TakesAFinishedFileForAnUnfinishedOneThatIsDone) {
+    EXPECT_EQ(Describe(CheckUnfinished(File(Parts().Build(), Ebml::Ending::CutOff))), "");
+}
+
+TEST(EbmlWalker, FindsFaultsInUnfinishedFiles) {
+    const Octets unclosed = Unclosed();
+    const File good(unclosed);
+    const auto at = [&](const char* path) { return good.At(path).m_Offset; };
+    const auto part = [&](std::size_t begin, std::size_t end) {
+        return Octets(unclosed.begin() + static_cast<std::ptrdiff_t>(begin),
+                      unclosed.begin() + static_cast<std::ptrdiff_t>(end));
+    };
+    const auto patched = [&](std::size_t offset, unsigned char octet) {
+        Octets octets = unclosed;
+        octets[offset] = octet;
+        return octets;
+    };
+    const Octets finished = Parts().Build();
+    const std::size_t info = at("Segment/Info");
+    const std::size_t tracks = at("Segment/Tracks");
+    const std::size_t cluster = at("Segment/Cluster[0]");
+    const struct {
+        const char* m_What;
+        Octets m_File;
+        const char* m_Text;
+    } faults[] = {
+        {"a size that was filled in too early", Octets(finished.begin(), finished.end() - 1),
+         "filled in before it is whole"},
+        {"a child of a whole element that runs past it", patched(at("Segment/Info/MuxingApp") + 2, 0x82),
+         "ends 1 octets past the end of Segment/Info"},
+        {"a lost octet in the middle", part(0, cluster + 30) + part(cluster + 31, unclosed.size()), "Segment"},
+        {"no reserved room", part(0, at("Segment/Void")) + part(info, unclosed.size()), "out of its order"},
+        {"clusters before the Tracks", part(0, tracks) + part(cluster, unclosed.size()) + part(tracks, cluster),
+         "out of its order"},
+        {"a cluster behind the Cues", unclosed + Element(0x1C53BB6B, {}) + part(cluster, at("Segment/Cluster[1]")),
+         "out of its order"},
+        {"a cluster off its span", patched(at("Segment/Cluster[1]/Timestamp") + 3, 0xE9), "not on a span"},
+        {"no EBML header", part(at("Segment"), unclosed.size()), "stands where the EBML header should"},
+        {"zeros at the end", unclosed + Zeros(3), "no identifier begins with 0x0"},
+    };
+    for (const auto& fault : faults) {
+        const std::string description = Describe(CheckUnfinished(File(fault.m_File, Ebml::Ending::CutOff)));
+        EXPECT_NE(description.find(fault.m_Text), std::string::npos) << fault.m_What << " was described as:\n"
+                                                                     << description;
+    }
+}
+
 } // namespace

@@ -140,7 +140,9 @@ std::string Describe(const std::vector<Problem>& problems) {
     return text;
 }
 
-File::File(Octets octets) : m_Octets(std::move(octets)) { Parse(0, m_Octets.size(), nullptr, m_Roots); }
+File::File(Octets octets, Ending ending) : m_Octets(std::move(octets)), m_Ending(ending) {
+    Parse(0, m_Octets.size(), nullptr, m_Roots);
+}
 
 void File::Complain(std::size_t offset, const std::string& path, const std::string& text) {
     m_Problems.push_back({offset, path, text});
@@ -151,6 +153,8 @@ void File::Complain(std::size_t offset, const std::string& path, const std::stri
 void File::Parse(std::size_t begin, std::size_t end, const Element* parent, std::vector<Element>& children) {
     const std::string parentName = parent != nullptr ? parent->m_pType->m_Name : "";
     const std::string parentPath = parent != nullptr ? parent->m_Path : "";
+    // The parent ends where the file happens to end.
+    const bool mayBeCut = m_Ending == Ending::CutOff && (parent == nullptr || parent->m_UnknownSize || parent->m_Cut);
     std::map<const Type*, std::size_t> counts;
     for (std::size_t at = begin; at < end;) {
         if (parent == nullptr && !children.empty() && children.back().m_pType->m_Id == 0x18538067) {
@@ -168,6 +172,7 @@ void File::Parse(std::size_t begin, std::size_t end, const Element* parent, std:
             return;
         }
         if (idSize >= end - at) {
+            if (mayBeCut) return;
             Complain(at, parentPath, "an element's header is cut off by its parent's end");
             return;
         }
@@ -189,6 +194,7 @@ void File::Parse(std::size_t begin, std::size_t end, const Element* parent, std:
             return;
         }
         if (lengthSize > end - lengthAt) {
+            if (mayBeCut) return;
             Complain(lengthAt, path, "bad length: cut off by its parent's end");
             return;
         }
@@ -205,7 +211,8 @@ void File::Parse(std::size_t begin, std::size_t end, const Element* parent, std:
                      "bad length: " + std::to_string(lengthSize) + " octets for a size of " + std::to_string(size));
         }
         const std::size_t payloadAt = lengthAt + lengthSize;
-        if (unknown) {
+        const bool cut = mayBeCut && !unknown && size > end - payloadAt;
+        if (unknown || cut) {
             size = end - payloadAt;
         } else if (size > end - payloadAt) {
             Complain(at, path,
@@ -213,7 +220,7 @@ void File::Parse(std::size_t begin, std::size_t end, const Element* parent, std:
                          (parentPath.empty() ? "the file" : parentPath));
             return;
         }
-        Element element{type, path, at, idSize, payloadAt - at, static_cast<std::size_t>(size), unknown, {}};
+        Element element{type, path, at, idSize, payloadAt - at, static_cast<std::size_t>(size), unknown, cut, {}};
         at = element.End();
         if (parentName != type->m_Parent) {
             Complain(element.m_Offset, path, std::string(type->m_Name) + " is no child of " + parentName);
@@ -222,7 +229,7 @@ void File::Parse(std::size_t begin, std::size_t end, const Element* parent, std:
         if (!type->m_Many && index > 0) Complain(element.m_Offset, path, "stands twice in its parent");
         if (type->m_Kind == Kind::Master) {
             Parse(element.PayloadOffset(), element.End(), &element, element.m_Children);
-        } else {
+        } else if (!cut) {
             CheckValue(element);
         }
         children.push_back(std::move(element));
@@ -346,6 +353,7 @@ std::vector<Block> File::Blocks() const {
     for (std::size_t index = 0; index < clusters.size(); ++index) {
         std::uint64_t time = 0;
         const auto add = [&](const Element& element, std::optional<std::int64_t> reference) {
+            if (element.m_Cut) return;
             const Octets payload = PayloadOf(element);
             const std::size_t width = payload.empty() ? 0 : AnnouncedWidth(payload[0]);
             if (width == 0 || width + 3 > payload.size()) return; // reported by CheckValue
@@ -357,12 +365,12 @@ std::vector<Block> File::Blocks() const {
                               element.m_pType->m_Id == 0xA3, reference});
         };
         for (const Element& child : clusters[index]->m_Children) {
-            if (child.m_pType->m_Id == 0xE7) time = HighToLow(PayloadOf(child));
+            if (child.m_pType->m_Id == 0xE7 && !child.m_Cut) time = HighToLow(PayloadOf(child));
             if (child.m_pType->m_Id == 0xA3) add(child, std::nullopt);
             if (child.m_pType->m_Id != 0xA0) continue;
             std::optional<std::int64_t> reference;
             for (const Element& part : child.m_Children) {
-                if (part.m_pType->m_Id == 0xFB) reference = SignedHighToLow(PayloadOf(part));
+                if (part.m_pType->m_Id == 0xFB && !part.m_Cut) reference = SignedHighToLow(PayloadOf(part));
                 if (part.m_pType->m_Id == 0xA1) add(part, reference);
             }
         }
@@ -395,6 +403,12 @@ std::vector<std::uint64_t> File::ClusterTimes() const {
         times.push_back(Unsigned(cluster->m_Path + "/Timestamp"));
     }
     return times;
+}
+
+std::size_t File::WholeClusters() const {
+    const std::vector<const Element*> clusters = Children("Segment", "Cluster");
+    return static_cast<std::size_t>(
+        std::count_if(clusters.begin(), clusters.end(), [](const Element* cluster) { return !cluster->m_Cut; }));
 }
 
 std::string File::PathAt(std::size_t offset) const {
@@ -436,6 +450,17 @@ public:
         return m_Problems;
     }
 
+    std::vector<Problem> RunUnfinished() {
+        if (!m_Problems.empty()) return m_Problems;
+        CheckOpenFrame();
+        if (!m_Problems.empty()) return m_Problems;
+        const Element* const tracks = m_File.Find("Segment/Tracks");
+        if (tracks == nullptr || tracks->m_Cut) return m_Problems;
+        CheckTracks();
+        CheckClusters();
+        return m_Problems;
+    }
+
 private:
     void Complain(std::size_t offset, const std::string& path, const std::string& text) {
         m_Problems.push_back({offset, path, text});
@@ -474,6 +499,40 @@ private:
         }
     }
 
+    // As far as the file has come, it is EBML, Segment, and in that what comes first to last.
+    void CheckOpenFrame() {
+        const std::vector<Element>& roots = m_File.Roots();
+        if (roots.empty()) return;
+        if (m_File.Find("EBML") != &roots[0]) Complain(roots[0], "stands where the EBML header should");
+        const Element* const segment = m_File.Find("Segment");
+        if (segment == nullptr) return;
+        if (roots[0].m_Cut || segment != &roots.back()) Complain(*segment, "does not follow one EBML header");
+        if (segment->m_Cut) Complain(*segment, "has its size filled in before it is whole");
+        m_Start = segment->PayloadOffset();
+
+        const std::vector<Element>& children = segment->m_Children;
+        std::size_t at = 0;
+        const auto pass = [&](const char* name) {
+            if (at == children.size() || children[at].m_pType->m_Name != std::string(name)) return false;
+            ++at;
+            return true;
+        };
+        pass("SeekHead"); // the last thing that closing writes
+        if (pass("Void") && pass("Info") && pass("Tracks")) {
+            while (pass("Cluster")) {
+            }
+            pass("Cues");
+            pass("SeekHead");
+        }
+        if (at != children.size()) Complain(children[at], "stands out of its order");
+        for (std::size_t i = 0; i + 1 < children.size(); ++i) {
+            if (children[i].m_Cut) Complain(children[i], "is cut off before the end of the file");
+        }
+        if (m_File.Has("Segment/Info") && m_File.At("Segment/Info").m_Offset != m_Start + kReserved) {
+            Complain(m_File.At("Segment/Info"), "does not follow the reserved room");
+        }
+    }
+
     void CheckTracks() {
         std::set<std::uint64_t> numbers;
         m_CueTrack = 2;
@@ -501,6 +560,7 @@ private:
         bool simple = false;
         bool grouped = false;
         for (const Element* cluster : m_File.Children("Segment", "Cluster")) {
+            if (cluster->m_Cut) break;
             if (cluster->m_Children.empty() || cluster->m_Children[0].m_pType->m_Id != 0xE7) {
                 Complain(*cluster, "does not begin with its Timestamp");
                 return;
@@ -522,8 +582,9 @@ private:
             }
         }
         if (simple && grouped) Complain(m_Start, "Segment", "SimpleBlocks and BlockGroups in one file");
+        const std::vector<const Element*> clusters = m_File.Children("Segment", "Cluster");
         for (const Block& block : m_File.Blocks()) {
-            const Element& cluster = *m_File.Children("Segment", "Cluster")[block.m_Cluster];
+            const Element& cluster = *clusters[block.m_Cluster];
             if (m_Tracks.count(block.m_Track) == 0) Complain(cluster, "a block of a track that there is not");
             if (block.m_Flags != 0 && !(block.m_Simple && block.m_Flags == 0x80)) Complain(cluster, "odd block flags");
             if (m_Times == Times::Lagging) continue;
@@ -646,6 +707,8 @@ private:
 } // namespace
 
 std::vector<Problem> Check(const File& file, Times times) { return Checker(file, times).Run(); }
+
+std::vector<Problem> CheckUnfinished(const File& file, Times times) { return Checker(file, times).RunUnfinished(); }
 
 std::string CompareFiles(const Octets& expected, const Octets& actual) {
     if (expected == actual) return {};

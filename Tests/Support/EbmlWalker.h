@@ -1,5 +1,6 @@
-// A reader of finished files for tests: an EBML (RFC 8794) and Matroska (RFC 9559) walker that shares no code with the
-// writer. It knows exactly the elements that this format may hold and complains, with offset and path, of all else.
+// A reader of files for tests: an EBML (RFC 8794) and Matroska (RFC 9559) walker that shares no code with the writer.
+// It knows exactly the elements that this format may hold and complains, with offset and path, of all else. Files that
+// their writer never finished are read too, when the reader says that it expects one.
 //
 // The format's deliberate oddities are entries of the element table, each by its name:
 //   CodecID ends with one zero octet;
@@ -35,8 +36,9 @@ struct Element {
     std::size_t m_Offset;      // of its identifier, from the start of the file
     std::size_t m_IdSize;      // octets of the identifier
     std::size_t m_HeaderSize;  // octets of identifier and length
-    std::size_t m_PayloadSize; // octets of the payload; for an unknown size, up to the parent's end
+    std::size_t m_PayloadSize; // octets of the payload; for an unknown size or a cut one, up to the parent's end
     bool m_UnknownSize;
+    bool m_Cut; // the file ends before this element does
     std::vector<Element> m_Children;
 
     std::size_t PayloadOffset() const { return m_Offset + m_HeaderSize; }
@@ -73,9 +75,12 @@ struct Cue {
     std::optional<std::uint64_t> m_BlockNumber;
 };
 
+// Whether the file may end in the middle of an element, as that of a writer that was stopped.
+enum class Ending { Whole, CutOff };
+
 class File {
 public:
-    explicit File(Octets octets);
+    explicit File(Octets octets, Ending ending = Ending::Whole);
 
     const Octets& Data() const { return m_Octets; }
     const std::vector<Element>& Roots() const { return m_Roots; }
@@ -99,10 +104,12 @@ public:
     Octets OctetsOf(const Element& element) const;
     std::vector<const Element*> Children(const std::string& path, const std::string& name) const;
 
+    // Blocks that are cut off are left out.
     std::vector<Block> Blocks() const;
     std::vector<Block> BlocksOf(std::uint64_t track) const;
     std::vector<Cue> Cues() const;
     std::vector<std::uint64_t> ClusterTimes() const;
+    std::size_t WholeClusters() const;
 
     // The innermost element in which an octet lies, and in which part of it.
     std::string PathAt(std::size_t offset) const;
@@ -113,6 +120,7 @@ private:
     void Complain(std::size_t offset, const std::string& path, const std::string& text);
 
     Octets m_Octets;
+    Ending m_Ending;
     std::vector<Element> m_Roots;
     std::vector<Problem> m_Problems;
 };
@@ -124,6 +132,11 @@ enum class Times { InOrder, Lagging };
 // Everything that a finished file promises: sizes that add up to the octet, a seek head and a cluster index that name
 // every element they should at its place, clusters on whole spans, and the cue points that the blocks ask for.
 std::vector<Problem> Check(const File& file, Times times = Times::InOrder);
+
+// What a file promises at every moment before it is finished: whole elements in their order, of which the last alone
+// may be cut off, in a Segment of unknown size or, when closing has come so far, of the real one; tracks and whole
+// clusters as in a finished file. Read with Ending::CutOff. No octets at all are no problem.
+std::vector<Problem> CheckUnfinished(const File& file, Times times = Times::InOrder);
 
 // Empty when the two are the same; else the first difference with its offset and the elements in which it lies.
 std::string CompareFiles(const Octets& expected, const Octets& actual);

@@ -23,3 +23,10 @@ std::vector<unsigned char> ReadFile(const std::filesystem::path& path) {
     if (!file) throw std::runtime_error("cannot read " + path.string());
     return octets;
 }
+
+void WriteFile(const std::filesystem::path& path, const std::vector<unsigned char>& octets) {
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(octets.data()), static_cast<std::streamsize>(octets.size()));
+    file.close();
+    if (!file) throw std::runtime_error("cannot write " + path.string());
+}

@@ -20,3 +20,4 @@ private:
 };
 
 std::vector<unsigned char> ReadFile(const std::filesystem::path& path);
+void WriteFile(const std::filesystem::path& path, const std::vector<unsigned char>& octets);
