@@ -1,6 +1,7 @@
 #include "Media.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <new>
 #include <utility>
@@ -19,6 +20,15 @@ namespace {
 
 void Check(int result, const std::string& path) {
     if (result < 0) Fail(path, AvReason(result));
+}
+
+// Whether the first picture (VOP, ISO 14496-2) of an MPEG-4 frame is coded by itself alone: coding type 0 in the two
+// uppermost bits behind its start code.
+bool BeginsWithIntraPicture(const std::uint8_t* data, int size) {
+    static constexpr std::uint8_t kPicture[] = {0, 0, 1, 0xB6};
+    const std::uint8_t* const end = data + size;
+    const std::uint8_t* const found = std::search(data, end, std::begin(kPicture), std::end(kPicture));
+    return end - found > 4 && found[4] < 0x40;
 }
 
 } // namespace
@@ -176,6 +186,10 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     frame.m_Duration =
         static_cast<std::int32_t>(std::clamp<std::int64_t>(duration, 1, std::numeric_limits<std::int32_t>::max()));
     frame.m_Key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    // In a packed AVI the key flag may be that of the empty picture in whose place the filter puts a B picture.
+    if (frame.m_Key && m_Filter->par_out->codec_id == AV_CODEC_ID_MPEG4) {
+        frame.m_Key = BeginsWithIntraPicture(packet.data, packet.size);
+    }
     m_NextDecode = frame.m_Decode + duration;
     return true;
 }
