@@ -184,6 +184,20 @@ TEST_F(QfmuxTest, OnlyIntraPicturesOfPackedMpeg4AreKeyFrames) {
     EXPECT_GT(bidirectional, 0);
 }
 
+// Matroska tells no decoding times, and those of the first reordered pictures lie before the first presentation time.
+TEST_F(QfmuxTest, DecodingTimesOfTheFirstPicturesAreWorkedOut) {
+    ASSERT_EQ(
+        Qfmux("--h264 havc --no-audio " + Quoted(ClipPath("h264-ac3.mkv")) + " " + Quoted(Path("a.mkv"))).m_ExitCode,
+        0);
+    const Ebml::File file(ReadFile(Path("a.mkv")));
+    std::int64_t expected = 0;
+    for (const Ebml::Block& block : file.BlocksOf(1)) {
+        EXPECT_EQ(block.Time(), expected);
+        expected += 40;
+    }
+    EXPECT_EQ(expected, 3000);
+}
+
 // ---- what a format takes
 
 TEST_F(QfmuxTest, RefusesInOneLineThatNamesTheList) {

@@ -14,6 +14,9 @@ extern "C" {
 
 namespace {
 
+// Of H.264, in pictures.
+constexpr std::size_t kLargestPictureBuffer = 16;
+
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
     throw ToolError(kExitError, "cannot read '" + path + "': " + reason);
 }
@@ -81,7 +84,6 @@ PictureOrder::PictureOrder(const AVCodecParameters& parameters)
 bool PictureOrder::Knows(AVCodecID codec) { return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MPEG4; }
 
 void PictureOrder::Push(Frame frame) {
-    constexpr std::size_t kLargestPictureBuffer = 16;
     const AVPacket& packet = *frame.m_Packet;
     std::uint8_t* unused = nullptr;
     int unusedSize = 0;
@@ -166,11 +168,38 @@ bool TrackReader::NextPacket(AVPacket& packet) {
     }
 }
 
+// Matroska and some streams tell presentation times alone. libavformat derives decoding times from them, for all but
+// the first few reordered frames: these come before it, not at zero.
+void TrackReader::ReadLeadingFrames() {
+    m_HasBegun = true;
+    do {
+        AvPtr<AVPacket> packet(av_packet_alloc());
+        if (packet == nullptr) throw std::bad_alloc();
+        if (!NextPacket(*packet)) return;
+        m_Leading.push_back(std::move(packet));
+    } while (m_Leading.back()->dts == AV_NOPTS_VALUE && m_Leading.size() <= kLargestPictureBuffer);
+    const AVPacket* next = m_Leading.back().get();
+    for (auto packet = std::next(m_Leading.rbegin()); packet != m_Leading.rend(); ++packet) {
+        AVPacket& frame = **packet;
+        if (next->dts == AV_NOPTS_VALUE || frame.pts == AV_NOPTS_VALUE) return;
+        const std::int64_t duration =
+            frame.duration > 0 ? frame.duration : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
+        frame.dts = next->dts - duration;
+        next = &frame;
+    }
+}
+
 bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     frame.m_Packet.reset(av_packet_alloc());
     if (frame.m_Packet == nullptr) throw std::bad_alloc();
-    AVPacket& packet = *frame.m_Packet;
-    if (!NextPacket(packet)) return false;
+    if (!m_HasBegun) ReadLeadingFrames();
+    if (!m_Leading.empty()) {
+        frame.m_Packet = std::move(m_Leading.front());
+        m_Leading.pop_front();
+    } else if (!NextPacket(*frame.m_Packet)) {
+        return false;
+    }
+    const AVPacket& packet = *frame.m_Packet;
 
     std::size_t setupSize = 0;
     if (const std::uint8_t* setup = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &setupSize)) {
