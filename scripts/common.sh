@@ -34,5 +34,6 @@ build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev
 tool_packages=(libavformat-dev libavcodec-dev libavutil-dev libxxhash-dev)
 reader_packages=(ffmpeg mkvtoolnix)
 # What the tests of readers ask besides; gst-discoverer-1.0 is in plugins-base-apps.
-reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-base-apps
-    gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav libgstreamer1.0-dev)
+reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-plugins-base
+    gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
+    libgstreamer1.0-dev)
