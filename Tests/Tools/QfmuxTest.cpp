@@ -10,10 +10,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "EbmlWalker.h"
 #include "QfmuxCommand.h"
 
 namespace {
@@ -149,6 +151,40 @@ TEST_F(QfmuxTest, WarnsWhenPicturesOfSeveralSlicesFallApart) {
         EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
         EXPECT_NE(result.m_Output.find("several slices"), std::string::npos);
     }
+}
+
+// The clip is a packed AVI, as Xvid's encoders make them: a B picture lies behind the picture that it is presented
+// before, and an empty picture holds its place, flagged as a key frame where that picture is one.
+TEST_F(QfmuxTest, OnlyIntraPicturesOfPackedMpeg4AreKeyFrames) {
+    ASSERT_EQ(Qfmux(Quoted(ClipPath("xvid-mp3.avi")) + " " + Quoted(Path("a.mkv"))).m_ExitCode, 0);
+    const Ebml::File file(ReadFile(Path("a.mkv")));
+    const unsigned char mark[] = {0, 0, 1, 0xB6};
+    int intra = 0;
+    int bidirectional = 0;
+    for (const Ebml::Block& block : file.BlocksOf(1)) {
+        const auto picture = std::search(block.m_Frame.begin(), block.m_Frame.end(), std::begin(mark), std::end(mark));
+        ASSERT_GT(block.m_Frame.end() - picture, 4);
+        const int type = picture[4] / 0x40; // ISO 14496-2: 0 I, 1 P, 2 B
+        if (type == 0) ++intra;
+        if (type == 2) ++bidirectional;
+        EXPECT_EQ(!block.m_Reference, type == 0) << block.Time();
+    }
+    EXPECT_GT(intra, 1);
+    EXPECT_GT(bidirectional, 0);
+}
+
+// Matroska tells no decoding times, and those of the first reordered pictures lie before the first presentation time.
+TEST_F(QfmuxTest, DecodingTimesOfTheFirstPicturesAreWorkedOut) {
+    ASSERT_EQ(
+        Qfmux("--h264 havc --no-audio " + Quoted(ClipPath("h264-ac3.mkv")) + " " + Quoted(Path("a.mkv"))).m_ExitCode,
+        0);
+    const Ebml::File file(ReadFile(Path("a.mkv")));
+    std::int64_t expected = 0;
+    for (const Ebml::Block& block : file.BlocksOf(1)) {
+        EXPECT_EQ(block.Time(), expected);
+        expected += 40;
+    }
+    EXPECT_EQ(expected, 3000);
 }
 
 // ---- what a format takes

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <new>
 #include <utility>
@@ -14,12 +15,24 @@ extern "C" {
 
 namespace {
 
+// Of H.264, in pictures.
+constexpr std::size_t kLargestPictureBuffer = 16;
+
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
     throw ToolError(kExitError, "cannot read '" + path + "': " + reason);
 }
 
 void Check(int result, const std::string& path) {
     if (result < 0) Fail(path, AvReason(result));
+}
+
+// Whether the first picture (VOP, ISO 14496-2) of an MPEG-4 frame is coded by itself alone: coding type 0 in the two
+// uppermost bits behind its start code.
+bool BeginsWithIntraPicture(const std::uint8_t* data, int size) {
+    static constexpr std::uint8_t kPicture[] = {0, 0, 1, 0xB6};
+    const std::uint8_t* const end = data + size;
+    const std::uint8_t* const found = std::search(data, end, std::begin(kPicture), std::end(kPicture));
+    return end - found > 4 && found[4] < 0x40;
 }
 
 } // namespace
@@ -72,7 +85,6 @@ PictureOrder::PictureOrder(const AVCodecParameters& parameters)
 bool PictureOrder::Knows(AVCodecID codec) { return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MPEG4; }
 
 void PictureOrder::Push(Frame frame) {
-    constexpr std::size_t kLargestPictureBuffer = 16;
     const AVPacket& packet = *frame.m_Packet;
     std::uint8_t* unused = nullptr;
     int unusedSize = 0;
@@ -157,11 +169,38 @@ bool TrackReader::NextPacket(AVPacket& packet) {
     }
 }
 
+// Matroska and some streams tell presentation times alone. libavformat derives decoding times from them, for all but
+// the first few reordered frames: these come before it, not at zero.
+void TrackReader::ReadLeadingFrames() {
+    m_HasBegun = true;
+    do {
+        AvPtr<AVPacket> packet(av_packet_alloc());
+        if (packet == nullptr) throw std::bad_alloc();
+        if (!NextPacket(*packet)) return;
+        m_Leading.push_back(std::move(packet));
+    } while (m_Leading.back()->dts == AV_NOPTS_VALUE && m_Leading.size() <= kLargestPictureBuffer);
+    const AVPacket* next = m_Leading.back().get();
+    for (auto packet = std::next(m_Leading.rbegin()); packet != m_Leading.rend(); ++packet) {
+        AVPacket& frame = **packet;
+        if (next->dts == AV_NOPTS_VALUE || frame.pts == AV_NOPTS_VALUE) return;
+        const std::int64_t duration =
+            frame.duration > 0 ? frame.duration : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
+        frame.dts = next->dts - duration;
+        next = &frame;
+    }
+}
+
 bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     frame.m_Packet.reset(av_packet_alloc());
     if (frame.m_Packet == nullptr) throw std::bad_alloc();
-    AVPacket& packet = *frame.m_Packet;
-    if (!NextPacket(packet)) return false;
+    if (!m_HasBegun) ReadLeadingFrames();
+    if (!m_Leading.empty()) {
+        frame.m_Packet = std::move(m_Leading.front());
+        m_Leading.pop_front();
+    } else if (!NextPacket(*frame.m_Packet)) {
+        return false;
+    }
+    const AVPacket& packet = *frame.m_Packet;
 
     std::size_t setupSize = 0;
     if (const std::uint8_t* setup = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &setupSize)) {
@@ -177,6 +216,10 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     frame.m_Duration =
         static_cast<std::int32_t>(std::clamp<std::int64_t>(duration, 1, std::numeric_limits<std::int32_t>::max()));
     frame.m_Key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    // In a packed AVI the key flag may be that of the empty picture in whose place the filter puts a B picture.
+    if (frame.m_Key && m_Filter->par_out->codec_id == AV_CODEC_ID_MPEG4) {
+        frame.m_Key = BeginsWithIntraPicture(packet.data, packet.size);
+    }
     m_NextDecode = frame.m_Decode + duration;
     return true;
 }

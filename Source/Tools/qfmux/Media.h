@@ -117,12 +117,16 @@ public:
 private:
     bool NextPacket(AVPacket& packet);
     bool ReadFrame(Frame& frame);
+    // Reads ahead to the first decoding time and gives one to each frame before it.
+    void ReadLeadingFrames();
     // hasPresentation: whether the file tells when it is presented.
     bool NextInDecodingOrder(Frame& frame, bool& hasPresentation);
 
     std::shared_ptr<MediaFile> m_File;
     AVStream* m_pStream;
     AvPtr<AVBSFContext> m_Filter;
+    bool m_HasBegun = false;
+    std::deque<AvPtr<AVPacket>> m_Leading; // frames read ahead
     std::vector<std::uint8_t> m_SetupData;
     std::int64_t m_FrameDuration; // 100 ns, for frames that do not tell theirs
     std::int64_t m_NextDecode = 0;

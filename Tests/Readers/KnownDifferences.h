@@ -1,0 +1,29 @@
+// The table of Docs/Readers.md in which a reader that differs from what was asked of a file stands by name. The tests
+// read it as it stands there: what it does not name fails, and so does what it names and does not occur.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+using Tags = std::set<std::string>;
+
+struct Difference {
+    std::set<std::string> m_Readers;
+    std::string m_Property;
+    std::string m_Files; // "WEBM and not uneven or sound": tags, "and" before "or"
+    std::string m_Says;  // may hold "*" for anything, and <names> of measured values
+    int m_Line;          // of the document
+
+    bool Concerns(const Tags& tags) const;
+    // Whether this is what the row says. values: what each <name> stands for.
+    bool Covers(const std::string& reader, const std::string& property, const std::string& says,
+                const std::map<std::string, std::string>& values) const;
+};
+
+// Throws std::runtime_error when there is no such table or a row lacks a cell.
+std::vector<Difference> ReadKnownDifferences(const std::string& document);
+
+// Whether two values are the same as far as a reader can tell: numbers within a tolerance, all else as text.
+bool SameValue(const std::string& property, const std::string& left, const std::string& right);

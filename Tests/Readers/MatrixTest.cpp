@@ -1,0 +1,528 @@
+// What public readers make of our files: every code and every trait, with every reader. Where a reader differs from
+// what was asked of a file, Docs/Readers.md names it; the tests read that table, and a row of it that no longer holds
+// fails as much as a difference that it does not name.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Command.h"
+#include "EbmlWalker.h"
+#include "GstPlayer.h"
+#include "KnownDifferences.h"
+#include "Matrix.h"
+#include "ReaderFacts.h"
+#include "TempDirectory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr const char* kSame = "same";
+constexpr const char* kOther = "other";
+constexpr const char* kRight = "right";
+
+std::string ClipPath(const char* name) { return QF_READER_CLIPS "/" + std::string(name); }
+
+// What ffmpeg prints, complaints among it.
+std::string Ffmpeg(const std::string& arguments) {
+    return RunCommand("ffmpeg -nostdin -v warning " + arguments + " 2>&1").m_Output;
+}
+
+// The hash of what ffmpeg makes of one track: all of its pictures or sound, or its octets when the options say copy.
+std::string Hash(const std::string& file, char kind, const std::string& inputOptions, const std::string& options) {
+    const std::string said = RunCommand("ffmpeg -nostdin -v quiet " + inputOptions + " -i " + Quoted(file) +
+                                        " -map 0:" + kind + " -fps_mode passthrough " + options + " -f streamhash -")
+                                 .m_Output;
+    const std::size_t hash = said.find("SHA256=");
+    return hash == std::string::npos ? "none of " + file : said.substr(hash);
+}
+
+std::vector<std::string> PictureHashes(const std::string& file, const std::string& inputOptions,
+                                       const std::string& options) {
+    const std::string said =
+        RunCommand("ffmpeg -nostdin -v quiet " + inputOptions + " -i " + Quoted(file) +
+                   " -map 0:v -fps_mode passthrough -pix_fmt yuv420p " + options + " -f framehash -hash sha256 -")
+            .m_Output;
+    std::vector<std::string> hashes;
+    std::istringstream lines(said);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line[0] != '#') hashes.push_back(line.substr(line.rfind(' ') + 1));
+    }
+    return hashes;
+}
+
+// The H.264 units of a track, of the types that are kept, each behind its size. How units are kept apart, by start
+// codes of three or four octets or by lengths, is what differs between source and file.
+std::string Units(const std::string& file, bool slicesOnly) {
+    const std::string octets = RunCommand("ffmpeg -nostdin -v quiet -i " + Quoted(file) +
+                                          " -map 0:v -c copy -bsf:v h264_mp4toannexb -f data -")
+                                   .m_Output;
+    const std::string mark("\0\0\1", 3);
+    std::string units;
+    std::size_t begin = octets.find(mark);
+    while (begin != std::string::npos) {
+        begin += mark.size();
+        const std::size_t next = octets.find(mark, begin);
+        std::string unit = octets.substr(begin, next == std::string::npos ? next : next - begin);
+        unit.erase(unit.find_last_not_of('\0') + 1);
+        const int type = unit.empty() ? 0 : unit[0] & 31;
+        const bool isSlice = type == 1 || type == 5;
+        if (isSlice || (!slicesOnly && type >= 7 && type <= 9)) units += std::to_string(unit.size()) + ":" + unit;
+        begin = next;
+    }
+    return units;
+}
+
+// What a clip is, by its packets.
+struct ClipFacts {
+    double m_Start = 1e9; // ms
+    double m_End = 0;
+    double m_Sum = 0;       // of all durations; one lasts until the next packet where only rounding says otherwise
+    double m_LastStart = 0; // of the last packet in file order
+    std::vector<bool> m_Keys;
+};
+
+// Which pictures of an MPEG-4 stream in an AVI are key frames: the flags there also mark empty pictures that hold the
+// place of B pictures.
+std::vector<bool> IntraPictures(const std::string& file) {
+    const std::string octets = RunCommand("ffmpeg -nostdin -v quiet -i " + Quoted(file) +
+                                          " -map 0:v -c copy -bsf:v mpeg4_unpack_bframes -f data -")
+                                   .m_Output;
+    const std::string mark("\0\0\1\xB6", 4);
+    std::vector<bool> intra;
+    for (std::size_t at = 0; (at = octets.find(mark, at)) != std::string::npos; at += mark.size()) {
+        intra.push_back((octets.at(at + mark.size()) & 0xC0) == 0);
+    }
+    return intra;
+}
+
+ClipFacts ProbeClip(const std::string& file) {
+    static std::map<std::string, ClipFacts> known;
+    if (const auto found = known.find(file); found != known.end()) return found->second;
+    const json said = json::parse(RunCommand("ffprobe -v quiet -of json -show_entries "
+                                             "packet=pts_time,dts_time,duration_time,flags:stream=time_base " +
+                                             Quoted(file))
+                                      .m_Output);
+    ClipFacts facts;
+    const auto timeBase = said["streams"][0]["time_base"].get<std::string>(); // "1/1000"
+    const double tick = 1000 / std::stod(timeBase.substr(2));
+    double last = 0; // the previous packet's duration
+    for (const json& packet : said["packets"]) {
+        const auto ms = [&packet](const char* name) { return std::stod(packet[name].get<std::string>()) * 1000; };
+        const double time = ms(packet.contains("pts_time") ? "pts_time" : "dts_time");
+        const double duration = packet.contains("duration_time") ? ms("duration_time") : 0;
+        facts.m_Start = std::min(facts.m_Start, time);
+        facts.m_End = std::max(facts.m_End, time + duration);
+        const double distance = time - facts.m_LastStart;
+        if (!facts.m_Keys.empty() && std::abs(distance - last) <= tick + 0.001) facts.m_Sum += distance - last;
+        facts.m_Sum += duration;
+        last = duration;
+        facts.m_LastStart = time;
+        facts.m_Keys.push_back(packet["flags"].get<std::string>()[0] == 'K');
+    }
+    if (fs::path(file).extension() == ".avi") facts.m_Keys = IntraPictures(file);
+    known[file] = facts;
+    return facts;
+}
+
+// A case with what its clips are.
+struct Asked {
+    explicit Asked(const Case& one) : m_Tags(one.StaticTags()) {
+        double start = 1e9;
+        double end = 0;
+        for (const bool isVideo : {true, false}) {
+            if (isVideo ? one.m_pVideo == nullptr : one.m_pAudio == nullptr) continue;
+            ClipFacts& facts = isVideo ? m_Video : m_Audio;
+            facts = ProbeClip(ClipPath(isVideo ? one.m_pVideo->m_Clip : one.m_pAudio->m_Clip));
+            start = std::min(start, facts.m_Start);
+            end = std::max(end, facts.m_End);
+        }
+        m_Duration = std::to_string(end - start);
+        m_Values["<sum of the sound>"] = std::to_string(m_Audio.m_Sum);
+        m_Values["<start of the last frame>"] = std::to_string(m_Video.m_LastStart - start + 1);
+        if (one.m_pAudio != nullptr) {
+            m_Tags.insert(SameValue("duration", m_Duration, m_Values["<sum of the sound>"]) ? "sound fills"
+                                                                                            : "sound does not fill");
+        }
+    }
+
+    Tags m_Tags;
+    ClipFacts m_Video;
+    ClipFacts m_Audio;
+    std::string m_Duration;
+    std::map<std::string, std::string> m_Values;
+};
+
+std::vector<Difference> Known() { return ReadKnownDifferences(QF_SOURCE "/Docs/Readers.md"); }
+
+// A block that refers to its own time is one of several of its picture, and counts as one that refers to none.
+bool IsKey(const Ebml::Block& block) {
+    return block.m_Simple ? (block.m_Flags & 0x80) != 0 : block.m_Reference.value_or(0) == 0;
+}
+
+class Matrix : public testing::TestWithParam<Case> {
+protected:
+    std::string Path(const std::string& name) const { return (m_Directory / name).string(); }
+
+    void Make();
+    void Expect(const std::string& reader, const std::string& property, const std::string& says,
+                const std::string& asked);
+    void ExpectFacts(const std::string& reader, const Facts& says, const char* videoCodec, const char* audioCodec,
+                     const std::set<std::string>& silentOn);
+    void CheckPayloads();
+    void CheckDecoding();
+    void CheckFacts();
+    void CheckWebmInfo();
+    void CheckSeeking();
+    void CheckRemux();
+    void CompareWithTheTable();
+
+    TempDirectory m_Directory;
+    const Case& m_Case = GetParam();
+    Asked m_Asked{GetParam()};
+    std::string m_File = Path("out." + GetParam().m_Extension);
+    std::string m_VideoClip = m_Case.m_pVideo != nullptr ? ClipPath(m_Case.m_pVideo->m_Clip) : "";
+    std::string m_AudioClip = m_Case.m_pAudio != nullptr ? ClipPath(m_Case.m_pAudio->m_Clip) : "";
+    json m_Report; // of qfmux
+
+    struct Observed {
+        std::string m_Reader;
+        std::string m_Property;
+        std::string m_Says;
+        std::string m_Asked;
+    };
+    std::vector<Observed> m_Differences;
+};
+
+// Has qfmux make the file. A late set-up block is one whose call is moved behind the first frames of a recorded
+// session.
+void Matrix::Make() {
+    const bool late = m_Case.m_LateSetup == LateSetup::Yes;
+    std::string line = Quoted(QF_QFMUX) + " --json " + m_Case.m_Options;
+    if (m_Case.m_pVideo != nullptr) line += std::string(" ") + m_Case.m_pVideo->m_Options;
+    if (late) line += " --record " + Quoted(Path("session"));
+    if (!m_VideoClip.empty()) line += " " + Quoted(m_VideoClip);
+    if (!m_AudioClip.empty()) line += " " + Quoted(m_AudioClip);
+    const std::string output = late ? Path("early." + m_Case.m_Extension) : m_File;
+    const CommandResult made = RunCommand(line + " " + Quoted(output) + " 2>" + Quoted(Path("words")));
+    const int expected = m_Asked.m_Tags.count("split") != 0 ? 1 : 0;
+    ASSERT_EQ(made.m_ExitCode, expected) << RunCommand("cat " + Quoted(Path("words"))).m_Output;
+    m_Report = json::parse(made.m_Output);
+    if (!late) return;
+
+    constexpr int kFramesBefore = 60;
+    std::vector<std::string> kept;
+    std::vector<std::string> moved;
+    std::ifstream in(Path("session"));
+    for (std::string call; std::getline(in, call);) {
+        const bool isSetup =
+            call.find("\"WriteVosData\"") != std::string::npos || call.find("\"WritezXPSData\"") != std::string::npos;
+        (isSetup ? moved : kept).push_back(call);
+    }
+    ASSERT_FALSE(moved.empty());
+    int frames = 0;
+    std::ofstream out(Path("session"));
+    for (const std::string& call : kept) {
+        out << call << "\n";
+        if (call.find("Packet\"") == std::string::npos || ++frames != kFramesBefore) continue;
+        for (const std::string& setup : moved) out << setup << "\n";
+    }
+    out.close();
+    ASSERT_GE(frames, kFramesBefore);
+    const CommandResult replayed = RunCommand(Quoted(QF_QFREPLAY) + " " + Quoted(QF_PLUGIN) + " " +
+                                              Quoted(Path("session")) + " " + Quoted(m_File) + " 2>&1");
+    ASSERT_EQ(replayed.m_ExitCode, 0) << replayed.m_Output;
+    // The room that was kept shows that the data came after the Tracks element was written.
+    const Ebml::File file(ReadFile(m_File));
+    for (const Ebml::Element* entry : file.Children("Segment/Tracks", "TrackEntry")) {
+        const std::string codec = file.Text(entry->m_Path + "/CodecID");
+        if (codec == "V_VP8") continue;
+        EXPECT_GE(file.At(entry->m_Path + "/CodecPrivate").m_PayloadSize, 1024U) << codec;
+    }
+}
+
+void Matrix::Expect(const std::string& reader, const std::string& property, const std::string& says,
+                    const std::string& asked) {
+    if (!SameValue(property, says, asked)) m_Differences.push_back({reader, property, says, asked});
+}
+
+void Matrix::ExpectFacts(const std::string& reader, const Facts& says, const char* videoCodec, const char* audioCodec,
+                         const std::set<std::string>& silentOn) {
+    Facts asked = {{"complaints", ""}, {"duration", m_Asked.m_Duration}};
+    if (videoCodec != nullptr) {
+        asked["video codec"] = videoCodec;
+        asked["size"] = "320x180";
+        asked["display size"] = "320x180";
+        // What was asked of the plug-in: the mean of an uneven clip.
+        asked["frame rate"] = m_Asked.m_Tags.count("uneven") != 0 ? m_Report["tracks"][0]["frameRate"].dump() : "25";
+        asked["key frames"] = Places(m_Asked.m_Video.m_Keys);
+    }
+    if (audioCodec != nullptr) {
+        asked["audio codec"] = audioCodec;
+        asked["sample rate"] = std::to_string(m_Case.m_pAudio->m_Rate);
+        asked["channels"] = std::to_string(m_Case.m_pAudio->m_Channels);
+    }
+    asked["container"] = m_Case.m_Extension == "webm" ? "webm" : "matroska";
+    for (const auto& [property, value] : asked) {
+        if (silentOn.count(property) != 0) continue;
+        const auto said = says.find(property);
+        Expect(reader, property, said == says.end() ? "nothing" : said->second, value);
+    }
+}
+
+void Matrix::CheckPayloads() {
+    for (const json& track : m_Report["tracks"]) {
+        const bool isVideo = track["kind"] == "video";
+        const std::string clip = isVideo ? m_VideoClip : m_AudioClip;
+        const char kind = isVideo ? 'v' : 'a';
+        const std::string property = isVideo ? "picture octets" : "sound octets";
+        if (isVideo && m_Case.m_pVideo->m_SplitUnits) {
+            const std::string units = Units(clip, m_Case.m_pVideo->m_SlicesOnly);
+            ASSERT_FALSE(units.empty());
+            Expect("ffmpeg", property, Units(m_File, m_Case.m_pVideo->m_SlicesOnly) == units ? kSame : kOther, kSame);
+            continue;
+        }
+        // The filters that qfmux names are what it changes: headers in front of key frames, ADTS headers taken off,
+        // start codes for lengths.
+        const std::string filters = track["filters"];
+        const std::string copy = std::string("-c copy");
+        const std::string source =
+            Hash(clip, kind, "", filters.empty() ? copy : copy + " -bsf:" + kind + " " + filters);
+        Expect("ffmpeg", property, Hash(m_File, kind, "", copy) == source ? kSame : kOther, kSame);
+    }
+}
+
+void Matrix::CheckDecoding() {
+    Expect("ffmpeg", "complaints", Ffmpeg("-i " + Quoted(m_File) + " -map 0 -f null -"), "");
+    if (m_Case.m_pVideo != nullptr) {
+        Expect("ffmpeg", "pictures", Hash(m_File, 'v', "", "") == Hash(m_VideoClip, 'v', "", "") ? kSame : kOther,
+               kSame);
+    }
+    if (m_Case.m_pAudio != nullptr) {
+        const std::string source = Hash(m_AudioClip, 'a', m_Case.m_pAudio->m_SourceOptions, "");
+        Expect("ffmpeg", "sound", Hash(m_File, 'a', "", "") == source ? kSame : kOther, kSame);
+    }
+}
+
+void Matrix::CheckFacts() {
+    const CodecNames* const video = m_Case.m_pVideo != nullptr ? &m_Case.m_pVideo->m_Codec : nullptr;
+    const CodecNames* const audio = m_Case.m_pAudio != nullptr ? &m_Case.m_pAudio->m_Codec : nullptr;
+    const auto name = [](const CodecNames* codec, const char* CodecNames::*reader) {
+        return codec != nullptr ? codec->*reader : nullptr;
+    };
+    // Each with the properties that it has no word for.
+    ExpectFacts("mkvinfo", MkvinfoFacts(m_File), name(video, &CodecNames::m_CodecID),
+                name(audio, &CodecNames::m_CodecID), {});
+    ExpectFacts("mkvmerge", MkvmergeFacts(m_File), name(video, &CodecNames::m_Mkvmerge),
+                name(audio, &CodecNames::m_Mkvmerge), {"key frames", "container"});
+    ExpectFacts("mediainfo", MediainfoFacts(m_File), name(video, &CodecNames::m_Mediainfo),
+                name(audio, &CodecNames::m_Mediainfo), {"key frames", "display size"});
+    ExpectFacts("gst-discoverer", GstDiscovererFacts(m_File), name(video, &CodecNames::m_Gstreamer),
+                name(audio, &CodecNames::m_Gstreamer), {"key frames", "display size", "container"});
+    ExpectFacts("ffprobe", FfprobeFacts(m_File), name(video, &CodecNames::m_Ffprobe),
+                name(audio, &CodecNames::m_Ffprobe), {"display size", "container"});
+}
+
+// webm_info refuses a display size of zero; with that mended in a copy it has no other complaint, and tells the rest.
+void Matrix::CheckWebmInfo() {
+    Facts says = WebmInfoFacts(m_File);
+    Expect("webm_info", "complaints", says["complaints"], "");
+    if (!says["complaints"].empty()) {
+        const Ebml::File file(ReadFile(m_File));
+        Octets octets = file.Data();
+        for (const char* side : {"DisplayWidth", "DisplayHeight"}) {
+            const std::string path = std::string("Segment/Tracks/TrackEntry[0]/Video/") + side;
+            ASSERT_EQ(file.At(path).m_PayloadSize, 1U);
+            octets[file.At(path).PayloadOffset()] = 1;
+        }
+        const std::string mended = Path("mended.webm");
+        std::ofstream(mended, std::ios::binary)
+            .write(reinterpret_cast<const char*>(octets.data()), static_cast<std::streamsize>(octets.size()));
+        says = WebmInfoFacts(mended);
+        EXPECT_EQ(says["complaints"], "");
+    }
+    const char* const video = m_Case.m_pVideo != nullptr ? m_Case.m_pVideo->m_Codec.m_CodecID : nullptr;
+    const char* const audio = m_Case.m_pAudio != nullptr ? m_Case.m_pAudio->m_Codec.m_CodecID : nullptr;
+    ExpectFacts("webm_info", says, video, audio, {"display size"});
+}
+
+// To every cue. A reader lands right when the first frame that it takes out of the file is one of the cue's cluster.
+// The right picture is that of the first key frame from there on: the cue's own in the Matroska formats; in WebM, where
+// a cluster may open without a key frame, the next one, or none where none follows.
+void Matrix::CheckSeeking() {
+    const Ebml::File file(ReadFile(m_File));
+    const bool hasPicture = m_Case.m_pVideo != nullptr;
+    const std::vector<Ebml::Block> blocks = file.BlocksOf(hasPicture ? 1 : 2);
+    const std::vector<const Ebml::Element*> clusters = file.Children("Segment", "Cluster");
+    const std::size_t segment = file.At("Segment").PayloadOffset();
+    std::vector<std::string> pictures;
+    std::vector<std::int64_t> shown; // times in the order of presentation
+    if (hasPicture) {
+        pictures = PictureHashes(m_VideoClip, "", "");
+        for (const Ebml::Block& block : blocks) shown.push_back(block.Time());
+        std::sort(shown.begin(), shown.end());
+        shown.erase(std::unique(shown.begin(), shown.end()), shown.end());
+        ASSERT_EQ(shown.size(), pictures.size());
+    }
+
+    std::optional<GstPlayer> player;
+    std::string failure;
+    try {
+        player.emplace(m_File, hasPicture);
+        if (hasPicture) {
+            Expect("GStreamer", "key frames", Places(player->PlayForKeyFlags()), Places(m_Asked.m_Video.m_Keys));
+            player.emplace(m_File, hasPicture);
+        }
+    } catch (const std::runtime_error& error) {
+        failure = error.what();
+        player.reset();
+    }
+    Expect("GStreamer", "complaints", failure, "");
+
+    ASSERT_FALSE(file.Cues().empty());
+    std::map<std::string, std::string> ffmpeg = {{"seek place", ""}, {"seek picture", ""}};
+    std::map<std::string, std::string> gstreamer = ffmpeg;
+    for (const Ebml::Cue& cue : file.Cues()) {
+        const auto found = std::find_if(clusters.begin(), clusters.end(), [&](const Ebml::Element* cluster) {
+            return cluster->m_Offset == segment + cue.m_ClusterPosition;
+        });
+        ASSERT_NE(found, clusters.end());
+        const auto cluster = static_cast<std::size_t>(found - clusters.begin());
+        const auto right = std::find_if(blocks.begin(), blocks.end(), [&](const Ebml::Block& block) {
+            return block.m_Cluster >= cluster && IsKey(block);
+        });
+        const auto time = static_cast<std::int64_t>(cue.m_Time);
+        if (m_Case.m_Extension != "webm") {
+            ASSERT_NE(right, blocks.end());
+            EXPECT_EQ(right->Time(), time);
+        }
+        std::string wanted;
+        if (hasPicture && right != blocks.end()) {
+            const auto place = std::lower_bound(shown.begin(), shown.end(), right->Time());
+            wanted = pictures[static_cast<std::size_t>(place - shown.begin())];
+        }
+        const std::string name = std::to_string(time) + ":";
+        const auto note = [&name](std::string& words, const std::string& what) {
+            words += (words.empty() ? "" : " ") + name + what;
+        };
+        const auto notePicture = [&](std::map<std::string, std::string>& reader, const std::string& hash) {
+            if (!hasPicture || hash == wanted) return;
+            const auto which = std::find(pictures.begin(), pictures.end(), hash);
+            std::string what = hash.empty() ? "none" : "damaged";
+            if (which != pictures.end())
+                what = std::to_string(shown[static_cast<std::size_t>(which - pictures.begin())]);
+            note(reader["seek picture"], what);
+        };
+
+        // ffprobe tells where in the file the first packet after a seek lies.
+        const std::string seconds = std::to_string(static_cast<double>(time) / 1000);
+        const json packets =
+            json::parse(RunCommand("ffprobe -v quiet -read_intervals " + seconds + "%+#1 -select_streams " +
+                                   (hasPicture ? "v" : "a") + " -show_entries packet=pos -of json " + Quoted(m_File))
+                            .m_Output)["packets"];
+        if (packets.empty()) {
+            note(ffmpeg["seek place"], "none");
+        } else {
+            const std::size_t position = std::stoul(packets[0]["pos"].get<std::string>());
+            if (position < (*found)->m_Offset || position >= (*found)->End()) note(ffmpeg["seek place"], "elsewhere");
+        }
+        if (hasPicture) {
+            const std::vector<std::string> first =
+                PictureHashes(m_File, "-seek_timestamp 1 -ss " + seconds, "-frames:v 1");
+            notePicture(ffmpeg, first.empty() ? "" : first[0]);
+        }
+
+        if (!player) continue;
+        try {
+            const GstLanding landing = player->Seek(time);
+            const bool landed = std::any_of(blocks.begin(), blocks.end(), [&](const Ebml::Block& block) {
+                return block.m_Cluster == cluster && block.Time() == landing.m_FrameTime;
+            });
+            if (!landed) note(gstreamer["seek place"], landing.m_FrameTime ? "elsewhere" : "none");
+            notePicture(gstreamer, landing.m_Picture);
+        } catch (const std::runtime_error& error) {
+            note(gstreamer["seek place"], error.what());
+        }
+    }
+    for (const auto& [property, says] : ffmpeg) Expect("ffmpeg", property, says.empty() ? kRight : says, kRight);
+    if (!player) return;
+    for (const auto& [property, says] : gstreamer) Expect("GStreamer", property, says.empty() ? kRight : says, kRight);
+}
+
+void Matrix::CheckRemux() {
+    const std::string remux = Path("remux.mkv");
+    const CommandResult merged = RunCommand("mkvmerge --quiet -o " + Quoted(remux) + " " + Quoted(m_File) + " 2>&1");
+    std::string words = merged.m_Output;
+    std::replace(words.begin(), words.end(), '\n', ' ');
+    Expect("mkvmerge", "remux complaints", words, "");
+    EXPECT_LE(merged.m_ExitCode, 1);
+    for (const char kind : {'v', 'a'}) {
+        if (kind == 'v' ? m_Case.m_pVideo == nullptr : m_Case.m_pAudio == nullptr) continue;
+        const bool same =
+            Hash(remux, kind, "-flags2 +skip_manual", "") == Hash(m_File, kind, "-flags2 +skip_manual", "");
+        Expect("mkvmerge", kind == 'v' ? "remux pictures" : "remux sound", same ? kSame : kOther, kSame);
+    }
+}
+
+void Matrix::CompareWithTheTable() {
+    const std::vector<Difference> known = Known();
+    std::vector<bool> occurred(m_Differences.size());
+    for (const Difference& row : known) {
+        if (!row.Concerns(m_Asked.m_Tags)) continue;
+        for (const std::string& reader : row.m_Readers) {
+            bool found = false;
+            for (std::size_t i = 0; i < m_Differences.size(); ++i) {
+                const Observed& seen = m_Differences[i];
+                if (!row.Covers(seen.m_Reader, seen.m_Property, seen.m_Says, m_Asked.m_Values)) continue;
+                if (seen.m_Reader == reader) found = true;
+                occurred[i] = true;
+            }
+            // WEBM files alone are shown to webm_info.
+            if (reader == "webm_info" && m_Case.m_Extension != "webm") continue;
+            EXPECT_TRUE(found) << "Docs/Readers.md line " << row.m_Line << ": " << reader << " no longer says '"
+                               << row.m_Says << "' of " << row.m_Property;
+        }
+    }
+    std::string tags;
+    for (const std::string& tag : m_Asked.m_Tags) tags += (tags.empty() ? "" : ", ") + tag;
+    for (std::size_t i = 0; i < m_Differences.size(); ++i) {
+        const Observed& seen = m_Differences[i];
+        EXPECT_TRUE(occurred[i]) << "not in Docs/Readers.md: " << seen.m_Reader << " | " << seen.m_Property
+                                 << " | says '" << seen.m_Says << "' | asked '" << seen.m_Asked
+                                 << "' | of a file that is " << tags;
+    }
+}
+
+TEST_P(Matrix, ReadersAgree) {
+    ASSERT_NO_FATAL_FAILURE(Make());
+    CheckPayloads();
+    CheckDecoding();
+    CheckFacts();
+    if (m_Case.m_Extension == "webm") CheckWebmInfo();
+    CheckSeeking();
+    CheckRemux();
+    CompareWithTheTable();
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Matrix, testing::ValuesIn(MatrixCases()),
+                         [](const testing::TestParamInfo<Case>& one) { return one.param.Name(); });
+
+TEST(KnownDifferences, EveryRowMeetsAFile) {
+    std::vector<Tags> files;
+    for (const Case& one : MatrixCases()) files.push_back(Asked(one).m_Tags);
+    for (const Difference& row : Known()) {
+        EXPECT_TRUE(std::any_of(files.begin(), files.end(), [&](const Tags& tags) { return row.Concerns(tags); }))
+            << "Docs/Readers.md line " << row.m_Line;
+    }
+}
+
+} // namespace
