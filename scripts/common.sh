@@ -41,3 +41,4 @@ command -v npm >/dev/null || browser_packages+=(npm)
 reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-plugins-base
     gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
     libgstreamer1.0-dev)
+command -v python3 >/dev/null || reader_test_packages+=(python3)
