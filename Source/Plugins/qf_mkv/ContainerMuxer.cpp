@@ -427,7 +427,8 @@ std::int32_t ContainerMuxer::WriteEndInfo() {
     const auto duration = static_cast<std::int64_t>(m_Info.m_Duration.m_Value);
     const std::int64_t difference = WrappingSubtract(m_LastWriteTime, ToHostTicks(duration));
     if (difference > kTolerance || difference < -kTolerance) {
-        m_Info.m_Duration.Set(static_cast<float>(m_LastWriteTime / kHostTicksPerMs + 1));
+        const std::int64_t corrected = m_LastWriteTime / kHostTicksPerMs + 1; // whole milliseconds
+        m_Info.m_Duration.Set(static_cast<float>(corrected));
     }
     WriteInfo();
     WriteSeekHeadAndFiller();

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
+#include <cstdio>
 
 namespace {
 
@@ -17,7 +17,7 @@ void* LoadLogLibrary() {
     while (name != path && name[-1] != '/') --name;
     if (name == path) return nullptr;
     for (const char* candidate : {"TW_Log.so", "libTW_Log.so"}) {
-        std::strcpy(name, candidate);
+        std::snprintf(name, sizeof path - static_cast<std::size_t>(name - path), "%s", candidate);
         if (void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL)) return library;
     }
     return nullptr;
