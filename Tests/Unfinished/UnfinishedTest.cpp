@@ -21,8 +21,6 @@ namespace {
 
 constexpr std::size_t kPoints = 50;
 constexpr std::int64_t kNever = -1;
-// glibc's stdio buffers this much of a regular file: st_blksize.
-constexpr std::int64_t kBuffer = 4096;
 
 // One host's work: the calls that it makes between CreateMediaFile and CloseMediaFile.
 struct Packet {
@@ -287,7 +285,7 @@ struct Case {
     const char* m_Name;
     Work (*m_Work)();
     // How far the last whole cluster may lie behind the last frame that the host handed over, in seconds: the second
-    // that is being collected, the one that ends in stdio's buffer, and frames that wait for the other track.
+    // that is being collected, and frames that wait for the other track.
     double m_MostLost;
     std::size_t m_PlayedEach; // ffmpeg takes its time: it plays one point of so many
 };
@@ -304,7 +302,6 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
     const auto frames = static_cast<std::int64_t>(m_Work.m_Packets.size());
     ASSERT_GT(m_Finished.m_Ends.size(), 35U) << "40 seconds";
     double mostLost = 0;
-    std::size_t partial = 0;
     for (std::size_t point = 1; point <= kPoints; ++point) {
         const std::int64_t after = frames * static_cast<std::int64_t>(point) / static_cast<std::int64_t>(kPoints);
         SCOPED_TRACE("killed after frame " + std::to_string(after) + " of " + std::to_string(frames));
@@ -312,14 +309,13 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
         ASSERT_TRUE(outcome.m_Killed);
         const auto size = static_cast<std::int64_t>(outcome.m_Disk.size());
 
-        // Whole clusters are handed to stdio, which keeps less than one buffer of them back.
+        // Whole clusters are handed to stdio and on to the system; without one, the header waits in stdio's buffer.
         const auto handed = static_cast<std::size_t>(outcome.m_Handed);
         const std::vector<std::size_t>& ends = m_Finished.m_Ends;
-        EXPECT_TRUE(handed == 0 || handed == m_Finished.m_File.At("Segment/Tracks").End() ||
-                    std::find(ends.begin(), ends.end(), handed) != ends.end())
+        const std::size_t header = m_Finished.m_File.At("Segment/Tracks").End();
+        EXPECT_TRUE(handed == 0 || handed == header || std::find(ends.begin(), ends.end(), handed) != ends.end())
             << outcome.m_Handed << " octets handed over end inside an element";
-        EXPECT_LE(size, outcome.m_Handed);
-        EXPECT_LT(outcome.m_Handed - size, kBuffer);
+        EXPECT_EQ(outcome.m_Disk.size(), handed > header ? handed : 0);
 
         // They are the finished file's, but for what closing fills in.
         EXPECT_EQ(Ebml::CompareFiles(Octets(m_Finished.m_Unclosed.begin(),
@@ -330,7 +326,7 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
         EXPECT_EQ(Ebml::Describe(Ebml::CheckUnfinished(file)), "");
         const std::size_t whole = file.WholeClusters();
         EXPECT_EQ(whole, m_Finished.ClustersWithin(outcome.m_Disk.size()));
-        if (!file.Children("Segment", "Cluster").empty()) partial += file.Children("Segment", "Cluster").size() - whole;
+        EXPECT_EQ(whole, file.Children("Segment", "Cluster").size()) << "a cluster is cut off";
 
         const Packet& last = m_Work.m_Packets[static_cast<std::size_t>(after) - 1];
         const double given = static_cast<double>(last.m_Time) / kSecond;
@@ -342,7 +338,6 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
     }
     std::printf("at most %.2f s lost\n", mostLost);
     EXPECT_LT(mostLost, GetParam().m_MostLost);
-    EXPECT_GT(partial, kPoints / 2) << "a cluster is cut off only where stdio's buffer ends in it";
 }
 
 TEST(UnfinishedStart, IsEmptyUntilBothKindsOfMediaCame) {
@@ -371,7 +366,7 @@ TEST_P(Unfinished, ClosingLosesNothingThatWasThere) {
             const bool complete = step >= 5; // the clusters, the cues and the index are on disk
             const std::size_t whole = file.WholeClusters();
             EXPECT_EQ(whole, m_Finished.ClustersWithin(outcome.m_Disk.size()));
-            EXPECT_GE(whole, complete ? clusters : step > 0 ? clusters - 1 : clusters - 3);
+            EXPECT_GE(whole, complete ? clusters : clusters - 1);
             EXPECT_EQ(complete, outcome.m_Disk.size() == m_Finished.m_Octets.size());
             EXPECT_EQ(file.At("Segment").m_UnknownSize, step < 7);
             EXPECT_EQ(file.Float("Segment/Info/Duration") > 0, step >= (m_Work.m_Job.disableAudio == 0 ? 3 : 9))
@@ -387,8 +382,8 @@ TEST_P(Unfinished, ClosingLosesNothingThatWasThere) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Unfinished,
-                         testing::Values(Case{"PictureAndSound", PictureAndSound, 3, 1}, Case{"Webm", Webm, 3, 5},
-                                         Case{"NarrowSound", NarrowSound, 4, 5}),
+                         testing::Values(Case{"PictureAndSound", PictureAndSound, 2, 1}, Case{"Webm", Webm, 2, 5},
+                                         Case{"NarrowSound", NarrowSound, 2, 5}),
                          [](const auto& row) { return std::string(row.param.m_Name); });
 
 } // namespace

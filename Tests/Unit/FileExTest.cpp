@@ -72,6 +72,29 @@ TEST_F(FileExTest, NothingIsOpenAtFirst) {
     m_File.Close();
 }
 
+// Short writes take another way than long ones; both meet the end of stdio's buffer.
+TEST_F(FileExTest, WritesOfEachSizeEndUpInTheirOrder) {
+    ASSERT_EQ(m_File.Open(Path("sizes").c_str(), "wb"), 1U);
+    std::string expected;
+    for (unsigned write = 0; write < 20000; ++write) {
+        std::string text(write % 17, static_cast<char>('a' + write % 23));
+        EXPECT_EQ(WriteText(m_File, text), text.size());
+        expected += text;
+    }
+    EXPECT_EQ(m_File.GetPos(), static_cast<std::int64_t>(expected.size()));
+    m_File.Close();
+    EXPECT_TRUE(Holds("sizes", expected));
+}
+
+TEST_F(FileExTest, AFullDiskShowsInShortCounts) {
+    ASSERT_EQ(m_File.Open(L"/dev/full", "wb"), 1U);
+    bool fell = false;
+    for (int write = 0; write < 30000 && !fell; ++write) fell = WriteText(m_File, "short") < 5;
+    EXPECT_TRUE(fell);
+    EXPECT_LT(WriteText(m_File, std::string(200000, 'x')), 200000U);
+    EXPECT_NE(m_File.Flush(), 0);
+}
+
 TEST_F(FileExTest, WritesReadsAndSeeks) {
     ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb+"), 1U);
     EXPECT_EQ(m_File.GetPos(), 0);

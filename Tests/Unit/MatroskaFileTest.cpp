@@ -37,12 +37,12 @@ struct Filler {
         TrackEntry::Children(entry, *this);
     }
     template <class Child>
-    void operator()(std::list<Child>& children) const {
-        for (int i = 0; i < 2; ++i) (*this)(children.emplace_back(0xA0));
-    }
-    template <class Element>
-    void operator()(Element& element) const {
-        Element::Children(element, *this);
+    void operator()(Child& child) const {
+        if constexpr (std::is_base_of_v<CID, Child>) {
+            Child::Children(child, *this);
+        } else { // a list
+            for (int i = 0; i < 2; ++i) (*this)(child.emplace_back(0xA0));
+        }
     }
 };
 

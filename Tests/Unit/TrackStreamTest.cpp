@@ -417,7 +417,7 @@ TYPED_TEST(AnyStream, AFrameBecomesABlock) {
         ASSERT_EQ(block.m_Frames.size(), 1U);
         EXPECT_EQ(block.m_Frames.front().m_ID, 0U);
         EXPECT_TRUE(SameOctets(block.m_Frames.front().m_Data, Hex("01 02 03")));
-        EXPECT_EQ(&stream.Head(), &block);
+        EXPECT_EQ(stream.Head(), &block);
     };
     check(MakeStream<TypeParam>(video), 1);
     check(TypeParam(&audio), 2);
@@ -430,7 +430,7 @@ TYPED_TEST(AnyStream, BlocksQueueInTheirOrder) {
     std::vector<std::int64_t> times;
     for (const auto& block : stream.m_Queue) times.push_back(BlockOf(block).m_Timecode);
     EXPECT_EQ(times, (std::vector<std::int64_t>{3, 1, 2}));
-    EXPECT_EQ(stream.Head().m_Timecode, 3);
+    EXPECT_EQ(stream.Head()->m_Timecode, 3);
 }
 
 TYPED_TEST(AnyStream, NothingIsTakenFromNothing) {
@@ -568,9 +568,9 @@ TYPED_TEST(AnyStream, TheHeadMovesToTheClustersEnd) {
     Write(stream, Hex("01"), 0, 1, 1);
     Write(stream, Hex("02"), 400000, 400001, 1);
     Cluster cluster(0x1F43B675);
-    const BlockBase* const first = &stream.Head();
+    const BlockBase* const first = stream.Head();
     stream.MoveHeadTo(cluster);
-    const BlockBase* const second = &stream.Head();
+    const BlockBase* const second = stream.Head();
     stream.MoveHeadTo(cluster);
     EXPECT_TRUE(stream.m_Queue.empty());
     ASSERT_EQ(cluster.m_BlockGroups.size() + cluster.m_SimpleBlocks.size(), 2U);

@@ -111,6 +111,7 @@ bool ContainerMuxer::OpenMediaFile(const wchar_t* path, const EncodeParam& param
     m_InfoPos = 0;
     m_TracksPos = 0;
     m_ReservedSize = 0;
+    m_EndPos = 0;
     return true;
 }
 
@@ -242,21 +243,21 @@ std::int32_t ContainerMuxer::WriteBeginInfo() {
     header.m_DocType.Set(m_VideoParam.fourCC == MakeFourCC("VP8 ") ? "webm" : "matroska");
 
     m_pFile->Seek(0, SEEK_SET);
-    header.Write(this);
+    Append(header);
 
-    m_SegmentPos = m_pFile->GetPos();
-    Segment{0, kSegmentId}.Write(this);
-    m_SegmentDataPos = m_pFile->GetPos();
+    m_SegmentPos = m_EndPos;
+    Append(Segment{0, kSegmentId});
+    m_SegmentDataPos = m_EndPos;
     const Void reserved{kReservedPayload, kVoidId};
     m_ReservedSize = static_cast<std::int64_t>(reserved.Size(true));
-    reserved.Write(this);
+    Append(reserved);
 
     AddSeekEntry(m_SeekHead, kInfoId);
-    m_InfoPos = m_pFile->GetPos();
+    m_InfoPos = m_EndPos;
     m_Info.m_TimecodeScale.Set(1000000);
     m_Info.m_Duration.Set(0.0F); // of its final width, so that the Info keeps its size
     m_Info.m_DateUTC.Set(DateUTC());
-    m_Info.Write(this);
+    Append(m_Info);
 
     AddSeekEntry(m_SeekHead, kTracksId); // which follow at once
     m_Cluster.m_Timecode.Set(0);
@@ -271,8 +272,8 @@ Track ContainerMuxer::BuildTracks() const {
 
 void ContainerMuxer::WriteTracks() {
     const Track tracks = BuildTracks();
-    m_TracksPos = m_pFile->GetPos();
-    tracks.Write(this);
+    m_TracksPos = m_EndPos;
+    Append(tracks);
     m_CueTrack = m_pVideoStream != nullptr ? kVideoTrack : kAudioTrack;
     for (const auto& stream : m_Streams) stream->m_HeaderInFile = true;
     m_TracksWritten = true;
@@ -285,19 +286,20 @@ void ContainerMuxer::RewriteTracks() {
     m_pFile->Seek(m_TracksPos, SEEK_SET);
     tracks.Write(this);
     m_pFile->Seek(position, SEEK_SET);
+    m_EndPos = m_pFile->GetPos();
 }
 
 // ---- interleaving
 
 std::int32_t ContainerMuxer::WritePacket() {
     if (m_pFile == nullptr) return 0;
-    const std::int64_t entry = m_pFile->GetPos();
+    const std::int64_t entry = m_EndPos;
     if (!m_HeaderWritten) m_HeaderWritten = WriteBeginInfo() != 0;
     while (TrackStream* const stream = EarliestStream()) {
         if (!m_TracksWritten) WriteTracks();
         PlaceHead(*stream);
     }
-    return static_cast<std::int32_t>(m_pFile->GetPos() - entry);
+    return static_cast<std::int32_t>(m_EndPos - entry);
 }
 
 TrackStream* ContainerMuxer::EarliestStream() const {
@@ -305,8 +307,9 @@ TrackStream* ContainerMuxer::EarliestStream() const {
     std::int64_t smallest = std::numeric_limits<std::int64_t>::max();
     for (const auto& stream : m_Streams) {
         // On equal times the stream that comes first in the list wins.
-        if (stream->QueuedBlocks() > 0 && stream->Head().m_Timecode < smallest) {
-            smallest = stream->Head().m_Timecode;
+        const BlockBase* const head = stream->Head();
+        if (head != nullptr && head->m_Timecode < smallest) {
+            smallest = head->m_Timecode;
             earliest = stream.get();
         }
     }
@@ -316,7 +319,7 @@ TrackStream* ContainerMuxer::EarliestStream() const {
 // Moves the stream's oldest block into the cluster of its time. Whatever can fail comes first, so that a block is
 // either still queued or placed.
 void ContainerMuxer::PlaceHead(TrackStream& stream) {
-    BlockBase& block = stream.Head();
+    BlockBase& block = *stream.Head();
     if (m_NoBlockYet) {
         m_FirstBlockTime = block.m_Timecode;
         m_NoBlockYet = false;
@@ -350,8 +353,7 @@ void ContainerMuxer::OpenClusterFor(std::int64_t time) {
     }
     const std::int64_t spans = (time - clusterTime - 1) / kClusterSpan;
     m_Cluster.m_Timecode.Set(static_cast<std::uint64_t>(clusterTime + spans * kClusterSpan));
-    m_Cluster.m_BlockGroups.clear();
-    m_Cluster.m_SimpleBlocks.clear();
+    for (const auto& stream : m_Streams) stream->TakeBack(m_Cluster);
     m_CueBlockNumber = 0;
 }
 
@@ -360,27 +362,30 @@ void ContainerMuxer::OpenClusterFor(std::int64_t time) {
 void ContainerMuxer::AddCuePoint(std::int64_t time, std::uint64_t blockNumber) {
     const std::uint64_t position = SegmentOffset();
     if (static_cast<std::int64_t>(position) == m_LastCueClusterPos && time <= m_LastCueTime + kClusterSpan) return;
-    std::list<CuePoint> added;
-    CuePoint& point = added.emplace_back(0xBB);
+    CuePoint point{0xBB};
     point.m_CueTime.Set(static_cast<std::uint64_t>(time));
     CueTrackPosition& target = point.m_CueTrackPositions.emplace_back(0xB7);
     target.m_CueTrack.Set(m_CueTrack);
     target.m_CueClusterPosition.Set(position);
     // Counts the cue track's blocks only, deliberately.
     if (ClusterHasBlocks()) target.m_CueBlockNumber.Set(blockNumber);
-    m_Cues.m_CuePoints.splice(m_Cues.m_CuePoints.end(), added);
+    m_Cues.m_CuePoints.push_back(std::move(point));
     m_LastCueClusterPos = static_cast<std::int64_t>(position);
     m_LastCueTime = time;
 }
 
 void ContainerMuxer::WriteCluster() {
     AddSeekEntry(m_ClusterIndex, kClusterId);
-    m_Cluster.Write(this);
+    Append(m_Cluster);
+    m_pFile->Flush(); // what is complete outlives the process
 }
 
-std::uint64_t ContainerMuxer::SegmentOffset() const {
-    return static_cast<std::uint64_t>(m_pFile->GetPos() - m_SegmentDataPos);
+void ContainerMuxer::Append(const CID& element) {
+    element.Write(this);
+    m_EndPos = m_pFile->GetPos();
 }
+
+std::uint64_t ContainerMuxer::SegmentOffset() const { return static_cast<std::uint64_t>(m_EndPos - m_SegmentDataPos); }
 
 void ContainerMuxer::AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id) {
     SeekHead& entry = m_SpareSeekEntries.front();
@@ -408,14 +413,15 @@ std::int32_t ContainerMuxer::WriteDuration() {
 
 std::int32_t ContainerMuxer::WriteEndInfo() {
     m_pFile->Seek(0, SEEK_END);
+    m_EndPos = m_pFile->GetPos();
     if (ClusterHasBlocks()) WriteCluster();
     if (!m_Cues.m_CuePoints.empty()) {
         AddSeekEntry(m_SeekHead, kCuesId);
-        m_Cues.Write(this);
+        Append(m_Cues);
     }
     if (!m_ClusterIndex.m_Seeks.empty()) {
         AddSeekEntry(m_SeekHead, kSeekHeadId);
-        m_ClusterIndex.Write(this);
+        Append(m_ClusterIndex);
     }
 
     const std::uint64_t segmentSize = SegmentOffset();

@@ -99,9 +99,10 @@ private:
 
     bool ClusterHasBlocks() const { return !m_Cluster.m_BlockGroups.empty() || !m_Cluster.m_SimpleBlocks.empty(); }
     void WriteCluster();
-    // The current position as readers count it: from the Segment's payload.
+    void Append(const MatroskaWriter::CID& element);
+    // The file's end as readers count it: from the Segment's payload.
     std::uint64_t SegmentOffset() const;
-    // Points at the current position. Requires a spare entry.
+    // Points at the file's end. Requires a spare entry.
     void AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id);
     void KeepSpareSeekEntries(std::size_t count);
 
@@ -120,6 +121,7 @@ private:
     std::int64_t m_InfoPos = 0;
     std::int64_t m_TracksPos = 0;
     std::int64_t m_ReservedSize = 0;
+    std::int64_t m_EndPos = 0; // behind what has been appended, where the next element goes
 
     std::unique_ptr<FileEx> m_pFile;                   // null when no file is open
     std::list<std::unique_ptr<TrackStream>> m_Streams; // video first

@@ -1,6 +1,9 @@
 #include "FileEx.h"
 
+#include <stdio_ext.h>
+
 #include <cwchar>
+#include <new>
 #include <utility>
 
 #include "MKVFile.h"
@@ -8,6 +11,10 @@
 static_assert(sizeof(off_t) == 8, "files pass 2 GiB: build with _FILE_OFFSET_BITS=64");
 
 namespace {
+
+// Gathers the small writes of a cluster's headers and audio frames into few calls of the operating system, and stays in
+// the processor's cache.
+constexpr std::size_t kBufferSize = 65536;
 
 std::unique_ptr<wchar_t[]> CopyText(const wchar_t* text) {
     if (text == nullptr) return nullptr;
@@ -39,6 +46,11 @@ std::uint32_t FileEx::Open(const wchar_t* path, const char* mode) {
     if (m_IsPseudoFile == 0) {
         m_pStream = std::fopen(Utf8Text(path).Data(), mode);
         if (m_pStream == nullptr) return 0;
+        // One thread uses the file.
+        __fsetlocking(m_pStream, FSETLOCKING_BYCALLER);
+        if (m_pBuffer == nullptr) m_pBuffer.reset(new (std::nothrow) char[kBufferSize]);
+        // Without memory for it the stream has its own small one.
+        if (m_pBuffer != nullptr) std::setvbuf(m_pStream, m_pBuffer.get(), _IOFBF, kBufferSize);
     }
     m_pPath = std::move(copy);
     return 1;
@@ -53,7 +65,15 @@ void FileEx::Close() {
 int FileEx::Flush() { return m_pStream != nullptr ? std::fflush(m_pStream) : 0; }
 
 unsigned long FileEx::Write(const void* buffer, unsigned long count) {
-    return m_pStream != nullptr ? std::fwrite(buffer, 1, count, m_pStream) : 0;
+    std::FILE* const stream = m_pStream;
+    if (stream == nullptr) return 0;
+    // Identifiers, lengths and numbers go into the buffer octet by octet, which is cheaper than a call.
+    constexpr unsigned long kShort = 12;
+    if (count > kShort) return std::fwrite(buffer, 1, count, stream);
+    const auto* const octets = static_cast<const unsigned char*>(buffer);
+    unsigned long moved = 0;
+    while (moved < count && putc_unlocked(octets[moved], stream) != EOF) ++moved;
+    return moved;
 }
 
 unsigned long FileEx::Read(void* buffer, unsigned long count) {

@@ -39,6 +39,7 @@ private:
     std::FILE* m_pStream = nullptr;
     std::unique_ptr<wchar_t[]> m_pPath; // as given to Open, for a debugger's eyes
     std::uint32_t m_IsPseudoFile = 0;   // outlives Close
+    std::unique_ptr<char[]> m_pBuffer;  // the stream's, from the first file on
 };
 
 // What elements write to. Results are 0, or -1 when there is no file behind the stream.

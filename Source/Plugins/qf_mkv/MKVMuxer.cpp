@@ -14,8 +14,9 @@ void MatroskaStream::Init(const VideoParam* video, const MuxParam* mux) {
 void MatroskaStream::Init(const AudioParam* audio) { InitAudio(*audio); }
 
 void MatroskaStream::QueueBlock(ByteView frame, std::int64_t start, std::int64_t end, unsigned int keyFrame) {
-    std::list<BlockGroup> added;
-    BlockGroup& group = added.emplace_back(0xA0);
+    BlockGroup& group = Spare(0xA0);
+    group.m_ReferenceBlock.Clear();
+    group.m_BlockDuration.Clear();
     if ((keyFrame == 0 || start == m_LastStart) && m_LastStart >= 0) {
         // To the nearest millisecond, halves away from zero.
         const std::int64_t distance = WrappingSubtract(m_LastStart, start);
@@ -27,7 +28,7 @@ void MatroskaStream::QueueBlock(ByteView frame, std::int64_t start, std::int64_t
         group.m_BlockDuration.Set(static_cast<std::uint64_t>(ToMilliseconds(WrappingSubtract(end, start))));
     }
     FillBlock(group.m_Block, frame, start, end);
-    m_Queue.splice(m_Queue.end(), added);
+    QueueSpare();
 }
 
 // Matroska's header names no EBML versions, deliberately: their defaults hold.

@@ -14,7 +14,6 @@ public:
     void Init(const VideoParam* video, const MuxParam* mux);
     void Init(const AudioParam* audio);
 
-    MatroskaWriter::BlockBase& Head() override { return m_Queue.front().m_Block; }
     // A reference to 0, a frame of the same start, counts as none.
     bool HeadMayBeCued() const override { return m_Queue.front().m_ReferenceBlock.m_Value == 0; }
 

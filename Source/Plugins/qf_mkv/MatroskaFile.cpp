@@ -10,22 +10,15 @@ namespace MatroskaWriter {
 
 namespace {
 
-unsigned LengthWidth(std::uint64_t length) {
-    if (length == kUnknownSize) return 8;
-    for (unsigned width = 1; width <= 8; ++width) {
-        // All ones are not a size but mean that it is unknown, so they are left out in each width.
-        if (length < PowerOfTwo(7 * width) - 1) return width;
-    }
-    return 0;
+// Stores the `width` low octets of a number with the first bit set that tells their count: identifiers and lengths.
+void StoreMarked(unsigned char* target, std::uint64_t value, unsigned width) {
+    StoreBigEndian(target, value % PowerOfTwo(7 * width) + PowerOfTwo(7 * width), width);
 }
 
-// Writes the low octets of a number whose first set bit, the marker, tells their count: identifiers and lengths.
 std::int32_t WriteMarked(IStream* stream, std::uint64_t value, unsigned width) {
     if (width == 0) return 0;
     unsigned char octets[8];
-    StoreBigEndian(octets, value, width);
-    const auto marker = static_cast<unsigned char>(PowerOfTwo(8 - width));
-    octets[0] = static_cast<unsigned char>(octets[0] % marker + marker);
+    StoreMarked(octets, value, width);
     return stream->Write(octets, width, nullptr);
 }
 
@@ -40,15 +33,11 @@ std::uint64_t CID::Size(bool) const { return SignificantOctets(m_ID); }
 
 std::int32_t CID::Write(IStream* stream) const { return WriteMarked(stream, m_ID, SignificantOctets(m_ID)); }
 
-std::uint64_t CID::HeaderSize(std::uint64_t payloadSize) const {
-    return SignificantOctets(m_ID) + LengthWidth(payloadSize);
-}
-
 std::int32_t CID::HeaderWrite(IStream* stream) const { return HeaderWrite(stream, Size(false)); }
 
 std::int32_t CID::HeaderWrite(IStream* stream, std::uint64_t payloadSize) const {
-    CID::Write(stream);
-    CLength(payloadSize).Write(stream);
+    WriteMarked(stream, m_ID, SignificantOctets(m_ID));
+    WriteMarked(stream, payloadSize, LengthWidth(payloadSize));
     return 0;
 }
 
@@ -85,12 +74,6 @@ CBinary& CBinary::Set(const std::string& text) {
 }
 
 std::string CBinary::ToString() const { return {m_Data.begin(), std::find(m_Data.begin(), m_Data.end(), 0)}; }
-
-std::uint64_t CBinary::Size(bool withHeader) const { return m_Data.empty() ? 0 : Sized(m_Data.size(), withHeader); }
-
-std::int32_t CBinary::Write(IStream* stream) const {
-    return m_Data.empty() ? 0 : WriteRun(stream, m_Data.data(), m_Data.size());
-}
 
 CANSI& CANSI::Set(std::string text) {
     m_Value = std::move(text);
@@ -161,11 +144,12 @@ std::uint64_t BlockBase::Size(bool withHeader) const {
 
 void BlockBase::WriteStart(IStream* stream, unsigned char flags) const {
     HeaderWrite(stream, BlockBase::Size(false));
-    m_TrackNumber.Write(stream);
-    unsigned char octets[3];
-    StoreBigEndian(octets, static_cast<std::uint64_t>(m_Timecode), 2);
-    octets[2] = flags;
-    stream->Write(octets, sizeof octets, nullptr);
+    unsigned char octets[8 + 3];
+    const unsigned width = LengthWidth(m_TrackNumber.m_Length);
+    StoreMarked(octets, m_TrackNumber.m_Length, width);
+    StoreBigEndian(octets + width, static_cast<std::uint64_t>(m_Timecode), 2);
+    octets[width + 2] = flags;
+    stream->Write(octets, width + 3, nullptr);
 }
 
 void BlockBase::WriteFrames(IStream* stream) const {
@@ -196,5 +180,8 @@ std::int32_t SimpleBlock::Write(IStream* stream) const {
     WriteFrames(stream);
     return 0;
 }
+
+template class Compound<BlockGroup>;
+template class Compound<Cluster>;
 
 } // namespace MatroskaWriter

@@ -7,12 +7,16 @@
 // Sizes are computed anew at each call.
 //
 // Members are public: elements are the muxers' plain building material. Repeated children stand in std::list, which
-// owns them, and through which a block travels from queue to cluster without being copied.
+// owns them, and through which a block travels from queue to cluster without being copied. Cue points alone, which stay
+// in memory as long as the file is open, stand in containers that need less of it.
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <list>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "ByteOrder.h"
 #include "FileEx.h"
@@ -30,6 +34,16 @@ constexpr unsigned long kCuesId = 0x1C53BB6B;
 // A length field of this value says that the size is unknown (RFC 8794, Element Data Size).
 constexpr std::uint64_t kUnknownSize = 0x00FFFFFFFFFFFFFF;
 
+// Octets that a length field takes: the fewest whose bits are not all ones, which is not a size but means that it is
+// unknown. kUnknownSize takes 8; 2^56 and above take none at all.
+constexpr unsigned LengthWidth(std::uint64_t length) {
+    if (length == kUnknownSize) return 8;
+    for (unsigned width = 1; width <= 8; ++width) {
+        if (length < PowerOfTwo(7 * width) - 1) return width;
+    }
+    return 0;
+}
+
 // The base of every element. On its own it is a bare identifier.
 class CID {
 public:
@@ -43,7 +57,9 @@ public:
     virtual std::int32_t Write(IStream* stream) const;
 
     // Octets of identifier and length field in front of that much payload.
-    std::uint64_t HeaderSize(std::uint64_t payloadSize) const;
+    std::uint64_t HeaderSize(std::uint64_t payloadSize) const {
+        return SignificantOctets(m_ID) + LengthWidth(payloadSize);
+    }
     // Writes the identifier and the length of this element's own payload. Returns 0.
     std::int32_t HeaderWrite(IStream* stream) const;
 
@@ -56,8 +72,7 @@ protected:
     }
 };
 
-// A number in EBML's variable-size form, the shortest whose bits are not all ones: a data size, a track number.
-// kUnknownSize takes 8 octets; 2^56 and above take none at all.
+// A number in EBML's variable-size form: a data size, a track number.
 class CLength final : public CID {
 public:
     explicit CLength(std::uint64_t length = 0) : CID(0), m_Length(length) {}
@@ -80,6 +95,10 @@ public:
         m_IsSet = true;
         return static_cast<Derived&>(*this);
     }
+    void Clear() {
+        m_Value = Value{};
+        m_IsSet = false;
+    }
 
     std::uint64_t Size(bool withHeader) const override {
         return m_IsSet ? Sized(Self().PayloadWidth(), withHeader) : 0;
@@ -95,8 +114,8 @@ public:
         return stream->Write(payload, width, nullptr);
     }
 
+    bool m_IsSet = false; // first, where it takes no room of its own: cues and index stay in memory as long as the file
     Value m_Value{};
-    bool m_IsSet = false;
 
 private:
     const Derived& Self() const { return static_cast<const Derived&>(*this); }
@@ -143,8 +162,10 @@ public:
     CBinary& Set(const std::string& text);
     // The octets up to the first zero.
     std::string ToString() const;
-    std::uint64_t Size(bool withHeader) const override;
-    std::int32_t Write(IStream* stream) const override;
+    std::uint64_t Size(bool withHeader) const override { return m_Data.empty() ? 0 : Sized(m_Data.size(), withHeader); }
+    std::int32_t Write(IStream* stream) const override {
+        return m_Data.empty() ? 0 : WriteRun(stream, m_Data.data(), m_Data.size());
+    }
 
     Bytes m_Data;
 };
@@ -198,11 +219,11 @@ private:
         std::uint64_t& m_Sum;
         template <class Child>
         void operator()(const Child& child) const {
-            m_Sum += child.Size(true);
-        }
-        template <class Child>
-        void operator()(const std::list<Child>& children) const {
-            for (const Child& child : children) m_Sum += child.Size(true);
+            if constexpr (std::is_base_of_v<CID, Child>) {
+                m_Sum += child.Size(true);
+            } else {
+                for (const auto& element : child) m_Sum += element.Size(true);
+            }
         }
     };
 
@@ -210,13 +231,13 @@ private:
         IStream* m_pStream;
         template <class Child>
         void operator()(const Child& child) const {
-            child.Write(m_pStream);
-        }
-        // A list ends early at a child that reports a failure, the element itself does not.
-        template <class Child>
-        void operator()(const std::list<Child>& children) const {
-            for (const Child& child : children) {
-                if (child.Write(m_pStream) < 0) break;
+            if constexpr (std::is_base_of_v<CID, Child>) {
+                child.Write(m_pStream);
+            } else {
+                // A list ends early at a child that reports a failure, the element itself does not.
+                for (const auto& element : child) {
+                    if (element.Write(m_pStream) < 0) break;
+                }
             }
         }
     };
@@ -450,6 +471,7 @@ public:
     std::list<CBinary> m_Frames; // their octets alone are written, not as elements
 
 protected:
+    // Writes everything in front of lacing and frames.
     void WriteStart(IStream* stream, unsigned char flags) const;
     void WriteFrames(IStream* stream) const;
 };
@@ -502,6 +524,10 @@ public:
     }
 };
 
+// Every frame passes through these two: they are compiled beside what they call.
+extern template class Compound<BlockGroup>;
+extern template class Compound<Cluster>;
+
 // ---- cues
 
 class CueTrackPosition final : public Compound<CueTrackPosition> { // RFC 9559, CueTrackPositions
@@ -522,7 +548,7 @@ class CuePoint final : public Compound<CuePoint> { // RFC 9559, CuePoint
 public:
     using Compound::Compound;
     CUInt m_CueTime{0xB3}; // ticks
-    std::list<CueTrackPosition> m_CueTrackPositions;
+    std::vector<CueTrackPosition> m_CueTrackPositions;
 
     template <class Self, class Visit>
     static void Children(Self& self, Visit visit) {
@@ -533,7 +559,7 @@ public:
 class Cue final : public Compound<Cue> { // RFC 9559, Cues
 public:
     using Compound::Compound;
-    std::list<CuePoint> m_CuePoints;
+    std::deque<CuePoint> m_CuePoints;
 
     template <class Self, class Visit>
     static void Children(Self& self, Visit visit) {

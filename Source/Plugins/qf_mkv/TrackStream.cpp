@@ -16,6 +16,10 @@ constexpr std::size_t kAvcPlaceholder = 1024;
 constexpr std::size_t kAacPlaceholder = 1024;
 constexpr std::size_t kVorbisPlaceholder = 10240;
 
+// A payload of up to so many octets keeps its memory when its block is used again: sound, mostly. Pictures vary too
+// much: each would come to take what the largest did.
+constexpr std::size_t kKeptPayload = 1024;
+
 struct CodecRow {
     FourCC m_FourCC;
     const char* m_CodecID;
@@ -151,7 +155,14 @@ void TrackStream::FillBlock(MatroskaWriter::BlockBase& block, ByteView frame, st
     block.m_TrackNumber.m_Length = m_TrackEntry.m_TrackNumber.m_Value;
     block.m_Timecode = ToMilliseconds(start);
     block.m_StopTime = ToMilliseconds(end);
-    Append(block.m_Frames.emplace_back(0).m_Data, frame);
+    if (block.m_Frames.empty()) block.m_Frames.emplace_back(0);
+    block.m_Frames.front().m_Data.assign(frame.m_pData, frame.m_pData + frame.m_Size);
+}
+
+void TrackStream::EmptyBlock(MatroskaWriter::BlockBase& block) {
+    Bytes& payload = block.m_Frames.front().m_Data;
+    payload.clear();
+    if (payload.capacity() > kKeptPayload) Bytes().swap(payload);
 }
 
 Bytes TrackStream::DeriveCodecPrivate(ByteView frame) const {

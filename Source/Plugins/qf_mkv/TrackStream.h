@@ -38,12 +38,16 @@ public:
     // head and the rest stays. Returns false, and changes nothing, when data does not fit.
     bool SetCodecPrivate(ByteView data);
 
-    // The queue, oldest first. Head, MoveHeadTo and DropHead require a block in it.
+    // The queue, oldest first. Head is null when it is empty; the next three require a block in it.
     virtual std::size_t QueuedBlocks() const = 0;
-    virtual MatroskaWriter::BlockBase& Head() = 0;
+    virtual MatroskaWriter::BlockBase* Head() = 0;
     virtual bool HeadMayBeCued() const = 0;
     virtual void MoveHeadTo(MatroskaWriter::Cluster& cluster) = 0; // cannot fail
     virtual void DropHead() = 0;
+
+    // Takes this track's blocks back from a cluster that has been written: the frames to come are put into them, so
+    // that none asks for memory but a large one. Cannot fail.
+    virtual void TakeBack(MatroskaWriter::Cluster& cluster) = 0;
 
     // Takes back the frames queued since. For frames that belong together, when memory does not last for all of them.
     struct Mark {
@@ -71,6 +75,8 @@ protected:
     // Appends a block of that frame to the queue, or leaves the queue as it was when memory runs out.
     virtual void QueueBlock(ByteView frame, std::int64_t start, std::int64_t end, unsigned int keyFrame) = 0;
     void FillBlock(MatroskaWriter::BlockBase& block, ByteView frame, std::int64_t start, std::int64_t end) const;
+    // Readies a block for another frame. Small payloads keep their memory, for frames of about that size.
+    static void EmptyBlock(MatroskaWriter::BlockBase& block);
 
 private:
     void InitCommon(std::uint64_t track);
@@ -83,12 +89,35 @@ template <class Block, std::list<Block> MatroskaWriter::Cluster::*kBlocks>
 class QueuedTrackStream : public TrackStream {
 public:
     std::size_t QueuedBlocks() const override { return m_Queue.size(); }
+    MatroskaWriter::BlockBase* Head() override { return m_Queue.empty() ? nullptr : &BlockOf(m_Queue.front()); }
     void MoveHeadTo(MatroskaWriter::Cluster& cluster) override {
         std::list<Block>& blocks = cluster.*kBlocks;
         blocks.splice(blocks.end(), m_Queue, m_Queue.begin());
     }
     void DropHead() override { m_Queue.pop_front(); }
     void DropTail() override { m_Queue.pop_back(); }
+    void TakeBack(MatroskaWriter::Cluster& cluster) override {
+        std::list<Block>& blocks = cluster.*kBlocks;
+        // As many as one cluster had, no more: what is left of the one before is given up.
+        m_Spare.clear();
+        for (auto block = blocks.begin(); block != blocks.end();) {
+            const auto taken = block++;
+            if (BlockOf(*taken).m_TrackNumber.m_Length != m_TrackEntry.m_TrackNumber.m_Value) continue;
+            EmptyBlock(BlockOf(*taken));
+            m_Spare.splice(m_Spare.end(), blocks, taken);
+        }
+    }
 
     std::list<Block> m_Queue;
+
+protected:
+    // A block to be filled: one that was written has its values still. QueueSpare appends it to the queue.
+    Block& Spare(unsigned long id) { return m_Spare.empty() ? m_Spare.emplace_front(id) : m_Spare.front(); }
+    void QueueSpare() { m_Queue.splice(m_Queue.end(), m_Spare, m_Spare.begin()); }
+
+private:
+    static MatroskaWriter::BlockBase& BlockOf(MatroskaWriter::BlockGroup& group) { return group.m_Block; }
+    static MatroskaWriter::BlockBase& BlockOf(MatroskaWriter::SimpleBlock& block) { return block; }
+
+    std::list<Block> m_Spare;
 };

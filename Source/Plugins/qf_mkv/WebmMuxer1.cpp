@@ -14,11 +14,10 @@ void MatroskaStreamWebm::Init(const AudioParam* audio) {
 }
 
 void MatroskaStreamWebm::QueueBlock(ByteView frame, std::int64_t start, std::int64_t end, unsigned int keyFrame) {
-    std::list<SimpleBlock> added;
-    SimpleBlock& block = added.emplace_back(0xA3);
+    SimpleBlock& block = Spare(0xA3);
     block.m_Keyframe = keyFrame;
     FillBlock(block, frame, start, end);
-    m_Queue.splice(m_Queue.end(), added);
+    QueueSpare();
 }
 
 const MuxerProfile WebmMuxer1::kProfile = {1, [](EBML& header) {

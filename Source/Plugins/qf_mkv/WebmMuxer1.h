@@ -14,7 +14,6 @@ public:
     void Init(const VideoParam* video);
     void Init(const AudioParam* audio);
 
-    MatroskaWriter::BlockBase& Head() override { return m_Queue.front(); }
     // Every block is a candidate, a key frame or not, deliberately.
     bool HeadMayBeCued() const override { return true; }
 
