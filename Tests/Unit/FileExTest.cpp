@@ -92,7 +92,6 @@ TEST_F(FileExTest, AFullDiskShowsInShortCounts) {
     for (int write = 0; write < 30000 && !fell; ++write) fell = WriteText(m_File, "short") < 5;
     EXPECT_TRUE(fell);
     EXPECT_LT(WriteText(m_File, std::string(200000, 'x')), 200000U);
-    EXPECT_NE(m_File.Flush(), 0);
 }
 
 TEST_F(FileExTest, WritesReadsAndSeeks) {
