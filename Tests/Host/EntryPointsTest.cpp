@@ -31,10 +31,11 @@ TEST_F(EntryPoints, FormatsAreFoundByTheirCode) {
     }
 }
 
-TEST_F(EntryPoints, VersionIsNineOctetsAndNoMore) {
-    const GuardedOctets buffer(Octets(9, 0xEE));
-    EXPECT_EQ(m_Plugin.GetMultiVersion(reinterpret_cast<char*>(buffer.Data())), 8);
-    EXPECT_EQ(buffer.Copy(), Ascii("5,0,0,14") + Hex("00"));
+TEST_F(EntryPoints, VersionIsTheProjectsAndNoOctetMore) {
+    const std::string version = QF_VERSION;
+    const GuardedOctets buffer(Octets(version.size() + 1, 0xEE));
+    EXPECT_EQ(m_Plugin.GetMultiVersion(reinterpret_cast<char*>(buffer.Data())), static_cast<int>(version.size()));
+    EXPECT_EQ(buffer.Copy(), Ascii(version) + Hex("00"));
 }
 
 TEST_F(EntryPoints, EncoderFunctionsDoNothing) {

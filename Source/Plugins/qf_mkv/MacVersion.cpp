@@ -1,8 +1,9 @@
-#include <cstdio>
+#include <cstring>
 
 #include "MKVInterface.h"
 
 int GetMultiVersion(char* buffer) {
     if (buffer == nullptr) return 0;
-    return std::snprintf(buffer, sizeof "5,0,0,14", "%d,%d,%d,%d", 5, 0, 0, 14);
+    std::memcpy(buffer, QF_VERSION, sizeof QF_VERSION);
+    return static_cast<int>(sizeof QF_VERSION - 1);
 }

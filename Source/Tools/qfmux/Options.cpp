@@ -35,7 +35,7 @@ std::string DefaultPlugin() {
     std::error_code ignored;
     const auto directory = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
     const auto beside = directory / "qf_mkv.so";
-    const auto installed = directory.parent_path() / "lib" / "qf_mkv" / "qf_mkv.so";
+    const auto installed = (directory / QF_INSTALLED_PLUGIN).lexically_normal();
     return std::filesystem::exists(installed, ignored) && !std::filesystem::exists(beside, ignored) ? installed.string()
                                                                                                     : beside.string();
 }
