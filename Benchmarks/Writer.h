@@ -32,3 +32,9 @@ using OpenWriter = std::unique_ptr<Writer> (*)(const WorkloadKind& kind, const s
 std::unique_ptr<Writer> OpenLimit(const WorkloadKind& kind, const std::string& path);
 std::unique_ptr<Writer> OpenSearchLimit(const WorkloadKind& kind, const std::string& path);
 std::unique_ptr<Writer> OpenPlugin(const WorkloadKind& kind, const std::string& path);
+
+// Peers, built where their libraries are.
+std::unique_ptr<Writer> OpenLibwebm(const WorkloadKind& kind, const std::string& path);
+std::unique_ptr<Writer> OpenLibavformat(const WorkloadKind& kind, const std::string& path);
+std::unique_ptr<Writer> OpenLibavformatCrc(const WorkloadKind& kind, const std::string& path);
+std::unique_ptr<Writer> OpenLibmatroska(const WorkloadKind& kind, const std::string& path);
