@@ -131,7 +131,8 @@ struct SecondOfMovie {
 private:
     void Fill(TrackStream& stream, int count, const std::vector<unsigned char>& octets, std::int64_t duration) {
         for (int i = 0; i < count; ++i) {
-            stream.WritePacket(octets.data(), static_cast<int>(octets.size()), i * duration, (i + 1) * duration, i == 0);
+            stream.WritePacket(octets.data(), static_cast<int>(octets.size()), i * duration, (i + 1) * duration,
+                               i == 0);
             stream.MoveHeadTo(m_Cluster);
         }
     }
@@ -165,8 +166,8 @@ void Utf32ToUtf8(benchmark::State& state) {
     const std::wstring text = Text();
     std::vector<char> target(4 * text.size());
     for (auto _ : state) {
-        if (WtoUTF8(text.c_str(), static_cast<int>(text.size()), target.data(), static_cast<int>(target.size()), true) !=
-            kConverted) {
+        if (WtoUTF8(text.c_str(), static_cast<int>(text.size()), target.data(), static_cast<int>(target.size()),
+                    true) != kConverted) {
             state.SkipWithError("not converted");
         }
         benchmark::ClobberMemory();
