@@ -122,7 +122,8 @@ class Report:
             limit = self.cpu(workload, "limit")
             most = 1.3 * limit + self.cpu(workload, "limit+search") - limit
             own = self.cpu(workload, "qf_mkv")
-            yield f"{workload}: CPU, 1.3 times the limit and a search pass", f"{most:,.0f} ns", f"{own:,.0f} ns", own <= most
+            yield (f"{workload}: CPU, 1.3 times the limit and a search pass", f"{most:,.0f} ns", f"{own:,.0f} ns",
+                   own <= most)
         for size in ("12000", "1048576"):
             rate = {name: self.figures["parts"][f"{name}/{size}"]["bytes_per_second"] / 1e9
                     for name in ("FindStartCodeInRandom", "MemchrOfAbsent", "MemchrOfEach")}
@@ -142,8 +143,10 @@ class Report:
                 most = 2 * last["payload"] / last["seconds"] + 300 * last["seconds"]
                 yield (f"{workload}, 10 hours, {name}: heap", f"{most / 1024:,.0f} KiB",
                        f"{last['peak_heap'] / 1024:,.0f} KiB", last["peak_heap"] <= most)
-                ratio = statistics.median(last["cpu"]) / statistics.median(rows[0]["cpu"])
-                yield f"{workload}, {name}: CPU of 10 hours to 10 minutes", "1.00, and 5 % for the clock", f"{ratio:.2f}", ratio <= 1.05
+                ratio, limit = (statistics.median(rows[-1]["cpu"]) / statistics.median(rows[0]["cpu"])
+                                for rows in (rows, by_name["limit"]))
+                yield (f"{workload}, {name}: CPU of 10 hours to 10 minutes (the limit: {limit:.2f})",
+                       "1.00, and 5 % for the clock", f"{ratio:.2f}", ratio <= 1.05)
         for workload in TITLES:
             own = self.figures["memory"][workload]["qf_mkv"]["allocations"]
             yield f"{workload}: allocations per frame", "3", f"{own:.2f}", own <= 3
