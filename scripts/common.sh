@@ -45,3 +45,7 @@ reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-pl
     gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
     libgstreamer1.0-dev)
 command -v python3 >/dev/null || reader_test_packages+=(python3)
+# What the tests of costs count with, and what scripts/bench needs besides.
+cost_packages=(valgrind)
+command -v python3 >/dev/null || cost_packages+=(python3)
+bench_packages=(g++-multilib gnuplot-nox libbenchmark-dev libwebm-dev dpkg-dev)
