@@ -15,6 +15,8 @@ extern "C" {
 
 namespace {
 
+// Of packets that wait for another stream's. Two seconds of Ultra HD discs, the richest there are, take 32 MB.
+constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 // Of H.264, in pictures.
 constexpr std::size_t kLargestPictureBuffer = 16;
 
@@ -69,6 +71,69 @@ bool MediaFile::HasSetup(const AVStream* stream) const { return m_WithSetup.coun
 double MediaFile::FrameRate(AVStream* stream) const {
     const AVRational rate = av_guess_frame_rate(m_Context.get(), stream, nullptr);
     return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 25.0;
+}
+
+// ---- packets
+
+PacketSource::PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams) : m_File(std::move(file)) {
+    AVFormatContext* const context = m_File->Context();
+    for (const int index : streams) {
+        if (index >= static_cast<int>(context->nb_streams)) Fail(m_File->Path(), "the file has changed");
+        m_Chosen[index];
+        // Sound has a presentation time wherever it has one of decoding.
+        const AVCodecParameters& parameters = *context->streams[index]->codecpar;
+        if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !PictureOrder::Knows(parameters.codec_id)) {
+            context->flags |= AVFMT_FLAG_GENPTS;
+        }
+    }
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        context->streams[i]->discard = streams.count(static_cast<int>(i)) > 0 ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+}
+
+int PacketSource::Next(int stream, AVPacket& packet) {
+    Chosen& own = m_Chosen.at(stream);
+    if (own.m_Alone != nullptr) return own.m_Alone->Next(stream, packet);
+    if (!own.m_Waiting.empty()) {
+        av_packet_move_ref(&packet, own.m_Waiting.front().get());
+        own.m_Waiting.pop_front();
+        m_WaitingOctets -= static_cast<std::size_t>(packet.size);
+        ++own.m_Taken;
+        return 0;
+    }
+    while (m_End == 0) {
+        m_End = av_read_frame(m_File->Context(), &packet);
+        if (m_End < 0) break;
+        if (packet.stream_index == stream) {
+            ++own.m_Taken;
+            return 0;
+        }
+        const auto other = m_Chosen.find(packet.stream_index);
+        if (other == m_Chosen.end() || other->second.m_Alone != nullptr) {
+            av_packet_unref(&packet);
+            continue;
+        }
+        AvPtr<AVPacket> waiting(av_packet_alloc());
+        if (waiting == nullptr) throw std::bad_alloc();
+        av_packet_move_ref(waiting.get(), &packet);
+        m_WaitingOctets += static_cast<std::size_t>(waiting->size);
+        other->second.m_Waiting.push_back(std::move(waiting));
+        if (m_WaitingOctets > kMostWaiting) return OpenForItself(stream, packet);
+    }
+    return m_End;
+}
+
+int PacketSource::OpenForItself(int stream, AVPacket& packet) {
+    Chosen& own = m_Chosen.at(stream);
+    m_File->Context()->streams[stream]->discard = AVDISCARD_ALL;
+    own.m_Alone = std::make_unique<PacketSource>(std::make_shared<MediaFile>(m_File->Path()), std::set<int>{stream});
+    // From the beginning, as a demuxer may carry more from packet to packet than a place in the file.
+    for (; own.m_Taken > 0; --own.m_Taken) {
+        const int result = own.m_Alone->Next(stream, packet);
+        if (result < 0) return result;
+        av_packet_unref(&packet);
+    }
+    return own.m_Alone->Next(stream, packet);
 }
 
 // ---- presentation order
@@ -128,17 +193,9 @@ bool PictureOrder::Pop(Frame& frame) {
 
 // ---- one stream
 
-TrackReader::TrackReader(std::shared_ptr<MediaFile> file, int streamIndex, const std::string& filters)
-    : m_File(std::move(file)) {
-    AVFormatContext* const context = m_File->Context();
-    const std::string& path = m_File->Path();
-    if (streamIndex >= static_cast<int>(context->nb_streams)) Fail(path, "the file has changed");
-    m_pStream = context->streams[streamIndex];
-    for (unsigned i = 0; i < context->nb_streams; ++i) {
-        context->streams[i]->discard = static_cast<int>(i) == streamIndex ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-    }
-    if (!PictureOrder::Knows(m_pStream->codecpar->codec_id)) context->flags |= AVFMT_FLAG_GENPTS;
-
+TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
+    : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]) {
+    const std::string& path = Path();
     AVBSFContext* filter = nullptr;
     Check(av_bsf_list_parse_str(filters.empty() ? "null" : filters.c_str(), &filter), path);
     m_Filter.reset(filter);
@@ -148,8 +205,9 @@ TrackReader::TrackReader(std::shared_ptr<MediaFile> file, int streamIndex, const
     const AVCodecParameters& out = *filter->par_out;
     m_SetupData.assign(out.extradata, out.extradata + out.extradata_size);
 
-    m_FrameDuration =
-        out.codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<std::int64_t>(1e7 / m_File->FrameRate(m_pStream)) : 1;
+    m_FrameDuration = out.codec_type == AVMEDIA_TYPE_VIDEO
+                          ? static_cast<std::int64_t>(1e7 / m_Source->File().FrameRate(m_pStream))
+                          : 1;
 }
 
 bool TrackReader::NextPacket(AVPacket& packet) {
@@ -157,15 +215,11 @@ bool TrackReader::NextPacket(AVPacket& packet) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), &packet);
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
-        if (filtered != AVERROR(EAGAIN)) Fail(m_File->Path(), AvReason(filtered));
+        if (filtered != AVERROR(EAGAIN)) Fail(Path(), AvReason(filtered));
 
-        const int read = av_read_frame(m_File->Context(), &packet);
-        if (read < 0 && read != AVERROR_EOF) Fail(m_File->Path(), AvReason(read));
-        if (read == 0 && packet.stream_index != m_pStream->index) {
-            av_packet_unref(&packet);
-            continue;
-        }
-        Check(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), m_File->Path());
+        const int read = m_Source->Next(m_pStream->index, packet);
+        if (read < 0 && read != AVERROR_EOF) Fail(Path(), AvReason(read));
+        Check(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), Path());
     }
 }
 
@@ -239,7 +293,7 @@ bool TrackReader::ReadFrame(Frame& frame) {
             if (PictureOrder::Knows(parameters.codec_id)) {
                 m_Order = std::make_unique<PictureOrder>(parameters);
             } else if (parameters.video_delay > 0) {
-                Fail(m_File->Path(), "its pictures are reordered and have no time stamps");
+                Fail(Path(), "its pictures are reordered and have no time stamps");
             }
         }
         if (m_Order == nullptr) {

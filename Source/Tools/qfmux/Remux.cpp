@@ -11,6 +11,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -63,10 +64,10 @@ std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 
 // One stream on its way into the file.
 class Track {
 public:
-    // file: the planned track's, open for this one alone.
-    Track(const PlannedTrack& plan, std::shared_ptr<MediaFile> file, bool isVideo, bool isWebm)
+    // source: of the planned track's file.
+    Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified)
         : m_Plan(plan), m_IsVideo(isVideo), m_IsWebm(isWebm),
-          m_Reader(std::move(file), plan.m_pStream->index, plan.m_Choice.m_Filters) {
+          m_Reader(std::move(source), plan.m_pStream->index, plan.m_Choice.m_Filters), m_Digest(isVerified) {
         Advance();
     }
 
@@ -277,6 +278,24 @@ void PrintResult(const Options& options, const Plan& plan, std::optional<Track>&
     std::printf("%s\n", json.dump(2).c_str());
 }
 
+// Tracks of the same file share its source.
+void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video, std::optional<Track>& audio) {
+    std::map<MediaFile*, std::set<int>> streams;
+    for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
+        if (*track) streams[(*track)->m_pFile.get()].insert((*track)->m_pStream->index);
+    }
+    std::map<MediaFile*, std::shared_ptr<PacketSource>> sources;
+    const auto open = [&](const PlannedTrack& track, std::optional<Track>& opened, bool isVideo) {
+        std::shared_ptr<PacketSource>& source = sources[track.m_pFile.get()];
+        if (source == nullptr) {
+            source = std::make_shared<PacketSource>(track.m_pFile, streams[track.m_pFile.get()]);
+        }
+        opened.emplace(track, source, isVideo, plan.IsWebm(), areVerified);
+    };
+    if (plan.m_Video) open(*plan.m_Video, video, true);
+    if (plan.m_Audio) open(*plan.m_Audio, audio, false);
+}
+
 } // namespace
 
 int Remux(const Options& options, const Plugin& plugin, Report& report) {
@@ -297,12 +316,7 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
     const SignalGuard signals;
     std::optional<Track> video;
     std::optional<Track> audio;
-    if (plan.m_Video) video.emplace(*plan.m_Video, plan.m_Video->m_pFile, true, plan.IsWebm());
-    if (plan.m_Audio) {
-        std::shared_ptr<MediaFile> file = plan.m_Audio->m_pFile;
-        if (plan.m_Video && plan.m_Video->m_pFile == file) file = std::make_shared<MediaFile>(file->Path());
-        audio.emplace(*plan.m_Audio, std::move(file), false, plan.IsWebm());
-    }
+    OpenTracks(plan, options.m_Verify == VerifyMode::Full, video, audio);
     if (video && !video->HasFrame()) {
         report.Warn("the video stream has no frames and is left out");
         video.reset();
