@@ -2,13 +2,18 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
+
+#include "Surroundings.h"
 
 namespace {
 
 void* Load(const char* path) {
-    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    NeedRegularFile(path);
+    // Made absolute: the loader would look a bare name up in its own folders.
+    void* const library = dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) throw std::runtime_error(dlerror());
     return library;
 }
@@ -18,7 +23,7 @@ void* Load(const char* path) {
 template <class Target>
 void Plugin::Find(Target& target, const char* name) {
     void* const symbol = dlsym(m_pLibrary, name);
-    if (symbol == nullptr) throw std::runtime_error(std::string("the plug-in lacks ") + name);
+    if (symbol == nullptr) throw std::runtime_error(std::string("it is no plug-in of this kind: it lacks ") + name);
     target = reinterpret_cast<Target>(symbol);
 }
 

@@ -7,9 +7,11 @@
 #include <new>
 #include <utility>
 
+#include "Surroundings.h"
 #include "ToolError.h"
 
 extern "C" {
+#include <libavutil/avstring.h>
 #include <libavutil/avutil.h>
 }
 
@@ -26,6 +28,19 @@ constexpr std::size_t kLargestPictureBuffer = 16;
 
 void Check(int result, const std::string& path) {
     if (result < 0) Fail(path, AvReason(result));
+}
+
+// Playlists name other files, some that are yet to come, for which libavformat waits, and any could be the output.
+void CheckSelfContained(const std::string& url, const std::string& path) {
+    AVIOContext* file = nullptr;
+    Check(avio_open(&file, url.c_str(), AVIO_FLAG_READ), path);
+    const AVInputFormat* format = nullptr;
+    const int result = av_probe_input_buffer2(file, &format, url.c_str(), nullptr, 0, 0);
+    avio_closep(&file);
+    if (result < 0) return; // which is told when the file is opened
+    for (const char* name : {"concat", "dash", "hls", "imf", "sdp", "rtsp"}) {
+        if (av_match_name(name, format->name) != 0) Fail(path, "it is a list of other files");
+    }
 }
 
 // Whether the first picture (VOP, ISO 14496-2) of an MPEG-4 frame is coded by itself alone: coding type 0 in the two
@@ -46,8 +61,11 @@ std::string AvReason(int error) {
 }
 
 MediaFile::MediaFile(const std::string& path) : m_Path(path) {
+    NeedRegularFile(path);
+    const std::string url = "file:" + path;
+    CheckSelfContained(url, path);
     AVFormatContext* context = nullptr;
-    Check(avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr), path);
+    Check(avformat_open_input(&context, url.c_str(), nullptr, nullptr), path);
     m_Context.reset(context);
     // Before libavformat looks into the frames for more.
     for (unsigned i = 0; i < context->nb_streams; ++i) {
@@ -239,7 +257,7 @@ void TrackReader::ReadLeadingFrames() {
         if (next->dts == AV_NOPTS_VALUE || frame.pts == AV_NOPTS_VALUE) return;
         const std::int64_t duration =
             frame.duration > 0 ? frame.duration : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
-        frame.dts = next->dts - duration;
+        frame.dts = av_sat_sub64(next->dts, duration);
         next = &frame;
     }
 }
@@ -261,10 +279,12 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
         m_SetupData.assign(setup, setup + setupSize);
     }
     const AVRational timeBase = m_Filter->time_base_out;
-    const auto toHostTime = [timeBase](std::int64_t time) { return av_rescale_q(time, timeBase, kHostTimeBase); };
+    const auto toHostTime = [timeBase](std::int64_t time) {
+        return std::clamp(av_rescale_q(time, timeBase, kHostTimeBase), -kFurthestTime, kFurthestTime);
+    };
     hasPresentation = packet.pts != AV_NOPTS_VALUE;
     if (packet.dts == AV_NOPTS_VALUE) m_TimesWereMade = m_TimesWereMade || !hasPresentation;
-    frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : m_NextDecode;
+    frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : std::min(m_NextDecode, kFurthestTime);
     frame.m_Presentation = hasPresentation ? toHostTime(packet.pts) : frame.m_Decode;
     const std::int64_t duration = packet.duration > 0 ? toHostTime(packet.duration) : m_FrameDuration;
     frame.m_Duration =

@@ -17,6 +17,8 @@ extern "C" {
 }
 
 constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
+// 3,653 years: sums and differences of such times stay within 64 bits, whatever a damaged file says.
+constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
 
 struct AvDeleter {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }

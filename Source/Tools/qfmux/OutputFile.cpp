@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Surroundings.h"
 #include "ToolError.h"
 
 namespace {
@@ -36,7 +37,7 @@ OutputFile::OutputFile(const std::string& target, bool overwrite, const std::vec
     : m_Target(target), m_Overwrite(overwrite) {
     std::error_code error;
     for (const std::string& input : inputs) {
-        if (fs::equivalent(input, m_Target, error)) {
+        if (IsSameFile(input, target)) {
             throw ToolError(kExitUsage, "'" + target + "' is an input, which is never overwritten");
         }
     }
@@ -46,8 +47,8 @@ OutputFile::OutputFile(const std::string& target, bool overwrite, const std::vec
             Fail(m_Target, "it is no regular file, and a file cannot be built in a stream");
         if (!overwrite) Fail(m_Target, "it exists; --overwrite replaces it");
     }
-    // A short name: the target's may be as long as names get. In a folder of its own the plug-in creates the file, which
-    // ext4 closes faster than one that it finds empty.
+    // A short name: the target's may be as long as names get. In a folder of its own the plug-in creates the file,
+    // which ext4 closes faster than one that it finds empty.
     std::string folder = (DirectoryOf(m_Target) / ".qfmux-XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr) Fail(m_Target, std::strerror(errno));
     m_Part = fs::path(folder) / "part";

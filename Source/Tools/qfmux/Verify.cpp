@@ -5,6 +5,10 @@
 #include <fstream>
 #include <new>
 
+extern "C" {
+#include <libavutil/common.h>
+}
+
 namespace {
 
 struct OpenResult {
@@ -44,7 +48,7 @@ TrackDigest::TrackDigest(bool isHashed) {
 void TrackDigest::Block(std::int64_t time, bool isKey) {
     if (m_Blocks++ == 0) m_FirstTime = time;
     if (m_State == nullptr) return;
-    const std::array<std::int64_t, 2> head = {time - m_FirstTime, isKey ? 1 : 0};
+    const std::array<std::int64_t, 2> head = {av_sat_sub64(time, m_FirstTime), isKey ? 1 : 0};
     XXH3_64bits_update(m_State.get(), head.data(), sizeof head);
 }
 
@@ -107,7 +111,8 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
     std::string difference = Difference("video", video != nullptr ? *video : none, foundVideo);
     if (difference.empty()) difference = Difference("audio", audio != nullptr ? *audio : none, foundAudio);
     if (difference.empty() && video != nullptr && audio != nullptr && video->Blocks() > 0 && audio->Blocks() > 0 &&
-        video->FirstTime() - audio->FirstTime() != foundVideo.FirstTime() - foundAudio.FirstTime()) {
+        av_sat_sub64(video->FirstTime(), audio->FirstTime()) !=
+            av_sat_sub64(foundVideo.FirstTime(), foundAudio.FirstTime())) {
         difference = "picture and sound do not start as far apart as they did";
     }
     if (difference.empty()) return std::nullopt;
