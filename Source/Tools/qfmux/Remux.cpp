@@ -108,7 +108,7 @@ public:
         std::vector<std::uint8_t> rewritten = WithLongStartCodes(units);
         frame.videoData = rewritten.data();
         frame.videoSize = static_cast<std::int32_t>(rewritten.size());
-        if (m_IsWebm) { // which leaves frames as they are
+        if (m_IsWebm && m_Plan.m_Choice.m_Framing == Framing::StartCodes) { // no start code is made a length there
             Expect(frame.timestamp, m_Next.m_Key, rewritten.data(), rewritten.size());
         } else {
             ExpectUnits(frame.timestamp, units);
