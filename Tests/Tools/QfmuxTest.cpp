@@ -345,6 +345,39 @@ TEST_F(QfmuxTest, ManPageAndCompletionKnowEveryOption) {
     EXPECT_GT(options, 15);
 }
 
+// ---- a file that is read once
+
+// All sound behind all pictures but for the first second: more than may wait, so the sound gets the file for itself.
+// The frames must be those of the same stream in good order.
+TEST_F(QfmuxTest, BadlyInterleavedFilesComeOutAsGoodOnes) {
+    ASSERT_EQ(RunCommand("ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x180:rate=25:duration=2 -f lavfi -i "
+                         "sine=duration=2 -vf noise=alls=80:allf=t -c:v mpeg2video -qscale:v 1 -g 1 -c:a ac3 " +
+                         Quoted(Path("piece.ts")) + " && ffmpeg -nostdin -v error -stream_loop 11 -i " +
+                         Quoted(Path("piece.ts")) + " -c copy " + Quoted(Path("good.ts")) + " 2>&1")
+                  .m_ExitCode,
+              0);
+    const auto good = ReadFile(Path("good.ts"));
+    constexpr std::size_t kPacket = 188;
+    std::vector<unsigned char> bad;
+    std::vector<unsigned char> sound;
+    for (std::size_t at = 0; at < good.size(); at += kPacket) {
+        const bool isSound = good[at + 1] % 0x20 == 1 && good[at + 2] == 1 && at > good.size() / 24;
+        auto& part = isSound ? sound : bad;
+        part.insert(part.end(), &good[at], &good[at] + kPacket);
+    }
+    ASSERT_GT(bad.size(), std::size_t{34} << 20);
+    ASSERT_GT(sound.size(), 100000U);
+    bad.insert(bad.end(), sound.begin(), sound.end());
+    WriteFile(Path("bad.ts"), bad);
+    for (const std::string name : {"good", "bad"}) {
+        const CommandResult result = Qfmux("--quiet --record " + Quoted(Path(name)) + " " + Quoted(Path(name + ".ts")) +
+                                           " " + Quoted(Path(name + ".mkv")));
+        ASSERT_EQ(result.m_ExitCode, 0) << result.m_Output;
+    }
+    EXPECT_TRUE(ReadFile(Path("good.payload")) == ReadFile(Path("bad.payload")));
+    EXPECT_EQ(fs::file_size(Path("good.mkv")), fs::file_size(Path("bad.mkv")));
+}
+
 // ---- wrong command lines and files
 
 TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Surroundings.h"
+
 namespace {
 
 using nlohmann::json;
@@ -74,8 +76,10 @@ EncodeParam EncodeParamFromJson(const json& value) {
 // ---- recording
 
 SessionWriter::File SessionWriter::Create(const std::string& path) {
+    std::error_code none;
+    if (std::filesystem::exists(path, none)) NeedRegularFile(path);
     File file(std::fopen(path.c_str(), "wb"), std::fclose);
-    if (file == nullptr) throw std::runtime_error("cannot write '" + path + "': " + std::strerror(errno));
+    if (file == nullptr) throw RecordError("cannot write '" + path + "': " + std::strerror(errno));
     return file;
 }
 
@@ -84,24 +88,30 @@ SessionWriter::SessionWriter(const std::string& path, const std::string& pluginV
     Write({{"qfsession", kSessionVersion}, {"plugin", pluginVersion}});
 }
 
+void SessionWriter::Fail() {
+    m_HasFailed = true;
+    throw RecordError(std::string("cannot record the session: ") + std::strerror(errno));
+}
+
 json SessionWriter::Store(const void* data, std::int64_t size) {
     if (data == nullptr) return nullptr;
     const json reference = {{"at", m_PayloadSize}, {"size", size}};
-    if (size > 0) {
+    if (size > 0 && !m_HasFailed) {
         const auto octets = static_cast<std::size_t>(size);
-        if (std::fwrite(data, 1, octets, m_Payload.get()) != octets) {
-            throw std::runtime_error(std::string("cannot record the session: ") + std::strerror(errno));
-        }
+        if (std::fwrite(data, 1, octets, m_Payload.get()) != octets) Fail();
         m_PayloadSize += octets;
     }
     return reference;
 }
 
 void SessionWriter::Write(const json& line) {
-    const std::string text = line.dump() + "\n";
-    if (std::fputs(text.c_str(), m_Text.get()) < 0) {
-        throw std::runtime_error(std::string("cannot record the session: ") + std::strerror(errno));
-    }
+    if (m_HasFailed) return;
+    const std::string text = line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    if (std::fputs(text.c_str(), m_Text.get()) < 0) Fail();
+}
+
+void SessionWriter::Flush() {
+    if (!m_HasFailed && (std::fflush(m_Payload.get()) != 0 || std::fflush(m_Text.get()) != 0)) Fail();
 }
 
 void HostCalls::Record(json line) {
@@ -194,6 +204,7 @@ void HostCalls::CloseMediaFile(void* handle) {
     m_Plugin.CloseMediaFile(handle, nullptr, nullptr);
     Record({{"call", "CloseMediaFile"}, {"file", FileNumber(handle)}});
     m_Files.erase(handle);
+    if (m_Writer != nullptr) m_Writer->Flush();
 }
 
 // ---- replaying
@@ -336,6 +347,9 @@ private:
 
 void ReplaySession(const Plugin& plugin, const std::string& path, const std::string& output,
                    const std::function<bool(const json&, int, const json&)>& onResult) {
+    NeedRegularFile(path);
+    std::error_code none;
+    if (std::filesystem::exists(path + ".payload", none)) NeedRegularFile(path + ".payload");
     std::ifstream text(path);
     if (!text) throw std::runtime_error("cannot read '" + path + "': " + std::strerror(errno));
     Replay replay(plugin, path, output);
@@ -352,9 +366,7 @@ void ReplaySession(const Plugin& plugin, const std::string& path, const std::str
             const json result = replay.Make(line);
             if (onResult && !onResult(line, number, result)) return;
         }
-    } catch (const json::exception& error) {
-        throw std::runtime_error("'" + path + "', line " + std::to_string(number) + ": " + error.what());
-    } catch (const std::runtime_error& error) {
+    } catch (const std::exception& error) {
         throw std::runtime_error("'" + path + "', line " + std::to_string(number) + ": " + error.what());
     }
     if (number == 0) throw std::runtime_error("'" + path + "' is empty");

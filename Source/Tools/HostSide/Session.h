@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,12 @@
 
 // Errors of sessions are std::runtime_error with a line for the user.
 
+class RecordError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Throws RecordError, once, when the record cannot be written; what is written after that is dropped.
 class SessionWriter {
 public:
     // Creates the session's text at path and its payloads at path + ".payload".
@@ -25,14 +32,18 @@ public:
     // Keeps octets; what comes back goes into the call's line. Null stays null.
     nlohmann::json Store(const void* data, std::int64_t size);
     void Write(const nlohmann::json& line);
+    // Has everything on its way to the disk.
+    void Flush();
 
 private:
+    [[noreturn]] void Fail();
     using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
     static File Create(const std::string& path);
 
     File m_Text;
     File m_Payload;
     std::uint64_t m_PayloadSize = 0;
+    bool m_HasFailed = false;
 };
 
 // The exports of one plug-in, each call passed on and, if a writer is given, recorded with its result.

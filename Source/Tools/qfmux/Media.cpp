@@ -7,14 +7,18 @@
 #include <new>
 #include <utility>
 
+#include "Surroundings.h"
 #include "ToolError.h"
 
 extern "C" {
+#include <libavutil/avstring.h>
 #include <libavutil/avutil.h>
 }
 
 namespace {
 
+// Of packets that wait for another stream's. Two seconds of Ultra HD discs, the richest there are, take 32 MB.
+constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 // Of H.264, in pictures.
 constexpr std::size_t kLargestPictureBuffer = 16;
 
@@ -24,6 +28,19 @@ constexpr std::size_t kLargestPictureBuffer = 16;
 
 void Check(int result, const std::string& path) {
     if (result < 0) Fail(path, AvReason(result));
+}
+
+// Playlists name other files, some that are yet to come, for which libavformat waits, and any could be the output.
+void CheckSelfContained(const std::string& url, const std::string& path) {
+    AVIOContext* file = nullptr;
+    Check(avio_open(&file, url.c_str(), AVIO_FLAG_READ), path);
+    const AVInputFormat* format = nullptr;
+    const int result = av_probe_input_buffer2(file, &format, url.c_str(), nullptr, 0, 0);
+    avio_closep(&file);
+    if (result < 0) return; // which is told when the file is opened
+    for (const char* name : {"concat", "dash", "hls", "imf", "sdp", "rtsp"}) {
+        if (av_match_name(name, format->name) != 0) Fail(path, "it is a list of other files");
+    }
 }
 
 // Whether the first picture (VOP, ISO 14496-2) of an MPEG-4 frame is coded by itself alone: coding type 0 in the two
@@ -44,8 +61,11 @@ std::string AvReason(int error) {
 }
 
 MediaFile::MediaFile(const std::string& path) : m_Path(path) {
+    NeedRegularFile(path);
+    const std::string url = "file:" + path;
+    CheckSelfContained(url, path);
     AVFormatContext* context = nullptr;
-    Check(avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr), path);
+    Check(avformat_open_input(&context, url.c_str(), nullptr, nullptr), path);
     m_Context.reset(context);
     // Before libavformat looks into the frames for more.
     for (unsigned i = 0; i < context->nb_streams; ++i) {
@@ -69,6 +89,69 @@ bool MediaFile::HasSetup(const AVStream* stream) const { return m_WithSetup.coun
 double MediaFile::FrameRate(AVStream* stream) const {
     const AVRational rate = av_guess_frame_rate(m_Context.get(), stream, nullptr);
     return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 25.0;
+}
+
+// ---- packets
+
+PacketSource::PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams) : m_File(std::move(file)) {
+    AVFormatContext* const context = m_File->Context();
+    for (const int index : streams) {
+        if (index >= static_cast<int>(context->nb_streams)) Fail(m_File->Path(), "the file has changed");
+        m_Chosen[index];
+        // Sound has a presentation time wherever it has one of decoding.
+        const AVCodecParameters& parameters = *context->streams[index]->codecpar;
+        if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !PictureOrder::Knows(parameters.codec_id)) {
+            context->flags |= AVFMT_FLAG_GENPTS;
+        }
+    }
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        context->streams[i]->discard = streams.count(static_cast<int>(i)) > 0 ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+}
+
+int PacketSource::Next(int stream, AVPacket& packet) {
+    Chosen& own = m_Chosen.at(stream);
+    if (own.m_Alone != nullptr) return own.m_Alone->Next(stream, packet);
+    if (!own.m_Waiting.empty()) {
+        av_packet_move_ref(&packet, own.m_Waiting.front().get());
+        own.m_Waiting.pop_front();
+        m_WaitingOctets -= static_cast<std::size_t>(packet.size);
+        ++own.m_Taken;
+        return 0;
+    }
+    while (m_End == 0) {
+        m_End = av_read_frame(m_File->Context(), &packet);
+        if (m_End < 0) break;
+        if (packet.stream_index == stream) {
+            ++own.m_Taken;
+            return 0;
+        }
+        const auto other = m_Chosen.find(packet.stream_index);
+        if (other == m_Chosen.end() || other->second.m_Alone != nullptr) {
+            av_packet_unref(&packet);
+            continue;
+        }
+        AvPtr<AVPacket> waiting(av_packet_alloc());
+        if (waiting == nullptr) throw std::bad_alloc();
+        av_packet_move_ref(waiting.get(), &packet);
+        m_WaitingOctets += static_cast<std::size_t>(waiting->size);
+        other->second.m_Waiting.push_back(std::move(waiting));
+        if (m_WaitingOctets > kMostWaiting) return OpenForItself(stream, packet);
+    }
+    return m_End;
+}
+
+int PacketSource::OpenForItself(int stream, AVPacket& packet) {
+    Chosen& own = m_Chosen.at(stream);
+    m_File->Context()->streams[stream]->discard = AVDISCARD_ALL;
+    own.m_Alone = std::make_unique<PacketSource>(std::make_shared<MediaFile>(m_File->Path()), std::set<int>{stream});
+    // From the beginning, as a demuxer may carry more from packet to packet than a place in the file.
+    for (; own.m_Taken > 0; --own.m_Taken) {
+        const int result = own.m_Alone->Next(stream, packet);
+        if (result < 0) return result;
+        av_packet_unref(&packet);
+    }
+    return own.m_Alone->Next(stream, packet);
 }
 
 // ---- presentation order
@@ -128,17 +211,9 @@ bool PictureOrder::Pop(Frame& frame) {
 
 // ---- one stream
 
-TrackReader::TrackReader(std::shared_ptr<MediaFile> file, int streamIndex, const std::string& filters)
-    : m_File(std::move(file)) {
-    AVFormatContext* const context = m_File->Context();
-    const std::string& path = m_File->Path();
-    if (streamIndex >= static_cast<int>(context->nb_streams)) Fail(path, "the file has changed");
-    m_pStream = context->streams[streamIndex];
-    for (unsigned i = 0; i < context->nb_streams; ++i) {
-        context->streams[i]->discard = static_cast<int>(i) == streamIndex ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-    }
-    if (!PictureOrder::Knows(m_pStream->codecpar->codec_id)) context->flags |= AVFMT_FLAG_GENPTS;
-
+TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
+    : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]) {
+    const std::string& path = Path();
     AVBSFContext* filter = nullptr;
     Check(av_bsf_list_parse_str(filters.empty() ? "null" : filters.c_str(), &filter), path);
     m_Filter.reset(filter);
@@ -148,8 +223,9 @@ TrackReader::TrackReader(std::shared_ptr<MediaFile> file, int streamIndex, const
     const AVCodecParameters& out = *filter->par_out;
     m_SetupData.assign(out.extradata, out.extradata + out.extradata_size);
 
-    m_FrameDuration =
-        out.codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<std::int64_t>(1e7 / m_File->FrameRate(m_pStream)) : 1;
+    m_FrameDuration = out.codec_type == AVMEDIA_TYPE_VIDEO
+                          ? static_cast<std::int64_t>(1e7 / m_Source->File().FrameRate(m_pStream))
+                          : 1;
 }
 
 bool TrackReader::NextPacket(AVPacket& packet) {
@@ -157,15 +233,11 @@ bool TrackReader::NextPacket(AVPacket& packet) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), &packet);
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
-        if (filtered != AVERROR(EAGAIN)) Fail(m_File->Path(), AvReason(filtered));
+        if (filtered != AVERROR(EAGAIN)) Fail(Path(), AvReason(filtered));
 
-        const int read = av_read_frame(m_File->Context(), &packet);
-        if (read < 0 && read != AVERROR_EOF) Fail(m_File->Path(), AvReason(read));
-        if (read == 0 && packet.stream_index != m_pStream->index) {
-            av_packet_unref(&packet);
-            continue;
-        }
-        Check(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), m_File->Path());
+        const int read = m_Source->Next(m_pStream->index, packet);
+        if (read < 0 && read != AVERROR_EOF) Fail(Path(), AvReason(read));
+        Check(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), Path());
     }
 }
 
@@ -185,7 +257,7 @@ void TrackReader::ReadLeadingFrames() {
         if (next->dts == AV_NOPTS_VALUE || frame.pts == AV_NOPTS_VALUE) return;
         const std::int64_t duration =
             frame.duration > 0 ? frame.duration : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
-        frame.dts = next->dts - duration;
+        frame.dts = av_sat_sub64(next->dts, duration);
         next = &frame;
     }
 }
@@ -207,10 +279,12 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
         m_SetupData.assign(setup, setup + setupSize);
     }
     const AVRational timeBase = m_Filter->time_base_out;
-    const auto toHostTime = [timeBase](std::int64_t time) { return av_rescale_q(time, timeBase, kHostTimeBase); };
+    const auto toHostTime = [timeBase](std::int64_t time) {
+        return std::clamp(av_rescale_q(time, timeBase, kHostTimeBase), -kFurthestTime, kFurthestTime);
+    };
     hasPresentation = packet.pts != AV_NOPTS_VALUE;
     if (packet.dts == AV_NOPTS_VALUE) m_TimesWereMade = m_TimesWereMade || !hasPresentation;
-    frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : m_NextDecode;
+    frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : std::min(m_NextDecode, kFurthestTime);
     frame.m_Presentation = hasPresentation ? toHostTime(packet.pts) : frame.m_Decode;
     const std::int64_t duration = packet.duration > 0 ? toHostTime(packet.duration) : m_FrameDuration;
     frame.m_Duration =
@@ -239,7 +313,7 @@ bool TrackReader::ReadFrame(Frame& frame) {
             if (PictureOrder::Knows(parameters.codec_id)) {
                 m_Order = std::make_unique<PictureOrder>(parameters);
             } else if (parameters.video_delay > 0) {
-                Fail(m_File->Path(), "its pictures are reordered and have no time stamps");
+                Fail(Path(), "its pictures are reordered and have no time stamps");
             }
         }
         if (m_Order == nullptr) {

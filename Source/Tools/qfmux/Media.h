@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -16,6 +17,8 @@ extern "C" {
 }
 
 constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
+// 3,653 years: sums and differences of such times stay within 64 bits, whatever a damaged file says.
+constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
 
 struct AvDeleter {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
@@ -59,6 +62,31 @@ private:
     std::set<int> m_WithSetup; // indexes of streams
 };
 
+// Reads a file once for all of its chosen streams. A packet of another stream than the one asked for waits; where too
+// much waits, in a badly interleaved file, the stream that is so far behind has the file opened for itself.
+class PacketSource {
+public:
+    // file: for this source alone. streams: their indexes. Throws ToolError when the file lacks one.
+    PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams);
+
+    MediaFile& File() const { return *m_File; }
+    // Reads the stream's next packet. Returns 0 or libavformat's error, AVERROR_EOF at the end.
+    int Next(int stream, AVPacket& packet);
+
+private:
+    struct Chosen {
+        std::deque<AvPtr<AVPacket>> m_Waiting;
+        std::uint64_t m_Taken = 0;             // packets handed out
+        std::unique_ptr<PacketSource> m_Alone; // once it has the file for itself
+    };
+    int OpenForItself(int stream, AVPacket& packet);
+
+    std::shared_ptr<MediaFile> m_File;
+    std::map<int, Chosen> m_Chosen;
+    std::size_t m_WaitingOctets = 0;
+    int m_End = 0; // what ended the file
+};
+
 // Presentation times for pictures that came without: raw streams have none, AVI files only those of decoding. Pictures
 // are held until their place in presentation order is known; the n-th one presented then takes the time at which the
 // n-th was decoded.
@@ -95,12 +123,11 @@ private:
     std::int64_t m_Pushed = 0;
 };
 
-// The frames of one stream. Each reader has the file open for itself, so that the tracks of a badly interleaved file
-// can be read side by side without holding one of them in memory.
+// The frames of one stream.
 class TrackReader {
 public:
-    // file: for this reader alone. filters: bitstream filters in libavcodec's notation, or empty.
-    TrackReader(std::shared_ptr<MediaFile> file, int streamIndex, const std::string& filters);
+    // source: with this stream among its chosen. filters: bitstream filters in libavcodec's notation, or empty.
+    TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters);
 
     // What comes out of the filters.
     const AVCodecParameters& Parameters() const { return *m_Filter->par_out; }
@@ -122,7 +149,9 @@ private:
     // hasPresentation: whether the file tells when it is presented.
     bool NextInDecodingOrder(Frame& frame, bool& hasPresentation);
 
-    std::shared_ptr<MediaFile> m_File;
+    const std::string& Path() const { return m_Source->File().Path(); }
+
+    std::shared_ptr<PacketSource> m_Source;
     AVStream* m_pStream;
     AvPtr<AVBSFContext> m_Filter;
     bool m_HasBegun = false;

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "Plugin.h"
+#include "Report.h"
 #include "ToolError.h"
 
 namespace {
@@ -83,7 +84,7 @@ bool Parse(CLI::App& app, int argc, char** argv) {
         app.parse(argc, argv);
         return true;
     } catch (const CLI::CallForHelp&) {
-        std::fputs(app.help().c_str(), stdout);
+        PutResult(app.help());
         return false;
     } catch (const CLI::ParseError& error) {
         throw ToolError(kExitUsage, error.what());
@@ -164,7 +165,7 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
 
     if (!Parse(app, argc, argv)) return std::nullopt;
     if (version) {
-        std::puts(VersionText(options.m_Plugin).c_str());
+        PutResult(VersionText(options.m_Plugin) + "\n");
         return std::nullopt;
     }
     if (paths.size() == 1 && paths[0] == "formats") {

@@ -2,13 +2,14 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <vector>
 
+#include "Surroundings.h"
 #include "ToolError.h"
 
 namespace {
@@ -36,7 +37,7 @@ OutputFile::OutputFile(const std::string& target, bool overwrite, const std::vec
     : m_Target(target), m_Overwrite(overwrite) {
     std::error_code error;
     for (const std::string& input : inputs) {
-        if (fs::equivalent(input, m_Target, error)) {
+        if (IsSameFile(input, target)) {
             throw ToolError(kExitUsage, "'" + target + "' is an input, which is never overwritten");
         }
     }
@@ -46,20 +47,17 @@ OutputFile::OutputFile(const std::string& target, bool overwrite, const std::vec
             Fail(m_Target, "it is no regular file, and a file cannot be built in a stream");
         if (!overwrite) Fail(m_Target, "it exists; --overwrite replaces it");
     }
-    // A short name: the target's may be as long as names get. The plug-in opens it by itself, so it is claimed empty.
-    std::string part = (DirectoryOf(m_Target) / ".qfmux-XXXXXX").string();
-    const int descriptor = mkstemp(part.data());
-    if (descriptor < 0) Fail(m_Target, std::strerror(errno));
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(descriptor, 0666U & ~mask);
-    close(descriptor);
-    m_Part = part;
+    // A short name: the target's may be as long as names get. In a folder of its own the plug-in creates the file,
+    // which ext4 closes faster than one that it finds empty.
+    std::string folder = (DirectoryOf(m_Target) / ".qfmux-XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr) Fail(m_Target, std::strerror(errno));
+    m_Part = fs::path(folder) / "part";
 }
 
 OutputFile::~OutputFile() {
     std::error_code ignored;
-    if (!m_Part.empty()) fs::remove(m_Part, ignored);
+    fs::remove(m_Part, ignored);
+    fs::remove(m_Part.parent_path(), ignored);
 }
 
 void OutputFile::NeedRoom(std::uint64_t octets) const {
@@ -98,6 +96,5 @@ void OutputFile::Keep(bool sync) {
         const bool unknownFlag = !m_Overwrite && errno == EINVAL; // not every file system knows it
         if (!unknownFlag || rename(m_Part.c_str(), m_Target.c_str()) != 0) Fail(m_Target, std::strerror(errno));
     }
-    m_Part.clear();
     if (sync) SyncPath(DirectoryOf(m_Target), O_RDONLY | O_DIRECTORY);
 }

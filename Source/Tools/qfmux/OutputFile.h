@@ -1,4 +1,4 @@
-// The file being written: under a name of its own beside the target until it is whole.
+// The file being written: in a folder of its own beside the target until it is whole.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 class OutputFile {
 public:
-    // Checks that a file may be written to target and claims a name beside it. Throws ToolError when it may not.
+    // Checks that a file may be written to target and makes the folder beside it. Throws ToolError when it may not.
     // inputs are never overwritten.
     OutputFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs);
     // Removes what was not kept.

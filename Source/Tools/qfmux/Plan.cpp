@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "Surroundings.h"
 #include "ToolError.h"
 
 namespace {
@@ -22,7 +23,7 @@ std::string Joined(const std::vector<std::string>& words) {
     return text.empty() ? "none" : text;
 }
 
-std::string Narrow(const wchar_t* text) { return fs::path(text).u8string(); }
+std::string Narrow(const wchar_t* text) { return text != nullptr ? fs::path(text).u8string() : ""; }
 
 std::string Lower(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -119,6 +120,12 @@ std::optional<Aspect> SourceAspect(const PlannedTrack& track) {
 
 } // namespace
 
+const FileFormatInfo* FormatsOf(const Plugin& plugin) {
+    const FileFormatInfo* const formats = plugin.GetFileFormats();
+    if (formats == nullptr || formats->fourCC == 0) throw ToolError(kExitError, "the plug-in lists no formats");
+    return formats;
+}
+
 Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Inputs& inputs, Report& report) {
     Plan plan;
     plan.m_pFormat = &ChooseFormat(options, formats);
@@ -203,14 +210,14 @@ nlohmann::json PlanAsJson(const Plan& plan, const Options& options) {
 
 std::string PlanAsText(const Plan& plan, const Options& options) {
     const nlohmann::json json = PlanAsJson(plan, options);
-    std::string text = options.m_Output + ": format '" + FourCCText(plan.m_pFormat->fourCC) + "'\n";
+    std::string text = Clean(options.m_Output) + ": format '" + FourCCText(plan.m_pFormat->fourCC) + "'\n";
     for (const nlohmann::json& track : json["tracks"]) {
         text += "  track " + track["trackNumber"].dump() + ": " + track["kind"].get<std::string>() + ", " +
                 track["codec"].get<std::string>() + " as '" + track["code"].get<std::string>() + "' (" +
-                track["codecID"].get<std::string>() + "), from " + track["input"].get<std::string>() + " #" +
+                track["codecID"].get<std::string>() + "), from " + Clean(track["input"].get<std::string>()) + " #" +
                 track["stream"].dump() + "\n";
     }
-    for (const std::string& line : plan.m_Dropped) text += "  " + line + "\n";
+    for (const std::string& line : plan.m_Dropped) text += "  " + Clean(line) + "\n";
     return text;
 }
 

@@ -29,6 +29,9 @@ struct Plan {
     bool IsWebm() const { return m_pFormat->fourCC == MakeFourCC("WEBM"); }
 };
 
+// Throws ToolError when the plug-in has none.
+const FileFormatInfo* FormatsOf(const Plugin& plugin);
+
 // The formats must outlive the plan. Throws ToolError for what the format does not take.
 Plan MakePlan(const Options& options, const FileFormatInfo* formats,
               const std::vector<std::shared_ptr<MediaFile>>& inputs, Report& report);

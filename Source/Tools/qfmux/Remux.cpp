@@ -11,6 +11,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,7 @@
 #include "Plan.h"
 #include "Progress.h"
 #include "Session.h"
+#include "Surroundings.h"
 #include "ToolError.h"
 #include "Verify.h"
 
@@ -63,10 +65,10 @@ std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 
 // One stream on its way into the file.
 class Track {
 public:
-    // file: the planned track's, open for this one alone.
-    Track(const PlannedTrack& plan, std::shared_ptr<MediaFile> file, bool isVideo, bool isWebm)
+    // source: of the planned track's file.
+    Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified)
         : m_Plan(plan), m_IsVideo(isVideo), m_IsWebm(isWebm),
-          m_Reader(std::move(file), plan.m_pStream->index, plan.m_Choice.m_Filters) {
+          m_Reader(std::move(source), plan.m_pStream->index, plan.m_Choice.m_Filters), m_Digest(isVerified) {
         Advance();
     }
 
@@ -106,7 +108,11 @@ public:
         std::vector<std::uint8_t> rewritten = WithLongStartCodes(units);
         frame.videoData = rewritten.data();
         frame.videoSize = static_cast<std::int32_t>(rewritten.size());
-        ExpectUnits(frame.timestamp, units);
+        if (m_IsWebm && m_Plan.m_Choice.m_Framing == Framing::StartCodes) { // no start code is made a length there
+            Expect(frame.timestamp, m_Next.m_Key, rewritten.data(), rewritten.size());
+        } else {
+            ExpectUnits(frame.timestamp, units);
+        }
         host.WriteVideoPacket(handle, frame);
     }
 
@@ -202,17 +208,23 @@ struct Extent {
     std::uint64_t m_Octets = 0;
 };
 
-Extent EstimateExtent(const Plan& plan, double duration) {
+Extent EstimateExtent(const Plan& plan, const Options& options) {
     Extent extent;
+    double octets = 0;
     for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
         if (!*track) continue;
         const AVFormatContext& context = *(*track)->m_pFile->Context();
-        std::int64_t length = context.duration > 0 ? context.duration * 10 : 0; // from microseconds
-        if (std::isfinite(duration)) length = std::min(length, static_cast<std::int64_t>(duration * 1e7));
+        // From microseconds.
+        std::int64_t length = 10 * std::clamp<std::int64_t>(context.duration, 0, kFurthestTime / 10);
+        length = static_cast<std::int64_t>(std::min(static_cast<double>(length), options.m_Duration * 1e7));
         extent.m_Length = std::max(extent.m_Length, length);
         const double rate = static_cast<double>((*track)->m_pStream->codecpar->bit_rate);
-        extent.m_Octets += static_cast<std::uint64_t>(std::max(0.0, rate / 8 * static_cast<double>(length) / 1e7));
+        octets += std::max(0.0, rate / 8 * static_cast<double>(length) / 1e7);
     }
+    // Headers may say anything.
+    std::uint64_t most = 0;
+    for (const std::string& input : options.m_Inputs) most += fs::file_size(input);
+    extent.m_Octets = static_cast<std::uint64_t>(std::min(octets, static_cast<double>(most)));
     return extent;
 }
 
@@ -220,10 +232,15 @@ Extent EstimateExtent(const Plan& plan, double duration) {
 class OpenFile {
 public:
     OpenFile(HostCalls& host, const OutputFile& output, const EncodeParam& param)
-        : m_Host(host), m_pHandle(host.CreateMediaFile(output.Path().wstring(), param)) {
+        : m_Host(host), m_pHandle(host.CreateMediaFile(WideName(output.Path()), param)) {
         if (m_pHandle == nullptr) throw ToolError(kExitOutput, "the plug-in cannot create its file");
     }
-    ~OpenFile() { Close(); }
+    ~OpenFile() {
+        try {
+            Close();
+        } catch (const RecordError&) { // another error is on its way
+        }
+    }
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;
 
@@ -233,6 +250,15 @@ public:
     }
 
 private:
+    static std::wstring WideName(const fs::path& path) {
+        try {
+            return path.wstring();
+        } catch (const std::exception&) {
+            throw ToolError(kExitOutput, "cannot write to '" + path.parent_path().parent_path().string() +
+                                             "': its name is not in UTF-8, and the plug-in takes no other");
+        }
+    }
+
     HostCalls& m_Host;
     void* m_pHandle;
 };
@@ -274,7 +300,42 @@ void PrintResult(const Options& options, const Plan& plan, std::optional<Track>&
         entry["frames"] = track.Digest().Blocks();
         entry["octets"] = track.Digest().TotalOctets();
     }
-    std::printf("%s\n", json.dump(2).c_str());
+    PutResult(AsText(json));
+}
+
+// Null when nothing is to be recorded.
+std::unique_ptr<SessionWriter> MakeRecorder(const Options& options, const Plugin& plugin) {
+    if (options.m_Record.empty()) return nullptr;
+    std::vector<std::string> others = options.m_Inputs;
+    others.push_back(options.m_Output);
+    others.push_back(options.m_Plugin);
+    for (const std::string& record : {options.m_Record, options.m_Record + ".payload"}) {
+        for (const std::string& other : others) {
+            if (!IsSameFile(record, other)) continue;
+            throw ToolError(kExitUsage, "'" + record + "' is '" + other + "' too, and no place for a record");
+        }
+    }
+    char version[64] = "";
+    plugin.GetMultiVersion(version);
+    return std::make_unique<SessionWriter>(options.m_Record, version);
+}
+
+// Tracks of the same file share its source.
+void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video, std::optional<Track>& audio) {
+    std::map<MediaFile*, std::set<int>> streams;
+    for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
+        if (*track) streams[(*track)->m_pFile.get()].insert((*track)->m_pStream->index);
+    }
+    std::map<MediaFile*, std::shared_ptr<PacketSource>> sources;
+    const auto open = [&](const PlannedTrack& track, std::optional<Track>& opened, bool isVideo) {
+        std::shared_ptr<PacketSource>& source = sources[track.m_pFile.get()];
+        if (source == nullptr) {
+            source = std::make_shared<PacketSource>(track.m_pFile, streams[track.m_pFile.get()]);
+        }
+        opened.emplace(track, source, isVideo, plan.IsWebm(), areVerified);
+    };
+    if (plan.m_Video) open(*plan.m_Video, video, true);
+    if (plan.m_Audio) open(*plan.m_Audio, audio, false);
 }
 
 } // namespace
@@ -282,27 +343,21 @@ void PrintResult(const Options& options, const Plan& plan, std::optional<Track>&
 int Remux(const Options& options, const Plugin& plugin, Report& report) {
     std::vector<std::shared_ptr<MediaFile>> inputs;
     for (const std::string& path : options.m_Inputs) inputs.push_back(std::make_shared<MediaFile>(path));
-    const Plan plan = MakePlan(options, plugin.GetFileFormats(), inputs, report);
+    const Plan plan = MakePlan(options, FormatsOf(plugin), inputs, report);
     if (options.m_DryRun) {
-        std::fputs((options.m_Json ? PlanAsJson(plan, options).dump(2) + "\n" : PlanAsText(plan, options)).c_str(),
-                   stdout);
+        PutResult(options.m_Json ? AsText(PlanAsJson(plan, options)) : PlanAsText(plan, options));
         return report.Warnings().empty() ? kExitDone : kExitWarnings;
     }
     for (const std::string& line : plan.m_Dropped) report.Note(line);
 
     OutputFile output(options.m_Output, options.m_Overwrite, options.m_Inputs);
-    const Extent extent = EstimateExtent(plan, options.m_Duration);
+    const Extent extent = EstimateExtent(plan, options);
     output.NeedRoom(extent.m_Octets);
 
     const SignalGuard signals;
     std::optional<Track> video;
     std::optional<Track> audio;
-    if (plan.m_Video) video.emplace(*plan.m_Video, plan.m_Video->m_pFile, true, plan.IsWebm());
-    if (plan.m_Audio) {
-        std::shared_ptr<MediaFile> file = plan.m_Audio->m_pFile;
-        if (plan.m_Video && plan.m_Video->m_pFile == file) file = std::make_shared<MediaFile>(file->Path());
-        audio.emplace(*plan.m_Audio, std::move(file), false, plan.IsWebm());
-    }
+    OpenTracks(plan, options.m_Verify == VerifyMode::Full, video, audio);
     if (video && !video->HasFrame()) {
         report.Warn("the video stream has no frames and is left out");
         video.reset();
@@ -313,13 +368,7 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
     }
     if (!video && !audio) throw ToolError(kExitError, "there are no frames to write");
 
-    std::unique_ptr<SessionWriter> writer;
-    if (!options.m_Record.empty()) {
-        char version[64] = "";
-        plugin.GetMultiVersion(version);
-        writer = std::make_unique<SessionWriter>(options.m_Record, version);
-    }
-    HostCalls host(plugin, std::move(writer));
+    HostCalls host(plugin, MakeRecorder(options, plugin));
     MuxParam muxParam{};
     if (plan.m_Aspect) {
         muxParam.muxFlags = 1;
@@ -381,10 +430,17 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
     const std::uint64_t size = fs::file_size(output.Path());
     output.Keep(options.m_Sync);
 
-    const int exitCode = g_Signal != 0 ? kExitSignal + g_Signal
-                                       : static_cast<int>(report.Warnings().empty() ? kExitDone : kExitWarnings);
+    int exitCode = g_Signal != 0 ? kExitSignal + g_Signal
+                                 : static_cast<int>(report.Warnings().empty() ? kExitDone : kExitWarnings);
     if (g_Signal != 0) report.Note("ended by a signal; '" + options.m_Output + "' holds what came before it");
-    if (options.m_Json) PrintResult(options, plan, video, audio, report, exitCode, size);
+    if (options.m_Json) {
+        try {
+            PrintResult(options, plan, video, audio, report, exitCode, size);
+        } catch (const ToolError& error) { // the file is in place all the same
+            report.Warn(error.what());
+            if (exitCode == kExitDone) exitCode = kExitWarnings;
+        }
+    }
     report.Detail("'" + options.m_Output + "': " + std::to_string(size) + " octets");
     return exitCode;
 }

@@ -1,8 +1,18 @@
-// What the user is told besides results: lines on stderr.
+// What the user is told: lines on stderr, and results on stdout.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+// One line on stderr, whatever the text holds.
+void Say(const std::string& text);
+
+// Words on stdout. Throws ToolError when they do not get there.
+void PutResult(const std::string& words);
+
+// Names of files may hold any octets, JSON only UTF-8.
+std::string AsText(const nlohmann::json& json);
 
 class Report {
 public:

@@ -5,6 +5,10 @@
 #include <fstream>
 #include <new>
 
+extern "C" {
+#include <libavutil/common.h>
+}
+
 namespace {
 
 struct OpenResult {
@@ -34,20 +38,23 @@ std::string Difference(const char* kind, const TrackDigest& sent, const TrackDig
 
 } // namespace
 
-TrackDigest::TrackDigest() : m_State(XXH3_createState()) {
+TrackDigest::TrackDigest(bool isHashed) {
+    if (!isHashed) return;
+    m_State.reset(XXH3_createState());
     if (m_State == nullptr) throw std::bad_alloc();
     XXH3_64bits_reset(m_State.get());
 }
 
 void TrackDigest::Block(std::int64_t time, bool isKey) {
     if (m_Blocks++ == 0) m_FirstTime = time;
-    const std::array<std::int64_t, 2> head = {time - m_FirstTime, isKey ? 1 : 0};
+    if (m_State == nullptr) return;
+    const std::array<std::int64_t, 2> head = {av_sat_sub64(time, m_FirstTime), isKey ? 1 : 0};
     XXH3_64bits_update(m_State.get(), head.data(), sizeof head);
 }
 
 void TrackDigest::Octets(const void* data, std::size_t size) {
     m_Octets += size;
-    XXH3_64bits_update(m_State.get(), data, size);
+    if (m_State != nullptr) XXH3_64bits_update(m_State.get(), data, size);
 }
 
 std::optional<std::string> CheckSegmentSize(const std::string& path) {
@@ -87,8 +94,8 @@ std::optional<std::string> CheckTracks(const std::string& path, bool hasVideo, b
 std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, const TrackDigest* audio) {
     const OpenResult file = OpenRaw(path);
     if (file.m_Context == nullptr) return file.m_Error;
-    TrackDigest foundVideo;
-    TrackDigest foundAudio;
+    TrackDigest foundVideo(true);
+    TrackDigest foundAudio(true);
     const AvPtr<AVPacket> packet(av_packet_alloc());
     if (packet == nullptr) throw std::bad_alloc();
     for (int result = 0; (result = av_read_frame(file.m_Context.get(), packet.get())) != AVERROR_EOF;) {
@@ -100,11 +107,12 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
         digest.Octets(packet->data, static_cast<std::size_t>(packet->size));
         av_packet_unref(packet.get());
     }
-    const TrackDigest none;
+    const TrackDigest none(true);
     std::string difference = Difference("video", video != nullptr ? *video : none, foundVideo);
     if (difference.empty()) difference = Difference("audio", audio != nullptr ? *audio : none, foundAudio);
     if (difference.empty() && video != nullptr && audio != nullptr && video->Blocks() > 0 && audio->Blocks() > 0 &&
-        video->FirstTime() - audio->FirstTime() != foundVideo.FirstTime() - foundAudio.FirstTime()) {
+        av_sat_sub64(video->FirstTime(), audio->FirstTime()) !=
+            av_sat_sub64(foundVideo.FirstTime(), foundAudio.FirstTime())) {
         difference = "picture and sound do not start as far apart as they did";
     }
     if (difference.empty()) return std::nullopt;

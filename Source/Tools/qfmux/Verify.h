@@ -15,7 +15,8 @@
 // octets. Takes no memory for each block, so a file may be as long as it likes.
 class TrackDigest {
 public:
-    TrackDigest();
+    // Without hashing it only counts.
+    explicit TrackDigest(bool isHashed);
 
     // Begins a block; its octets follow. Time in ms.
     void Block(std::int64_t time, bool isKey);

@@ -1,8 +1,6 @@
 // qfmux: puts the streams of media files into a Matroska or WebM file, by way of the plug-in, as a host would.
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <new>
 #include <optional>
@@ -17,6 +15,8 @@
 #include "Plugin.h"
 #include "Remux.h"
 #include "Report.h"
+#include "Session.h"
+#include "Surroundings.h"
 #include "ToolError.h"
 
 extern "C" {
@@ -26,9 +26,7 @@ extern "C" {
 namespace {
 
 int Fail(int code, const std::string& message) {
-    // One line, whatever the message holds.
-    std::string line = message.substr(0, message.find('\n'));
-    std::fprintf(stderr, "qfmux: %s\n", line.c_str());
+    Say(message);
     return code;
 }
 
@@ -45,17 +43,12 @@ int DrawMap(const Options& options) {
         }
         picture.Keep(false);
     }
-    std::string words;
     if (options.m_Json) {
-        // Names of files may hold any octets, JSON only UTF-8.
-        words = MapAsJson(map).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+        PutResult(AsText(MapAsJson(map)));
     } else if (options.m_Output.empty()) {
-        words = MapAsStrip(map, TerminalWidth(), WantsColour());
+        PutResult(MapAsStrip(map, TerminalWidth(), WantsColour()));
     }
-    if (std::fwrite(words.data(), 1, words.size(), stdout) != words.size() || std::fflush(stdout) != 0) {
-        throw ToolError(kExitOutput, "cannot write to stdout: " + std::string(std::strerror(errno)));
-    }
-    for (const std::string& problem : map.m_Problems) std::fprintf(stderr, "qfmux: warning: %s\n", problem.c_str());
+    for (const std::string& problem : map.m_Problems) Say("warning: " + problem);
     return map.m_Problems.empty() ? kExitDone : kExitWarnings;
 }
 
@@ -65,8 +58,8 @@ int Run(int argc, char** argv) {
     if (options->m_Command == Command::Map) return DrawMap(*options);
     const Plugin plugin(options->m_Plugin.c_str());
     if (options->m_Command == Command::Formats) {
-        const FileFormatInfo* const formats = plugin.GetFileFormats();
-        std::fputs((options->m_Json ? FormatsAsJson(formats).dump(2) + "\n" : FormatsAsText(formats)).c_str(), stdout);
+        const FileFormatInfo* const formats = FormatsOf(plugin);
+        PutResult(options->m_Json ? AsText(FormatsAsJson(formats)) : FormatsAsText(formats));
         return kExitDone;
     }
     std::srand(std::random_device()()); // track identifiers are the plug-in's rand()
@@ -77,11 +70,14 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    OpenStandardStreams();
     av_log_set_level(AV_LOG_QUIET);
     try {
         return Run(argc, argv);
     } catch (const ToolError& error) {
         return Fail(error.m_Code, error.what());
+    } catch (const RecordError& error) {
+        return Fail(kExitOutput, error.what());
     } catch (const std::bad_alloc&) {
         return Fail(kExitError, "out of memory");
     } catch (const std::exception& error) {

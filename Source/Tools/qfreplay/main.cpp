@@ -4,24 +4,27 @@
 #include <cstdio>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "PinnedEnvironment.h"
 #include "Plugin.h"
 #include "Session.h"
+#include "Surroundings.h"
 
 namespace {
 
 enum ExitCode { kExitDone = 0, kExitDifferent = 1, kExitError = 2, kExitUsage = 3 };
 
 int Fail(int code, const std::string& message) {
-    std::fprintf(stderr, "qfreplay: %s\n", message.c_str());
+    std::fprintf(stderr, "qfreplay: %s\n", Clean(message).c_str());
     return code;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    OpenStandardStreams();
     CLI::App app("Makes the calls of a session that qfmux --record wrote to a build of the plug-in.", "qfreplay");
     std::string path;
     std::string session;
@@ -46,6 +49,11 @@ int main(int argc, char** argv) {
         return Fail(kExitUsage, error.what());
     }
 
+    for (const std::string& input : {path, session, session + ".payload"}) {
+        if (IsSameFile(input, output))
+            return Fail(kExitUsage, "'" + output + "' is an input, which is never overwritten");
+    }
+
     try {
         if (rand) {
             PinnedEnvironment::PinRand({*rand, *rand + 1});
@@ -58,7 +66,11 @@ int main(int argc, char** argv) {
         std::string difference;
         ReplaySession(plugin, session, output,
                       [&](const nlohmann::json& line, int number, const nlohmann::json& result) {
-                          if (!check || result.is_null() || line.at("result") == result) return true;
+                          const bool isSame = result.is_null() || line.at("result") == result;
+                          if (!check && !isSame && line.at("call") == "CreateMediaFile" && result == false) {
+                              throw std::runtime_error("the plug-in cannot create its file");
+                          }
+                          if (!check || isSame) return true;
                           difference = "line " + std::to_string(number) + ", " + line.at("call").get<std::string>() +
                                        ": recorded " + line.at("result").dump() + ", now " + result.dump();
                           return false;
