@@ -359,20 +359,24 @@ TEST_F(HostileTest, PlugInsThatAreNone) {
 
 TEST_F(HostileTest, PlugInsWithEmptyTables) {
     const std::string files = " " + Quoted(ClipPath("raw.aac")) + " " + Quoted(Path("a.mkv"));
-    for (const auto& [tables, exitCode, words] :
-         {std::tuple{"null", 2, "lists no formats"}, std::tuple{"empty", 2, "lists no formats"},
-          std::tuple{"bare", 3, "must end in"}}) {
-        setenv("QF_SPOILER_TABLES", tables, 1);
-        const CommandResult result = Mux("--plugin " + Quoted(QF_SPOILER) + files);
-        EXPECT_EQ(result.m_ExitCode, exitCode) << tables << ": " << result.m_Output;
+    const auto spoiler = [this](const std::string& tables) {
+        const std::string path = Path(tables + ".so");
+        fs::copy_file(QF_SPOILER, path);
+        return "--plugin " + Quoted(path);
+    };
+    const std::string bare = spoiler("table-bare");
+    for (const auto& [plugin, exitCode, words] :
+         {std::tuple{spoiler("table-null"), 2, "lists no formats"},
+          std::tuple{spoiler("table-empty"), 2, "lists no formats"}, std::tuple{bare, 3, "must end in"}}) {
+        const CommandResult result = Mux(plugin + files);
+        EXPECT_EQ(result.m_ExitCode, exitCode) << plugin << ": " << result.m_Output;
         EXPECT_NE(result.m_Output.find(words), std::string::npos) << result.m_Output;
         EXPECT_EQ(Lines(result.m_Output), 1) << result.m_Output;
     }
-    EXPECT_EQ(Mux("--plugin " + Quoted(QF_SPOILER) + " formats").m_ExitCode, 0);
-    const CommandResult bare = Mux("--format MKV --plugin " + Quoted(QF_SPOILER) + files);
-    EXPECT_EQ(bare.m_ExitCode, 2) << bare.m_Output;
-    EXPECT_NE(bare.m_Output.find("nothing to write"), std::string::npos) << bare.m_Output;
-    unsetenv("QF_SPOILER_TABLES");
+    EXPECT_EQ(Mux(bare + " formats").m_ExitCode, 0);
+    const CommandResult forced = Mux("--format MKV " + bare + files);
+    EXPECT_EQ(forced.m_ExitCode, 2) << forced.m_Output;
+    EXPECT_NE(forced.m_Output.find("nothing to write"), std::string::npos) << forced.m_Output;
 }
 
 TEST_F(HostileTest, ABareNameOfAPlugInIsAFileHere) {

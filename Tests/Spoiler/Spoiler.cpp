@@ -1,70 +1,368 @@
-// A plug-in that passes everything on to the real one, but spoils the tenth video frame: what a host's own check of its
-// file must notice. QF_SPOILER_TABLES makes its table of formats null, empty, or one format bare of all else.
+// A plug-in that passes everything on to the real one, but spoils one thing: what the name of its file says, as
+// "hang-in-close.so". What a host's own check of its file, and what qfcheck, must notice. Under any other name it
+// spoils nothing.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Plugin.h"
 
+EncoderEntry MKVAudioEncoders[4];
+EncoderEntry MKVVideoEncoders[8];
+EncoderEntry HMKVAudioEncoders[2];
+EncoderEntry HMKVVideoEncoders[4];
+EncoderEntry WEBMAudioEncoders[2];
+EncoderEntry WEBMVideoEncoders[2];
+FileFormatInfo FormatArray[5];
+EncoderInfo EncoderArray[1];
+MuxParam m_MuxParam;
+std::uint32_t IsWebm;
+
 namespace {
+
+using Bytes = std::vector<unsigned char>;
 
 const Plugin& Real() {
     static const Plugin plugin(QF_PLUGIN);
     return plugin;
 }
 
+bool Spoils(const char* what) {
+    static const std::string name = [] {
+        Dl_info info{};
+        dladdr(&FormatArray, &info);
+        return std::filesystem::path(info.dli_fname).stem().string();
+    }();
+    return name == what;
+}
+
+// What is known of an open file.
+struct OpenFile {
+    std::wstring m_Path;
+    int m_Calls = 0;                  // for frames
+    unsigned char* m_pKept = nullptr; // into the host's memory
+};
+
+std::map<void*, OpenFile> g_Files;
+int g_FileCount = 0;
 int g_Frame = 0;
+
+// Options and flag are the real plug-in's during a call, and this one's before and after it.
+class InStep {
+public:
+    InStep() {
+        *Real().m_pMuxParam = m_MuxParam;
+        *Real().m_pIsWebm = IsWebm;
+    }
+    ~InStep() {
+        m_MuxParam = *Real().m_pMuxParam;
+        if (!Spoils("flag-never-set")) IsWebm = *Real().m_pIsWebm;
+    }
+    InStep(const InStep&) = delete;
+    InStep& operator=(const InStep&) = delete;
+};
+
+[[noreturn]] void Crash() {
+    std::raise(SIGSEGV);
+    std::abort();
+}
+
+template <std::size_t N>
+void CopyList(EncoderEntry (&own)[N], const EncoderEntry* real) {
+    std::copy_n(real, N, own);
+}
+
+// Runs when the library is loaded.
+__attribute__((constructor)) void FillTables() {
+    if (Spoils("hang-at-load")) pause();
+    const Plugin& real = Real();
+    CopyList(MKVAudioEncoders, real.m_pMKVAudioEncoders);
+    CopyList(MKVVideoEncoders, real.m_pMKVVideoEncoders);
+    CopyList(HMKVAudioEncoders, real.m_pHMKVAudioEncoders);
+    CopyList(HMKVVideoEncoders, real.m_pHMKVVideoEncoders);
+    CopyList(WEBMAudioEncoders, real.m_pWEBMAudioEncoders);
+    CopyList(WEBMVideoEncoders, real.m_pWEBMVideoEncoders);
+    EncoderEntry* const lists[][2] = {{MKVAudioEncoders, MKVVideoEncoders},
+                                      {HMKVAudioEncoders, HMKVVideoEncoders},
+                                      {MKVAudioEncoders, nullptr},
+                                      {WEBMAudioEncoders, WEBMVideoEncoders}};
+    for (std::size_t i = 0; i < 4; ++i) {
+        FileFormatInfo& format = FormatArray[i];
+        format = real.m_pFormatArray[i];
+        format.audioEncoders = lists[i][0];
+        format.videoEncoders = lists[i][1];
+        format.CreateMediaFile = CreateMediaFile;
+        format.WriteAudioPacket = WriteAudioPacket;
+        if (format.WriteVideoPacket != nullptr) format.WriteVideoPacket = WriteVideoPacket;
+        format.CloseMediaFile = CloseMediaFile;
+        format.WriteVosData = WriteVosData;
+        if (format.WritezXPSData != nullptr) format.WritezXPSData = WritezXPSData;
+        if (format.SetMuxParam != nullptr) format.SetMuxParam = SetMuxParam;
+    }
+
+    if (Spoils("table-entry-swapped")) {
+        auto* const close = reinterpret_cast<unsigned char*>(&FormatArray[0].CloseMediaFile);
+        std::swap_ranges(close, close + sizeof(void*), reinterpret_cast<unsigned char*>(&FormatArray[0].WriteVosData));
+    }
+    if (Spoils("audio-format-with-video")) FormatArray[2].WriteVideoPacket = WriteVideoPacket;
+    if (Spoils("wrong-format-code")) FormatArray[1].fourCC = MakeFourCC("HMKW");
+    if (Spoils("wrong-extension")) FormatArray[3].extension[1] = L'v';
+    if (Spoils("records-too-long")) std::memmove(FormatArray[1].extension, &FormatArray[1], 800);
+    if (Spoils("wrong-codec")) MKVVideoEncoders[2].fourCC = MakeFourCC("h264");
+    if (Spoils("codec-list-of-another")) FormatArray[1].audioEncoders = MKVAudioEncoders;
+    if (Spoils("offers-an-encoder")) EncoderArray[0].fourCC = MakeFourCC("H264");
+    if (Spoils("flag-set-at-load")) IsWebm = 1;
+}
+
+// UTF-8, whatever the locale.
+std::filesystem::path Narrow(const std::wstring& path) { return std::u32string(path.begin(), path.end()); }
+
+Bytes ReadOctets(const std::wstring& path) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(Narrow(path).c_str(), "rb"), std::fclose);
+    Bytes octets;
+    for (int c; file != nullptr && (c = std::fgetc(file.get())) != EOF;)
+        octets.push_back(static_cast<unsigned char>(c));
+    return octets;
+}
+
+void WriteOctets(const std::wstring& path, const Bytes& octets) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(Narrow(path).c_str(), "wb"), std::fclose);
+    if (file != nullptr) std::fwrite(octets.data(), 1, octets.size(), file.get());
+}
+
+// Where octets lie in a file; its end when they do not.
+Bytes::iterator Find(Bytes& file, const Bytes& octets) {
+    return std::search(file.begin(), file.end(), octets.begin(), octets.end());
+}
+
+// The finished file, spoiled.
+void SpoilFile(const std::wstring& path) {
+    Bytes file = ReadOctets(path);
+    const auto change = [&file](const Bytes& octets, std::ptrdiff_t at, int difference) {
+        const auto found = Find(file, octets);
+        if (found == file.end()) return;
+        found[at] = static_cast<unsigned char>(found[at] + difference);
+    };
+    if (file.empty()) {
+        if (!Spoils("empty-file-gets-a-header")) return;
+        file = {0x1A, 0x45, 0xDF, 0xA3, 0x80};
+    } else if (Spoils("header-octet-changed")) {
+        change({0x42, 0x85, 0x81}, 3, 1); // DocTypeReadVersion
+    } else if (Spoils("segment-length-off")) {
+        change({0x18, 0x53, 0x80, 0x67}, 11, -1);
+    } else if (Spoils("no-duration")) {
+        change({0x44, 0x89, 0x84}, 4, -0x40);
+    } else if (Spoils("date-of-1904")) {
+        change({0x44, 0x61, 0x88}, 3, 0x10);
+    } else if (Spoils("muxing-app-changed")) {
+        change({0x4D, 0x80, 0x97}, 4, 1);
+    } else if (Spoils("codec-id-changed")) {
+        change({'V', '_', 'V', 'P', '8'}, 4, 1);
+    } else if (Spoils("track-size-swapped")) {
+        change({0xB0, 0x82, 0x01, 0x40}, 3, 0x40);
+    } else if (Spoils("cue-position-off")) {
+        change({0xF7, 0x81, 0x01, 0xF1, 0x82}, 6, 1);
+    } else if (Spoils("key-flag-lost")) {
+        change({0xA3, 0x8B, 0x81, 0x00, 0x00, 0x80}, 5, -0x80);
+    } else if (Spoils("block-time-off")) {
+        change({0x82, 0x00, 0x78, 0x00}, 2, 5);
+    } else if (Spoils("seek-entry-off")) {
+        change({0x53, 0xAB, 0x84, 0x16, 0x54, 0xAE, 0x6B, 0x53, 0xAC, 0x82}, 11, 1);
+    } else if (Spoils("no-cues")) {
+        // A Void lies in their place.
+        const Bytes id = {0x1C, 0x53, 0xBB, 0x6B};
+        const auto cues = std::find_end(file.begin(), file.end(), id.begin(), id.end());
+        if (cues == file.end()) return;
+        const auto size = static_cast<unsigned char>(cues[4] & 0x7F);
+        cues[0] = 0xEC;
+        cues[1] = static_cast<unsigned char>(0x80 + size + 3);
+        std::fill(cues + 2, cues + 5 + size, static_cast<unsigned char>(0));
+    } else {
+        return;
+    }
+    WriteOctets(path, file);
+}
 
 } // namespace
 
-EncoderEntry MKVAudioEncoders[1];
-EncoderEntry MKVVideoEncoders[1];
-EncoderEntry HMKVAudioEncoders[1];
-EncoderEntry HMKVVideoEncoders[1];
-EncoderEntry WEBMAudioEncoders[1];
-EncoderEntry WEBMVideoEncoders[1];
-FileFormatInfo FormatArray[1];
-EncoderInfo EncoderArray[1];
-MuxParam m_MuxParam;
-std::uint32_t IsWebm;
-
 FileFormatInfo* GetFileFormats() {
-    static FileFormatInfo bare[2];
+    Real().GetFileFormats();
+    if (Spoils("logs-twice")) Real().GetFileFormats();
+    if (Spoils("table-null")) return nullptr;
+    static FileFormatInfo bare[2]; // one format bare of all else, and the end
     bare[0].fourCC = MakeFourCC("MKV ");
-    const char* const tables = std::getenv("QF_SPOILER_TABLES");
-    const std::string word = tables != nullptr ? tables : "";
-    if (word == "null") return nullptr;
-    if (word == "empty") return FormatArray;
-    return word == "bare" ? bare : Real().GetFileFormats();
+    if (Spoils("table-bare")) return bare;
+    if (Spoils("table-empty")) return bare + 1;
+    return Spoils("table-of-another") ? Real().m_pFormatArray : FormatArray;
 }
-EncoderInfo* GetEncoders() { return Real().GetEncoders(); }
-int GetMultiVersion(char* buffer) { return Real().GetMultiVersion(buffer); }
-int FindFileFormat(unsigned long format) { return Real().FindFileFormat(format); }
-void* CreateEncoder(unsigned long, const EncodeParam*) { return nullptr; }
-int Encode(void*, const MEDIA_FRAME*, MEDIA_FRAME**, int**) { return 0; }
-void DestroyEncoder(void*) {}
-int ReviseAudioParam(AudioParam* param) { return Real().ReviseAudioParam(param); }
-int SetMuxParam(MuxParam* param) { return Real().SetMuxParam(param); }
 
-void* CreateMediaFile(const wchar_t* path, const EncodeParam* param) { return Real().CreateMediaFile(path, param); }
+EncoderInfo* GetEncoders() { return EncoderArray; }
+
+int GetMultiVersion(char* buffer) {
+    const int result = Real().GetMultiVersion(buffer);
+    if (buffer == nullptr) return result;
+    if (Spoils("wrong-version")) buffer[result - 1] = '5';
+    if (Spoils("version-past-its-buffer")) std::strcpy(buffer, "5,0,0,14.0");
+    if (Spoils("version-not-counted")) return 1;
+    return result;
+}
+
+int FindFileFormat(unsigned long format) {
+    return Spoils("finds-any-format") && format != 0 ? 1 : Real().FindFileFormat(format);
+}
+
+void* CreateEncoder(unsigned long, const EncodeParam*) { return nullptr; }
+
+int Encode(void*, const MEDIA_FRAME*, MEDIA_FRAME** outFrame, int**) {
+    if (Spoils("encode-touches-out") && outFrame != nullptr) *outFrame = nullptr;
+    return 0;
+}
+
+void DestroyEncoder(void*) {}
+
+int ReviseAudioParam(AudioParam* param) {
+    if (Spoils("audio-revised") && param != nullptr) param->sampleRate = 48000;
+    return 1;
+}
+
+int SetMuxParam(MuxParam* param) {
+    const InStep inStep;
+    const int result = Real().SetMuxParam(param);
+    MuxParam& stored = *Real().m_pMuxParam;
+    if (Spoils("aspect-not-reduced") && param != nullptr) stored.displayAspectX = param->displayAspectX;
+    if (Spoils("aspect-of-another-sign") && param != nullptr && param->displayAspectY < 0) {
+        stored.displayAspectX = -stored.displayAspectX;
+    }
+    if (Spoils("options-half-copied")) stored.host20 = 0;
+    if (Spoils("result-of-options") && result == 9) return 16;
+    if (Spoils("host-options-changed") && param != nullptr) *param = stored;
+    return result;
+}
+
+void* CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
+    const InStep inStep;
+    if (Spoils("crash-at-null-path") && path == nullptr) Crash();
+    std::wstring where = path != nullptr ? path : L"";
+    EncodeParam job{};
+    if (param != nullptr) job = *param;
+    if (Spoils("records-one-word-longer") && param != nullptr) {
+        job.formatFourCC = (&param->formatFourCC)[1]; // past the end of the host's record
+    }
+    if (Spoils("past-the-host-record") && param != nullptr) {
+        auto* const record = const_cast<EncodeParam*>(param);
+        (&record->formatFourCC)[1] = 0;
+    }
+    if (Spoils("no-display-size")) Real().m_pMuxParam->muxFlags = 0;
+    void* handle = Real().CreateMediaFile(path != nullptr ? where.c_str() : nullptr, param != nullptr ? &job : nullptr);
+    if (Spoils("a-handle-for-nothing") && handle == nullptr && !where.empty() && param != nullptr) {
+        handle = Real().CreateMediaFile(L"a.iso:", &job);
+    }
+    if (handle == nullptr) return handle;
+    ++g_FileCount;
+    g_Files[handle] = {where, 0, nullptr};
+    return handle;
+}
 
 int WriteVideoPacket(void* handle, const MEDIA_FRAME* frame) {
-    if (++g_Frame != 10) return Real().WriteVideoPacket(handle, frame);
-    std::vector<unsigned char> spoiled(frame->videoData, frame->videoData + frame->videoSize);
-    spoiled.back() = static_cast<unsigned char>(~spoiled.back());
+    const InStep inStep;
+    if (Spoils("no-null-check-of-handles") && handle == nullptr) Crash();
+    if (Spoils("no-null-check-of-frames") && frame->videoSize == 0) return 0;
+    if (handle == nullptr || frame == nullptr) return Real().WriteVideoPacket(handle, frame);
+    OpenFile& file = g_Files[handle];
     MEDIA_FRAME copy = *frame;
-    copy.videoData = spoiled.data();
-    return Real().WriteVideoPacket(handle, &copy);
+    const std::size_t size =
+        frame->videoData != nullptr && frame->videoSize > 0 ? static_cast<std::size_t>(frame->videoSize) : 0;
+    Bytes octets(frame->videoData, frame->videoData + size);
+    ++g_Frame;
+    ++file.m_Calls;
+    const bool takesCopy = (Spoils("tenth-frame-spoiled") && g_Frame == 10) || Spoils("frame-not-rewritten") ||
+                           Spoils("start-codes-cut") || Spoils("other-files-frame");
+    if (takesCopy && size > 0) {
+        if (Spoils("tenth-frame-spoiled")) octets.back() = static_cast<unsigned char>(~octets.back());
+        if (Spoils("other-files-frame") && g_Files.size() > 1 && file.m_Calls == 3) octets.back() ^= 1U;
+        copy.videoData = octets.data();
+    }
+    if (Spoils("every-frame-rewritten") && size > 4) frame->videoData[3] = static_cast<unsigned char>(size - 4);
+    if (Spoils("frame-record-changed")) const_cast<MEDIA_FRAME*>(frame)->hostAfterTimestamp[0] = 1;
+    if (Spoils("wrong-kind-is-taken") && IsWebm != 0 && size > 0) return frame->videoSize;
+    if (Spoils("frame-lost") && file.m_Calls == 20) return frame->videoSize;
+    if (Spoils("keeps-a-pointer") && size > 0) file.m_pKept = frame->videoData;
+    if (Spoils("reads-past-the-frame") && size > 0) {
+        volatile unsigned char next = frame->videoData[frame->videoSize];
+        static_cast<void>(next);
+    }
+    if (Spoils("second-file-spoiled") && g_FileCount > 1 && file.m_Calls == 2) copy.timestamp += 10000;
+    const int result = Real().WriteVideoPacket(handle, &copy);
+    return Spoils("video-result") && result > 0 ? 1 : result;
 }
 
 int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* sizes) {
+    const InStep inStep;
+    if (handle == nullptr || frame == nullptr) return Real().WriteAudioPacket(handle, frame, sizes);
+    if (Spoils("negative-size-taken") && frame->audioSize < 0) return -1;
+    if (Spoils("packed-frames-as-one") && sizes != nullptr && sizes[0] > 0 && sizes[1] > 0) {
+        return Real().WriteAudioPacket(handle, frame, nullptr);
+    }
+    if (Spoils("audio-changed") && frame->audioSize > 0) frame->audioData[0] ^= 0xFFU;
+    if (Spoils("sizes-changed") && sizes != nullptr) sizes[0] = 0;
+    if (Spoils("times-cut")) {
+        MEDIA_FRAME copy = *frame;
+        copy.timestamp = frame->timestamp / 10000 * 10000;
+        return Real().WriteAudioPacket(handle, &copy, sizes);
+    }
     return Real().WriteAudioPacket(handle, frame, sizes);
 }
-void WriteVosData(void* handle, unsigned char* data, int size) { Real().WriteVosData(handle, data, size); }
+
+void WriteVosData(void* handle, unsigned char* data, int size) {
+    const InStep inStep;
+    if (Spoils("throws-at-null") && data == nullptr) throw std::runtime_error("no data");
+    if (Spoils("late-set-up-ignored") && handle != nullptr && g_Frame > 0) return;
+    Real().WriteVosData(handle, data, size);
+}
+
 void WritezXPSData(void* handle, unsigned char* picture, int pictureSize, unsigned char* sequence, int sequenceSize) {
+    const InStep inStep;
+    if (Spoils("sets-swapped")) {
+        std::swap(picture, sequence);
+        std::swap(pictureSize, sequenceSize);
+    }
     Real().WritezXPSData(handle, picture, pictureSize, sequence, sequenceSize);
 }
+
 void CloseMediaFile(void* handle, ProgressCallback progress, void* argument) {
-    Real().CloseMediaFile(handle, progress, argument);
+    const InStep inStep;
+    if (handle != nullptr) {
+        if (Spoils("hang-in-close")) pause();
+        if (Spoils("spin-in-close")) {
+            for (volatile unsigned i = 0;; i = i + 1) {
+            }
+        }
+        if (Spoils("crash-in-close") && g_Frame > 0) Crash();
+        if (Spoils("exit-in-close")) std::exit(0);
+        if (Spoils("abort-in-close")) std::abort();
+        if (Spoils("calls-back") && progress != nullptr) progress(argument, 0, 0, 0);
+    }
+    const auto file = g_Files.find(handle);
+    if (file != g_Files.end() && file->second.m_pKept != nullptr) {
+        volatile unsigned char octet = *file->second.m_pKept;
+        static_cast<void>(octet);
+    }
+    if (!Spoils("never-closes")) Real().CloseMediaFile(handle, progress, argument);
+    if (file == g_Files.end()) return;
+    SpoilFile(file->second.m_Path);
+    if (Spoils("leaves-it-open")) static_cast<void>(open(Narrow(file->second.m_Path).c_str(), O_RDONLY));
+    if (Spoils("flag-cleared-by-close")) *Real().m_pIsWebm = 0;
+    g_Files.erase(file);
 }

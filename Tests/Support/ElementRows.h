@@ -8,7 +8,7 @@
 
 #include "MatroskaFile.h"
 #include "MemoryStream.h"
-#include "Octets.h"
+#include "SameOctets.h"
 
 // What an element writes to a stream that takes everything.
 inline Octets Written(const MatroskaWriter::CID& element) {

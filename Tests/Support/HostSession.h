@@ -2,6 +2,7 @@
 #pragma once
 
 #include "EbmlWalker.h"
+#include "GuardedOctets.h"
 #include "Octets.h"
 #include "Plugin.h"
 #include "TempDirectory.h"
@@ -22,27 +23,6 @@ constexpr std::uint32_t kDelta = 0;
 EncodeParam MakeJob(FourCC format, FourCC video, FourCC audio, unsigned char gap = 0);
 EncodeParam MakeVideoJob(FourCC format, FourCC video);
 EncodeParam MakeAudioJob(FourCC format, FourCC audio);
-
-// A buffer whose last octet is the last one that may be touched: behind it, and well before it, memory is closed, so
-// that a stray access ends the test at once, in builds without sanitizers too.
-class GuardedOctets {
-public:
-    explicit GuardedOctets(const Octets& octets);
-    ~GuardedOctets();
-    GuardedOctets(const GuardedOctets&) = delete;
-    GuardedOctets& operator=(const GuardedOctets&) = delete;
-
-    // Null for no octets at all: then nothing may be touched.
-    unsigned char* Data() const { return m_pData; }
-    std::int32_t Size() const { return m_Size; }
-    Octets Copy() const { return {m_pData, m_pData + m_Size}; }
-
-private:
-    void* m_pMapping;
-    std::size_t m_MappingSize;
-    unsigned char* m_pData;
-    std::int32_t m_Size;
-};
 
 class HostSession {
 public:

@@ -5,7 +5,7 @@
 #include <limits>
 #include <random>
 
-#include "Octets.h"
+#include "SameOctets.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "ClassNames.h"
 #include "FakeEnvironment.h"
 #include "MKVMuxer.h"
-#include "Octets.h"
+#include "SameOctets.h"
 #include "TempDirectory.h"
 #include "VirtualSlot.h"
 #include "WebmMuxer1.h"

@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "Octets.h"
+#include "SameOctets.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <random>
 
-#include "Octets.h"
+#include "SameOctets.h"
 
 namespace {
 

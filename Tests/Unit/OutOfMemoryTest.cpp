@@ -7,7 +7,7 @@
 #include "FailingAllocator.h"
 #include "FakeEnvironment.h"
 #include "MKVInterface.h"
-#include "Octets.h"
+#include "SameOctets.h"
 #include "TempDirectory.h"
 
 namespace {

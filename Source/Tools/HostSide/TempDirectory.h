@@ -1,4 +1,4 @@
-// A directory of a test's own, gone with it.
+// A directory of one's own, gone with its object.
 #pragma once
 
 #include <cstdint>

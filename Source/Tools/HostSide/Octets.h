@@ -1,7 +1,6 @@
-// Octets written down by hand: the vocabulary in which tests say what must be written. Nothing here is the plug-in's.
+// Octets written down by hand: the vocabulary in which tests and qfcheck say what must be written. Nothing here is the
+// plug-in's.
 #pragma once
-
-#include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -30,6 +29,3 @@ Octets LengthOctets(std::size_t length);
 // An element: the identifier as it stands in a file, the length, the payload.
 Octets Element(const std::string& idDigits, const Octets& payload);
 Octets Element(std::uint32_t id, const Octets& payload);
-
-// Fails with the first difference and its surroundings.
-testing::AssertionResult SameOctets(const Octets& actual, const Octets& expected);

@@ -1,0 +1,28 @@
+// A host's buffer that notices who goes past its end.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "Octets.h"
+
+// A buffer whose last octet is the last one that may be touched: behind it, and well before it, memory is closed, so
+// that a stray access ends the program at once, in builds without sanitizers too.
+class GuardedOctets {
+public:
+    explicit GuardedOctets(const Octets& octets);
+    ~GuardedOctets();
+    GuardedOctets(const GuardedOctets&) = delete;
+    GuardedOctets& operator=(const GuardedOctets&) = delete;
+
+    // Null for no octets at all: then nothing may be touched.
+    unsigned char* Data() const { return m_pData; }
+    std::int32_t Size() const { return m_Size; }
+    Octets Copy() const { return {m_pData, m_pData + m_Size}; }
+
+private:
+    void* m_pMapping;
+    std::size_t m_MappingSize;
+    unsigned char* m_pData;
+    std::int32_t m_Size;
+};

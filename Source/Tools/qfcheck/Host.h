@@ -1,0 +1,115 @@
+// The host of a check: the library loaded, its functions called by their documented names, and what a call must not do
+// noticed at once.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Interface.h"
+
+// What is wrong with the plug-in, in words for its developer.
+class Failure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Why a check cannot be made with this plug-in.
+class CannotCheck : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+void Require(bool condition, const std::string& text);
+
+std::string Text(long long value);
+std::string Text(unsigned long long value);
+inline std::string Text(int value) { return Text(static_cast<long long>(value)); }
+inline std::string Text(long value) { return Text(static_cast<long long>(value)); }
+inline std::string Text(unsigned value) { return Text(static_cast<unsigned long long>(value)); }
+inline std::string Text(unsigned long value) { return Text(static_cast<unsigned long long>(value)); }
+std::string Text(double value);
+std::string Text(const void* value);
+std::string Text(const std::string& value);
+std::string Text(const std::wstring& value);
+std::string Text(const Octets& value); // up to 32 octets
+
+template <class Actual, class Expected>
+void RequireEqual(const Actual& actual, const Expected& expected, const std::string& what) {
+    const Actual wanted(expected);
+    if (!(actual == wanted)) throw Failure(what + " is " + Text(actual) + ", expected " + Text(wanted));
+}
+
+using FourCC = std::uint32_t;
+
+// "MKV ": the first character in the lowest octet.
+FourCC Code(const std::string& text);
+std::string CodeText(FourCC code);
+
+// Notes which function of the plug-in is running, for whoever watches this process.
+class Trail {
+public:
+    explicit Trail(int descriptor) : m_Descriptor(descriptor) {}
+    void Enter(const std::string& function) const;
+    void Leave() const;
+
+private:
+    int m_Descriptor;
+};
+
+using Interface::Record;
+using ProgressFunction = unsigned int(void*, unsigned int, unsigned int, unsigned int);
+
+class Host {
+public:
+    Host(std::string plugin, std::filesystem::path directory, Trail trail)
+        : m_Plugin(std::move(plugin)), m_Directory(std::move(directory)), m_Trail(trail) {}
+
+    const std::string& PluginPath() const { return m_Plugin; }
+    // The check's own, empty at first and gone with it.
+    const std::filesystem::path& Directory() const { return m_Directory; }
+    std::wstring PathOf(const std::string& name) const { return (m_Directory / name).wstring(); }
+
+    const Trail& Marks() const { return m_Trail; }
+
+    // Loads the plug-in if it is not yet; a Failure with the loader's words if it cannot be.
+    void Load();
+
+    // What an exported name stands for; a Failure if there is none. function: the plain name.
+    void* Data(const char* name);
+    void* Function(const char* function);
+
+    FourCC* IsWebm() { return static_cast<FourCC*>(Data("IsWebm")); }
+
+    // The functions. A record or a table that is only read must be what it was, and no exception may come out.
+    void* GetFileFormats();
+    void* GetEncoders();
+    int GetMultiVersion(char* buffer);
+    int FindFileFormat(unsigned long format);
+    void* CreateEncoder(unsigned long code, const Record* job);
+    int Encode(void* encoder, const Record* frame, void** outFrame, int** outSizes);
+    void DestroyEncoder(void* encoder);
+    int ReviseAudioParam(const Record* param);
+    int SetMuxParam(const Record* param);
+    void* CreateMediaFile(const wchar_t* path, const Record* job);
+    int WriteVideoPacket(void* handle, const Record* frame);
+    int WriteAudioPacket(void* handle, const Record* frame, int* frameSizes);
+    void WriteVosData(void* handle, unsigned char* data, int length);
+    void WritezXPSData(void* handle, unsigned char* picture, int pictureLength, unsigned char* sequence,
+                       int sequenceLength);
+    void CloseMediaFile(void* handle, ProgressFunction* progress = nullptr, void* argument = nullptr);
+
+private:
+    template <class Result, class... Arguments>
+    Result Call(const char* function, Arguments... arguments);
+    template <class Result, class... Arguments>
+    Result CallReading(const Record* record, const char* function, Arguments... arguments);
+
+    std::string m_Plugin;
+    std::filesystem::path m_Directory;
+    Trail m_Trail;
+    void* m_pLibrary = nullptr;
+};

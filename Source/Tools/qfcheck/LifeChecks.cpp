@@ -1,0 +1,282 @@
+// Files from creation to closing: failures, closing in every state, and the flag that says what was created last.
+#include <sys/resource.h>
+
+#include <csignal>
+#include <set>
+
+#include "Check.h"
+#include "TempDirectory.h"
+#include "Trial.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void RequireRefused(Host& host, const wchar_t* path, const Record* job, const std::string& what) {
+    RequireEqual(static_cast<const void*>(host.CreateMediaFile(path, job)), nullptr, "CreateMediaFile of " + what);
+    Require(fs::is_empty(host.Directory()), "CreateMediaFile of " + what + " left a file");
+}
+
+void NullArguments(Host& host) {
+    for (const char* format : kFormats) {
+        const Record job = MakeJob(format, "H264", "AAC ");
+        RequireRefused(host, nullptr, &job, "a null path");
+        RequireRefused(host, host.PathOf("file").c_str(), nullptr, "a null job");
+        RequireRefused(host, nullptr, nullptr, "nothing but null");
+    }
+    Trial(host, "MKV ").Run();
+}
+
+void UnknownFormats(Host& host) {
+    for (const char* format : {"AVI ", "mkv ", "MKV", "", "%s%n"}) {
+        const Record job = MakeJob(format, "H264", "AAC ");
+        RequireRefused(host, host.PathOf("file").c_str(), &job, "format " + Text(std::string(format)));
+    }
+    Trial(host, "WEBM").Run();
+}
+
+void NotOpened(Host& host) {
+    for (const char* format : kFormats) {
+        const Record job = MakeJob(format, "H264", "AAC ");
+        RequireRefused(host, host.PathOf("none/file").c_str(), &job, "a path without its directory");
+        RequireRefused(host, host.Directory().wstring().c_str(), &job, "a directory");
+        RequireRefused(host, L"", &job, "an empty path");
+        RequireRefused(host, host.PathOf(std::string(3000, 'x')).c_str(), &job, "a name of 3000 characters");
+    }
+    Trial(host, "MKA ").Run();
+}
+
+void Names(Host& host) {
+    const std::wstring path = host.PathOf("") + L"\u00E4 \u4E16 \U0001F600.mkv";
+    const char* const name = "\xC3\xA4 \xE4\xB8\x96 \xF0\x9F\x98\x80.mkv";
+    const Record job = MakeJob("MKV ", "Xvid", "");
+    void* const handle = host.CreateMediaFile(path.c_str(), &job);
+    Require(handle != nullptr, "CreateMediaFile of a name beyond ASCII returned null");
+    host.CloseMediaFile(handle);
+    Require(fs::exists(host.Directory() / name), "the file's name is not the path in UTF-8");
+}
+
+void Replaces(Host& host) {
+    WriteFile(host.Directory() / "file", Repeated(100000, 0x5A));
+    Trial(host, "MKV ").Run();
+}
+
+void PseudoFile(Host& host) {
+    for (const char* format : kFormats) {
+        const Record job = MakeJob(format, "", "MP3 ");
+        void* const handle = host.CreateMediaFile(host.PathOf("disc.ISO:").c_str(), &job);
+        Require(handle != nullptr, "CreateMediaFile of a path with .iso: returned null");
+        Octets data = Hex("01 02");
+        Record frame("MEDIA_FRAME");
+        frame.Set("audioData", data.data());
+        frame.Set("audioSize", 2);
+        for (std::int64_t time = 0; time < 30; ++time) {
+            frame.Set("timestamp", time * 1000 * kMillisecond);
+            RequireEqual(host.WriteAudioPacket(handle, &frame, nullptr), 2, "the result of WriteAudioPacket");
+        }
+        host.CloseMediaFile(handle);
+        Require(fs::is_empty(host.Directory()), "a path with .iso: left a file");
+    }
+}
+
+void NoStreams(Host& host) {
+    for (const char* format : kFormats) {
+        OutputFile output(host, MakeJob(format, "", ""));
+        RequireEqual(output.Video(Hex("01 02"), 0), 0, "WriteVideoPacket without a video stream");
+        RequireEqual(output.Audio(Hex("01 02"), 0), 0, "WriteAudioPacket without an audio stream");
+        Require(output.Close().empty(), "a job without streams wrote something");
+    }
+    OutputFile audio(host, MakeJob("MKV ", "", "MP3 "));
+    RequireEqual(audio.Video(Hex("01 02"), 0), 0, "WriteVideoPacket without a video stream");
+    OutputFile video(host, MakeJob("MKV ", "Xvid", ""), "other");
+    RequireEqual(video.Audio(Hex("01 02"), 0), 0, "WriteAudioPacket without an audio stream");
+    Require(audio.Close().empty() && video.Close().empty(), "a stream that there is not was written");
+}
+
+// ---- closing
+
+unsigned int NeverCalled(void* argument, unsigned int, unsigned int, unsigned int) {
+    *static_cast<bool*>(argument) = true;
+    return 0;
+}
+
+void CloseAtOnce(Host& host) {
+    for (const char* format : kFormats) {
+        OutputFile output(host, MakeJob(format, "H264", "AAC "));
+        Require(output.Close().empty(), std::string(format) + ": a file without frames is not empty");
+    }
+}
+
+void CloseAfterSetUp(Host& host) {
+    for (const char* format : kFormats) {
+        Trial trial(host, format);
+        trial.SetUp();
+        Require(trial.Output().Close().empty(), std::string(format) + ": a file without frames is not empty");
+    }
+}
+
+void CloseQueued(Host& host) {
+    for (const char* format : kFormats) {
+        Trial trial(host, format);
+        trial.SetUp();
+        trial.Feed(0, 2);
+        trial.Finish(2);
+    }
+}
+
+void CloseInTheMiddle(Host& host) {
+    for (const char* format : kFormats) {
+        for (const int frames : {5, 6, 26, 27}) {
+            Trial trial(host, format);
+            trial.SetUp();
+            trial.Feed(0, frames);
+            trial.Finish(frames);
+        }
+    }
+}
+
+void CloseWithoutOneKind(Host& host) {
+    for (const char* format : kFormats) {
+        for (const bool hasVideo : {true, false}) {
+            OutputFile output(host, MakeJob(format, "Xvid", "MP3 "));
+            for (int i = 0; i < 40; ++i) {
+                const std::int64_t time = std::int64_t{i} * kFrameTime;
+                if (hasVideo) {
+                    output.TakeVideo(Hex("01 02"), time);
+                } else {
+                    output.TakeAudio(Hex("03"), time);
+                }
+            }
+            RequireEqual(output.Finish().Blocks().size(), 40U, std::string(format) + ": the number of blocks");
+        }
+    }
+}
+
+void NoCallback(Host& host) {
+    for (const char* format : kFormats) {
+        OutputFile output(host, MakeJob(format, "", "MP3 "));
+        output.TakeAudio(Hex("01"), 0);
+        bool wasCalled = false;
+        host.CloseMediaFile(output.Handle(), NeverCalled, &wasCalled);
+        Require(!wasCalled, "CloseMediaFile called its callback");
+    }
+}
+
+std::set<std::string> OpenFiles(Host& host) {
+    std::set<std::string> files;
+    std::error_code gone; // the descriptor of the directory itself
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        const std::string file = fs::read_symlink(entry.path(), gone).string();
+        if (file.find(host.Directory().string() + "/") == 0) files.insert(file);
+    }
+    return files;
+}
+
+void ReleasesTheFile(Host& host) {
+    for (const char* format : kFormats) {
+        Trial trial(host, format);
+        trial.Feed(0, 8);
+        trial.Output().Close();
+        for (const std::string& file : OpenFiles(host)) throw Failure("still open after closing: " + file);
+    }
+    const Record job = MakeJob("MKV ", "", "");
+    for (const char* path : {"none/a", "", "disc.iso:"}) {
+        host.CloseMediaFile(host.CreateMediaFile(host.PathOf(path).c_str(), &job));
+    }
+    Require(OpenFiles(host).empty(), "a file that was not created is open");
+}
+
+// A disk that is full: the plug-in does not tell, and survives it.
+void FullDisk(Host& host) {
+    host.Load();
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    for (const char* format : kFormats) {
+        for (const rlim_t room : {rlim_t{0}, rlim_t{4500}}) {
+            limit.rlim_cur = room;
+            setrlimit(RLIMIT_FSIZE, &limit);
+            OutputFile output(host, MakeJob(format, "", "MP3 "));
+            for (int i = 0; i < 200; ++i) output.TakeAudio(Repeated(200, 0x5A), std::int64_t{i} * kFrameTime);
+            const std::size_t size = output.Close().size();
+            Require(size <= room, "the file is larger than its disk");
+        }
+    }
+}
+
+// ---- the flag
+
+void FlagOfTheLast(Host& host) {
+    const auto create = [&host](const std::string& name, const char* format) {
+        const Record job = MakeJob(format, "VP8 ", "VBIS");
+        void* const handle = host.CreateMediaFile(host.PathOf(name).c_str(), &job);
+        const FourCC flag = *host.IsWebm();
+        host.CloseMediaFile(handle);
+        RequireEqual(*host.IsWebm(), flag, "IsWebm after closing");
+        return flag;
+    };
+    for (const char* format : {"MKV ", "WEBM", "HMKV", "WEBM", "MKA ", "WEBM", "WEBM", "MKV "}) {
+        RequireEqual(create("file", format), std::string(format) == "WEBM" ? 1U : 0U,
+                     std::string("IsWebm after creating ") + format);
+    }
+    for (const char* format : kFormats) {
+        *host.IsWebm() = 1;
+        RequireEqual(create("none/file", format), std::string(format) == "WEBM" ? 1U : 0U,
+                     std::string("IsWebm after a file that does not open, of ") + format);
+    }
+    *host.IsWebm() = 1;
+    RequireEqual(create("file", "AVI "), 0U, "IsWebm after an unknown format");
+    *host.IsWebm() = 1;
+    host.CreateMediaFile(nullptr, nullptr);
+    RequireEqual(*host.IsWebm(), 0U, "IsWebm after null");
+}
+
+// A handle that the flag does not name: every call is refused, and closing finishes the file.
+void WrongKindIsRefused(Host& host) {
+    for (const char* format : kFormats) {
+        const std::string what = std::string(format) + " while the other kind was created last: ";
+        const char* const other = std::string(format) == "WEBM" ? "MKV " : "WEBM";
+        Trial older(host, format, "older");
+        older.SetUp();
+        older.Feed(0, 40);
+        Trial newer(host, other, "newer");
+        newer.SetUp();
+        newer.Feed(0, 10);
+        const Octets frame = Hex("00 00 00 01 65 77 00 00 00 01 41 78");
+        OutputFile& output = older.Output();
+        RequireEqual(output.Video(frame, 5000 * kMillisecond), 0, what + "WriteVideoPacket");
+        Require(output.m_HostBuffer == frame, what + "a refused frame was rewritten");
+        RequireEqual(output.Audio(Hex("BB CC"), 5000 * kMillisecond), 0, what + "WriteAudioPacket");
+        RequireEqual(output.PackedAudio(Hex("BB CC"), 5000 * kMillisecond, kFrameTime, {2, 1, 1}), 0,
+                     what + "WriteAudioPacket");
+        output.VosData(Hex("DE AD BE EF"));
+        output.XpsData(Hex("68 DE AD"), Hex("67 DE AD BE EF"));
+        older.Finish(40);
+        newer.Feed(10);
+        newer.Finish();
+    }
+}
+
+} // namespace
+
+std::vector<Check> LifeChecks() {
+    return {
+        {"create.null", "no file without a path or a job", NullArguments},
+        {"create.unknown-format", "no file of a format that is not in the table", UnknownFormats},
+        {"create.not-opened", "no handle where no file can be", NotOpened},
+        {"create.name", "the path is UTF-32 and the name UTF-8", Names},
+        {"create.replaces", "an existing file is replaced", Replaces},
+        {"create.iso", "a path with .iso: takes everything and writes nothing", PseudoFile},
+        {"create.no-streams", "streams that are disabled take nothing", NoStreams},
+        {"close.at-once", "closed at once a file is empty", CloseAtOnce},
+        {"close.after-set-up", "closed after set-up data a file is empty", CloseAfterSetUp},
+        {"close.queued", "closed with all frames waiting a file is whole", CloseQueued},
+        {"close.in-the-middle", "closed while frames are written a file is whole", CloseInTheMiddle},
+        {"close.one-kind", "closed before one kind of media has come a file is whole", CloseWithoutOneKind},
+        {"close.no-callback", "closing calls nobody back", NoCallback},
+        {"close.releases", "a closed file is not open any more", ReleasesTheFile},
+        {"close.full-disk", "a full disk is not told and harms nobody", FullDisk},
+        {"flag.last-created", "IsWebm says what kind of file was created last", FlagOfTheLast},
+        {"flag.refuses", "a handle of the other kind is refused and finished all the same", WrongKindIsRefused},
+    };
+}

@@ -1,0 +1,159 @@
+// Every message of the plug-in, which of the log's two functions brings it, and where the log is looked for.
+#include <dlfcn.h>
+
+#include <new>
+
+#include "Check.h"
+#include "LogReader.h"
+#include "OutputFile.h"
+
+namespace {
+
+bool g_NoMemory = false;
+int g_Refused = 0;
+
+} // namespace
+
+// A plug-in that takes its memory from the shared standard library meets this one.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (g_NoMemory) {
+        ++g_Refused;
+        return nullptr;
+    }
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+namespace {
+
+using Messages = std::vector<std::wstring>;
+
+void RequireMessages(LogReader& log, const Messages& expected, const std::string& what) {
+    const Messages actual = log.Take();
+    for (std::size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
+        RequireEqual(actual[i], expected[i], what + ": the message");
+    }
+    if (actual.size() > expected.size()) throw Failure(what + ": a message too many, " + Text(actual[expected.size()]));
+    if (actual.size() < expected.size()) throw Failure(what + ": no message " + Text(expected[actual.size()]));
+}
+
+const Messages kReturnFormats = {L"TWLogEx: qf_mkv.dll: Return file formats..."};
+
+void FormatsAreLogged(Host& host) {
+    LogReader log("TW_Log.so");
+    host.GetFileFormats();
+    RequireMessages(log, kReturnFormats, "GetFileFormats");
+    host.GetFileFormats();
+    RequireMessages(log, kReturnFormats, "GetFileFormats again");
+}
+
+void FirstName(Host& host) {
+    LogReader log("TW_Log.so");
+    host.GetFileFormats();
+    RequireMessages(log, kReturnFormats, "GetFileFormats");
+    Require(!LogReader::IsLoaded("libTW_Log.so"), "libTW_Log.so was loaded although TW_Log.so is there");
+}
+
+void SecondName(Host& host) {
+    LogReader log("libTW_Log.so");
+    host.GetFileFormats();
+    RequireMessages(log, kReturnFormats, "GetFileFormats");
+}
+
+// A log in the current directory is not the host's.
+void BesideTheProgramOnly(Host& host) {
+    host.GetFileFormats();
+    void* const other = dlopen((host.Directory() / "TW_Log.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    Require(other == nullptr, "a TW_Log.so in the current directory was loaded");
+    OutputFile output(host, MakeJob("MKV ", "Xvid", ""));
+    output.TakeVideo(Hex("01 02"), 0);
+    output.Finish();
+}
+
+void UnknownFormat(Host& host) {
+    LogReader log("TW_Log.so");
+    for (const wchar_t* code : {L"AVI ", L"mkv ", L"%s%d"}) {
+        const std::wstring wide = code;
+        const std::string format(wide.begin(), wide.end());
+        const Record job = MakeJob(format, "H264", "AAC ");
+        host.CreateMediaFile(host.PathOf("file").c_str(), &job);
+        RequireMessages(log, {L"TWLogEx: qf_mkv.dll: Can't find the file format[" + wide + L"]."},
+                        "CreateMediaFile of " + Text(format));
+    }
+}
+
+void FileThatDoesNotOpen(Host& host) {
+    LogReader log("TW_Log.so");
+    for (const char* format : kFormats) {
+        const Record job = MakeJob(format, "H264", "AAC ");
+        for (const std::wstring& name : {std::wstring(L"none/a.mkv"), std::wstring(L"none/100%s%n%d%%.mkv"),
+                                         std::wstring(L"nirgendwo \u00E4\u4E16\U0001F600/a.mkv")}) {
+            const std::wstring path = host.PathOf("") + name;
+            host.CreateMediaFile(path.c_str(), &job);
+            RequireMessages(log, {L"TWLogEx: qf_mkv.dll: Create media file[" + path + L"] failed"},
+                            std::string("CreateMediaFile of ") + format + " where it cannot be");
+        }
+    }
+}
+
+void NoMemory(Host& host) {
+    LogReader log("TW_Log.so");
+    host.GetFileFormats(); // the log is loaded
+    log.Take();
+    for (const char* format : kFormats) {
+        const std::wstring path = host.PathOf("file");
+        const Record job = MakeJob(format, "H264", "AAC ");
+        g_Refused = 0;
+        g_NoMemory = true;
+        void* const handle = host.CreateMediaFile(path.c_str(), &job);
+        g_NoMemory = false;
+        if (g_Refused == 0) throw CannotCheck("the plug-in has an operator new of its own");
+        Require(handle == nullptr, "CreateMediaFile returned a handle without memory for one");
+        RequireMessages(log, {L"TWLog: qf_mkv.dll: Not enough memory to create avi writer."},
+                        std::string("CreateMediaFile of ") + format + " without memory");
+    }
+}
+
+void NothingElse(Host& host) {
+    LogReader log("TW_Log.so");
+    host.FindFileFormat(Code("AVI "));
+    host.GetEncoders();
+    host.SetMuxParam(nullptr);
+    const Record job = MakeJob("AVI ", "", "");
+    const std::wstring path = host.PathOf("file");
+    host.CreateMediaFile(nullptr, &job);
+    host.CreateMediaFile(path.c_str(), nullptr);
+    host.CreateMediaFile(nullptr, nullptr);
+    const Record frame("MEDIA_FRAME");
+    host.WriteVideoPacket(nullptr, &frame);
+    host.WriteAudioPacket(nullptr, &frame, nullptr);
+    host.CloseMediaFile(nullptr);
+    for (const char* format : kFormats) {
+        OutputFile output(host, MakeJob(format, "H264", "AAC "));
+        host.WriteVideoPacket(output.Handle(), nullptr);
+        output.TakeVideo(Hex("00 00 00 01 65"), 0);
+        output.TakeAudio(Hex("01"), 0);
+        output.Close();
+    }
+    RequireMessages(log, {}, "calls that say nothing");
+}
+
+} // namespace
+
+std::vector<Check> LogChecks() {
+    return {
+        {"log.formats", "GetFileFormats says so", FormatsAreLogged, Log::FirstName},
+        {"log.first-name", "TW_Log.so beside the program is taken before libTW_Log.so", FirstName, Log::BothNames},
+        {"log.second-name", "libTW_Log.so is taken when it is alone", SecondName, Log::SecondName},
+        {"log.beside-only", "without a log beside the program all works, and none is taken from elsewhere",
+         BesideTheProgramOnly, Log::None},
+        {"log.unknown-format", "a format that is not in the table is named", UnknownFormat, Log::FirstName},
+        {"log.not-opened", "a file that does not open is named, whatever its name", FileThatDoesNotOpen,
+         Log::FirstName},
+        {"log.no-memory", "lack of memory for a file is told", NoMemory, Log::FirstName},
+        {"log.nothing-else", "no other call says anything", NothingElse, Log::FirstName},
+    };
+}

@@ -1,0 +1,58 @@
+// Whole sessions, and more than one file.
+#include "Check.h"
+#include "Trial.h"
+
+namespace {
+
+void Mkv(Host& host) { Trial(host, "MKV ").Run(); }
+void Hmkv(Host& host) { Trial(host, "HMKV").Run(); }
+void Mka(Host& host) { Trial(host, "MKA ").Run(); }
+void Webm(Host& host) { Trial(host, "WEBM").Run(); }
+
+void HostsOwnOctets(Host& host) {
+    for (const char* format : kFormats) Trial(host, format, "file", 0xFF).Run();
+}
+
+void OneAfterAnother(Host& host) {
+    for (const char* format : {"MKV ", "MKV ", "WEBM", "WEBM", "HMKV", "WEBM", "MKA ", "MKV "}) {
+        Trial(host, format).Run();
+    }
+}
+
+void AfterAFailure(Host& host) {
+    for (const char* format : kFormats) {
+        const Record job = MakeJob(format, "H264", "AAC ");
+        host.CreateMediaFile(host.PathOf("none/file").c_str(), &job);
+        Trial(host, format).Run();
+    }
+}
+
+void SideBySide(Host& host) {
+    for (const char* format : kFormats) {
+        Trial first(host, format, "first");
+        first.SetUp();
+        Trial second(host, format, "second");
+        second.SetUp();
+        for (int i = 0; i < Trial::kFrames; ++i) {
+            first.Feed(i, i + 1);
+            if (i < 40) second.Feed(i, i + 1);
+        }
+        second.Finish(40);
+        first.Finish();
+    }
+}
+
+} // namespace
+
+std::vector<Check> SessionChecks() {
+    return {
+        {"session.mkv", "MKV of H.264 and AAC: every element and every frame", Mkv},
+        {"session.hmkv", "HMKV of havc and AC-3: every element and every frame", Hmkv},
+        {"session.mka", "MKA of MP3: every element and every frame", Mka},
+        {"session.webm", "WEBM of VP8 and Vorbis: every element and every frame", Webm},
+        {"session.host-octets", "the host's own octets of records change nothing", HostsOwnOctets},
+        {"files.one-by-one", "one file after another, of every kind", OneAfterAnother},
+        {"files.after-failure", "a file after one that could not be created", AfterAFailure},
+        {"files.side-by-side", "two files of one kind open at once", SideBySide},
+    };
+}

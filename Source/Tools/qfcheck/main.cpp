@@ -1,0 +1,138 @@
+// qfcheck: asks a build of the plug-in, one question at a time, whether it keeps the interface.
+#include <CLI/CLI.hpp>
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ElfFile.h"
+#include "Report.h"
+#include "Runner.h"
+
+namespace {
+
+enum ExitCode { kExitPassed = 0, kExitFailed = 1, kExitUsage = 2 };
+
+constexpr const char* kExamples = R"(Examples:
+  qfcheck ./qf_mkv.so                                everything
+  qfcheck --list                                     what is asked
+  qfcheck ./qf_mkv.so --only 'log.*' --only load     a part of it
+  qfcheck ./qf_mkv.so --json > report.json           for a program
+  qfcheck ./qf_mkv.so --junit report.xml             for a build server
+
+Exit codes: 0 all passed, 1 some failed, 2 usage, or a file that cannot be checked by this program)";
+
+int Fail(const std::string& message) {
+    std::fprintf(stderr, "qfcheck: %s\n", message.substr(0, message.find('\n')).c_str());
+    return kExitUsage;
+}
+
+std::vector<const Check*> Chosen(const std::vector<std::string>& patterns) {
+    std::vector<const Check*> chosen;
+    for (const Check& check : AllChecks()) {
+        const auto matches = [&](const std::string& p) { return fnmatch(p.c_str(), check.m_Name, 0) == 0; };
+        if (patterns.empty() || std::any_of(patterns.begin(), patterns.end(), matches)) chosen.push_back(&check);
+    }
+    for (const std::string& pattern : patterns) {
+        const auto matches = [&](const Check* check) { return fnmatch(pattern.c_str(), check->m_Name, 0) == 0; };
+        if (std::none_of(chosen.begin(), chosen.end(), matches)) {
+            throw std::invalid_argument("no check is called '" + pattern + "'; --list names them");
+        }
+    }
+    return chosen;
+}
+
+void WriteReport(const std::string& path, const std::string& words) {
+    std::FILE* const file = std::fopen(path.c_str(), "wb");
+    const bool isWritten = file != nullptr && std::fwrite(words.data(), 1, words.size(), file) == words.size();
+    const bool isClosed = file != nullptr && std::fclose(file) == 0;
+    if (!isWritten || !isClosed) throw std::runtime_error("cannot write '" + path + "': " + std::strerror(errno));
+}
+
+// Makes the checks in their turn. One that does not even load the plug-in says the same of all.
+std::vector<Result> RunAll(Runner& runner, const std::vector<const Check*>& checks, bool quiet) {
+    const Check& load = AllChecks().front();
+    const Result loaded = runner.Run(load);
+    std::vector<Result> results;
+    for (const Check* check : checks) {
+        if (check == &load) {
+            results.push_back(loaded);
+        } else if (loaded.m_Outcome == Outcome::Passed) {
+            results.push_back(runner.Run(*check));
+        } else {
+            results.push_back({check, Outcome::Failed, "the plug-in does not load: " + loaded.m_Message, 0});
+        }
+        if (!quiet) {
+            std::printf("%s\n", AsText(results.back()).c_str());
+            std::fflush(stdout);
+        }
+    }
+    return results;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 6 && std::string(argv[1]) == kMakeOneCheck) MakeOneCheck(argv + 2);
+
+    CLI::App app("Checks a build of the qf_mkv plug-in, or of any plug-in of its interface, as a host sees it.",
+                 "qfcheck");
+    std::string plugin;
+    bool json = false;
+    std::string junit;
+    bool list = false;
+    std::vector<std::string> only;
+    double timeLimit = 10;
+    app.add_option("PLUGIN", plugin, "the plug-in's file, of this program's word size");
+    app.add_flag("--json", json, "one JSON object on stdout instead of lines");
+    app.add_option("--junit", junit, "write a JUnit report there as well")->type_name("FILE");
+    app.add_flag("--list", list, "say what is asked, and end");
+    app.add_option("--only", only, "ask only what has this name, * and ? for what one likes; may be given again")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    app.add_option("--timeout", timeLimit, "seconds that one check may take, 10 by default")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 86400.0));
+    app.set_version_flag("--version", "qfcheck " QF_VERSION ", " + std::to_string(kWordSize) + "-bit");
+    app.footer(kExamples);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        std::fputs(app.help().c_str(), stdout);
+        return kExitPassed;
+    } catch (const CLI::CallForVersion& version) {
+        std::printf("%s\n", version.what());
+        return kExitPassed;
+    } catch (const CLI::ParseError& error) {
+        return Fail(error.what());
+    }
+
+    try {
+        const std::vector<const Check*> checks = Chosen(only);
+        if (list) {
+            for (const Check* check : checks) std::printf("%-26s %s\n", check->m_Name, check->m_Summary);
+            return kExitPassed;
+        }
+        if (plugin.empty()) return Fail("PLUGIN is missing; --help has examples");
+        const std::string why = WhyNotALibrary(plugin);
+        if (!why.empty()) return Fail(why);
+        Runner runner(std::filesystem::absolute(plugin).string(), timeLimit);
+        const std::vector<Result> results = RunAll(runner, checks, json);
+        std::printf("%s", json ? AsJson(plugin, results).c_str() : (Summary(results) + "\n").c_str());
+        if (!junit.empty()) WriteReport(junit, AsJUnit(plugin, results));
+        if (std::fflush(stdout) != 0) return Fail(std::string("cannot write to stdout: ") + std::strerror(errno));
+        const bool isGood = std::none_of(results.begin(), results.end(),
+                                         [](const Result& result) { return result.m_Outcome == Outcome::Failed; });
+        return isGood ? kExitPassed : kExitFailed;
+    } catch (const Interrupted& interrupted) {
+        return 128 + interrupted.m_Signal;
+    } catch (const std::exception& error) {
+        return Fail(error.what());
+    }
+}
