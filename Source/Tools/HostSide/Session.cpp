@@ -86,7 +86,7 @@ SessionWriter::SessionWriter(const std::string& path, const std::string& pluginV
 
 json SessionWriter::Store(const void* data, std::int64_t size) {
     if (data == nullptr) return nullptr;
-    const json reference = {{"at", m_PayloadSize}, {"size", size}};
+    json reference = {{"at", m_PayloadSize}, {"size", size}};
     if (size > 0) {
         const auto octets = static_cast<std::size_t>(size);
         if (std::fwrite(data, 1, octets, m_Payload.get()) != octets) {
@@ -104,7 +104,7 @@ void SessionWriter::Write(const json& line) {
     }
 }
 
-void HostCalls::Record(json line) {
+void HostCalls::Record(const json& line) {
     if (m_Writer != nullptr) m_Writer->Write(line);
 }
 
@@ -122,7 +122,7 @@ int HostCalls::SetMuxParam(MuxParam* param) {
     }
     const int result = m_Plugin.SetMuxParam(param);
     line["result"] = result;
-    Record(std::move(line));
+    Record(line);
     return result;
 }
 
