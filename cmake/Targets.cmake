@@ -1,3 +1,6 @@
+set(qf_source_folder ${PROJECT_SOURCE_DIR}/Source)
+set(qf_ignorelist ${CMAKE_CURRENT_LIST_DIR}/sanitize.ignorelist)
+
 # What every target of this project is built with.
 function(qf_target target)
     target_compile_options(
@@ -8,5 +11,29 @@ function(qf_target target)
         target_compile_options(
             ${target} PRIVATE -fsanitize=${QF_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
         target_link_options(${target} PRIVATE -fsanitize=${QF_SANITIZE})
+    endif()
+    cmake_path(IS_PREFIX qf_source_folder ${CMAKE_CURRENT_SOURCE_DIR} in_source)
+    if(in_source)
+        qf_sanitize_source(${target})
+    endif()
+endfunction()
+
+# The checks of integers, under which tests are free to wrap and what lies in Source/ is not.
+function(qf_sanitize_source target)
+    if(QF_SANITIZE_SOURCE)
+        target_compile_options(
+            ${target} PRIVATE -fsanitize=${QF_SANITIZE_SOURCE} -fno-sanitize-recover=all
+                              -fsanitize-ignorelist=${qf_ignorelist})
+        set_property(TARGET ${target} APPEND PROPERTY OBJECT_DEPENDS ${qf_ignorelist})
+    endif()
+endfunction()
+
+# What a library that ships is hardened with. FORTIFY_SOURCE works in optimised builds alone, and the sanitizers have
+# checks of their own.
+function(qf_harden target)
+    if(NOT QF_SANITIZE)
+        target_compile_options(
+            ${target} PRIVATE -fstack-protector-strong
+                              $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
     endif()
 endfunction()

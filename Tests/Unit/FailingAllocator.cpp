@@ -31,3 +31,5 @@ void* operator new(std::size_t size) {
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+// For a constructor that throws under new (std::nothrow); a sanitizer's own would not know where the memory is from.
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }

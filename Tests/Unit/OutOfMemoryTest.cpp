@@ -112,7 +112,7 @@ TEST_P(OutOfMemory, ATriedAgainSessionIsTheSameFile) {
     Attempts undisturbed(0);
     const Octets expected = Session(undisturbed);
     ASSERT_GT(expected.size(), 4096U);
-    ASSERT_GT(undisturbed.m_Seen, 80);
+    ASSERT_GT(undisturbed.m_Seen, 60); // clang elides some
     int thrown = 0;
     for (long failing = 1; failing <= undisturbed.m_Seen; ++failing) {
         Attempts attempt(failing);

@@ -1,10 +1,11 @@
-// The records that cross the boundary between the host and the plug-in.
-//
-// The host fills and owns every record; the plug-in only reads them, and keeps no pointer into them beyond the call.
-// Host and plug-in are built separately, so positions and widths are the interface: each is asserted below, for 4-byte
-// and for 8-byte pointers. Fields named `host...` are the host's own: the plug-in keeps their width and never looks.
-//
-// Integers are little-endian, 64-bit members are aligned to 4, a wide character is one 32-bit unit (UTF-32).
+/// \file
+/// The records that cross the boundary between the host and the plug-in.
+///
+/// The host fills and owns every record; the plug-in only reads them, and keeps no pointer into them beyond the call.
+/// Host and plug-in are built separately, so positions and widths are the interface: each is asserted below, for 4-byte
+/// and for 8-byte pointers. Fields named `host...` are the host's own: the plug-in keeps their width and never looks.
+///
+/// Integers are little-endian, 64-bit members are aligned to 4, a wide character is one 32-bit unit (UTF-32).
 #pragma once
 
 #include <cstddef>
@@ -13,9 +14,12 @@
 static_assert(sizeof(wchar_t) == 4, "texts cross the boundary as UTF-32");
 static_assert(sizeof(int) == 4, "the interface counts in 32-bit integers");
 
-// Four ASCII characters, the first in the lowest octet, padded with blanks: 'H264' is 0x34363248.
+/// Four ASCII characters, the first in the lowest octet, padded with blanks: `H264` is 0x34363248.
 using FourCC = std::uint32_t;
 
+/// The code of four characters, as in `MakeFourCC("AAC ")`.
+/// \param text four characters and the terminating zero
+/// \return the code
 constexpr FourCC MakeFourCC(const char (&text)[5]) {
     return static_cast<unsigned char>(text[0]) + static_cast<unsigned char>(text[1]) * 0x100U +
            static_cast<unsigned char>(text[2]) * 0x10000U + static_cast<unsigned char>(text[3]) * 0x1000000U;
@@ -23,93 +27,93 @@ constexpr FourCC MakeFourCC(const char (&text)[5]) {
 
 #pragma pack(push, 4)
 
-// One video stream. The muxer copies it whole.
+/// One video stream. The muxer copies it whole.
 struct VideoParam {
-    FourCC fourCC;       // H264 I264 A264 N264 havc MP1V MP2V MP4V Xvid "VP8 ", or any other code
-    std::int32_t width;  // pixels
-    std::int32_t height; // pixels; negative for a bottom-up picture, whose magnitude counts
-    double frameRate;    // frames per second, greater than 0
-    unsigned char host20[24];
-    std::int32_t bitCount; // bits per pixel; the low 16 bits are used, in Video-for-Windows headers only
-    unsigned char host48[6180];
+    FourCC fourCC;              ///< H264 I264 A264 N264 havc MP1V MP2V MP4V Xvid "VP8 ", or any other code
+    std::int32_t width;         ///< pixels
+    std::int32_t height;        ///< pixels; negative for a bottom-up picture, whose magnitude counts
+    double frameRate;           ///< frames per second, greater than 0
+    unsigned char host20[24];   ///< the host's own
+    std::int32_t bitCount;      ///< bits per pixel; the low 16 bits are used, in Video-for-Windows headers only
+    unsigned char host48[6180]; ///< the host's own
 };
 
-// One audio stream.
+/// One audio stream.
 struct AudioParam {
-    FourCC fourCC;           // "AAC " "AC3 " "MP3 " MP2A "DTS " "PCM " VBIS (Vorbis), or any other code
-    std::int32_t sampleRate; // samples per second
-    std::int32_t channels;
-    unsigned char host12[12];
-    std::int32_t bitsPerSample;
-    unsigned char host28[6164];
+    FourCC fourCC;              ///< "AAC " "AC3 " "MP3 " MP2A "DTS " "PCM " VBIS (Vorbis), or any other code
+    std::int32_t sampleRate;    ///< samples per second
+    std::int32_t channels;      ///< channels
+    unsigned char host12[12];   ///< the host's own
+    std::int32_t bitsPerSample; ///< bits per sample; written for compressed codecs too
+    unsigned char host28[6164]; ///< the host's own
 };
 
-// One output job. A host's own record may be longer.
+/// One output job. A host's own record may be longer.
 struct EncodeParam {
-    VideoParam videoParam;
-    AudioParam audioParam;
-    std::uint32_t disableVideo; // non-zero: the job has no video stream
-    std::uint32_t disableAudio; // non-zero: the job has no audio stream
-    FourCC formatFourCC;        // "MKV " HMKV "MKA " WEBM
+    VideoParam videoParam;      ///< not looked at when the job has no video
+    AudioParam audioParam;      ///< not looked at when the job has no audio
+    std::uint32_t disableVideo; ///< non-zero: the job has no video stream
+    std::uint32_t disableAudio; ///< non-zero: the job has no audio stream
+    FourCC formatFourCC;        ///< "MKV " HMKV "MKA " WEBM
 };
 
-// Muxing options of the Matroska formats, see SetMuxParam.
+/// Muxing options of the Matroska formats, see SetMuxParam.
 struct MuxParam {
-    std::uint32_t host0;
-    std::uint32_t muxFlags; // bit 0: write the display aspect below as the video track's display size
-    std::uint32_t host8;
-    std::int32_t displayAspectX; // used when both terms are greater than 0
-    std::int32_t displayAspectY;
-    std::uint32_t host20;
+    std::uint32_t host0;         ///< the host's own
+    std::uint32_t muxFlags;      ///< bit 0: write the display aspect below as the video track's display size
+    std::uint32_t host8;         ///< the host's own
+    std::int32_t displayAspectX; ///< used when both terms are greater than 0
+    std::int32_t displayAspectY; ///< the other term
+    std::uint32_t host20;        ///< the host's own
 };
 
-// One compressed frame. Audio and video use different fields for their octets. A host's own record may be longer.
+/// One compressed frame. Audio and video use different fields for their octets. A host's own record may be longer.
 struct MEDIA_FRAME {
-    unsigned char host0[12];
-    unsigned char* videoData; // WriteVideoPacket reads these octets, and on the H.264 start-code paths rewrites them
-    std::int32_t videoSize;   // octets at videoData
-    unsigned char* audioData; // one audio frame, or several end to end
-    std::int32_t audioSize;   // octets at audioData
-    unsigned char hostAfterAudio[28];
-    std::uint32_t frameFlags; // video: non-zero when the frame needs no other; not read for audio
-    unsigned char hostAfterFlags[24];
-    std::int64_t timestamp; // start, 100 ns units
-    unsigned char hostAfterTimestamp[8];
-    std::int32_t duration; // 100 ns units; below 1 counts as 1 where the frame's end is formed
+    unsigned char host0[12];             ///< the host's own
+    unsigned char* videoData;            ///< read by WriteVideoPacket, rewritten on the H.264 start-code paths
+    std::int32_t videoSize;              ///< octets at videoData
+    unsigned char* audioData;            ///< one audio frame, or several end to end
+    std::int32_t audioSize;              ///< octets at audioData
+    unsigned char hostAfterAudio[28];    ///< the host's own
+    std::uint32_t frameFlags;            ///< video: non-zero when the frame needs no other; not read for audio
+    unsigned char hostAfterFlags[24];    ///< the host's own
+    std::int64_t timestamp;              ///< start, 100 ns units
+    unsigned char hostAfterTimestamp[8]; ///< the host's own
+    std::int32_t duration;               ///< 100 ns units; below 1 counts as 1 where the frame's end is formed
 };
 
-// One codec that a format accepts. A list ends with a fourCC of 0.
+/// One codec that a format accepts. A list ends with a fourCC of 0.
 struct EncoderEntry {
-    FourCC fourCC;
-    std::uint32_t reserved; // 0
+    FourCC fourCC;          ///< the codec, as in VideoParam and AudioParam
+    std::uint32_t reserved; ///< 0
 };
 
-// One encoder of a plug-in that offers encoders. This one offers none: its table is the terminator, all zero.
+/// One encoder of a plug-in that offers encoders. This one offers none: its table is the terminator, all zero.
 struct EncoderInfo {
-    FourCC fourCC; // 0 ends the table
-    unsigned char host4[848];
+    FourCC fourCC;            ///< 0 ends the table
+    unsigned char host4[848]; ///< not used here
 };
 
-// Progress of CloseMediaFile. Accepted and never called: closing is synchronous and reports nothing.
+/// Progress of CloseMediaFile. Accepted and never called: closing is synchronous and reports nothing.
 using ProgressCallback = unsigned int (*)(void*, unsigned int, unsigned int, unsigned int);
 
-// One file format: what it is called, which codecs it accepts and the functions that write it.
-// A table of formats ends with a fourCC of 0.
+/// One file format: what it is called, which codecs it accepts and the functions that write it.
+/// A table of formats ends with a fourCC of 0. The functions are the exported ones of the same names.
 struct FileFormatInfo {
-    FourCC fourCC;
-    wchar_t extension[10]; // with its dot
-    wchar_t shortName[64];
-    wchar_t description[128];
-    EncoderEntry* audioEncoders;
-    EncoderEntry* videoEncoders; // null: the format has no video
-    void* (*CreateMediaFile)(const wchar_t*, const EncodeParam*);
-    int (*WriteAudioPacket)(void*, const MEDIA_FRAME*, int*);
-    int (*WriteVideoPacket)(void*, const MEDIA_FRAME*); // null: the format has no video
-    void (*CloseMediaFile)(void*, ProgressCallback, void*);
-    void (*WriteVosData)(void*, unsigned char*, int);
-    void (*WritezXPSData)(void*, unsigned char*, int, unsigned char*, int); // null: the format has no video
-    void (*spare)();                                                        // null in every record
-    int (*SetMuxParam)(MuxParam*);                                          // set where the format takes options
+    FourCC fourCC;               ///< "MKV " HMKV "MKA " WEBM; 0 ends the table
+    wchar_t extension[10];       ///< with its dot
+    wchar_t shortName[64];       ///< a name for lists
+    wchar_t description[128];    ///< a line for lists
+    EncoderEntry* audioEncoders; ///< the audio codecs, ended by a fourCC of 0
+    EncoderEntry* videoEncoders; ///< the video codecs likewise; null: the format has no video
+    void* (*CreateMediaFile)(const wchar_t*, const EncodeParam*);           ///< see CreateMediaFile
+    int (*WriteAudioPacket)(void*, const MEDIA_FRAME*, int*);               ///< see WriteAudioPacket
+    int (*WriteVideoPacket)(void*, const MEDIA_FRAME*);                     ///< null: the format has no video
+    void (*CloseMediaFile)(void*, ProgressCallback, void*);                 ///< see CloseMediaFile
+    void (*WriteVosData)(void*, unsigned char*, int);                       ///< see WriteVosData
+    void (*WritezXPSData)(void*, unsigned char*, int, unsigned char*, int); ///< null: the format has no video
+    void (*spare)();                                                        ///< null in every record
+    int (*SetMuxParam)(MuxParam*); ///< set where the format takes options, else null
 };
 
 #pragma pack(pop)
@@ -153,7 +157,10 @@ QF_ASSERT_AT_PER_ABI(MEDIA_FRAME, timestamp, 84, 92);
 QF_ASSERT_AT_PER_ABI(MEDIA_FRAME, duration, 100, 108);
 static_assert(sizeof(MEDIA_FRAME) == (sizeof(void*) == 4 ? 104 : 112), "MEDIA_FRAME");
 
+QF_ASSERT_AT(EncoderEntry, fourCC, 0);
 static_assert(sizeof(EncoderEntry) == 8, "EncoderEntry");
+
+QF_ASSERT_AT(EncoderInfo, fourCC, 0);
 static_assert(sizeof(EncoderInfo) == 852, "EncoderInfo");
 
 QF_ASSERT_AT(FileFormatInfo, fourCC, 0);

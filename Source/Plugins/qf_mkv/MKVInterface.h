@@ -1,96 +1,143 @@
-// The plug-in's face to a host: tables that say which file formats it writes and which codecs each accepts, and the
-// functions that write a file. A host loads the library, finds these names in it and includes this header for their
-// types. GetEncoders, GetFileFormats and GetMultiVersion have plain names; the functions below them are exported under
-// their decorated (Itanium C++ ABI) names.
-//
-// The life of a file: CreateMediaFile; WriteVosData and WritezXPSData with codec set-up data, best before the first
-// frame; WriteVideoPacket and WriteAudioPacket with frames, each kind in decoding order; CloseMediaFile.
-// Calls come from one thread at a time. std::bad_alloc is the only exception that leaves the library; the call has then
-// taken nothing in (an H.264 frame may have had its start codes overwritten), and the handle stays usable.
+/// \file
+/// The plug-in's face to a host: tables that say which file formats it writes and which codecs each accepts, and the
+/// functions that write a file. A host loads the library, finds these names in it and includes this header for their
+/// types. GetEncoders, GetFileFormats and GetMultiVersion have plain names; the functions below them are exported under
+/// their decorated (Itanium C++ ABI) names.
+///
+/// The life of a file: CreateMediaFile; WriteVosData and WritezXPSData with codec set-up data, best before the first
+/// frame; WriteVideoPacket and WriteAudioPacket with frames, each kind in decoding order; CloseMediaFile.
+/// Calls come from one thread at a time. std::bad_alloc is the only exception that leaves the library; the call has
+/// then taken nothing in (an H.264 frame may have had its start codes overwritten), and the handle stays usable.
 #pragma once
 
 #include "HostRecords.h"
 
+/// Leaves the library.
 #define QF_EXPORT __attribute__((visibility("default")))
 #if defined(__i386__)
-// Hosts of older compilers align their stack to 4 octets only.
+/// A function that a host calls. Hosts of older compilers align their stack to 4 octets only.
 #define QF_ENTRY QF_EXPORT __attribute__((force_align_arg_pointer))
 #else
+/// A function that a host calls.
 #define QF_ENTRY QF_EXPORT
 #endif
 
 extern "C" {
 
-// The formats: "MKV ", HMKV, "MKA " and WEBM, then the terminator. The library's own, valid while it is loaded.
+/// The formats: "MKV ", HMKV, "MKA " and WEBM, then the terminator.
+/// \return FormatArray, the library's own, valid while it is loaded
 QF_ENTRY FileFormatInfo* GetFileFormats();
 
-// The encoders on offer: none, so the terminator. The library's own, valid while it is loaded.
+/// The encoders on offer: none, so the terminator.
+/// \return EncoderArray, the library's own, valid while it is loaded
 QF_ENTRY EncoderInfo* GetEncoders();
 
-// Writes the version, "5,0,0,14" with its terminating zero, 9 octets in all. Returns 8, or 0 for a null buffer.
+/// Writes the version, "5,0,0,14" with its terminating zero.
+/// \param buffer room for 9 octets, the host's; or null
+/// \return 8, or 0 for a null buffer
 QF_ENTRY int GetMultiVersion(char* buffer);
 
-// The codecs of each format, ended by a fourCC of 0.
-extern QF_EXPORT EncoderEntry MKVAudioEncoders[];
-extern QF_EXPORT EncoderEntry MKVVideoEncoders[];
-extern QF_EXPORT EncoderEntry HMKVAudioEncoders[];
-extern QF_EXPORT EncoderEntry HMKVVideoEncoders[];
-extern QF_EXPORT EncoderEntry WEBMAudioEncoders[];
-extern QF_EXPORT EncoderEntry WEBMVideoEncoders[];
+extern QF_EXPORT EncoderEntry MKVAudioEncoders[];  ///< audio codecs of "MKV " and "MKA ", ended by a fourCC of 0
+extern QF_EXPORT EncoderEntry MKVVideoEncoders[];  ///< video codecs of "MKV "
+extern QF_EXPORT EncoderEntry HMKVAudioEncoders[]; ///< audio codecs of HMKV
+extern QF_EXPORT EncoderEntry HMKVVideoEncoders[]; ///< video codecs of HMKV
+extern QF_EXPORT EncoderEntry WEBMAudioEncoders[]; ///< audio codecs of WEBM
+extern QF_EXPORT EncoderEntry WEBMVideoEncoders[]; ///< video codecs of WEBM
 
-// What GetFileFormats and GetEncoders return.
-extern QF_EXPORT FileFormatInfo FormatArray[];
-extern QF_EXPORT EncoderInfo EncoderArray[];
+extern QF_EXPORT FileFormatInfo FormatArray[]; ///< what GetFileFormats returns
+extern QF_EXPORT EncoderInfo EncoderArray[];   ///< what GetEncoders returns
 
-// The muxing options that later Matroska files are created with. Set them through SetMuxParam.
+/// The muxing options that later Matroska files are created with. Set them through SetMuxParam.
 extern QF_EXPORT MuxParam m_MuxParam;
 
-// 1 while the file created last is a WebM file, else 0. Every call with a handle goes to the muxer that this flag
-// names, not to the handle's own: one kind of file is open at a time, by design. A handle of the other kind is refused
-// (0, or nothing happens), and closing it still completes its file.
+/// 1 while the file created last is a WebM file, else 0. Every call with a handle goes to the muxer that this flag
+/// names, not to the handle's own: one kind of file is open at a time, by design. A handle of the other kind is refused
+/// (0, or nothing happens), and closing it still completes its file. A failed creation sets the flag too.
 extern QF_EXPORT std::uint32_t IsWebm;
 
 } // extern "C"
 
-// 1 for a format of the table, else 0. 0 is none.
+/// Whether the table has a format.
+/// \param format the format's code; the upper half of 8-octet values must be 0
+/// \return 1 for a format of the table, else 0; 0 is none
 QF_ENTRY int FindFileFormat(unsigned long format);
 
-// There are no encoders: null, 0 and nothing, and no argument is looked at.
+/// There are no encoders, and no argument is looked at.
+/// \param fourCC not used
+/// \param param not used
+/// \return null
 QF_ENTRY void* CreateEncoder(unsigned long fourCC, const EncodeParam* param);
+
+/// There are no encoders, and no argument is looked at.
+/// \param encoder not used
+/// \param frame not used
+/// \param outFrame not used
+/// \param outSizes not used
+/// \return 0
 QF_ENTRY int Encode(void* encoder, const MEDIA_FRAME* frame, MEDIA_FRAME** outFrame, int** outSizes);
+
+/// There are no encoders: does nothing.
+/// \param encoder not used
 QF_ENTRY void DestroyEncoder(void* encoder);
 
-// Returns 1 and leaves the record as it is: every audio stream will do.
+/// Leaves the record as it is: every audio stream will do.
+/// \param param not used
+/// \return 1
 QF_ENTRY int ReviseAudioParam(AudioParam* param);
 
-// Copies the options, null for none, and reduces the display aspect to its lowest terms. Files that are open keep
-// theirs. Returns a number without meaning: displayAspectX when a term is 0, else the reduced displayAspectY.
+/// Copies the options and reduces the display aspect to its lowest terms. Files that are open keep theirs.
+/// \param param the options, the host's; null for none
+/// \return a number without meaning: displayAspectX when a term is 0, else the reduced displayAspectY
 QF_ENTRY int SetMuxParam(MuxParam* param);
 
-// Creates path (UTF-32, cut at 2,047 octets of UTF-8) for the job and returns the handle, which CloseMediaFile ends.
-// Returns null, with a message in the host's log, for a format that is not in the table, a file that does not open and
-// lack of memory for the muxer; without a message for a null argument. Nothing is written before the first frames.
-// A path whose last extension begins ".iso:" is a pseudo-file: all calls succeed and nothing is written.
+/// Creates a file for a job. Nothing is written before the first frames. Replaces a file that is there. A path whose
+/// last extension begins ".iso:" is a pseudo-file: all calls succeed and nothing is written.
+/// \param path UTF-32, ended by a zero; cut at 2,047 octets of UTF-8
+/// \param param the job, copied
+/// \return the handle, the host's until CloseMediaFile ends it. Null, with a message in the host's log, for a format
+/// that is not in the table, a file that does not open and lack of memory for the muxer; null without a message for a
+/// null argument
 QF_ENTRY void* CreateMediaFile(const wchar_t* path, const EncodeParam* param);
 
-// Take one frame in and copy it. Return the octets taken; 0 when there is no such track, nothing to take, or a null
-// handle or frame. On the H.264 start-code paths the frame's start codes are overwritten in the host's buffer.
-// frameSizes: null for one audio frame, else a count n and the octets of n frames that lie end to end in audioData. A
-// frame that would reach past audioSize ends the list; an audioSize of 0 or below leaves it to the table.
+/// Takes one video frame in and copies it. On the H.264 start-code paths the frame's start codes are overwritten with
+/// lengths in the host's buffer. Write errors are not reported.
+/// \param handle an open file, or null
+/// \param frame videoData, videoSize, frameFlags, timestamp and duration (100 ns units); or null
+/// \return the octets taken; 0 when there is no such track, nothing to take, or a null argument
+/// \throws std::bad_alloc: nothing has been taken in, and the handle stays usable
 QF_ENTRY int WriteVideoPacket(void* handle, const MEDIA_FRAME* frame);
+
+/// Takes one audio frame in, or several that lie end to end and share the record's duration evenly, and copies them.
+/// Write errors are not reported.
+/// \param handle an open file, or null
+/// \param frame audioData, audioSize, timestamp and duration (100 ns units); or null
+/// \param frameSizes null for one frame, else a count n and the octets of n frames. A size below 1 is no frame; a frame
+/// that would reach past audioSize ends the list; an audioSize of 0 or below leaves it to the table
+/// \return the octets taken; 0 when there is no such track, nothing to take, or a null handle or frame
+/// \throws std::bad_alloc: nothing has been taken in, and the handle stays usable
 QF_ENTRY int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* frameSizes);
 
-// AAC: the AudioSpecificConfig (ISO/IEC 14496-3). Vorbis: the three header packets, laced as in Matroska's
-// CodecPrivate. Data for other codecs is ignored. After the first frames have been written the room is fixed: 1,024
-// octets for AAC, 10,240 for Vorbis, or what came before; what does not fit is ignored.
+/// Set-up data of audio, copied. AAC: the AudioSpecificConfig (ISO/IEC 14496-3). Vorbis: the three header packets,
+/// laced as in Matroska's CodecPrivate. Data for other codecs is ignored. After the first frames have been written the
+/// room is fixed: 1,024 octets for AAC, 10,240 for Vorbis, or what came before; what does not fit is ignored. \param
+/// handle an open file, or null \param data the octets, the host's; or null \param length octets at data
 QF_ENTRY void WriteVosData(void* handle, unsigned char* data, int length);
 
-// H.264: one picture and one sequence parameter set, NAL units without start codes. MPEG-1/2: the sequence header in
-// the second buffer, the first is not looked at. Data for other codecs is ignored. After the first frames have been
-// written the room is fixed: 1,024 octets for H.264, or what came before; what does not fit is ignored.
+/// Set-up data of video, copied. H.264: one picture and one sequence parameter set, NAL units without start codes.
+/// MPEG-1/2: the sequence header in the second buffer, the first is not looked at. Data for other codecs is ignored.
+/// After the first frames have been written the room is fixed: 1,024 octets for H.264, or what came before; what does
+/// not fit is ignored.
+/// \param handle an open file, or null
+/// \param pictureSet the picture parameter set, the host's; or null
+/// \param pictureSetLength octets at pictureSet
+/// \param sequenceSet the sequence parameter set or sequence header, the host's; or null
+/// \param sequenceSetLength octets at sequenceSet
 QF_ENTRY void WritezXPSData(void* handle, unsigned char* pictureSet, int pictureSetLength, unsigned char* sequenceSet,
                             int sequenceSetLength);
 
-// Completes and closes the file and ends the handle. The callback and its argument are accepted and never used.
-// Does not fail: a file whose disk is full, or for whose index memory ran out, ends where it could be written.
+/// Completes and closes the file and ends the handle. Does not fail and does not report: a file whose disk is full, or
+/// for whose index memory ran out, ends where it could be written.
+/// \param handle an open file of either kind, whatever IsWebm says; or null, for which nothing happens
+/// \param progress accepted and never called
+/// \param argument accepted and never used
 QF_ENTRY void CloseMediaFile(void* handle, ProgressCallback progress, void* argument);

@@ -95,7 +95,7 @@ void SessionWriter::Fail() {
 
 json SessionWriter::Store(const void* data, std::int64_t size) {
     if (data == nullptr) return nullptr;
-    const json reference = {{"at", m_PayloadSize}, {"size", size}};
+    json reference = {{"at", m_PayloadSize}, {"size", size}};
     if (size > 0 && !m_HasFailed) {
         const auto octets = static_cast<std::size_t>(size);
         if (std::fwrite(data, 1, octets, m_Payload.get()) != octets) Fail();
@@ -114,7 +114,7 @@ void SessionWriter::Flush() {
     if (!m_HasFailed && (std::fflush(m_Payload.get()) != 0 || std::fflush(m_Text.get()) != 0)) Fail();
 }
 
-void HostCalls::Record(json line) {
+void HostCalls::Record(const json& line) {
     if (m_Writer != nullptr) m_Writer->Write(line);
 }
 
@@ -132,7 +132,7 @@ int HostCalls::SetMuxParam(MuxParam* param) {
     }
     const int result = m_Plugin.SetMuxParam(param);
     line["result"] = result;
-    Record(std::move(line));
+    Record(line);
     return result;
 }
 

@@ -61,7 +61,7 @@ public:
     void CloseMediaFile(void* handle);
 
 private:
-    void Record(nlohmann::json line);
+    void Record(const nlohmann::json& line);
     int FileNumber(void* handle) const;
 
     const Plugin& m_Plugin;

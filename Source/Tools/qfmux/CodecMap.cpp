@@ -109,7 +109,7 @@ std::vector<std::uint8_t> LacedVorbisHeaders(const std::vector<std::uint8_t>& se
     std::size_t position = 0;
     for (std::size_t i = 0; i < packets.size(); ++i) {
         if (setupData.size() - position < 2) return {};
-        sizes[i] = setupData[position] * std::size_t{256} + setupData[position + 1];
+        sizes[i] = setupData[position] * 256U + setupData[position + 1];
         position += 2;
         if (setupData.size() - position < sizes[i]) return {};
         packets[i] = setupData.data() + position;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -13,7 +14,7 @@ constexpr auto kInterval = std::chrono::milliseconds(200);
 constexpr int kBarWidth = 30;
 
 std::string ClockText(double seconds) {
-    const auto whole = static_cast<long>(seconds + 0.5);
+    const auto whole = std::lround(seconds);
     char text[32];
     std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
     return text;

@@ -23,6 +23,8 @@ int Fail(int code, const std::string& message) {
 
 } // namespace
 
+// CLI11 throws outside parse() for options that are defined wrongly alone.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     OpenStandardStreams();
     CLI::App app("Makes the calls of a session that qfmux --record wrote to a build of the plug-in.", "qfreplay");

@@ -1,0 +1,49 @@
+// Commits one fault, named on the command line, that the sanitizers of this build must catch: a build in which one of
+// them is silently missing would pass every other test.
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+// Out of the optimiser's sight.
+template <class Type>
+Type Opaque(Type value) {
+    volatile Type hidden = value;
+    return hidden;
+}
+
+void Commit(const std::string& fault) {
+    if (fault == "leak") {
+        static_cast<void>(Opaque(std::malloc(16)));
+        // What the stack still holds of the pointer would count as a way to it.
+        unsigned char rest[4096];
+        std::memset(rest, 0, Opaque(sizeof rest));
+        static_cast<void>(Opaque(rest[17]));
+    } else if (fault == "heap") {
+        auto* const octets = static_cast<unsigned char*>(std::malloc(16));
+        octets[Opaque(16)] = 1;
+        std::free(octets);
+    } else if (fault == "signed") {
+        static_cast<void>(Opaque(Opaque(INT_MAX) + 1));
+    } else if (fault == "unsigned") {
+        static_cast<void>(Opaque(Opaque(0U) - 1));
+    } else if (fault == "conversion") {
+        // The compilers' own warnings catch what is written plainly.
+        unsigned char octet = static_cast<unsigned char>(Opaque(255));
+        octet += static_cast<unsigned char>(Opaque(1));
+        static_cast<void>(Opaque(octet));
+    }
+}
+
+} // namespace
+
+int main(int, char** arguments) {
+    const std::string fault = arguments[1];
+    Commit(fault);
+    // A leak is found when the process ends, all else before this.
+    if (fault != "leak") std::puts("nothing was caught");
+    return 0;
+}
