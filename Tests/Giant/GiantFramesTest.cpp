@@ -42,6 +42,8 @@ struct Row {
     std::int32_t m_Size;
     bool m_StartCodes;
     double m_Copies; // of the frame in the heap, at most
+
+    friend std::ostream& operator<<(std::ostream& out, const Row& row) { return out << row.m_Name; }
 };
 
 class GiantFrames : public HostTest, public testing::WithParamInterface<Row> {};

@@ -247,6 +247,8 @@ struct Shape {
     FourCC m_Format;
     FourCC m_Video;
     std::int64_t m_Step; // between frames
+
+    friend std::ostream& operator<<(std::ostream& out, const Shape& shape) { return out << shape.m_Name; }
 };
 
 class AMillionFrames : public Limits, public testing::WithParamInterface<Shape> {};

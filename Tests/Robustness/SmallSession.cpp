@@ -98,6 +98,7 @@ void SmallSession::Run() {
 
 RobustnessTest::RobustnessTest() {
     FakeEnvironment::SetTime(1704067200); // 2024-01-01 00:00:00 UTC
+    FakeEnvironment::SetRand({7, 8});     // whose memory is then there
     *m_Plugin.m_pIsWebm = 0;
     m_Plugin.SetMuxParam(nullptr);
     m_Plugin.GetFileFormats(); // which looks for the host's log, once for all
