@@ -1,20 +1,29 @@
-// The C library's calls for opening and seeking, as a plug-in that the test program loads makes them: a test may take
-// their place. Until it does they are the C library's.
+// The C library's calls for output files, as a plug-in that the test program loads makes them: a test may take their
+// place. Until it does they are the C library's.
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
 #include <cstdio>
 #include <functional>
 #include <string>
 
 namespace StdioHook {
 
-// The C library's own fopen.
+// The C library's own.
 std::FILE* Open(const char* path, const char* mode);
+std::size_t Write(const void* octets, std::size_t size, std::size_t count, std::FILE* stream);
+int Seek(std::FILE* stream, off_t offset, int origin);
+int Flush(std::FILE* stream);
+int Close(std::FILE* stream);
 
-// What fopen does from now on, in the whole program; empty for the C library's.
+// What fopen, fwrite, fseeko, fflush and fclose do from now on, in the whole program; empty for the C library's.
+// Octets that a caller puts into the stream's buffer by itself (putc_unlocked) pass SetWrite by.
 void SetOpen(std::function<std::FILE*(const std::string& path, const char* mode)> open);
-
-// Called before and after each fseeko from now on; empty for nothing.
-void SetSeek(std::function<void(bool done)> seek);
+void SetWrite(std::function<std::size_t(const void*, std::size_t size, std::size_t count, std::FILE*)> write);
+void SetSeek(std::function<int(std::FILE*, off_t offset, int origin)> seek);
+void SetFlush(std::function<int(std::FILE*)> flush);
+void SetClose(std::function<int(std::FILE*)> close);
 
 } // namespace StdioHook

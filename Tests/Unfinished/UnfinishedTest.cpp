@@ -151,9 +151,11 @@ void Write(const Work& work, const std::filesystem::path& path, const Stop& stop
         if (++frames == stop.m_AfterFrames) die();
     }
     std::int64_t seeks = 0;
-    StdioHook::SetSeek([&](bool done) {
-        if (seeks == stop.m_AtSeek && done == stop.m_SeekDone) die();
-        if (done) ++seeks;
+    StdioHook::SetSeek([&](std::FILE* stream, off_t offset, int origin) {
+        if (seeks == stop.m_AtSeek && !stop.m_SeekDone) die();
+        const int result = StdioHook::Seek(stream, offset, origin);
+        if (seeks++ == stop.m_AtSeek) die();
+        return result;
     });
     plugin.CloseMediaFile(handle, nullptr, nullptr);
 }
