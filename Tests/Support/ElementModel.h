@@ -4,7 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
-#include <list>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -101,14 +101,14 @@ public:
         Add(block, payload);
     }
     template <class Child>
-    void operator()(const std::list<Child>& children) const {
-        for (const Child& child : children) (*this)(child);
-    }
-    template <class Element>
-    void operator()(const Element& element) const {
-        Octets payload;
-        Element::Children(element, ElementModel(payload, m_Leaves));
-        m_Octets = m_Octets + ::Element(element.m_ID, payload);
+    void operator()(const Child& child) const {
+        if constexpr (std::is_base_of_v<MatroskaWriter::CID, Child>) {
+            Octets payload;
+            Child::Children(child, ElementModel(payload, m_Leaves));
+            m_Octets = m_Octets + Element(child.m_ID, payload);
+        } else { // a list
+            for (const auto& element : child) (*this)(element);
+        }
     }
 
 private:

@@ -39,8 +39,8 @@ void PayloadLedger::Created(const HostCall& call, bool opened) {
 std::vector<PayloadLedger::Block> PayloadLedger::BlocksOf(const HostCall& call, Book& book) const {
     std::vector<Block> blocks;
     if (call.nullRecord || !book.m_IsOpen || book.m_IsWebm != m_IsWebm) return blocks;
-    const auto add = [&](Octets octets, std::int64_t timestamp) {
-        if (!octets.empty()) blocks.push_back({std::move(octets), Plus(timestamp, 5000) / 10000});
+    const auto add = [&](const Octets& octets, std::int64_t start) {
+        if (!octets.empty()) blocks.push_back({octets, Plus(start, 5000) / 10000});
     };
     const std::int64_t timestamp = call.frame.timestamp;
     const Octets frame = Visible(call.data);
