@@ -759,17 +759,7 @@ private:
             call.data = Whole({});
             break;
         }
-        if (call.data.length <= 0) KeepTableWithin(call);
-    }
-
-    // A record that tells no size is trusted for its table, which then must not promise more than there is.
-    static void KeepTableWithin(HostCall& call) {
-        std::size_t rest = call.data.octets.size();
-        for (std::size_t i = 1; i < call.frameSizes.size(); ++i) {
-            int& size = call.frameSizes[i];
-            if (size > 0 && static_cast<std::size_t>(size) > rest) size = 0;
-            if (size > 0) rest -= static_cast<std::size_t>(size);
-        }
+        KeepTableWithin(call);
     }
 
     // The row of calls.
@@ -815,6 +805,16 @@ const char* NameOf(HostCall::Kind kind) {
         return "CloseMediaFile";
     }
     return "?";
+}
+
+void KeepTableWithin(HostCall& call) {
+    if (call.data.length > 0) return;
+    std::size_t rest = call.data.octets.size();
+    for (std::size_t i = 1; i < call.frameSizes.size(); ++i) {
+        int& size = call.frameSizes[i];
+        if (size > 0 && static_cast<std::size_t>(size) > rest) size = 0;
+        if (size > 0) rest -= static_cast<std::size_t>(size);
+    }
 }
 
 RandomSession MakeRandomSession(std::uint64_t seed) { return Generator(seed).Make(); }

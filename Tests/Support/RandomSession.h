@@ -55,5 +55,8 @@ struct RandomSession {
 
 const char* NameOf(HostCall::Kind kind);
 
+// A frame that tells no size is trusted for its table, which then must not promise more than there is.
+void KeepTableWithin(HostCall& call);
+
 // The same session for the same seed, in every build.
 RandomSession MakeRandomSession(std::uint64_t seed);

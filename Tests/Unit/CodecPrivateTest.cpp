@@ -6,6 +6,7 @@
 #include <random>
 
 #include "SameOctets.h"
+#include "VideoModels.h"
 
 namespace {
 
@@ -176,24 +177,6 @@ TEST(FindSequenceHeader, TakesTheFirst26Octets) {
     const Octets header = Join({Hex("000001B3"), Repeated(12, 0xAB), Hex("000001B5"), Repeated(6, 0xCD)});
     ASSERT_EQ(header.size(), 26U);
     EXPECT_TRUE(SameOctets(SequenceHeader(Join({header, Hex("000001B8 11223344")})), header));
-}
-
-// The scan, step by step, with signed positions as in its wording.
-Octets ModelSequenceHeader(const Octets& video) {
-    const int size = static_cast<int>(video.size());
-    int start = -1;
-    int end = size;
-    for (int i = 0; i < size - 3; ++i) {
-        const unsigned char* at = video.data() + i;
-        if (at[0] != 0 || at[1] != 0 || at[2] != 1) continue;
-        if (at[3] == 0xB3) {
-            start = i;
-        } else if (at[3] != 0xB5 && start >= 0) {
-            end = i;
-            break;
-        }
-    }
-    return start < 0 ? Octets{} : Octets(video.begin() + start, video.begin() + end);
 }
 
 TEST(FindSequenceHeader, IsTheModelForRandomRuns) {

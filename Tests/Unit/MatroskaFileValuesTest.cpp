@@ -5,6 +5,7 @@
 #include <random>
 
 #include "ClassNames.h"
+#include "ElementModel.h"
 #include "ElementRows.h"
 
 using namespace MatroskaWriter;
@@ -186,26 +187,7 @@ TEST(CInt, Rows) {
     }
 }
 
-// The rule of widths, step by step.
-Octets ModelIntPayload(std::int64_t value) {
-    const auto bits = static_cast<std::uint64_t>(value);
-    unsigned width = 1;
-    if (value != 0) {
-        const std::uint64_t magnitude = value < 0 ? ~bits + 1 : bits;
-        unsigned n = 0;
-        for (unsigned octet = 0; octet < 8; ++octet) {
-            if (((magnitude >> (8 * octet)) & 0xFF) != 0) n = octet + 1;
-        }
-        width = n;
-        if (value < 0 && ((bits >> (n + 6)) & 1) == 0) width = n + 1;
-        if (width > 8) width = 8;
-    }
-    Octets payload;
-    for (unsigned octet = width; octet-- > 0;)
-        payload.push_back(static_cast<unsigned char>((bits >> (8 * octet)) & 0xFF));
-    return payload;
-}
-
+// Against the rule of widths, step by step.
 void CompareInt(std::int64_t value) {
     const Octets expected = Element("FB", ModelIntPayload(value));
     const Octets actual = IntOctets(value);

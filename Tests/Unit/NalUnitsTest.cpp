@@ -10,20 +10,9 @@
 #include <random>
 
 #include "SameOctets.h"
+#include "VideoModels.h"
 
 namespace {
-
-// A frame in memory of exactly its size, so that a sanitizer sees every octet too far.
-struct HostFrame {
-    explicit HostFrame(const Octets& octets) : m_Size(static_cast<int>(octets.size())) {
-        m_pData = std::make_unique<unsigned char[]>(octets.size());
-        std::copy(octets.begin(), octets.end(), m_pData.get());
-    }
-    Octets Content() const { return {m_pData.get(), m_pData.get() + m_Size}; }
-
-    int m_Size;
-    std::unique_ptr<unsigned char[]> m_pData;
-};
 
 // ---- start codes
 
@@ -69,35 +58,10 @@ TEST(FindStartCode, LooksAtNothingBehindTheLength) {
 
 // ---- splitting
 
-// What a splitter did: the units handed on, the types asked for, the frame as it is afterwards.
-struct Split {
-    std::vector<Octets> m_Units;
-    std::vector<unsigned> m_Types;
-    Octets m_Frame;
-    int m_Total = 0;
-    bool operator==(const Split& other) const {
-        return m_Units == other.m_Units && m_Types == other.m_Types && m_Frame == other.m_Frame &&
-               m_Total == other.m_Total;
-    }
-};
-
-using Keep = std::function<bool(unsigned)>;
 bool KeepSlices(unsigned type) { return type == 1 || type == 5; }
 bool KeepLossless(unsigned type) { return type == 1 || type == 5 || type == 7 || type == 8 || type == 9; }
 bool KeepAll(unsigned) { return true; }
 bool KeepNone(unsigned) { return false; }
-
-Split SplitBy(const Keep& keep, const Octets& octets) {
-    const HostFrame frame(octets);
-    Split split;
-    split.m_Total = SplitNalUnits(frame.m_pData.get(), frame.m_Size, keep,
-                                  [&](unsigned type, const unsigned char* unit, int length) {
-                                      split.m_Types.push_back(type);
-                                      split.m_Units.emplace_back(unit, unit + length);
-                                  });
-    split.m_Frame = frame.Content();
-    return split;
-}
 
 TEST(NalUnits, TypesAreNamed) {
     EXPECT_EQ(kNalSlice, 1U);
@@ -208,44 +172,6 @@ TEST(SplitNalUnits, TakesNothingFromNoFrame) {
 }
 
 // ---- the same, step by step as it is worded
-
-int ModelFindStartCode(const Octets& frame, int from, int length) {
-    for (int position = from; position + 4 <= from + length; ++position) {
-        const auto at = [&](int i) { return frame[static_cast<std::size_t>(position + i)]; };
-        if (at(0) == 0 && at(1) == 0 && at(2) == 0 && at(3) == 1) return position;
-    }
-    return -1;
-}
-
-Split ModelSplit(const Keep& keep, Octets frame) {
-    Split split;
-    const int end = static_cast<int>(frame.size());
-    for (int current = 0; current < end;) {
-        int length = end - current;
-        const int p = ModelFindStartCode(frame, current, length);
-        int unit = current;
-        if (p >= 0) {
-            const int q = ModelFindStartCode(frame, current + 4, length - 4);
-            if (q >= 0) length = q - current;
-            unit = p;
-        }
-        if (unit + 4 < end) { // else its type octet lies outside the frame
-            const unsigned type = frame[static_cast<std::size_t>(unit + 4)] & 0x1FU;
-            if (keep(type)) {
-                const auto payload = static_cast<std::uint32_t>(length - 4);
-                for (int i = 0; i < 4; ++i) {
-                    frame[static_cast<std::size_t>(unit + i)] = static_cast<unsigned char>(payload >> (24 - 8 * i));
-                }
-                split.m_Types.push_back(type);
-                split.m_Units.emplace_back(frame.begin() + current, frame.begin() + current + length);
-                split.m_Total += length;
-            }
-        }
-        current += length;
-    }
-    split.m_Frame = frame;
-    return split;
-}
 
 Octets RandomFrame(std::mt19937& random, const Octets& alphabet, std::size_t largest) {
     Octets frame;

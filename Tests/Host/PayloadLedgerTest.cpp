@@ -1,0 +1,85 @@
+// The books are worth something only if they can be out of balance.
+#include "PayloadLedger.h"
+
+#include <gtest/gtest.h>
+
+#include "HostSession.h"
+
+namespace {
+
+struct Frame {
+    HostCall::Kind m_Kind;
+    Octets m_Octets;
+};
+
+constexpr HostCall::Kind kVideo = HostCall::Kind::WriteVideoPacket;
+constexpr HostCall::Kind kAudio = HostCall::Kind::WriteAudioPacket;
+
+const std::vector<Frame> kFrames = {{kVideo, Hex("01")}, {kAudio, Hex("02 03")}, {kVideo, Hex("04 05 06")},
+                                    {kAudio, Hex("07")}, {kVideo, Hex("08")},    {kVideo, Hex("09")}};
+
+// The books of a host that says it wrote these frames, 100 ms apart, against the file of one that wrote kFrames.
+std::string Judge(const std::vector<Frame>& frames) {
+    static const Plugin plugin(QF_PLUGIN);
+    const EncodeParam job = MakeJob(MakeFourCC("MKV "), MakeFourCC("Xvid"), MakeFourCC("AC3 "));
+    HostSession session(plugin, job);
+    std::int64_t timestamp = 0;
+    for (const Frame& frame : kFrames) {
+        if (frame.m_Kind == kVideo) session.Video(frame.m_Octets, timestamp, 1);
+        if (frame.m_Kind == kAudio) session.Audio(frame.m_Octets, timestamp, 1);
+        timestamp += 100 * kMillisecond;
+    }
+
+    PayloadLedger ledger;
+    ledger.Begin();
+    HostCall create;
+    create.path = ReferenceModel::Path::Opens;
+    create.encodeParam = std::make_shared<const EncodeParam>(job);
+    ledger.Created(create, true);
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        HostCall call;
+        call.kind = frames[i].m_Kind;
+        call.frame.timestamp = static_cast<std::int64_t>(i) * 100 * kMillisecond;
+        call.data.octets = frames[i].m_Octets;
+        call.data.length = static_cast<std::int32_t>(frames[i].m_Octets.size());
+        EXPECT_EQ(ledger.Wrote(call, call.data.length), "");
+    }
+    const Octets file = session.Close();
+    return ledger.Closed(0, &file);
+}
+
+TEST(PayloadLedger, BalancesWhatWasWritten) { EXPECT_EQ(Judge(kFrames), ""); }
+
+TEST(PayloadLedger, MissesABlock) {
+    std::vector<Frame> frames = kFrames;
+    frames.push_back({kAudio, Hex("0A")});
+    EXPECT_EQ(Judge(frames), "ledger: track 2 lacks a block");
+}
+
+TEST(PayloadLedger, FindsABlockTooMany) {
+    std::vector<Frame> frames = kFrames;
+    frames.pop_back();
+    EXPECT_EQ(Judge(frames), "ledger: track 1 has a block too many");
+}
+
+TEST(PayloadLedger, FindsBlocksInAnotherOrder) {
+    std::vector<Frame> frames = kFrames;
+    std::swap(frames[4], frames[5]);
+    EXPECT_NE(Judge(frames).find("ledger: track 1, block 2: first difference at 0"), std::string::npos);
+}
+
+TEST(PayloadLedger, FindsAnotherOctet) {
+    std::vector<Frame> frames = kFrames;
+    frames[1].m_Octets[1] = 0xFF;
+    EXPECT_NE(Judge(frames).find("ledger: track 2, block 0: first difference at 1"), std::string::npos);
+}
+
+TEST(PayloadLedger, CountsWhatACallTook) {
+    PayloadLedger ledger;
+    HostCall call;
+    call.kind = kVideo;
+    EXPECT_EQ(ledger.Wrote(call, 0), "");
+    EXPECT_EQ(ledger.Wrote(call, 3), "ledger: took 3 octets instead of 0");
+}
+
+} // namespace
