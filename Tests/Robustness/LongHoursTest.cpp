@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "HeapMeter.h"
+#include "SameOctets.h"
 #include "SegmentScan.h"
 #include "SmallSession.h"
 #include "StdioHook.h"

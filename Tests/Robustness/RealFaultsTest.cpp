@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "HeapMeter.h"
+#include "SameOctets.h"
 #include "SmallSession.h"
 
 namespace {

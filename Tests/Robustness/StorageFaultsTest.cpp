@@ -5,6 +5,7 @@
 
 #include "FaultyFile.h"
 #include "HeapMeter.h"
+#include "SameOctets.h"
 #include "SmallSession.h"
 
 namespace {
@@ -131,10 +132,10 @@ TEST_P(StorageFaults, EveryCallOnceAndFromThereOn) {
 }
 
 constexpr Row kRows[] = {
-    {"Open", Level::Stdio, Operation::Open, true},     {"Write", Level::Stdio, Operation::Write, true},
-    {"Seek", Level::Stdio, Operation::Seek, false},    {"Flush", Level::Stdio, Operation::Flush, true},
-    {"Close", Level::Stdio, Operation::Close, true},   {"DiskWrite", Level::Disk, Operation::Write, false},
-    {"DiskSeek", Level::Disk, Operation::Seek, false}, {"DiskClose", Level::Disk, Operation::Close, true},
+    {"Open", Level::Stdio, Operation::Open, true},    {"Write", Level::Stdio, Operation::Write, true},
+    {"Seek", Level::Stdio, Operation::Seek, true},    {"Flush", Level::Stdio, Operation::Flush, true},
+    {"Close", Level::Stdio, Operation::Close, true},  {"DiskWrite", Level::Disk, Operation::Write, true},
+    {"DiskSeek", Level::Disk, Operation::Seek, true}, {"DiskClose", Level::Disk, Operation::Close, true},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, StorageFaults,

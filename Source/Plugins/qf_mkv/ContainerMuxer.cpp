@@ -112,6 +112,7 @@ bool ContainerMuxer::OpenMediaFile(const wchar_t* path, const EncodeParam& param
     m_TracksPos = 0;
     m_ReservedSize = 0;
     m_EndPos = 0;
+    m_IsAtEnd = true;
     return true;
 }
 
@@ -264,16 +265,11 @@ std::int32_t ContainerMuxer::WriteBeginInfo() {
     return 1;
 }
 
-Track ContainerMuxer::BuildTracks() const {
-    Track tracks{kTracksId};
-    for (const auto& stream : m_Streams) tracks.m_TrackEntries.push_back(stream->m_TrackEntry);
-    return tracks;
-}
-
 void ContainerMuxer::WriteTracks() {
-    const Track tracks = BuildTracks();
+    m_Tracks.m_TrackEntries.clear();
+    for (const auto& stream : m_Streams) m_Tracks.m_TrackEntries.push_back(stream->m_TrackEntry);
     m_TracksPos = m_EndPos;
-    Append(tracks);
+    Append(m_Tracks);
     m_CueTrack = m_pVideoStream != nullptr ? kVideoTrack : kAudioTrack;
     for (const auto& stream : m_Streams) stream->m_HeaderInFile = true;
     m_TracksWritten = true;
@@ -281,12 +277,11 @@ void ContainerMuxer::WriteTracks() {
 
 void ContainerMuxer::RewriteTracks() {
     if (!m_TracksWritten || m_pFile == nullptr) return;
-    const Track tracks = BuildTracks();
-    const std::int64_t position = m_pFile->GetPos();
-    m_pFile->Seek(m_TracksPos, SEEK_SET);
-    tracks.Write(this);
-    m_pFile->Seek(position, SEEK_SET);
-    m_EndPos = m_pFile->GetPos();
+    // Everything has kept its size, so that no memory is asked for.
+    auto entry = m_Tracks.m_TrackEntries.begin();
+    for (const auto& stream : m_Streams) *entry++ = stream->m_TrackEntry;
+    Overwrite(m_TracksPos, m_Tracks);
+    SeekToEnd();
 }
 
 // ---- interleaving
@@ -385,6 +380,21 @@ void ContainerMuxer::Append(const CID& element) {
     m_EndPos = m_pFile->GetPos();
 }
 
+bool ContainerMuxer::Overwrite(std::int64_t position, const CID& element) {
+    if (m_pFile->Seek(position, SEEK_SET) != 0) return false;
+    m_IsAtEnd = false;
+    element.Write(this);
+    return true;
+}
+
+void ContainerMuxer::SeekToEnd() {
+    // A seek fails when what is in the buffer cannot be written: then it is empty, and the next one finds its way.
+    if (m_pFile->Seek(0, SEEK_END) == 0 || m_pFile->Seek(0, SEEK_END) == 0) m_IsAtEnd = true;
+    // Without a way back nothing more is written: it would go over what is there.
+    if (!m_IsAtEnd) m_pFile->Close();
+    m_EndPos = m_pFile->GetPos();
+}
+
 std::uint64_t ContainerMuxer::SegmentOffset() const { return static_cast<std::uint64_t>(m_EndPos - m_SegmentDataPos); }
 
 void ContainerMuxer::AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id) {
@@ -407,13 +417,12 @@ std::int32_t ContainerMuxer::WriteDuration() {
     if (latest == 0) return 1;
     // Rounded to single twice: the sum, and the quotient.
     m_Info.m_Duration.Set(static_cast<float>(static_cast<double>(static_cast<float>(m_AudioDuration)) / 10000.0));
-    WriteInfo();
+    Overwrite(m_InfoPos, m_Info);
     return 1;
 }
 
 std::int32_t ContainerMuxer::WriteEndInfo() {
-    m_pFile->Seek(0, SEEK_END);
-    m_EndPos = m_pFile->GetPos();
+    SeekToEnd();
     if (ClusterHasBlocks()) WriteCluster();
     if (!m_Cues.m_CuePoints.empty()) {
         AddSeekEntry(m_SeekHead, kCuesId);
@@ -425,8 +434,7 @@ std::int32_t ContainerMuxer::WriteEndInfo() {
     }
 
     const std::uint64_t segmentSize = SegmentOffset();
-    m_pFile->Seek(m_SegmentPos, SEEK_SET);
-    Segment{segmentSize, kSegmentId}.Write(this);
+    Overwrite(m_SegmentPos, Segment{segmentSize, kSegmentId});
 
     // The Duration stands unless it is more than a second away from the last block's start.
     constexpr std::int64_t kTolerance = 1000 * kHostTicksPerMs;
@@ -436,25 +444,19 @@ std::int32_t ContainerMuxer::WriteEndInfo() {
         const std::int64_t corrected = m_LastWriteTime / kHostTicksPerMs + 1; // whole milliseconds
         m_Info.m_Duration.Set(static_cast<float>(corrected));
     }
-    WriteInfo();
+    Overwrite(m_InfoPos, m_Info);
     WriteSeekHeadAndFiller();
     return 1;
 }
 
-void ContainerMuxer::WriteInfo() {
-    m_pFile->Seek(m_InfoPos, SEEK_SET);
-    m_Info.Write(this);
-}
-
 // Puts the main seek head over the start of the reserved octets and a Void over the rest.
 void ContainerMuxer::WriteSeekHeadAndFiller() {
-    m_pFile->Seek(m_SegmentDataPos, SEEK_SET);
     std::int64_t rest = m_ReservedSize - static_cast<std::int64_t>(m_SeekHead.Size(true));
     while (rest < 2 && !m_SeekHead.m_Seeks.empty()) { // no room for the smallest Void
         rest += static_cast<std::int64_t>(m_SeekHead.m_Seeks.back().Size(true));
         m_SeekHead.m_Seeks.pop_back();
     }
-    m_SeekHead.Write(this);
+    if (!Overwrite(m_SegmentDataPos, m_SeekHead)) return;
     for (unsigned k = 0; k <= 7; ++k) {
         // The identifier, a length field of k + 1 octets and the payload make up the rest. For 127 to 129 octets the
         // shortest length field is one octet less, and so is the Void, deliberately.

@@ -88,18 +88,19 @@ private:
     void AddCuePoint(std::int64_t time, std::uint64_t blockNumber);
 
     std::int32_t WriteBeginInfo();
-    MatroskaWriter::Track BuildTracks() const;
     void WriteTracks();
     void RewriteTracks();
 
     std::int32_t WriteDuration();
     std::int32_t WriteEndInfo();
-    void WriteInfo();
     void WriteSeekHeadAndFiller();
 
     bool ClusterHasBlocks() const { return !m_Cluster.m_BlockGroups.empty() || !m_Cluster.m_SimpleBlocks.empty(); }
     void WriteCluster();
     void Append(const MatroskaWriter::CID& element);
+    // Writes over what stands at position, or nothing when the way there fails: what is good stays as it is.
+    bool Overwrite(std::int64_t position, const MatroskaWriter::CID& element);
+    void SeekToEnd();
     // The file's end as readers count it: from the Segment's payload.
     std::uint64_t SegmentOffset() const;
     // Points at the file's end. Requires a spare entry.
@@ -114,6 +115,7 @@ private:
     MatroskaWriter::Seek m_SeekHead{MatroskaWriter::kSeekHeadId};     // the main one, at the front
     std::list<MatroskaWriter::SeekHead> m_SpareSeekEntries;           // what closing adds, so that it needs no memory
     MatroskaWriter::Info m_Info{MatroskaWriter::kInfoId};
+    MatroskaWriter::Track m_Tracks{MatroskaWriter::kTracksId}; // as in the file
 
     // Positions in the file.
     std::int64_t m_SegmentPos = 0;
@@ -122,6 +124,7 @@ private:
     std::int64_t m_TracksPos = 0;
     std::int64_t m_ReservedSize = 0;
     std::int64_t m_EndPos = 0; // behind what has been appended, where the next element goes
+    bool m_IsAtEnd = true;     // no seek has led away from it
 
     std::unique_ptr<FileEx> m_pFile;                   // null when no file is open
     std::list<std::unique_ptr<TrackStream>> m_Streams; // video first

@@ -84,8 +84,13 @@ bool Create(WebmMuxer1& muxer, const wchar_t* path, const EncodeParam* param) {
 
 template <class Muxer>
 void* CreateWith(std::uint32_t isWebm, const wchar_t* path, const EncodeParam* param) {
-    std::unique_ptr<Muxer> muxer(new (std::nothrow) Muxer);
-    IsWebm = isWebm;
+    IsWebm = isWebm; // first: other files of that kind may be open
+    std::unique_ptr<Muxer> muxer;
+    try {
+        muxer = std::make_unique<Muxer>();
+    } catch (const std::bad_alloc&) {
+        // Said below.
+    }
     if (muxer == nullptr) {
         HostLog::Get().TWLog(L"qf_mkv.dll: Not enough memory to create avi writer.");
         return nullptr;

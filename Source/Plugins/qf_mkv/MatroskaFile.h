@@ -7,8 +7,8 @@
 // Sizes are computed anew at each call.
 //
 // Members are public: elements are the muxers' plain building material. Repeated children stand in std::list, which
-// owns them, and through which a block travels from queue to cluster without being copied. Cue points alone, which stay
-// in memory as long as the file is open, stand in containers that need less of it.
+// owns them, and through which a block travels from queue to cluster without being copied. Cue points, which stay in
+// memory as long as the file is open, stand in containers that need less of it.
 #pragma once
 
 #include <cstdint>
