@@ -51,7 +51,7 @@ unsigned CInt::PayloadWidth() const {
     if (m_Value == 0) return 1;
     const std::uint64_t bits = PayloadBits();
     if (m_Value > 0) return SignificantOctets(bits);
-    const unsigned width = SignificantOctets(0 - bits);
+    const unsigned width = SignificantOctets(WrappingSubtract(std::uint64_t{0}, bits));
     const bool hasSign = bits / PowerOfTwo(width + 6) % 2 == 1;
     return std::min(hasSign ? width : width + 1, 8U);
 }

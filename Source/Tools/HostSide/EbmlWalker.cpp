@@ -290,7 +290,8 @@ const Element* File::Find(const std::string& path) const {
         const bool indexed = !name.empty() && name.back() == ']';
         found = nullptr;
         for (const Element& element : *level) {
-            const std::string own = element.m_Path.substr(element.m_Path.rfind('/') + 1);
+            const std::size_t slash = element.m_Path.rfind('/');
+            const std::string own = slash != std::string::npos ? element.m_Path.substr(slash + 1) : element.m_Path;
             if (own == name || (!indexed && own == name + "[0]")) {
                 found = &element;
                 break;
