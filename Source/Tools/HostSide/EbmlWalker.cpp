@@ -102,19 +102,19 @@ std::size_t ShortestLength(std::uint64_t size) {
     return width;
 }
 
+// The last eight octets of a number that has more.
 std::uint64_t HighToLow(const Octets& octets) {
     std::uint64_t value = 0;
-    for (const unsigned char octet : octets) value = value << 8 | octet;
+    for (std::size_t i = octets.size() - std::min<std::size_t>(octets.size(), 8); i < octets.size(); ++i) {
+        value = value << 8 | octets[i];
+    }
     return value;
 }
 
-std::int64_t SignedHighToLow(const Octets& octets) {
-    const bool negative = !octets.empty() && (octets[0] & 0x80U) != 0;
-    std::uint64_t value = negative ? ~std::uint64_t{0} : 0;
-    for (const unsigned char octet : octets) value = value << 8 | octet;
-    std::int64_t result;
-    std::memcpy(&result, &value, sizeof result);
-    return result;
+std::int64_t SignedHighToLow(Octets octets) {
+    if (octets.empty() || octets[0] < 0x80) return static_cast<std::int64_t>(HighToLow(octets));
+    for (unsigned char& octet : octets) octet = static_cast<unsigned char>(0xFF - octet);
+    return -1 - static_cast<std::int64_t>(HighToLow(octets)); // two's complement
 }
 
 std::string Hexadecimal(std::uint64_t value) {
