@@ -689,10 +689,10 @@ private:
     }
 
     bool Matches(const Cue& cue, const Block& block, const Element& cluster, std::uint64_t counter, bool opens) const {
-        // Blocks carry 16 bits of their time.
-        const std::uint64_t difference = cue.m_Time - static_cast<std::uint64_t>(block.Time());
+        const auto time = static_cast<std::uint64_t>(block.Time());
         const std::optional<std::uint64_t> number = opens ? std::nullopt : std::make_optional(counter);
-        return (m_Times == Times::InOrder ? difference == 0 : difference % 0x10000 == 0) &&
+        // Blocks carry 16 bits of their time.
+        return (m_Times == Times::InOrder ? cue.m_Time == time : cue.m_Time % 0x10000 == time % 0x10000) &&
                cue.m_Track == block.m_Track && cue.m_ClusterPosition == cluster.m_Offset - m_Start &&
                cue.m_BlockNumber == number;
     }
