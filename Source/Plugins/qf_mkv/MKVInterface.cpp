@@ -87,9 +87,9 @@ void* CreateWith(std::uint32_t isWebm, const wchar_t* path, const EncodeParam* p
     IsWebm = isWebm; // first: other files of that kind may be open
     std::unique_ptr<Muxer> muxer;
     try {
-        muxer = std::make_unique<Muxer>();
+        muxer.reset(new (std::nothrow) Muxer);
     } catch (const std::bad_alloc&) {
-        // Said below.
+        // Nor is there for what it consists of.
     }
     if (muxer == nullptr) {
         HostLog::Get().TWLog(L"qf_mkv.dll: Not enough memory to create avi writer.");
