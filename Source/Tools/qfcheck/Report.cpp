@@ -111,8 +111,8 @@ std::string AsJUnit(const std::string& plugin, const std::vector<Result>& result
     for (const Result& result : results) {
         const std::string name = result.m_pCheck->m_Name;
         const std::size_t dot = name.find('.');
-        xml += "<testcase classname=\"qfcheck." + name.substr(0, dot) + "\" name=\"" + name.substr(dot + 1) +
-               "\" time=\"" + Fixed(result.m_Seconds) + "\"";
+        xml += "<testcase classname=\"qfcheck." + name.substr(0, dot) + "\" name=\"" +
+               (dot != std::string::npos ? name.substr(dot + 1) : name) + "\" time=\"" + Fixed(result.m_Seconds) + "\"";
         if (result.m_Outcome == Outcome::Passed) {
             xml += "/>\n";
             continue;
