@@ -659,7 +659,7 @@ private:
         std::size_t inCluster = 0;
         std::uint64_t counter = 0;
         std::size_t last = clusters.size();
-        std::size_t cuedCluster = clusters.size();
+        std::size_t cuedCluster = last; // none yet
         for (const Block& block : m_File.Blocks()) {
             if (block.m_Cluster != last) {
                 last = block.m_Cluster;

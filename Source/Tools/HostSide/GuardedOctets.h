@@ -23,6 +23,6 @@ public:
 private:
     void* m_pMapping;
     std::size_t m_MappingSize;
-    unsigned char* m_pData;
+    unsigned char* m_pData = nullptr;
     std::int32_t m_Size;
 };

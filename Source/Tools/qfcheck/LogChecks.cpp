@@ -67,6 +67,7 @@ void SecondName(Host& host) {
 void BesideTheProgramOnly(Host& host) {
     host.GetFileFormats();
     void* const other = dlopen((host.Directory() / "TW_Log.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    if (other != nullptr) dlclose(other);
     Require(other == nullptr, "a TW_Log.so in the current directory was loaded");
     OutputFile output(host, MakeJob("MKV ", "Xvid", ""));
     output.TakeVideo(Hex("01 02"), 0);

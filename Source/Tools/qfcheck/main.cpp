@@ -76,9 +76,7 @@ std::vector<Result> RunAll(Runner& runner, const std::vector<const Check*>& chec
     return results;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
     if (argc == 6 && std::string(argv[1]) == kMakeOneCheck) MakeOneCheck(argv + 2);
 
     CLI::App app("Checks a build of the qf_mkv plug-in, or of any plug-in of its interface, as a host sees it.",
@@ -132,6 +130,14 @@ int main(int argc, char** argv) {
         return isGood ? kExitPassed : kExitFailed;
     } catch (const Interrupted& interrupted) {
         return 128 + interrupted.m_Signal;
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
     } catch (const std::exception& error) {
         return Fail(error.what());
     }
