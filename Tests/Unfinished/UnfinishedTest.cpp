@@ -21,6 +21,9 @@ namespace {
 
 constexpr std::size_t kPoints = 50;
 constexpr std::int64_t kNever = -1;
+// The plug-in's buffer, and the clusters after which it is flushed at the latest.
+constexpr std::size_t kBuffer = 65536;
+constexpr std::size_t kClustersToFlush = 4;
 
 // One host's work: the calls that it makes between CreateMediaFile and CloseMediaFile.
 struct Packet {
@@ -287,7 +290,7 @@ struct Case {
     const char* m_Name;
     Work (*m_Work)();
     // How far the last whole cluster may lie behind the last frame that the host handed over, in seconds: the second
-    // that is being collected, and frames that wait for the other track.
+    // that is being collected, those that are not flushed yet, and frames that wait for the other track.
     double m_MostLost;
     std::size_t m_PlayedEach; // ffmpeg takes its time: it plays one point of so many
 };
@@ -311,13 +314,19 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
         ASSERT_TRUE(outcome.m_Killed);
         const auto size = static_cast<std::int64_t>(outcome.m_Disk.size());
 
-        // Whole clusters are handed to stdio and on to the system; without one, the header waits in stdio's buffer.
+        // Whole clusters are handed to stdio, and on to the system every few of them, or when its buffer is full.
         const auto handed = static_cast<std::size_t>(outcome.m_Handed);
         const std::vector<std::size_t>& ends = m_Finished.m_Ends;
         const std::size_t header = m_Finished.m_File.At("Segment/Tracks").End();
         EXPECT_TRUE(handed == 0 || handed == header || std::find(ends.begin(), ends.end(), handed) != ends.end())
             << outcome.m_Handed << " octets handed over end inside an element";
-        EXPECT_EQ(outcome.m_Disk.size(), handed > header ? handed : 0);
+        EXPECT_LE(outcome.m_Disk.size(), handed);
+        EXPECT_LT(handed - outcome.m_Disk.size(), kBuffer);
+        const auto complete =
+            static_cast<std::size_t>(std::upper_bound(ends.begin(), ends.end(), handed) - ends.begin());
+        if (complete >= kClustersToFlush) {
+            EXPECT_GE(outcome.m_Disk.size(), ends[complete / kClustersToFlush * kClustersToFlush - 1]);
+        }
 
         // They are the finished file's, but for what closing fills in.
         EXPECT_EQ(Ebml::CompareFiles(Octets(m_Finished.m_Unclosed.begin(),
@@ -328,7 +337,6 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
         EXPECT_EQ(Ebml::Describe(Ebml::CheckUnfinished(file)), "");
         const std::size_t whole = file.WholeClusters();
         EXPECT_EQ(whole, m_Finished.ClustersWithin(outcome.m_Disk.size()));
-        EXPECT_EQ(whole, file.Children("Segment", "Cluster").size()) << "a cluster is cut off";
 
         const Packet& last = m_Work.m_Packets[static_cast<std::size_t>(after) - 1];
         const double given = static_cast<double>(last.m_Time) / kSecond;
@@ -384,8 +392,8 @@ TEST_P(Unfinished, ClosingLosesNothingThatWasThere) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Unfinished,
-                         testing::Values(Case{"PictureAndSound", PictureAndSound, 2, 1}, Case{"Webm", Webm, 2, 5},
-                                         Case{"NarrowSound", NarrowSound, 2, 5}),
+                         testing::Values(Case{"PictureAndSound", PictureAndSound, 5, 1}, Case{"Webm", Webm, 5, 5},
+                                         Case{"NarrowSound", NarrowSound, 5, 5}),
                          [](const auto& row) { return std::string(row.param.m_Name); });
 
 } // namespace

@@ -18,7 +18,8 @@ using namespace MatroskaWriter;
 
 namespace {
 
-constexpr std::int64_t kClusterSpan = 1000;         // ms
+constexpr std::int64_t kClusterSpan = 1000; // ms
+constexpr std::size_t kClustersToFlush = 4;
 constexpr std::int64_t kEarliestBlockTime = -32768; // ms; what lies before is dropped
 constexpr std::uint64_t kReservedPayload = 4096;    // octets kept free for the main seek head
 constexpr unsigned long kVoidId = 0xEC;
@@ -372,7 +373,9 @@ void ContainerMuxer::AddCuePoint(std::int64_t time, std::uint64_t blockNumber) {
 void ContainerMuxer::WriteCluster() {
     AddSeekEntry(m_ClusterIndex, kClusterId);
     Append(m_Cluster);
-    m_pFile->Flush(); // what is complete outlives the process
+    // What is complete outlives the process, but for the last seconds: a call of the system costs as much as some
+    // frames.
+    if (m_ClusterIndex.m_Seeks.size() % kClustersToFlush == 0) m_pFile->Flush();
 }
 
 void ContainerMuxer::Append(const CID& element) {
