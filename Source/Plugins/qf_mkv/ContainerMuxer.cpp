@@ -350,6 +350,8 @@ void ContainerMuxer::OpenClusterFor(std::int64_t time) {
     const std::int64_t spans = (time - clusterTime - 1) / kClusterSpan;
     m_Cluster.m_Timecode.Set(static_cast<std::uint64_t>(clusterTime + spans * kClusterSpan));
     for (const auto& stream : m_Streams) stream->TakeBack(m_Cluster);
+    m_Cluster.m_BlockGroups.clear(); // of tracks that are no more
+    m_Cluster.m_SimpleBlocks.clear();
     m_CueBlockNumber = 0;
 }
 
