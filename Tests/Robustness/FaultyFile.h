@@ -1,6 +1,5 @@
-// One output file whose storage fails: the n-th call of a kind, or every one from there on. Faults bite on two levels,
-// since small pieces may pass a plug-in's fwrite by: in the calls of stdio that the plug-in makes, or below stdio,
-// where its buffers are written out.
+// One output file whose storage fails: the n-th call of a kind, or every one from there on. Faults bite on two levels:
+// in the calls of stdio that the plug-in makes, or below stdio, where its buffers are written out.
 #pragma once
 
 #include <sys/types.h>

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kFrames = 10;
+constexpr int kFrames = 22; // five clusters, so that the file is flushed once
 
 struct Row {
     const char* m_Name;
@@ -108,7 +108,7 @@ protected:
 TEST_P(StorageFaults, EveryCallOnceAndFromThereOn) {
     const long count = Count();
     std::printf("%ld calls\n", count);
-    ASSERT_TRUE(count > 0 || m_Row.m_Operation == Operation::Flush);
+    ASSERT_GT(count, 0);
     std::filesystem::remove(Path());
     const std::size_t descriptors = OpenDescriptors();
     Fault fault{m_Row.m_Level, m_Row.m_Operation};

@@ -72,16 +72,18 @@ TEST_F(FileExTest, NothingIsOpenAtFirst) {
     m_File.Close();
 }
 
-// Short writes take another way than long ones; both meet the end of stdio's buffer.
+// They are gathered in a buffer of 64 KiB: some fit, some just so, some are larger than it.
 TEST_F(FileExTest, WritesOfEachSizeEndUpInTheirOrder) {
     ASSERT_EQ(m_File.Open(Path("sizes").c_str(), "wb"), 1U);
     std::string expected;
+    constexpr unsigned kSizes[] = {1, 65535, 65536, 65537, 3, 65533, 65536, 200000, 131072, 7, 131065};
     for (unsigned write = 0; write < 20000; ++write) {
-        std::string text(write % 17, static_cast<char>('a' + write % 23));
+        const unsigned size = write < std::size(kSizes) ? kSizes[write] : write % 17;
+        std::string text(size, static_cast<char>('a' + write % 23));
         EXPECT_EQ(WriteText(m_File, text), text.size());
         expected += text;
+        EXPECT_EQ(m_File.GetPos(), static_cast<std::int64_t>(expected.size()));
     }
-    EXPECT_EQ(m_File.GetPos(), static_cast<std::int64_t>(expected.size()));
     m_File.Close();
     EXPECT_TRUE(Holds("sizes", expected));
 }

@@ -31,7 +31,7 @@ constexpr unsigned SignificantOctets(std::uint64_t value) {
 
 // Stores the `width` low-order octets of value, 0 to 8, the most significant first.
 inline void StoreBigEndian(unsigned char* target, std::uint64_t value, unsigned width) {
-    for (unsigned i = 0; i < width; ++i) target[i] = static_cast<unsigned char>(value >> 8 * (width - 1 - i) & 0xFF);
+    for (; width > 0; value >>= 8) target[--width] = static_cast<unsigned char>(value & 0xFF);
 }
 
 inline void AppendBigEndian(Bytes& target, std::uint64_t value, unsigned width) {

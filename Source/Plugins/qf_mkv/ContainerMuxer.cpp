@@ -156,10 +156,7 @@ int ContainerMuxer::WriteN264Packet(const MEDIA_FRAME& frame) {
 
 int ContainerMuxer::WriteAudioPacket(const MEDIA_FRAME* frame, const int* frameSizes) {
     if (frame == nullptr) return 0;
-    int taken = 0;
-    if (m_pAudioStream != nullptr) {
-        taken = AllOrNothing(*m_pAudioStream, [&] { return QueueAudio(*frame, frameSizes); });
-    }
+    const int taken = m_pAudioStream != nullptr ? QueueAudio(*frame, frameSizes) : 0;
     m_AudioDuration = WrappingAdd<std::int64_t>(m_AudioDuration, frame->duration); // also without a track
     return m_pAudioStream != nullptr ? AfterFrame(taken, *m_pAudioStream, m_AudioStarted, m_VideoStarted) : 0;
 }
@@ -173,21 +170,22 @@ int ContainerMuxer::QueueAudio(const MEDIA_FRAME& frame, const int* frameSizes) 
     if (frame.audioData == nullptr) return 0;
     // Without a size of its own the record trusts its table.
     std::int64_t rest = frame.audioSize > 0 ? frame.audioSize : std::numeric_limits<std::int64_t>::max();
-    const unsigned char* data = frame.audioData;
-    int taken = 0;
-    const int count = frameSizes[0];
-    for (int i = 0; i < count && rest > 0; ++i) {
-        const int size = frameSizes[i + 1];
-        if (size <= 0) continue;
-        if (size > rest) break;
-        // The record's duration is shared out evenly, in 32-bit arithmetic.
-        const std::int32_t offset = WrappingMultiply(frame.duration, i) / count;
-        const std::int64_t start = WrappingAdd<std::int64_t>(frame.timestamp, offset);
-        taken = WrappingAdd(taken, queue(data, size, start, frame.duration / count));
-        data += size;
-        rest -= size;
-    }
-    return taken;
+    return AllOrNothing(*m_pAudioStream, [&, data = frame.audioData]() mutable {
+        int taken = 0;
+        const int count = frameSizes[0];
+        for (int i = 0; i < count && rest > 0; ++i) {
+            const int size = frameSizes[i + 1];
+            if (size <= 0) continue;
+            if (size > rest) break;
+            // The record's duration is shared out evenly, in 32-bit arithmetic.
+            const std::int32_t offset = WrappingMultiply(frame.duration, i) / count;
+            const std::int64_t start = WrappingAdd<std::int64_t>(frame.timestamp, offset);
+            taken = WrappingAdd(taken, queue(data, size, start, frame.duration / count));
+            data += size;
+            rest -= size;
+        }
+        return taken;
+    });
 }
 
 int ContainerMuxer::AfterVideo(int octetsTaken) {
@@ -329,7 +327,7 @@ void ContainerMuxer::PlaceHead(TrackStream& stream) {
     }
     OpenClusterFor(time);
     if (block.m_TrackNumber.m_Length == m_CueTrack) {
-        if (stream.HeadMayBeCued()) AddCuePoint(time, m_CueBlockNumber + 1);
+        if (CueIsDue(time) && stream.HeadMayBeCued()) AddCuePoint(time, m_CueBlockNumber + 1);
         ++m_CueBlockNumber;
     }
     if (m_Info.m_Duration.m_Value <= static_cast<float>(stopTime)) m_Info.m_Duration.Set(static_cast<float>(stopTime));
@@ -355,11 +353,14 @@ void ContainerMuxer::OpenClusterFor(std::int64_t time) {
     m_CueBlockNumber = 0;
 }
 
-// As a rule one cue point for each cluster, at its first candidate. The cluster is written when its span closes, so it
-// will begin where the file ends now.
+// As a rule one cue point for each cluster, at its first candidate.
+bool ContainerMuxer::CueIsDue(std::int64_t time) const {
+    return static_cast<std::int64_t>(SegmentOffset()) != m_LastCueClusterPos || time > m_LastCueTime + kClusterSpan;
+}
+
+// The cluster is written when its span closes, so it will begin where the file ends now.
 void ContainerMuxer::AddCuePoint(std::int64_t time, std::uint64_t blockNumber) {
     const std::uint64_t position = SegmentOffset();
-    if (static_cast<std::int64_t>(position) == m_LastCueClusterPos && time <= m_LastCueTime + kClusterSpan) return;
     CuePoint point{0xBB};
     point.m_CueTime.Set(static_cast<std::uint64_t>(time));
     CueTrackPosition& target = point.m_CueTrackPositions.emplace_back(0xB7);
@@ -399,8 +400,6 @@ void ContainerMuxer::SeekToEnd() {
     if (!m_IsAtEnd) m_pFile->Close();
     m_EndPos = m_pFile->GetPos();
 }
-
-std::uint64_t ContainerMuxer::SegmentOffset() const { return static_cast<std::uint64_t>(m_EndPos - m_SegmentDataPos); }
 
 void ContainerMuxer::AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id) {
     SeekHead& entry = m_SpareSeekEntries.front();

@@ -85,6 +85,7 @@ private:
     TrackStream* EarliestStream() const;
     void PlaceHead(TrackStream& stream);
     void OpenClusterFor(std::int64_t time);
+    bool CueIsDue(std::int64_t time) const;
     void AddCuePoint(std::int64_t time, std::uint64_t blockNumber);
 
     std::int32_t WriteBeginInfo();
@@ -102,7 +103,7 @@ private:
     bool Overwrite(std::int64_t position, const MatroskaWriter::CID& element);
     void SeekToEnd();
     // The file's end as readers count it: from the Segment's payload.
-    std::uint64_t SegmentOffset() const;
+    std::uint64_t SegmentOffset() const { return static_cast<std::uint64_t>(m_EndPos - m_SegmentDataPos); }
     // Points at the file's end. Requires a spare entry.
     void AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id);
     void KeepSpareSeekEntries(std::size_t count);

@@ -1,7 +1,7 @@
 #include "FileEx.h"
 
-#include <stdio_ext.h>
-
+#include <algorithm>
+#include <cstring>
 #include <cwchar>
 #include <new>
 #include <utility>
@@ -12,9 +12,8 @@ static_assert(sizeof(off_t) == 8, "files pass 2 GiB: build with _FILE_OFFSET_BIT
 
 namespace {
 
-// Gathers the small writes of a cluster's headers and audio frames into few calls of the operating system, and stays in
-// the processor's cache.
-constexpr std::size_t kBufferSize = 65536;
+// Holds several seconds of sound, and stays in the processor's cache.
+constexpr unsigned long kBufferSize = 65536;
 
 std::unique_ptr<wchar_t[]> CopyText(const wchar_t* text) {
     if (text == nullptr) return nullptr;
@@ -46,38 +45,69 @@ std::uint32_t FileEx::Open(const wchar_t* path, const char* mode) {
     if (m_IsPseudoFile == 0) {
         m_pStream = std::fopen(Utf8Text(path).Data(), mode);
         if (m_pStream == nullptr) return 0;
-        // One thread uses the file.
-        __fsetlocking(m_pStream, FSETLOCKING_BYCALLER);
         if (m_pBuffer == nullptr) m_pBuffer.reset(new (std::nothrow) char[kBufferSize]);
-        // Without memory for it the stream has its own small one.
-        if (m_pBuffer != nullptr) std::setvbuf(m_pStream, m_pBuffer.get(), _IOFBF, kBufferSize);
+        if (m_pBuffer != nullptr) {
+            // What comes out of the buffer need not be gathered again.
+            std::setvbuf(m_pStream, nullptr, _IONBF, 0);
+            m_Capacity = kBufferSize;
+        }
     }
     m_pPath = std::move(copy);
     return 1;
 }
 
 void FileEx::Close() {
-    if (m_pStream != nullptr) std::fclose(m_pStream);
+    if (m_pStream != nullptr) {
+        Drain();
+        std::fclose(m_pStream);
+    }
     m_pStream = nullptr;
+    m_Capacity = 0;
     m_pPath.reset();
 }
 
-int FileEx::Flush() { return m_pStream != nullptr ? std::fflush(m_pStream) : 0; }
+int FileEx::Flush() {
+    if (m_pStream == nullptr) return 0;
+    const bool drained = Drain();
+    const int result = std::fflush(m_pStream);
+    return drained ? result : EOF;
+}
 
 unsigned long FileEx::Write(const void* buffer, unsigned long count) {
-    std::FILE* const stream = m_pStream;
-    if (stream == nullptr) return 0;
-    // Identifiers, lengths and numbers go into the buffer octet by octet, which is cheaper than a call.
-    constexpr unsigned long kShort = 12;
-    if (count > kShort) return std::fwrite(buffer, 1, count, stream);
-    const auto* const octets = static_cast<const unsigned char*>(buffer);
-    unsigned long moved = 0;
-    while (moved < count && putc_unlocked(octets[moved], stream) != EOF) ++moved;
-    return moved;
+    if (count >= m_Capacity - m_Used) return WriteThrough(buffer, count);
+    std::memcpy(m_pBuffer.get() + m_Used, buffer, count);
+    m_Used += count;
+    return count;
+}
+
+unsigned long FileEx::WriteThrough(const void* buffer, unsigned long count) {
+    if (m_pStream == nullptr) return 0;
+    // Filled up, the buffer goes out in whole pages.
+    const auto* const octets = static_cast<const char*>(buffer);
+    const unsigned long first = std::min(count, m_Capacity - m_Used);
+    std::copy_n(octets, first, m_pBuffer.get() + m_Used);
+    m_Used += first;
+    if (!Drain()) return 0;
+    const unsigned long rest = count - first;
+    return first + (rest < m_Capacity ? Write(octets + first, rest) : std::fwrite(octets + first, 1, rest, m_pStream));
+}
+
+bool FileEx::Drain() {
+    unsigned long written = 0;
+    while (written < m_Used) {
+        const unsigned long moved = std::fwrite(m_pBuffer.get() + written, 1, m_Used - written, m_pStream);
+        if (moved == 0) break;
+        written += moved;
+    }
+    const bool drained = written == m_Used;
+    m_Used = 0;
+    return drained;
 }
 
 unsigned long FileEx::Read(void* buffer, unsigned long count) {
-    return m_pStream != nullptr ? std::fread(buffer, 1, count, m_pStream) : 0;
+    if (m_pStream == nullptr) return 0;
+    Drain();
+    return std::fread(buffer, 1, count, m_pStream);
 }
 
 std::int64_t FileEx::GetLength() {
@@ -92,12 +122,14 @@ std::int64_t FileEx::GetLength() {
 
 int FileEx::Seek(std::int64_t offset, int origin) {
     if (m_IsPseudoFile != 0) return 0;
-    return m_pStream != nullptr ? fseeko(m_pStream, offset, origin) : -1;
+    return m_pStream != nullptr && Drain() ? fseeko(m_pStream, offset, origin) : -1;
 }
 
 std::int64_t FileEx::GetPos() {
     if (m_IsPseudoFile != 0) return 0;
-    return m_pStream != nullptr ? ftello(m_pStream) : -1;
+    if (m_pStream == nullptr) return -1;
+    const std::int64_t position = ftello(m_pStream);
+    return position >= 0 ? position + static_cast<std::int64_t>(m_Used) : -1;
 }
 
 std::uint32_t FileEx::EnableMultiThread(unsigned int) { return 0; }

@@ -10,6 +10,9 @@ std::uint32_t JudgeISOFileW(const wchar_t* path);
 
 // One file over stdio with 64-bit offsets. Failures show in results alone.
 // A pseudo-file opens with success and then takes and gives nothing, by design: 0 octets move and its position stays 0.
+//
+// Elements write a few octets at a time: these are gathered in a buffer of the file's own, since a call of fwrite costs
+// more than what it would copy. Octets that stdio does not take are lost when the buffer is written out.
 class FileEx {
 public:
     FileEx() = default;
@@ -21,9 +24,9 @@ public:
     // file does not open; a null path does not.
     virtual std::uint32_t Open(const wchar_t* path, const char* mode);
     virtual void Close();
-    // Returns fflush's result, 0 when nothing is open.
+    // Returns fflush's result or EOF when octets are lost, 0 when nothing is open.
     virtual int Flush();
-    // Return the number of octets moved, 0 when nothing is open.
+    // Return the number of octets moved, 0 when nothing is open. Octets that are gathered count as moved.
     virtual unsigned long Write(const void* buffer, unsigned long count);
     virtual unsigned long Read(void* buffer, unsigned long count);
     // Returns the file's size, 1 for a pseudo-file, 0 when nothing is open. Leaves the position where it is.
@@ -36,10 +39,16 @@ public:
     virtual std::uint32_t EnableMultiThread(unsigned int enable);
 
 private:
+    [[gnu::cold]] unsigned long WriteThrough(const void* buffer, unsigned long count);
+    // Writes the buffer out and empties it. Returns false when stdio does not take all of it.
+    bool Drain();
+
     std::FILE* m_pStream = nullptr;
     std::unique_ptr<wchar_t[]> m_pPath; // as given to Open, for a debugger's eyes
     std::uint32_t m_IsPseudoFile = 0;   // outlives Close
-    std::unique_ptr<char[]> m_pBuffer;  // the stream's, from the first file on
+    std::unique_ptr<char[]> m_pBuffer;  // from the first file on
+    unsigned long m_Capacity = 0;       // of the buffer; 0 when nothing is open and when there is no memory for it
+    unsigned long m_Used = 0;
 };
 
 // What elements write to. Results are 0, or -1 when there is no file behind the stream.

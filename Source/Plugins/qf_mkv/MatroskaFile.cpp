@@ -11,15 +11,23 @@ namespace MatroskaWriter {
 namespace {
 
 // Stores the `width` low octets of a number with the first bit set that tells their count: identifiers and lengths.
-void StoreMarked(unsigned char* target, std::uint64_t value, unsigned width) {
-    StoreBigEndian(target, value % PowerOfTwo(7 * width) + PowerOfTwo(7 * width), width);
+// Returns width.
+unsigned StoreMarked(unsigned char* target, std::uint64_t value, unsigned width) {
+    if (width > 0) StoreBigEndian(target, value % PowerOfTwo(7 * width) + PowerOfTwo(7 * width), width);
+    return width;
+}
+
+// Stores an element's identifier and the length of its payload. Returns the octets that they take.
+constexpr unsigned kMaxHeader = 4 + 8;
+unsigned StoreHeader(unsigned char* target, std::uint32_t id, std::uint64_t payloadSize) {
+    const unsigned width = StoreMarked(target, id, SignificantOctets(id));
+    return width + StoreMarked(target + width, payloadSize, LengthWidth(payloadSize));
 }
 
 std::int32_t WriteMarked(IStream* stream, std::uint64_t value, unsigned width) {
     if (width == 0) return 0;
     unsigned char octets[8];
-    StoreMarked(octets, value, width);
-    return stream->Write(octets, width, nullptr);
+    return stream->Write(octets, StoreMarked(octets, value, width), nullptr);
 }
 
 // Octets in which Xiph lacing writes a frame's size.
@@ -36,8 +44,8 @@ std::int32_t CID::Write(IStream* stream) const { return WriteMarked(stream, m_ID
 std::int32_t CID::HeaderWrite(IStream* stream) const { return HeaderWrite(stream, Size(false)); }
 
 std::int32_t CID::HeaderWrite(IStream* stream, std::uint64_t payloadSize) const {
-    WriteMarked(stream, m_ID, SignificantOctets(m_ID));
-    WriteMarked(stream, payloadSize, LengthWidth(payloadSize));
+    unsigned char header[kMaxHeader];
+    stream->Write(header, StoreHeader(header, m_ID, payloadSize), nullptr);
     return 0;
 }
 
@@ -131,7 +139,7 @@ std::int32_t Void::Write(IStream* stream) const {
 // ---- blocks
 
 std::uint64_t BlockBase::Size(bool withHeader) const {
-    std::uint64_t payload = m_TrackNumber.Size(false) + 3; // 2 octets of time, 1 of flags
+    std::uint64_t payload = LengthWidth(m_TrackNumber.m_Length) + 3; // 2 octets of time, 1 of flags
     for (const CBinary& frame : m_Frames) payload += frame.m_Data.size();
     if (m_Frames.size() > 1) {
         payload += 1;
@@ -143,13 +151,12 @@ std::uint64_t BlockBase::Size(bool withHeader) const {
 }
 
 void BlockBase::WriteStart(IStream* stream, unsigned char flags) const {
-    HeaderWrite(stream, BlockBase::Size(false));
-    unsigned char octets[8 + 3];
-    const unsigned width = LengthWidth(m_TrackNumber.m_Length);
-    StoreMarked(octets, m_TrackNumber.m_Length, width);
-    StoreBigEndian(octets + width, static_cast<std::uint64_t>(m_Timecode), 2);
-    octets[width + 2] = flags;
-    stream->Write(octets, width + 3, nullptr);
+    unsigned char start[kMaxHeader + 8 + 3];
+    unsigned size = StoreHeader(start, m_ID, BlockBase::Size(false));
+    size += StoreMarked(start + size, m_TrackNumber.m_Length, LengthWidth(m_TrackNumber.m_Length));
+    StoreBigEndian(start + size, static_cast<std::uint64_t>(m_Timecode), 2);
+    start[size + 2] = flags;
+    stream->Write(start, size + 3, nullptr);
 }
 
 void BlockBase::WriteFrames(IStream* stream) const {

@@ -37,11 +37,10 @@ constexpr std::uint64_t kUnknownSize = 0x00FFFFFFFFFFFFFF;
 // Octets that a length field takes: the fewest whose bits are not all ones, which is not a size but means that it is
 // unknown. kUnknownSize takes 8; 2^56 and above take none at all.
 constexpr unsigned LengthWidth(std::uint64_t length) {
-    if (length == kUnknownSize) return 8;
-    for (unsigned width = 1; width <= 8; ++width) {
-        if (length < PowerOfTwo(7 * width) - 1) return width;
-    }
-    return 0;
+    if (length > kUnknownSize) return 0;
+    unsigned width = 1;
+    for (std::uint64_t rest = length + 1; rest >= 128 && width < 8; rest /= 128) ++width;
+    return width;
 }
 
 // The base of every element. On its own it is a bare identifier.
