@@ -101,6 +101,7 @@ bool FileEx::Drain() {
     }
     const bool drained = written == m_Used;
     m_Used = 0;
+    m_DrainedPos = kUnknown;
     return drained;
 }
 
@@ -128,8 +129,8 @@ int FileEx::Seek(std::int64_t offset, int origin) {
 std::int64_t FileEx::GetPos() {
     if (m_IsPseudoFile != 0) return 0;
     if (m_pStream == nullptr) return -1;
-    const std::int64_t position = ftello(m_pStream);
-    return position >= 0 ? position + static_cast<std::int64_t>(m_Used) : -1;
+    if (m_DrainedPos == kUnknown) m_DrainedPos = ftello(m_pStream);
+    return m_DrainedPos != kUnknown ? m_DrainedPos + static_cast<std::int64_t>(m_Used) : -1;
 }
 
 std::uint32_t FileEx::EnableMultiThread(unsigned int) { return 0; }

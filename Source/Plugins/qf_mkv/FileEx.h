@@ -49,6 +49,8 @@ private:
     std::unique_ptr<char[]> m_pBuffer;  // from the first file on
     unsigned long m_Capacity = 0;       // of the buffer; 0 when nothing is open and when there is no memory for it
     unsigned long m_Used = 0;
+    static constexpr std::int64_t kUnknown = -1;
+    std::int64_t m_DrainedPos = kUnknown; // the stream's position: asking for it is a call of the system
 };
 
 // What elements write to. Results are 0, or -1 when there is no file behind the stream.
