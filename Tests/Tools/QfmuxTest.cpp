@@ -11,7 +11,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -174,7 +176,7 @@ TEST_F(QfmuxTest, OnlyIntraPicturesOfPackedMpeg4AreKeyFrames) {
 }
 
 // Matroska tells no decoding times, and those of the first reordered pictures lie before the first presentation time.
-TEST_F(QfmuxTest, DecodingTimesOfTheFirstPicturesAreWorkedOut) {
+TEST_F(QfmuxTest, PresentationTimesOfTheFirstPicturesAreWorkedOut) {
     ASSERT_EQ(
         Qfmux("--h264 havc --no-audio " + Quoted(ClipPath("h264-ac3.mkv")) + " " + Quoted(Path("a.mkv"))).m_ExitCode,
         0);
@@ -188,6 +190,74 @@ TEST_F(QfmuxTest, DecodingTimesOfTheFirstPicturesAreWorkedOut) {
 }
 
 // ---- what a format takes
+
+// Of each stream, when its packets are presented, in the order of the file, in seconds.
+std::map<int, std::vector<double>> PresentationTimes(const std::string& file) {
+    std::map<int, std::vector<double>> times;
+    std::istringstream lines(
+        RunCommand("ffprobe -v error -show_entries packet=stream_index,pts_time -of csv=p=0 " + Quoted(file)).m_Output);
+    int stream = 0;
+    char comma = 0;
+    for (std::string line; std::getline(lines, line);) {
+        double time = 0;
+        if (std::istringstream(line) >> stream >> comma >> time) times[stream].push_back(time);
+    }
+    return times;
+}
+
+// As one puts recordings together with cat: the times of the second start over.
+TEST_F(QfmuxTest, JoinedRecordingsFollowOneAnother) {
+    for (const char* clip : {"h264-aac.ts", "mpeg2-mp2.ts", "mpeg2-ac3.mpg"}) {
+        SCOPED_TRACE(clip);
+        const Octets once = ReadFile(ClipPath(clip));
+        Octets twice = once;
+        twice.insert(twice.end(), once.begin(), once.end());
+        WriteFile(Path("joined"), twice);
+        ASSERT_EQ(Qfmux("--overwrite " + ClipPath(clip) + " " + Path("once.mkv")).m_ExitCode, 0);
+        const CommandResult joined = Qfmux("--overwrite " + Path("joined") + " " + Path("twice.mkv"));
+        EXPECT_EQ(joined.m_ExitCode, 1);
+        EXPECT_NE(joined.m_Output.find("joined jump: "), std::string::npos) << joined.m_Output;
+        const auto first = PresentationTimes(Path("once.mkv"));
+        const auto both = PresentationTimes(Path("twice.mkv"));
+        ASSERT_EQ(first.size(), 2U);
+        ASSERT_EQ(both.size(), 2U);
+        for (const auto& [stream, times] : first) {
+            const std::vector<double>& all = both.at(stream);
+            ASSERT_EQ(all.size(), 2 * times.size());
+            // The clips last three seconds.
+            const double moved = all[times.size()] - all[0];
+            EXPECT_NEAR(moved, 3.0, 0.1);
+            for (std::size_t i = 0; i < times.size(); ++i) {
+                EXPECT_NEAR(all[i], times[i], 0.0011);
+                EXPECT_NEAR(all[times.size() + i] - moved, times[i], 0.0021)
+                    << "frame " << i << " of stream " << stream;
+            }
+        }
+    }
+}
+
+// A frame of an IVF file has its time in its header, and nothing else tells that it is wrong.
+TEST_F(QfmuxTest, AbsurdTimesAreNotBelieved) {
+    const Octets good = ReadFile(ClipPath("vp8.ivf"));
+    ASSERT_EQ(Qfmux(ClipPath("vp8.ivf") + " " + Path("good.webm")).m_ExitCode, 0);
+    const auto expected = PresentationTimes(Path("good.webm"));
+    for (const std::size_t octet :
+         {std::size_t{3}, std::size_t{5}, std::size_t{7}}) { // 8 days, 58,000 years, an overflow
+        for (const bool two : {false, true}) {
+            SCOPED_TRACE("octet " + std::to_string(octet) + (two ? ", two frames" : ""));
+            Octets bad = good;
+            std::size_t header = 32;
+            for (int frame = 0; header < bad.size(); ++frame) {
+                if (frame == 20 || (two && frame == 21)) bad[header + 4 + octet] = 0x7F;
+                header += 12 + bad[header] + 0x100U * bad[header + 1];
+            }
+            WriteFile(Path("bad.ivf"), bad);
+            const CommandResult result = Qfmux("--overwrite " + Path("bad.ivf") + " " + Path("mended.webm"));
+            EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
+            EXPECT_EQ(PresentationTimes(Path("mended.webm")), expected);
+        }
+    }
+}
 
 TEST_F(QfmuxTest, RefusesInOneLineThatNamesTheList) {
     struct Row {

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <limits>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "Surroundings.h"
@@ -21,6 +22,12 @@ namespace {
 constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 // Of H.264, in pictures.
 constexpr std::size_t kLargestPictureBuffer = 16;
+
+constexpr std::int64_t kSecond = 10000000; // 100 ns
+
+std::int64_t HostTime(std::int64_t time, AVRational timeBase) {
+    return std::clamp(av_rescale_q(time, timeBase, kHostTimeBase), -kFurthestTime, kFurthestTime);
+}
 
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
     throw ToolError(kExitError, "cannot read '" + path + "': " + reason);
@@ -93,7 +100,43 @@ double MediaFile::FrameRate(AVStream* stream) const {
 
 // ---- packets
 
-PacketSource::PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams) : m_File(std::move(file)) {
+// Formats whose times may jump by design, as those of broadcasts do, say so to libavformat. In others a long way ahead
+// is a pause, unless it is absurd, and a little way back is how they round or reorder.
+TimeLine::TimeLine(const AVInputFormat& format)
+    : m_MostBack((format.flags & AVFMT_TS_DISCONT) != 0 ? kSecond / 10 : 10 * kSecond),
+      m_MostAhead((format.flags & AVFMT_TS_DISCONT) != 0 ? 10 * kSecond : 30 * 3600 * kSecond) {}
+
+void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
+    std::optional<std::int64_t> mended;
+    if (packet.dts != AV_NOPTS_VALUE) {
+        const std::int64_t told = HostTime(packet.dts, timeBase);
+        std::int64_t time = told + m_Shift;
+        const auto expected = m_ExpectedTime.find(packet.stream_index);
+        if (expected != m_ExpectedTime.end()) {
+            std::int64_t latest = expected->second;
+            for (const auto& [stream, end] : m_ExpectedTime) latest = std::max(latest, end);
+            if (time < expected->second - m_MostBack || time > latest + m_MostAhead ||
+                std::abs(told) == kFurthestTime) {
+                m_Shift += expected->second - time;
+                time = expected->second;
+                ++m_Jumps;
+            }
+        }
+        mended = av_rescale_q(time, kHostTimeBase, timeBase);
+        const std::int64_t end = time + HostTime(std::max<std::int64_t>(0, packet.duration), timeBase);
+        m_ExpectedTime[packet.stream_index] = std::clamp(end, -kFurthestTime, kFurthestTime);
+    }
+    if (m_Shift == 0) return;
+    // Not always m_Shift: what lies beyond the furthest time is taken for that.
+    const std::int64_t shift =
+        mended ? av_sat_sub64(*mended, packet.dts) : av_rescale_q(m_Shift, kHostTimeBase, timeBase);
+    for (std::int64_t* const stamp : {&packet.pts, &packet.dts}) {
+        if (*stamp != AV_NOPTS_VALUE) *stamp = av_sat_add64(*stamp, shift);
+    }
+}
+
+PacketSource::PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams)
+    : m_File(std::move(file)), m_TimeLine(*m_File->Context()->iformat) {
     AVFormatContext* const context = m_File->Context();
     for (const int index : streams) {
         if (index >= static_cast<int>(context->nb_streams)) Fail(m_File->Path(), "the file has changed");
@@ -122,23 +165,29 @@ int PacketSource::Next(int stream, AVPacket& packet) {
     while (m_End == 0) {
         m_End = av_read_frame(m_File->Context(), &packet);
         if (m_End < 0) break;
+        const auto chosen = m_Chosen.find(packet.stream_index);
+        if (chosen == m_Chosen.end() || chosen->second.m_Alone != nullptr) {
+            av_packet_unref(&packet);
+            continue;
+        }
+        m_TimeLine.Mend(packet, m_File->Context()->streams[packet.stream_index]->time_base);
         if (packet.stream_index == stream) {
             ++own.m_Taken;
             return 0;
-        }
-        const auto other = m_Chosen.find(packet.stream_index);
-        if (other == m_Chosen.end() || other->second.m_Alone != nullptr) {
-            av_packet_unref(&packet);
-            continue;
         }
         AvPtr<AVPacket> waiting(av_packet_alloc());
         if (waiting == nullptr) throw std::bad_alloc();
         av_packet_move_ref(waiting.get(), &packet);
         m_WaitingOctets += static_cast<std::size_t>(waiting->size);
-        other->second.m_Waiting.push_back(std::move(waiting));
+        chosen->second.m_Waiting.push_back(std::move(waiting));
         if (m_WaitingOctets > kMostWaiting) return OpenForItself(stream, packet);
     }
     return m_End;
+}
+
+int PacketSource::Jumps(int stream) const {
+    const Chosen& chosen = m_Chosen.at(stream);
+    return chosen.m_Alone != nullptr ? chosen.m_Alone->Jumps(stream) : m_TimeLine.Jumps();
 }
 
 int PacketSource::OpenForItself(int stream, AVPacket& packet) {
@@ -278,10 +327,7 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     if (const std::uint8_t* setup = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &setupSize)) {
         m_SetupData.assign(setup, setup + setupSize);
     }
-    const AVRational timeBase = m_Filter->time_base_out;
-    const auto toHostTime = [timeBase](std::int64_t time) {
-        return std::clamp(av_rescale_q(time, timeBase, kHostTimeBase), -kFurthestTime, kFurthestTime);
-    };
+    const auto toHostTime = [this](std::int64_t time) { return HostTime(time, m_Filter->time_base_out); };
     hasPresentation = packet.pts != AV_NOPTS_VALUE;
     if (packet.dts == AV_NOPTS_VALUE) m_TimesWereMade = m_TimesWereMade || !hasPresentation;
     frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : std::min(m_NextDecode, kFurthestTime);

@@ -62,6 +62,25 @@ private:
     std::set<int> m_WithSetup; // indexes of streams
 };
 
+// Where a recording was cut, joined or damaged, the times of its packets jump. What comes behind a jump is moved to
+// where the packet in front of it ends, in all streams alike, so that they stay together.
+class TimeLine {
+public:
+    explicit TimeLine(const AVInputFormat& format);
+
+    // To be called for each packet in the order of the file.
+    void Mend(AVPacket& packet, AVRational timeBase);
+    int Jumps() const { return m_Jumps; }
+
+private:
+    // 100 ns units.
+    const std::int64_t m_MostBack;              // behind the end of the stream's last packet
+    const std::int64_t m_MostAhead;             // of the ends of all streams' last packets: one stream may have a gap
+    std::map<int, std::int64_t> m_ExpectedTime; // of each stream's next packet
+    std::int64_t m_Shift = 0;
+    int m_Jumps = 0;
+};
+
 // Reads a file once for all of its chosen streams. A packet of another stream than the one asked for waits; where too
 // much waits, in a badly interleaved file, the stream that is so far behind has the file opened for itself.
 class PacketSource {
@@ -72,6 +91,8 @@ public:
     MediaFile& File() const { return *m_File; }
     // Reads the stream's next packet. Returns 0 or libavformat's error, AVERROR_EOF at the end.
     int Next(int stream, AVPacket& packet);
+    // In the times of what has been read for that stream.
+    int Jumps(int stream) const;
 
 private:
     struct Chosen {
@@ -82,6 +103,7 @@ private:
     int OpenForItself(int stream, AVPacket& packet);
 
     std::shared_ptr<MediaFile> m_File;
+    TimeLine m_TimeLine;
     std::map<int, Chosen> m_Chosen;
     std::size_t m_WaitingOctets = 0;
     int m_End = 0; // what ended the file
@@ -137,6 +159,7 @@ public:
 
     // The stream lacks time stamps, and they were made from the order of its frames and its rate.
     bool TimesWereMade() const { return m_TimesWereMade; }
+    int Jumps() const { return m_Source->Jumps(m_pStream->index); }
 
     // Reads the next frame; false at the end. Throws ToolError for a damaged file or one without time stamps.
     bool Next(Frame& frame);

@@ -421,9 +421,13 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
             "pictures of several slices became several blocks each, which decoders refuse; --h264 H264 avoids it");
     }
     for (const auto* track : {&video, &audio}) {
-        if (*track && (*track)->Reader().TimesWereMade()) {
-            report.Warn((*track)->Plan().m_pFile->Path() +
-                        " has no time stamps: they follow the order of its frames and its frame rate");
+        if (!*track) continue;
+        const std::string& path = (*track)->Plan().m_pFile->Path();
+        if ((*track)->Reader().TimesWereMade()) {
+            report.Warn(path + " has no time stamps: they follow the order of its frames and its frame rate");
+        }
+        if ((*track)->Reader().Jumps() > 0) {
+            report.Warn("the times of " + path + " jump: what comes behind a jump follows on what is in front of it");
         }
     }
     CheckOutput(options, output, video, audio);
