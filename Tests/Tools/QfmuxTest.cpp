@@ -205,31 +205,50 @@ std::map<int, std::vector<double>> PresentationTimes(const std::string& file) {
     return times;
 }
 
-// As one puts recordings together with cat: the times of the second start over.
+// As one puts recordings together with cat: the times of the second start anew. What belongs together stays together,
+// also where sound and picture pass the joint one after the other, and where one of them ends later than the other.
 TEST_F(QfmuxTest, JoinedRecordingsFollowOneAnother) {
-    for (const char* clip : {"h264-aac.ts", "mpeg2-mp2.ts", "mpeg2-ac3.mpg"}) {
-        SCOPED_TRACE(clip);
-        const Octets once = ReadFile(ClipPath(clip));
-        Octets twice = once;
-        twice.insert(twice.end(), once.begin(), once.end());
-        WriteFile(Path("joined"), twice);
-        ASSERT_EQ(Qfmux("--overwrite " + ClipPath(clip) + " " + Path("once.mkv")).m_ExitCode, 0);
-        const CommandResult joined = Qfmux("--overwrite " + Path("joined") + " " + Path("twice.mkv"));
+    // Sound that ends earlier than the picture, and in the part, which starts between two key frames, begins earlier
+    // too.
+    RunCommand("ffmpeg -nostdin -v error -f lavfi -t 5.5 -i anullsrc=r=48000:cl=mono -f lavfi -t 6 -i "
+               "testsrc2=size=160x90:rate=25 "
+               "-c:v libx264 -preset ultrafast -bf 2 -g 25 -c:a aac -f mpegts " +
+               Quoted(Path("whole.ts")));
+    Ffmpeg(Path("whole.ts"), "-ss 2.04 -c copy -f mpegts " + Path("part.ts"));
+    const std::pair<std::string, std::string> pairs[] = {
+        {ClipPath("h264-aac.ts"), ClipPath("h264-aac.ts")},
+        {ClipPath("mpeg2-mp2.ts"), ClipPath("mpeg2-mp2.ts")},
+        {ClipPath("mpeg2-ac3.mpg"), ClipPath("mpeg2-ac3.mpg")},
+        {Path("whole.ts"), Path("part.ts")},
+        {Path("part.ts"), Path("whole.ts")},
+    };
+    for (const auto& [first, second] : pairs) {
+        SCOPED_TRACE(first + " and " + second);
+        Octets octets = ReadFile(first);
+        const Octets more = ReadFile(second);
+        octets.insert(octets.end(), more.begin(), more.end());
+        WriteFile(Path("joined"), octets);
+        ASSERT_EQ(Qfmux("--overwrite " + first + " " + Path("first.mkv")).m_ExitCode, 0);
+        ASSERT_EQ(Qfmux("--overwrite " + second + " " + Path("second.mkv")).m_ExitCode, 0);
+        const CommandResult joined = Qfmux("--overwrite " + Path("joined") + " " + Path("both.mkv"));
         EXPECT_EQ(joined.m_ExitCode, 1);
         EXPECT_NE(joined.m_Output.find("joined jump: "), std::string::npos) << joined.m_Output;
-        const auto first = PresentationTimes(Path("once.mkv"));
-        const auto both = PresentationTimes(Path("twice.mkv"));
-        ASSERT_EQ(first.size(), 2U);
+
+        const auto before = PresentationTimes(Path("first.mkv"));
+        const auto behind = PresentationTimes(Path("second.mkv"));
+        const auto both = PresentationTimes(Path("both.mkv"));
         ASSERT_EQ(both.size(), 2U);
-        for (const auto& [stream, times] : first) {
-            const std::vector<double>& all = both.at(stream);
-            ASSERT_EQ(all.size(), 2 * times.size());
-            // The clips last three seconds.
-            const double moved = all[times.size()] - all[0];
-            EXPECT_NEAR(moved, 3.0, 0.1);
-            for (std::size_t i = 0; i < times.size(); ++i) {
-                EXPECT_NEAR(all[i], times[i], 0.0011);
-                EXPECT_NEAR(all[times.size() + i] - moved, times[i], 0.0021)
+        const auto end = [](const std::vector<double>& times) { return *std::max_element(times.begin(), times.end()); };
+        const double joint = std::max(end(before.at(0)), end(before.at(1)));
+        for (const auto& [stream, times] : both) {
+            const std::vector<double>& head = before.at(stream);
+            const std::vector<double>& tail = behind.at(stream);
+            ASSERT_EQ(times.size(), head.size() + tail.size());
+            for (std::size_t i = 0; i < head.size(); ++i) ASSERT_NEAR(times[i], head[i], 0.0011) << "stream " << stream;
+            const double moved = both.at(0)[before.at(0).size()] - behind.at(0)[0];
+            EXPECT_NEAR(moved, joint, 0.2);
+            for (std::size_t i = 0; i < tail.size(); ++i) {
+                ASSERT_NEAR(times[head.size() + i] - moved, tail[i], 0.0021)
                     << "frame " << i << " of stream " << stream;
             }
         }

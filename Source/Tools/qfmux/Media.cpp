@@ -5,7 +5,6 @@
 #include <iterator>
 #include <limits>
 #include <new>
-#include <optional>
 #include <utility>
 
 #include "Surroundings.h"
@@ -24,6 +23,7 @@ constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 constexpr std::size_t kLargestPictureBuffer = 16;
 
 constexpr std::int64_t kSecond = 10000000; // 100 ns
+constexpr std::int64_t kNear = 10 * kSecond;
 
 std::int64_t HostTime(std::int64_t time, AVRational timeBase) {
     return std::clamp(av_rescale_q(time, timeBase, kHostTimeBase), -kFurthestTime, kFurthestTime);
@@ -103,36 +103,63 @@ double MediaFile::FrameRate(AVStream* stream) const {
 // Formats whose times may jump by design, as those of broadcasts do, say so to libavformat. In others a long way ahead
 // is a pause, unless it is absurd, and a little way back is how they round or reorder.
 TimeLine::TimeLine(const AVInputFormat& format)
-    : m_MostBack((format.flags & AVFMT_TS_DISCONT) != 0 ? kSecond / 10 : 10 * kSecond),
-      m_MostAhead((format.flags & AVFMT_TS_DISCONT) != 0 ? 10 * kSecond : 30 * 3600 * kSecond) {}
+    : m_MostBack((format.flags & AVFMT_TS_DISCONT) != 0 ? kSecond / 10 : kNear),
+      m_MostAhead((format.flags & AVFMT_TS_DISCONT) != 0 ? kNear : 30 * 3600 * kSecond) {}
 
 void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
-    std::optional<std::int64_t> mended;
-    if (packet.dts != AV_NOPTS_VALUE) {
-        const std::int64_t told = HostTime(packet.dts, timeBase);
-        std::int64_t time = told + m_Shift;
-        const auto expected = m_ExpectedTime.find(packet.stream_index);
-        if (expected != m_ExpectedTime.end()) {
-            std::int64_t latest = expected->second;
-            for (const auto& [stream, end] : m_ExpectedTime) latest = std::max(latest, end);
-            if (time < expected->second - m_MostBack || time > latest + m_MostAhead ||
-                std::abs(told) == kFurthestTime) {
-                m_Shift += expected->second - time;
-                time = expected->second;
-                ++m_Jumps;
-            }
-        }
-        mended = av_rescale_q(time, kHostTimeBase, timeBase);
+    const bool hasDecode = packet.dts != AV_NOPTS_VALUE;
+    const std::int64_t stamp = hasDecode ? packet.dts : packet.pts;
+    if (stamp == AV_NOPTS_VALUE) return;
+    const std::int64_t told = HostTime(stamp, timeBase);
+    const auto [entry, isFirst] = m_Streams.try_emplace(packet.stream_index);
+    Stream& stream = entry->second;
+    std::int64_t time = told + stream.m_Shift;
+    const bool jumps = !isFirst && (!Fits(stream, time, m_MostAhead) || std::abs(told) == kFurthestTime);
+    if (jumps) {
+        ++m_Jumps;
+        stream.m_ShiftBefore = std::exchange(stream.m_Shift, ShiftBehindJump(stream, told));
+        time = told + stream.m_Shift;
+    }
+    // A presentation time alone says less: decoding comes before it.
+    if (hasDecode || isFirst || jumps) {
         const std::int64_t end = time + HostTime(std::max<std::int64_t>(0, packet.duration), timeBase);
-        m_ExpectedTime[packet.stream_index] = std::clamp(end, -kFurthestTime, kFurthestTime);
+        stream.m_Expected = std::clamp(end, -kFurthestTime, kFurthestTime);
     }
-    if (m_Shift == 0) return;
-    // Not always m_Shift: what lies beyond the furthest time is taken for that.
-    const std::int64_t shift =
-        mended ? av_sat_sub64(*mended, packet.dts) : av_rescale_q(m_Shift, kHostTimeBase, timeBase);
-    for (std::int64_t* const stamp : {&packet.pts, &packet.dts}) {
-        if (*stamp != AV_NOPTS_VALUE) *stamp = av_sat_add64(*stamp, shift);
+    if (stream.m_Shift == 0) return;
+    // Not always m_Shift: what lies beyond the furthest time was taken for that.
+    const std::int64_t shift = av_sat_sub64(av_rescale_q(time, kHostTimeBase, timeBase), stamp);
+    for (std::int64_t* const moved : {&packet.pts, &packet.dts}) {
+        if (*moved != AV_NOPTS_VALUE) *moved = av_sat_add64(*moved, shift);
     }
+}
+
+bool TimeLine::Fits(const Stream& stream, std::int64_t time, std::int64_t mostAhead) const {
+    return time >= stream.m_Expected - m_MostBack && time <= LatestExpected() + mostAhead;
+}
+
+std::int64_t TimeLine::LatestExpected() const {
+    const auto latest = std::max_element(m_Streams.begin(), m_Streams.end(), [](const auto& left, const auto& right) {
+        return left.second.m_Expected < right.second.m_Expected;
+    });
+    return latest->second.m_Expected;
+}
+
+std::int64_t TimeLine::ShiftBehindJump(const Stream& stream, std::int64_t told) {
+    // One packet may be all that was wrong.
+    if (Fits(stream, told + stream.m_ShiftBefore, kNear)) return stream.m_ShiftBefore;
+    for (const auto& [index, other] : m_Streams) {
+        const std::int64_t shift = other.m_Shift;
+        if (shift == stream.m_Shift || std::abs(told + shift - stream.m_Expected) > kNear) continue;
+        // The other stream is beyond the same place. Where this one would come too early there, both come later.
+        const std::int64_t later = std::max<std::int64_t>(0, stream.m_Expected - told - shift);
+        for (auto& [beyond, moved] : m_Streams) {
+            if (moved.m_Shift != shift) continue;
+            moved.m_Shift += later;
+            moved.m_Expected += later;
+        }
+        return shift + later;
+    }
+    return LatestExpected() - told;
 }
 
 PacketSource::PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams)

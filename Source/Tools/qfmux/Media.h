@@ -63,7 +63,7 @@ private:
 };
 
 // Where a recording was cut, joined or damaged, the times of its packets jump. What comes behind a jump is moved to
-// where the packet in front of it ends, in all streams alike, so that they stay together.
+// where that in front of it ends. Streams pass such a place one after the other, and stay together.
 class TimeLine {
 public:
     explicit TimeLine(const AVInputFormat& format);
@@ -74,10 +74,18 @@ public:
 
 private:
     // 100 ns units.
-    const std::int64_t m_MostBack;              // behind the end of the stream's last packet
-    const std::int64_t m_MostAhead;             // of the ends of all streams' last packets: one stream may have a gap
-    std::map<int, std::int64_t> m_ExpectedTime; // of each stream's next packet
-    std::int64_t m_Shift = 0;
+    struct Stream {
+        std::int64_t m_Expected = 0; // when the next packet is due
+        std::int64_t m_Shift = 0;
+        std::int64_t m_ShiftBefore = 0;
+    };
+    bool Fits(const Stream& stream, std::int64_t time, std::int64_t mostAhead) const;
+    std::int64_t LatestExpected() const;
+    std::int64_t ShiftBehindJump(const Stream& stream, std::int64_t told);
+
+    const std::int64_t m_MostBack;  // behind what the stream expects
+    const std::int64_t m_MostAhead; // of what all streams expect: one of them may have a gap
+    std::map<int, Stream> m_Streams;
     int m_Jumps = 0;
 };
 
