@@ -1,9 +1,8 @@
-// How a Matroska or WebM file is laid out, whoever wrote it. Read by libebml and libmatroska: headers only, payloads
-// are skipped, and what is kept does not grow with the number of blocks.
+// How a Matroska or WebM file is laid out, whoever wrote it: its elements, and what its tracks hold where and when.
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -126,9 +125,5 @@ struct MapShare {
     std::uint64_t m_Octets;
 };
 std::vector<MapShare> MapShares(const FileMap& map);
-
-// Throws ToolError when the file cannot be read or is not Matroska. Of a file that is cut off or damaged it gives what
-// is there, and says so in m_Problems.
-FileMap ReadFileMap(const std::string& path);
 
 nlohmann::json MapAsJson(const FileMap& map);

@@ -9,6 +9,7 @@
 
 #include "Map.h"
 #include "MapDrawing.h"
+#include "MapReader.h"
 #include "Options.h"
 #include "OutputFile.h"
 #include "Plan.h"

@@ -1,0 +1,40 @@
+// A file as libebml reads it: a page at a time, so that skipping from header to header leaves payloads on the disk.
+#pragma once
+
+#include <ebml/IOCallback.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+// Ends the run: that file cannot be read, for that reason.
+[[noreturn]] void FailToRead(const std::string& path, const std::string& reason);
+
+class PagedFile : public libebml::IOCallback {
+public:
+    // Throws ToolError, as reading does, when it cannot be read or is no regular file.
+    explicit PagedFile(const std::string& path);
+    ~PagedFile() override;
+    PagedFile(const PagedFile&) = delete;
+    PagedFile& operator=(const PagedFile&) = delete;
+
+    std::uint64_t Size() const { return m_Size; }
+    // Up to size octets from a position, whatever the page holds; fewer at the end of the file.
+    std::size_t ReadAt(std::uint64_t position, void* buffer, std::size_t size) const;
+    void GoTo(std::uint64_t position) { m_At = position; }
+
+    uint32 read(void* buffer, size_t size) override;
+    void setFilePointer(int64 offset, libebml::seek_mode mode) override;
+    uint64 getFilePointer() override { return m_At; }
+    size_t write(const void* buffer, size_t size) override;
+    void close() override {}
+
+private:
+    std::string m_Path;
+    int m_Descriptor;
+    std::uint64_t m_Size = 0;
+    std::uint64_t m_At = 0;
+    std::array<char, 4096> m_Page;
+    std::uint64_t m_PageAt = 0;
+    std::size_t m_PageSize = 0;
+};
