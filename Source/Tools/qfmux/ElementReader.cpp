@@ -115,12 +115,12 @@ bool ElementReader::Load(const FoundElement& found) {
 
 std::optional<BlockHead> ElementReader::Block(const FoundElement& found) {
     // The head takes four octets at least, and libmatroska reads one more.
-    if (found.IsOpen() || found.m_Payload + 5 > m_File.Size()) return std::nullopt;
-    auto& block = static_cast<libmatroska::KaxInternalBlock&>(*found.m_pElement);
+    auto* const block = dynamic_cast<libmatroska::KaxInternalBlock*>(found.m_pElement.get());
+    if (block == nullptr || found.IsOpen() || found.m_Payload + 5 > m_File.Size()) return std::nullopt;
     m_File.GoTo(found.m_Payload);
-    block.ReadData(m_File, libebml::SCOPE_PARTIAL_DATA);
-    const auto* const simple = dynamic_cast<const libmatroska::KaxSimpleBlock*>(&block);
-    return BlockHead{block.TrackNum(), block.GetRelativeTimestamp(), std::max(1U, block.NumberFrames()),
+    block->ReadData(m_File, libebml::SCOPE_PARTIAL_DATA);
+    const auto* const simple = dynamic_cast<const libmatroska::KaxSimpleBlock*>(block);
+    return BlockHead{block->TrackNum(), block->GetRelativeTimestamp(), std::max(1U, block->NumberFrames()),
                      simple != nullptr && simple->IsKeyframe()};
 }
 

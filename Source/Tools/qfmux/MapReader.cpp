@@ -113,14 +113,12 @@ private:
     void SkipJunk(std::uint64_t end) {
         const std::uint64_t from = m_Reader.At();
         const std::uint64_t next = m_Reader.FindNext(end);
-        const bool endsFile = next == m_Reader.Size();
-        if (endsFile && next - from < 12) { // as long as a header can be
-            m_Map.m_Elements.push_back({MapKind::Junk, "cut header", from, 0, next - from, {}, true});
-            Complain("cut off: the file ends within the header at " + std::to_string(from));
-        } else {
-            m_Map.m_Elements.push_back({MapKind::Junk, "no element", from, 0, next - from, {}, false});
-            Complain("the " + std::to_string(next - from) + " octets at " + std::to_string(from) + " are no element");
-        }
+        const std::uint64_t octets = next - from;
+        const bool isHeader = next == m_Reader.Size() && octets < 12; // as long as a header can be
+        m_Map.m_Elements.push_back(
+            {MapKind::Junk, isHeader ? "cut header" : "no element", from, 0, octets, {}, isHeader});
+        Complain(isHeader ? "cut off: the file ends within the header at " + std::to_string(from)
+                          : "the " + std::to_string(octets) + " octets at " + std::to_string(from) + " are no element");
         m_Reader.GoTo(next);
     }
 

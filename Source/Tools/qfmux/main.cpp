@@ -8,8 +8,9 @@
 #include <string>
 
 #include "Map.h"
-#include "MapDrawing.h"
+#include "MapPicture.h"
 #include "MapReader.h"
+#include "MapStrip.h"
 #include "Options.h"
 #include "OutputFile.h"
 #include "Plan.h"
