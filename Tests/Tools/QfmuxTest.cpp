@@ -255,6 +255,106 @@ TEST_F(QfmuxTest, JoinedRecordingsFollowOneAnother) {
     }
 }
 
+// So are fragmented films and Matroska files put together with cat, though their times never jump by design.
+TEST_F(QfmuxTest, FilesInOneFollowOneAnother) {
+    Ffmpeg(ClipPath("h264-aac.mp4"), "-c copy -movflags frag_keyframe+empty_moov " + Path("part.mp4"));
+    Ffmpeg(ClipPath("h264-aac.mp4"), "-c copy " + Path("part.mkv"));
+    for (const char* name : {"part.mp4", "part.mkv"}) {
+        SCOPED_TRACE(name);
+        Octets octets = ReadFile(Path(name));
+        const std::size_t size = octets.size();
+        octets.resize(2 * size);
+        std::copy_n(octets.begin(), size, octets.begin() + static_cast<std::ptrdiff_t>(size));
+        WriteFile(Path("both"), octets);
+        EXPECT_EQ(Qfmux("--overwrite " + Path("both") + " " + Path("both.mkv")).m_ExitCode, 1);
+        const auto both = PresentationTimes(Path("both.mkv"));
+        const double moved = both.at(0).back() - both.at(0)[both.at(0).size() / 2 - 1];
+        EXPECT_NEAR(moved, 3.05, 0.05);
+        for (const auto& [stream, times] : both) {
+            ASSERT_EQ(times.size() % 2, 0U);
+            const std::size_t half = times.size() / 2;
+            for (std::size_t i = 0; i < half; ++i) {
+                ASSERT_NEAR(times[half + i] - times[i], moved, 0.0021) << "frame " << i << " of stream " << stream;
+            }
+        }
+    }
+}
+
+// Takes the time stamps from all but each n-th packet of the picture in a transport stream (ISO 13818-1, PES packets).
+Octets WithFewStamps(Octets stream, int n) {
+    int packets = 0;
+    for (std::size_t at = 0; at + 19 < stream.size(); ++at) {
+        const unsigned char mark[] = {0, 0, 1, 0xE0};
+        if (!std::equal(std::begin(mark), std::end(mark), &stream[at]) || packets++ % n == 0) continue;
+        const std::size_t stamps = (stream[at + 7] & 0x80U) == 0 ? 0 : (stream[at + 7] & 0x40U) != 0 ? 10 : 5;
+        stream[at + 7] &= 0x3F;
+        std::fill_n(&stream[at + 9], stamps, static_cast<unsigned char>(0xFF));
+    }
+    return stream;
+}
+
+// A broadcast tells the time of a picture every 0.7 seconds at least, and of no more of them.
+TEST_F(QfmuxTest, TimesThatABroadcastLeavesOutAreFilledIn) {
+    ASSERT_EQ(Qfmux(ClipPath("h264-aac.ts") + " " + Path("all.mkv")).m_ExitCode, 0);
+    const auto expected = PresentationTimes(Path("all.mkv"));
+    for (const int n : {2, 3, 12}) {
+        SCOPED_TRACE(n);
+        WriteFile(Path("few.ts"), WithFewStamps(ReadFile(ClipPath("h264-aac.ts")), n));
+        EXPECT_EQ(Qfmux("--overwrite " + Path("few.ts") + " " + Path("few.mkv")).m_ExitCode, 0);
+        EXPECT_EQ(PresentationTimes(Path("few.mkv")), expected);
+    }
+}
+
+TEST_F(QfmuxTest, DamagedFramesAreLeftOut) {
+    Octets stream = ReadFile(ClipPath("h264-aac.ts"));
+    // The start of an AAC frame (ADTS) in the middle of the sound.
+    std::size_t at = stream.size() / 2;
+    while (stream[at] != 0xFF || stream[at + 1] != 0xF1) ++at;
+    std::fill_n(&stream[at], 40, static_cast<unsigned char>(0x55));
+    WriteFile(Path("damaged.ts"), stream);
+    const CommandResult result = Qfmux(Path("damaged.ts") + " " + Path("out.mkv"));
+    EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
+    EXPECT_NE(result.m_Output.find("damaged frame"), std::string::npos) << result.m_Output;
+    EXPECT_GT(PresentationTimes(Path("out.mkv")).at(1).size(), 100U);
+}
+
+TEST_F(QfmuxTest, TwoFilesStartTogetherWhateverTheirTimesCountFrom) {
+    Ffmpeg(ClipPath("h264-aac.ts"), "-c copy -output_ts_offset 5000 " + Path("late.ts"));
+    for (const std::string& inputs :
+         {Path("late.ts") + " " + ClipPath("pcm16.wav"), ClipPath("h264-aac.mp4") + " " + Path("late.ts")}) {
+        SCOPED_TRACE(inputs);
+        EXPECT_EQ(Qfmux("--overwrite " + inputs + " " + Path("out.mkv")).m_ExitCode, 0);
+        const auto times = PresentationTimes(Path("out.mkv"));
+        ASSERT_EQ(times.size(), 2U);
+        EXPECT_NEAR(times.at(0)[0], times.at(1)[0], 0.1);
+    }
+}
+
+TEST_F(QfmuxTest, StreamsThatBeginLateAreKnown) {
+    RunCommand(
+        "ffmpeg -nostdin -v error -itsoffset 8 -i " + ClipPath("raw.ac3") +
+        " -f lavfi -i testsrc2=size=160x90:rate=25 -t 12 -map 0:a -map 1:v -c:a copy -c:v libx264 -preset ultrafast "
+        "-f mpegts " +
+        Path("late.ts"));
+    EXPECT_EQ(Qfmux(Path("late.ts") + " " + Path("out.mkv")).m_ExitCode, 0);
+    const Ebml::File file(ReadFile(Path("out.mkv")));
+    EXPECT_EQ(file.Float("Segment/Tracks/TrackEntry[1]/Audio/SamplingFrequency"), 48000);
+    EXPECT_NEAR(PresentationTimes(Path("out.mkv")).at(1)[0], 8, 0.1);
+}
+
+TEST_F(QfmuxTest, SoundIsThatOfThePicturesProgramme) {
+    RunCommand(
+        "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=320x180:rate=25 -f lavfi -i anullsrc=r=48000:cl=mono "
+        "-f lavfi -i testsrc2=size=160x90:rate=25 -f lavfi -i anullsrc=r=48000:cl=5.1 -t 2 -map 0 -map 1 -map 2 "
+        "-map 3 -c:v libx264 -preset ultrafast -c:a ac3 -program title=A:st=0:st=1 -program title=B:st=2:st=3 "
+        "-f mpegts " +
+        Path("two.ts"));
+    EXPECT_EQ(Qfmux(Path("two.ts") + " " + Path("out.mkv")).m_ExitCode, 0);
+    const Ebml::File file(ReadFile(Path("out.mkv")));
+    EXPECT_EQ(file.Unsigned("Segment/Tracks/TrackEntry[0]/Video/PixelWidth"), 320U);
+    EXPECT_EQ(file.Unsigned("Segment/Tracks/TrackEntry[1]/Audio/Channels"), 1U);
+}
+
 // A frame of an IVF file has its time in its header, and nothing else tells that it is wrong.
 TEST_F(QfmuxTest, AbsurdTimesAreNotBelieved) {
     const Octets good = ReadFile(ClipPath("vp8.ivf"));

@@ -22,13 +22,6 @@ constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 // Of H.264, in pictures.
 constexpr std::size_t kLargestPictureBuffer = 16;
 
-constexpr std::int64_t kSecond = 10000000; // 100 ns
-constexpr std::int64_t kNear = 10 * kSecond;
-
-std::int64_t HostTime(std::int64_t time, AVRational timeBase) {
-    return std::clamp(av_rescale_q(time, timeBase, kHostTimeBase), -kFurthestTime, kFurthestTime);
-}
-
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
     throw ToolError(kExitError, "cannot read '" + path + "': " + reason);
 }
@@ -69,16 +62,43 @@ std::string AvReason(int error) {
 
 MediaFile::MediaFile(const std::string& path) : m_Path(path) {
     NeedRegularFile(path);
-    const std::string url = "file:" + path;
-    CheckSelfContained(url, path);
-    AVFormatContext* context = nullptr;
-    Check(avformat_open_input(&context, url.c_str(), nullptr, nullptr), path);
+    CheckSelfContained("file:" + path, path);
+    Open(false);
+    // A stream may begin late.
+    AVStream** const streams = m_Context->streams;
+    if (!std::all_of(streams, streams + m_Context->nb_streams, IsKnown)) Open(true);
+}
+
+void MediaFile::Open(bool looksFar) {
+    AVFormatContext* context = avformat_alloc_context();
+    if (context == nullptr) throw std::bad_alloc();
+    AVDictionary* options = nullptr;
+    if (looksFar) {
+        context->probesize = std::int64_t{256} << 20;
+        context->max_analyze_duration = std::int64_t{600} * AV_TIME_BASE;
+        av_dict_set(&options, "scan_all_pmts", "1", 0); // a transport stream's later tables too
+    }
+    const int result = avformat_open_input(&context, ("file:" + m_Path).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    Check(result, m_Path);
     m_Context.reset(context);
     // Before libavformat looks into the frames for more.
+    m_WithSetup.clear();
     for (unsigned i = 0; i < context->nb_streams; ++i) {
         if (context->streams[i]->codecpar->extradata_size > 0) m_WithSetup.insert(static_cast<int>(i));
     }
-    Check(avformat_find_stream_info(context, nullptr), path);
+    Check(avformat_find_stream_info(context, nullptr), m_Path);
+}
+
+bool MediaFile::IsKnown(const AVStream* stream) {
+    const AVCodecParameters& parameters = *stream->codecpar;
+    if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) return parameters.sample_rate > 0;
+    return parameters.codec_type != AVMEDIA_TYPE_VIDEO || parameters.width > 0;
+}
+
+std::int64_t MediaFile::Origin() const {
+    const bool countsFromAnywhere = HasLooseTimes() || av_match_name("flv", m_Context->iformat->name) != 0;
+    return countsFromAnywhere ? HostTime(std::max<std::int64_t>(0, m_Context->start_time), AV_TIME_BASE_Q) : 0;
 }
 
 std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
@@ -86,7 +106,7 @@ std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
     for (unsigned i = 0; i < m_Context->nb_streams; ++i) {
         AVStream* const stream = m_Context->streams[i];
         const bool isPicture = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-        if (stream->codecpar->codec_type == type && !isPicture) streams.push_back(stream);
+        if (stream->codecpar->codec_type == type && !isPicture && IsKnown(stream)) streams.push_back(stream);
     }
     return streams;
 }
@@ -100,72 +120,11 @@ double MediaFile::FrameRate(AVStream* stream) const {
 
 // ---- packets
 
-// Formats whose times may jump by design, as those of broadcasts do, say so to libavformat. In others a long way ahead
-// is a pause, unless it is absurd, and a little way back is how they round or reorder.
-TimeLine::TimeLine(const AVInputFormat& format)
-    : m_MostBack((format.flags & AVFMT_TS_DISCONT) != 0 ? kSecond / 10 : kNear),
-      m_MostAhead((format.flags & AVFMT_TS_DISCONT) != 0 ? kNear : 30 * 3600 * kSecond) {}
-
-void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
-    const bool hasDecode = packet.dts != AV_NOPTS_VALUE;
-    const std::int64_t stamp = hasDecode ? packet.dts : packet.pts;
-    if (stamp == AV_NOPTS_VALUE) return;
-    const std::int64_t told = HostTime(stamp, timeBase);
-    const auto [entry, isFirst] = m_Streams.try_emplace(packet.stream_index);
-    Stream& stream = entry->second;
-    std::int64_t time = told + stream.m_Shift;
-    const bool jumps = !isFirst && (!Fits(stream, time, m_MostAhead) || std::abs(told) == kFurthestTime);
-    if (jumps) {
-        ++m_Jumps;
-        stream.m_ShiftBefore = std::exchange(stream.m_Shift, ShiftBehindJump(stream, told));
-        time = told + stream.m_Shift;
-    }
-    // A presentation time alone says less: decoding comes before it.
-    if (hasDecode || isFirst || jumps) {
-        const std::int64_t end = time + HostTime(std::max<std::int64_t>(0, packet.duration), timeBase);
-        stream.m_Expected = std::clamp(end, -kFurthestTime, kFurthestTime);
-    }
-    if (stream.m_Shift == 0) return;
-    // Not always m_Shift: what lies beyond the furthest time was taken for that.
-    const std::int64_t shift = av_sat_sub64(av_rescale_q(time, kHostTimeBase, timeBase), stamp);
-    for (std::int64_t* const moved : {&packet.pts, &packet.dts}) {
-        if (*moved != AV_NOPTS_VALUE) *moved = av_sat_add64(*moved, shift);
-    }
-}
-
-bool TimeLine::Fits(const Stream& stream, std::int64_t time, std::int64_t mostAhead) const {
-    return time >= stream.m_Expected - m_MostBack && time <= LatestExpected() + mostAhead;
-}
-
-std::int64_t TimeLine::LatestExpected() const {
-    const auto latest = std::max_element(m_Streams.begin(), m_Streams.end(), [](const auto& left, const auto& right) {
-        return left.second.m_Expected < right.second.m_Expected;
-    });
-    return latest->second.m_Expected;
-}
-
-std::int64_t TimeLine::ShiftBehindJump(const Stream& stream, std::int64_t told) {
-    // One packet may be all that was wrong.
-    if (Fits(stream, told + stream.m_ShiftBefore, kNear)) return stream.m_ShiftBefore;
-    for (const auto& [index, other] : m_Streams) {
-        const std::int64_t shift = other.m_Shift;
-        if (shift == stream.m_Shift || std::abs(told + shift - stream.m_Expected) > kNear) continue;
-        // The other stream is beyond the same place. Where this one would come too early there, both come later.
-        const std::int64_t later = std::max<std::int64_t>(0, stream.m_Expected - told - shift);
-        for (auto& [beyond, moved] : m_Streams) {
-            if (moved.m_Shift != shift) continue;
-            moved.m_Shift += later;
-            moved.m_Expected += later;
-        }
-        return shift + later;
-    }
-    return LatestExpected() - told;
-}
-
-PacketSource::PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams)
-    : m_File(std::move(file)), m_TimeLine(*m_File->Context()->iformat) {
+PacketSource::PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift)
+    : m_File(std::move(file)), m_Streams(std::move(streams)), m_Shift(shift),
+      m_TimeLine(m_File->HasLooseTimes(), shift) {
     AVFormatContext* const context = m_File->Context();
-    for (const int index : streams) {
+    for (const int index : m_Streams) {
         if (index >= static_cast<int>(context->nb_streams)) Fail(m_File->Path(), "the file has changed");
         m_Chosen[index];
         // Sound has a presentation time wherever it has one of decoding.
@@ -175,7 +134,7 @@ PacketSource::PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>&
         }
     }
     for (unsigned i = 0; i < context->nb_streams; ++i) {
-        context->streams[i]->discard = streams.count(static_cast<int>(i)) > 0 ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+        context->streams[i]->discard = m_Streams.count(static_cast<int>(i)) > 0 ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     }
 }
 
@@ -193,11 +152,14 @@ int PacketSource::Next(int stream, AVPacket& packet) {
         m_End = av_read_frame(m_File->Context(), &packet);
         if (m_End < 0) break;
         const auto chosen = m_Chosen.find(packet.stream_index);
-        if (chosen == m_Chosen.end() || chosen->second.m_Alone != nullptr) {
+        // One stream's times may tell how another's are meant.
+        if (chosen != m_Chosen.end()) {
+            m_TimeLine.Mend(packet, m_File->Context()->streams[packet.stream_index]->time_base);
+        }
+        if (chosen == m_Chosen.end() || !chosen->second.m_IsAskedFor) {
             av_packet_unref(&packet);
             continue;
         }
-        m_TimeLine.Mend(packet, m_File->Context()->streams[packet.stream_index]->time_base);
         if (packet.stream_index == stream) {
             ++own.m_Taken;
             return 0;
@@ -219,8 +181,9 @@ int PacketSource::Jumps(int stream) const {
 
 int PacketSource::OpenForItself(int stream, AVPacket& packet) {
     Chosen& own = m_Chosen.at(stream);
-    m_File->Context()->streams[stream]->discard = AVDISCARD_ALL;
-    own.m_Alone = std::make_unique<PacketSource>(std::make_shared<MediaFile>(m_File->Path()), std::set<int>{stream});
+    own.m_IsAskedFor = false;
+    own.m_Alone = std::make_unique<PacketSource>(std::make_shared<MediaFile>(m_File->Path()), m_Streams, m_Shift);
+    for (auto& [index, chosen] : own.m_Alone->m_Chosen) chosen.m_IsAskedFor = index == stream;
     // From the beginning, as a demuxer may carry more from packet to packet than a place in the file.
     for (; own.m_Taken > 0; --own.m_Taken) {
         const int result = own.m_Alone->Next(stream, packet);
@@ -243,7 +206,7 @@ PictureOrder::PictureOrder(const AVCodecParameters& parameters)
 
 bool PictureOrder::Knows(AVCodecID codec) { return codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MPEG4; }
 
-void PictureOrder::Push(Frame frame) {
+void PictureOrder::Push(Frame frame, bool isTold) {
     const AVPacket& packet = *frame.m_Packet;
     std::uint8_t* unused = nullptr;
     int unusedSize = 0;
@@ -259,7 +222,7 @@ void PictureOrder::Push(Frame frame) {
         order = -1;
     }
     m_DecodeTimes.push_back(frame.m_Decode);
-    m_Held.push_back({std::move(frame), order, false});
+    m_Held.push_back({std::move(frame), order, isTold, false});
     if (++m_Unplaced > (m_IsH264 ? kLargestPictureBuffer : 1)) PlaceEarliest();
 }
 
@@ -269,7 +232,9 @@ void PictureOrder::PlaceEarliest() {
         if (!held.m_Placed && (earliest == nullptr || held.m_Order < earliest->m_Order)) earliest = &held;
     }
     earliest->m_Placed = true;
-    earliest->m_Frame.m_Presentation = m_DecodeTimes.front();
+    Frame& frame = earliest->m_Frame;
+    if (!earliest->m_IsTold) frame.m_Presentation = m_Next.value_or(m_DecodeTimes.front());
+    if (earliest->m_IsTold || m_Next) m_Next = frame.m_Presentation + frame.m_Duration;
     m_DecodeTimes.pop_front();
     --m_Unplaced;
 }
@@ -302,6 +267,10 @@ TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, 
     m_FrameDuration = out.codec_type == AVMEDIA_TYPE_VIDEO
                           ? static_cast<std::int64_t>(1e7 / m_Source->File().FrameRate(m_pStream))
                           : 1;
+    // Broadcasts need not tell the time of each picture.
+    if (out.codec_id == AV_CODEC_ID_H264 && m_Source->File().HasLooseTimes()) {
+        m_Order = std::make_unique<PictureOrder>(out);
+    }
 }
 
 bool TrackReader::NextPacket(AVPacket& packet) {
@@ -309,6 +278,10 @@ bool TrackReader::NextPacket(AVPacket& packet) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), &packet);
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
+        if (filtered == AVERROR_INVALIDDATA) { // which the filter has dropped
+            ++m_Damaged;
+            continue;
+        }
         if (filtered != AVERROR(EAGAIN)) Fail(Path(), AvReason(filtered));
 
         const int read = m_Source->Next(m_pStream->index, packet);
@@ -330,7 +303,7 @@ void TrackReader::ReadLeadingFrames() {
     const AVPacket* next = m_Leading.back().get();
     for (auto packet = std::next(m_Leading.rbegin()); packet != m_Leading.rend(); ++packet) {
         AVPacket& frame = **packet;
-        if (next->dts == AV_NOPTS_VALUE || frame.pts == AV_NOPTS_VALUE) return;
+        if (next->dts == AV_NOPTS_VALUE) return;
         const std::int64_t duration =
             frame.duration > 0 ? frame.duration : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
         frame.dts = av_sat_sub64(next->dts, duration);
@@ -356,7 +329,8 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     }
     const auto toHostTime = [this](std::int64_t time) { return HostTime(time, m_Filter->time_base_out); };
     hasPresentation = packet.pts != AV_NOPTS_VALUE;
-    if (packet.dts == AV_NOPTS_VALUE) m_TimesWereMade = m_TimesWereMade || !hasPresentation;
+    const bool isTold = packet.dts != AV_NOPTS_VALUE || hasPresentation;
+    (isTold ? m_TimesWereTold : m_TimesWereMade) = true;
     frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : std::min(m_NextDecode, kFurthestTime);
     frame.m_Presentation = hasPresentation ? toHostTime(packet.pts) : frame.m_Decode;
     const std::int64_t duration = packet.duration > 0 ? toHostTime(packet.duration) : m_FrameDuration;
@@ -393,7 +367,7 @@ bool TrackReader::ReadFrame(Frame& frame) {
             frame = std::move(next);
             return true;
         }
-        m_Order->Push(std::move(next));
+        m_Order->Push(std::move(next), hasPresentation && m_Source->File().HasLooseTimes());
     }
 }
 

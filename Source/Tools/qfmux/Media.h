@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,9 +17,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
-// 3,653 years: sums and differences of such times stay within 64 bits, whatever a damaged file says.
-constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
+#include "TimeLine.h"
 
 struct AvDeleter {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
@@ -49,52 +48,34 @@ public:
 
     const std::string& Path() const { return m_Path; }
     AVFormatContext* Context() const { return m_Context.get(); }
-    // The file's streams of that kind, attached pictures left out.
+    // The file's streams of that kind, without attached pictures and those of which nothing is known.
     std::vector<AVStream*> Streams(AVMediaType type) const;
+    // Whether the file has the stream's sample rate, or the size of its pictures.
+    static bool IsKnown(const AVStream* stream);
+    // Whether its times may jump by design and count from anywhere, as those of broadcasts do.
+    bool HasLooseTimes() const { return (m_Context->iformat->flags & AVFMT_TS_DISCONT) != 0; }
+    // When it begins, 100 ns, for formats that count from anywhere; else 0.
+    std::int64_t Origin() const;
     // Whether the container keeps codec set-up data for the stream, outside its frames.
     bool HasSetup(const AVStream* stream) const;
     // Frames per second of a video stream, 25 when the file does not tell.
     double FrameRate(AVStream* stream) const;
 
 private:
+    void Open(bool looksFar);
+
     std::string m_Path;
     AvPtr<AVFormatContext> m_Context;
     std::set<int> m_WithSetup; // indexes of streams
-};
-
-// Where a recording was cut, joined or damaged, the times of its packets jump. What comes behind a jump is moved to
-// where that in front of it ends. Streams pass such a place one after the other, and stay together.
-class TimeLine {
-public:
-    explicit TimeLine(const AVInputFormat& format);
-
-    // To be called for each packet in the order of the file.
-    void Mend(AVPacket& packet, AVRational timeBase);
-    int Jumps() const { return m_Jumps; }
-
-private:
-    // 100 ns units.
-    struct Stream {
-        std::int64_t m_Expected = 0; // when the next packet is due
-        std::int64_t m_Shift = 0;
-        std::int64_t m_ShiftBefore = 0;
-    };
-    bool Fits(const Stream& stream, std::int64_t time, std::int64_t mostAhead) const;
-    std::int64_t LatestExpected() const;
-    std::int64_t ShiftBehindJump(const Stream& stream, std::int64_t told);
-
-    const std::int64_t m_MostBack;  // behind what the stream expects
-    const std::int64_t m_MostAhead; // of what all streams expect: one of them may have a gap
-    std::map<int, Stream> m_Streams;
-    int m_Jumps = 0;
 };
 
 // Reads a file once for all of its chosen streams. A packet of another stream than the one asked for waits; where too
 // much waits, in a badly interleaved file, the stream that is so far behind has the file opened for itself.
 class PacketSource {
 public:
-    // file: for this source alone. streams: their indexes. Throws ToolError when the file lacks one.
-    PacketSource(std::shared_ptr<MediaFile> file, const std::set<int>& streams);
+    // file: for this source alone. streams: their indexes. shift: of all times, 100 ns.
+    // Throws ToolError when the file lacks a stream.
+    PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift);
 
     MediaFile& File() const { return *m_File; }
     // Reads the stream's next packet. Returns 0 or libavformat's error, AVERROR_EOF at the end.
@@ -104,6 +85,7 @@ public:
 
 private:
     struct Chosen {
+        bool m_IsAskedFor = true; // here, and not in a source of its own
         std::deque<AvPtr<AVPacket>> m_Waiting;
         std::uint64_t m_Taken = 0;             // packets handed out
         std::unique_ptr<PacketSource> m_Alone; // once it has the file for itself
@@ -111,15 +93,17 @@ private:
     int OpenForItself(int stream, AVPacket& packet);
 
     std::shared_ptr<MediaFile> m_File;
+    const std::set<int> m_Streams;
+    const std::int64_t m_Shift;
     TimeLine m_TimeLine;
     std::map<int, Chosen> m_Chosen;
     std::size_t m_WaitingOctets = 0;
     int m_End = 0; // what ended the file
 };
 
-// Presentation times for pictures that came without: raw streams have none, AVI files only those of decoding. Pictures
-// are held until their place in presentation order is known; the n-th one presented then takes the time at which the
-// n-th was decoded.
+// Presentation times for pictures that came without: raw streams have none, AVI files only those of decoding,
+// broadcasts some. Pictures are held until their place in presentation order is known; one without a time then follows
+// the one in front of it. Where none has a time the n-th one presented takes the time at which the n-th was decoded.
 //
 // H.264 numbers its pictures in that order; 16 of them at most wait (its largest picture buffer). In MPEG-4 a
 // B picture is presented at once, any other when the next such one comes. libavformat knows the latter rule, but not
@@ -131,8 +115,9 @@ public:
     // Whether there is a rule for the codec.
     static bool Knows(AVCodecID codec);
 
-    void Push(Frame frame); // in decoding order
-    void Flush();           // no more frames come
+    // In decoding order. isTold: whether the file tells when it is presented.
+    void Push(Frame frame, bool isTold);
+    void Flush(); // no more frames come
     // Takes the oldest frame whose presentation time is known; false when there is none.
     bool Pop(Frame& frame);
 
@@ -140,6 +125,7 @@ private:
     struct Held {
         Frame m_Frame;
         std::int64_t m_Order; // smaller is presented earlier, among those not placed
+        bool m_IsTold;
         bool m_Placed;
     };
     void PlaceEarliest();
@@ -149,6 +135,7 @@ private:
     AvPtr<AVCodecParserContext> m_Parser;
     std::deque<Held> m_Held;
     std::deque<std::int64_t> m_DecodeTimes; // of frames not placed yet
+    std::optional<std::int64_t> m_Next;     // when the one placed last ends, once the file told of one
     std::size_t m_Unplaced = 0;
     std::int64_t m_Pushed = 0;
 };
@@ -166,7 +153,9 @@ public:
     const std::vector<std::uint8_t>& SetupData() const { return m_SetupData; }
 
     // The stream lacks time stamps, and they were made from the order of its frames and its rate.
-    bool TimesWereMade() const { return m_TimesWereMade; }
+    bool TimesWereMade() const { return m_TimesWereMade && !m_TimesWereTold; }
+    // Frames that were left out since they are damaged.
+    int Damaged() const { return m_Damaged; }
     int Jumps() const { return m_Source->Jumps(m_pStream->index); }
 
     // Reads the next frame; false at the end. Throws ToolError for a damaged file or one without time stamps.
@@ -191,7 +180,9 @@ private:
     std::int64_t m_FrameDuration; // 100 ns, for frames that do not tell theirs
     std::int64_t m_NextDecode = 0;
     bool m_TimesWereMade = false;
-    std::unique_ptr<PictureOrder> m_Order; // once a frame lacked its presentation time
+    bool m_TimesWereTold = false;
+    int m_Damaged = 0;
+    std::unique_ptr<PictureOrder> m_Order; // where frames may lack their presentation times
     Frame m_Ahead;                         // read and not handed out
     bool m_HasAhead = false;
     bool m_IsStarted = false;

@@ -58,7 +58,9 @@ const char* KindName(AVMediaType type) { return type == AVMEDIA_TYPE_VIDEO ? "vi
 
 // The stream asked for, counted over all inputs, or the best of the input that is for this kind: of two inputs the
 // first is for video and the second for audio, if it has any.
-std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, const std::optional<int>& index) {
+// related: a stream whose programme is preferred, or null.
+std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, const std::optional<int>& index,
+                                      const AVStream* related) {
     std::vector<Candidate> all;
     for (const auto& input : inputs) {
         for (AVStream* const stream : input->Streams(type)) all.push_back({input, stream});
@@ -72,7 +74,10 @@ std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, co
     }
     if (all.empty()) return std::nullopt;
     const MediaFile* const file = (type == AVMEDIA_TYPE_AUDIO ? all.back() : all.front()).m_pFile.get();
-    const int best = av_find_best_stream(file->Context(), type, -1, -1, nullptr, 0);
+    AVStream** const streams = file->Context()->streams;
+    const bool isHere =
+        std::find(streams, streams + file->Context()->nb_streams, related) != streams + file->Context()->nb_streams;
+    const int best = av_find_best_stream(file->Context(), type, -1, isHere ? related->index : -1, nullptr, 0);
     for (const Candidate& candidate : all) {
         if (candidate.m_pFile.get() == file && candidate.m_pStream->index == best) return candidate;
     }
@@ -134,7 +139,8 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
     const auto take = [&](AVMediaType type, const std::optional<int>& index, bool leftOut,
                           const EncoderEntry* list) -> std::optional<PlannedTrack> {
         if (leftOut) return std::nullopt;
-        const std::optional<Candidate> candidate = ChooseStream(inputs, type, index);
+        const std::optional<Candidate> candidate =
+            ChooseStream(inputs, type, index, plan.m_Video ? plan.m_Video->m_pStream : nullptr);
         if (!candidate || list == nullptr) return std::nullopt;
         const AVCodecParameters& parameters = *candidate->m_pStream->codecpar;
         const CodecChoice choice = ChooseCodec(*candidate->m_pFile, candidate->m_pStream, options.m_H264);
@@ -162,7 +168,12 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
             } else if (isVideo && plan.m_pFormat->videoEncoders == nullptr) {
                 reason = "'" + format + "' holds no video";
             }
-            plan.m_Dropped.push_back(StreamName(*input, *stream) + " is left out: " + reason);
+            const std::string line = StreamName(*input, *stream) + " is left out: ";
+            if (MediaFile::IsKnown(stream)) {
+                plan.m_Dropped.push_back(line + reason);
+            } else {
+                report.Warn(line + "the file does not tell its " + (isVideo ? "size" : "sample rate"));
+            }
         }
     }
     if (!plan.m_Video && !plan.m_Audio) throw ToolError(kExitError, "there is nothing to write to '" + format + "'");

@@ -330,7 +330,9 @@ void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video,
     const auto open = [&](const PlannedTrack& track, std::optional<Track>& opened, bool isVideo) {
         std::shared_ptr<PacketSource>& source = sources[track.m_pFile.get()];
         if (source == nullptr) {
-            source = std::make_shared<PacketSource>(track.m_pFile, streams[track.m_pFile.get()]);
+            // Two files need not count from the same time.
+            const std::int64_t shift = streams.size() > 1 ? -track.m_pFile->Origin() : 0;
+            source = std::make_shared<PacketSource>(track.m_pFile, streams[track.m_pFile.get()], shift);
         }
         opened.emplace(track, source, isVideo, plan.IsWebm(), areVerified);
     };
@@ -425,6 +427,9 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
         const std::string& path = (*track)->Plan().m_pFile->Path();
         if ((*track)->Reader().TimesWereMade()) {
             report.Warn(path + " has no time stamps: they follow the order of its frames and its frame rate");
+        }
+        if (const int damaged = (*track)->Reader().Damaged(); damaged > 0) {
+            report.Warn(std::to_string(damaged) + " damaged frames of " + path + " were left out");
         }
         if ((*track)->Reader().Jumps() > 0) {
             report.Warn("the times of " + path + " jump: what comes behind a jump follows on what is in front of it");

@@ -1,0 +1,102 @@
+#include "TimeLine.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+extern "C" {
+#include <libavutil/common.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace {
+
+constexpr std::int64_t kSecond = 10000000; // 100 ns
+constexpr std::int64_t kNear = 10 * kSecond;
+
+} // namespace
+
+std::int64_t HostTime(std::int64_t stamp, AVRational timeBase) {
+    return std::clamp(av_rescale_q(stamp, timeBase, kHostTimeBase), -kFurthestTime, kFurthestTime);
+}
+
+TimeLine::TimeLine(bool mayJump, std::int64_t shift) : m_MayJump(mayJump), m_FirstShift(shift) {}
+
+void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
+    if (packet.dts == AV_NOPTS_VALUE && packet.pts == AV_NOPTS_VALUE) return;
+    const auto [entry, isFirst] = m_Streams.try_emplace(packet.stream_index);
+    Stream& stream = entry->second;
+    if (isFirst) {
+        stream.m_Shift = stream.m_ShiftBefore = m_FirstShift;
+    } else if (m_MayJump) {
+        ChooseStamp(packet, timeBase, stream);
+    }
+    const bool hasDecode = packet.dts != AV_NOPTS_VALUE;
+    const std::int64_t stamp = hasDecode ? packet.dts : packet.pts;
+    const std::int64_t told = HostTime(stamp, timeBase);
+    std::int64_t time = told + stream.m_Shift;
+    // Elsewhere a long way ahead is a pause, unless it is absurd.
+    const std::int64_t mostAhead = m_MayJump ? kNear : 30 * 3600 * kSecond;
+    const bool jumps = !isFirst && (!Fits(stream, time, mostAhead) || std::abs(told) == kFurthestTime);
+    if (jumps) {
+        ++m_Jumps;
+        stream.m_ShiftBefore = std::exchange(stream.m_Shift, ShiftBehindJump(stream, told));
+        time = told + stream.m_Shift;
+    }
+    // A presentation time alone says less: decoding comes before it.
+    if (hasDecode || isFirst || jumps) {
+        const std::int64_t end = time + HostTime(std::max<std::int64_t>(0, packet.duration), timeBase);
+        stream.m_Expected = std::clamp(end, -kFurthestTime, kFurthestTime);
+    }
+    if (stream.m_Shift == 0) return;
+    // Not always m_Shift: what lies beyond the furthest time was taken for that.
+    const std::int64_t shift = av_sat_sub64(av_rescale_q(time, kHostTimeBase, timeBase), stamp);
+    for (std::int64_t* const moved : {&packet.pts, &packet.dts}) {
+        if (*moved != AV_NOPTS_VALUE) *moved = av_sat_add64(*moved, shift);
+    }
+}
+
+// Where two stamps lie far apart one is wrong: both become the one that is nearer to what is due.
+void TimeLine::ChooseStamp(AVPacket& packet, AVRational timeBase, const Stream& stream) const {
+    if (packet.dts == AV_NOPTS_VALUE || packet.pts == AV_NOPTS_VALUE) return;
+    const std::int64_t decode = HostTime(packet.dts, timeBase);
+    const std::int64_t presentation = HostTime(packet.pts, timeBase);
+    if (std::abs(presentation - decode) <= kNear) return;
+    const std::int64_t due = stream.m_Expected - stream.m_Shift;
+    const bool decodeIsNearer = std::abs(decode - due) <= std::abs(presentation - due);
+    (decodeIsNearer ? packet.pts : packet.dts) = decodeIsNearer ? packet.dts : packet.pts;
+}
+
+// Not further back than formats round and sound overlaps where segments meet, and not further ahead of all streams: one
+// of them may have a gap.
+bool TimeLine::Fits(const Stream& stream, std::int64_t time, std::int64_t mostAhead) const {
+    return time >= stream.m_Expected - kSecond && time <= LatestExpected() + mostAhead;
+}
+
+std::int64_t TimeLine::LatestExpected() const {
+    const auto latest = std::max_element(m_Streams.begin(), m_Streams.end(), [](const auto& left, const auto& right) {
+        return left.second.m_Expected < right.second.m_Expected;
+    });
+    return latest->second.m_Expected;
+}
+
+std::int64_t TimeLine::ShiftBehindJump(const Stream& stream, std::int64_t told) {
+    // One packet may be all that was wrong.
+    if (Fits(stream, told + stream.m_ShiftBefore, kNear)) return stream.m_ShiftBefore;
+    for (const auto& [index, other] : m_Streams) {
+        const std::int64_t shift = other.m_Shift;
+        const bool isNear =
+            std::abs(told + shift - stream.m_Expected) <= kNear || std::abs(told + shift - LatestExpected()) <= kNear;
+        if (shift == stream.m_Shift || !isNear) continue;
+        // The other stream is beyond the same place. Where this one would come far too early there, both come later.
+        const std::int64_t overlap = stream.m_Expected - told - shift;
+        const std::int64_t later = overlap > kSecond ? overlap : 0;
+        for (auto& [beyond, moved] : m_Streams) {
+            if (moved.m_Shift != shift) continue;
+            moved.m_Shift += later;
+            moved.m_Expected += later;
+        }
+        return shift + later;
+    }
+    return LatestExpected() - told;
+}

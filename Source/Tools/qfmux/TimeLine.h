@@ -1,0 +1,45 @@
+// The times of a file's packets, and how those that jump are mended.
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+extern "C" {
+#include <libavcodec/packet.h>
+#include <libavutil/rational.h>
+}
+
+constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
+// 3,653 years: sums and differences of such times stay within 64 bits, whatever a damaged file says.
+constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
+// A stamp in 100 ns units, within those bounds.
+std::int64_t HostTime(std::int64_t stamp, AVRational timeBase);
+
+// Where a recording was cut, joined or damaged, the times of its packets jump. What comes behind a jump is moved to
+// where that in front of it ends. Streams pass such a place one after the other, and stay together.
+class TimeLine {
+public:
+    // shift: of all times from the beginning, 100 ns.
+    TimeLine(bool mayJump, std::int64_t shift);
+
+    // To be called for each packet in the order of the file.
+    void Mend(AVPacket& packet, AVRational timeBase);
+    int Jumps() const { return m_Jumps; }
+
+private:
+    // 100 ns units.
+    struct Stream {
+        std::int64_t m_Expected = 0; // when the next packet is due
+        std::int64_t m_Shift = 0;
+        std::int64_t m_ShiftBefore = 0;
+    };
+    bool Fits(const Stream& stream, std::int64_t time, std::int64_t mostAhead) const;
+    void ChooseStamp(AVPacket& packet, AVRational timeBase, const Stream& stream) const;
+    std::int64_t LatestExpected() const;
+    std::int64_t ShiftBehindJump(const Stream& stream, std::int64_t told);
+
+    const bool m_MayJump;
+    const std::int64_t m_FirstShift;
+    std::map<int, Stream> m_Streams;
+    int m_Jumps = 0;
+};
