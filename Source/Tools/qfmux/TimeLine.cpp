@@ -36,7 +36,7 @@ void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
     const std::int64_t told = HostTime(stamp, timeBase);
     std::int64_t time = told + stream.m_Shift;
     // Elsewhere a long way ahead is a pause, unless it is absurd.
-    const std::int64_t mostAhead = m_MayJump ? kNear : 30 * 3600 * kSecond;
+    const std::int64_t mostAhead = m_MayJump ? kNear : kSecond * 3600 * 30;
     const bool jumps = !isFirst && (!Fits(stream, time, mostAhead) || std::abs(told) == kFurthestTime);
     if (jumps) {
         ++m_Jumps;
