@@ -98,7 +98,7 @@ bool MediaFile::IsKnown(const AVStream* stream) {
 
 std::int64_t MediaFile::Origin() const {
     const bool countsFromAnywhere = HasLooseTimes() || av_match_name("flv", m_Context->iformat->name) != 0;
-    return countsFromAnywhere ? HostTime(std::max<std::int64_t>(0, m_Context->start_time), AV_TIME_BASE_Q) : 0;
+    return countsFromAnywhere ? HostTime(std::max<std::int64_t>(0, m_Context->start_time), {1, AV_TIME_BASE}) : 0;
 }
 
 std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
