@@ -1,6 +1,7 @@
 // What the browser reports against what the source says. Each check throws an AssertionError that says what is wrong.
 import assert from 'node:assert/strict';
 
+import { rangeStart } from './browser.mjs';
 import { toneAt } from './clips.mjs';
 import { closest, difference } from './source.mjs';
 
@@ -93,7 +94,7 @@ export function checkRanges(ranges, url) {
 
 // That the browser went to a position: it asked for octets from just before it on, not for all those on the way there.
 export function checkJump(ranges, url, position) {
-    const starts = ranges.filter(([path]) => path === url).map(([, range]) => Number(/^bytes=(\d+)-/.exec(range)?.[1]));
+    const starts = ranges.filter(([path]) => path === url).map(([, range]) => rangeStart(range));
     assert.ok(
         starts.some((start) => start <= position && start > position - 100000),
         `no range begins shortly before ${position}, but ${starts}`,

@@ -115,9 +115,9 @@ await withBrowser(folder, async ({ call, ranges, screenshot }) => {
 
     tells(
         checks.checkRanges,
-        [ranges, '/odd.webm'],
-        [ranges, '/sample.webm'],
-        [ranges.map(([path, range]) => [path, range, 200]), '/odd.webm'],
+        [ranges(), '/odd.webm'],
+        [ranges(), '/sample.webm'],
+        [ranges().map(([path, range]) => [path, range, 200]), '/odd.webm'],
     );
     const jumped = [['/odd.webm', 'bytes=300000-', 206]];
     tells(

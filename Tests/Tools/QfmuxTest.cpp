@@ -13,6 +13,7 @@
 #include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -558,13 +559,18 @@ TEST_F(QfmuxTest, BadlyInterleavedFilesComeOutAsGoodOnes) {
     ASSERT_GT(sound.size(), 100000U);
     bad.insert(bad.end(), sound.begin(), sound.end());
     WriteFile(Path("bad.ts"), bad);
+    std::vector<std::string> calls; // but for the path, which is new each time
     for (const std::string name : {"good", "bad"}) {
         const CommandResult result = Qfmux("--quiet --record " + Quoted(Path(name)) + " " + Quoted(Path(name + ".ts")) +
-                                           " " + Quoted(Path(name + ".mkv")));
+                                           " " + Quoted(Path("out.mkv")));
         ASSERT_EQ(result.m_ExitCode, 0) << result.m_Output;
+        fs::remove(Path("out.mkv"));
+        const auto session = ReadFile(Path(name));
+        calls.push_back(
+            std::regex_replace(std::string(session.begin(), session.end()), std::regex("\"path\":\"[^\"]*\""), ""));
     }
     EXPECT_TRUE(ReadFile(Path("good.payload")) == ReadFile(Path("bad.payload")));
-    EXPECT_EQ(fs::file_size(Path("good.mkv")), fs::file_size(Path("bad.mkv")));
+    EXPECT_TRUE(calls[0] == calls[1]);
 }
 
 // ---- wrong command lines and files
