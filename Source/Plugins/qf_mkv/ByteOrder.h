@@ -24,9 +24,10 @@ constexpr std::uint64_t PowerOfTwo(unsigned exponent) { return std::uint64_t{1} 
 
 // Octets up to and including the most significant one that is not zero; 0 for 0.
 constexpr unsigned SignificantOctets(std::uint64_t value) {
-    unsigned count = 0;
-    for (; value != 0; value >>= 8) ++count;
-    return count;
+    for (unsigned count = 0; count < 8; ++count) {
+        if (value < PowerOfTwo(8 * count)) return count;
+    }
+    return 8;
 }
 
 // Stores the `width` low-order octets of value, 0 to 8, the most significant first.

@@ -68,7 +68,7 @@ std::int32_t ContainerMuxer::Read(void* buffer, unsigned long count, unsigned lo
 
 std::int32_t ContainerMuxer::Write(const void* buffer, unsigned long count, unsigned long* written) {
     if (m_pFile == nullptr) return -1;
-    const unsigned long moved = m_pFile->Write(buffer, count);
+    const unsigned long moved = m_pFile->FileEx::Write(buffer, count); // not through its table: it is never another
     if (written != nullptr) *written = moved;
     return 0;
 }

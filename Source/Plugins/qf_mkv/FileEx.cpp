@@ -73,13 +73,6 @@ int FileEx::Flush() {
     return drained ? result : EOF;
 }
 
-unsigned long FileEx::Write(const void* buffer, unsigned long count) {
-    if (count >= m_Capacity - m_Used) return WriteThrough(buffer, count);
-    std::memcpy(m_pBuffer.get() + m_Used, buffer, count);
-    m_Used += count;
-    return count;
-}
-
 unsigned long FileEx::WriteThrough(const void* buffer, unsigned long count) {
     if (m_pStream == nullptr) return 0;
     // Filled up, the buffer goes out in whole pages.

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 // 1 when the last extension of path begins ".iso:" in any case: the name of a file inside a disc image, a pseudo-file.
@@ -27,7 +28,12 @@ public:
     // Returns fflush's result or EOF when octets are lost, 0 when nothing is open.
     virtual int Flush();
     // Return the number of octets moved, 0 when nothing is open. Octets that are gathered count as moved.
-    virtual unsigned long Write(const void* buffer, unsigned long count);
+    virtual unsigned long Write(const void* buffer, unsigned long count) {
+        if (count >= m_Capacity - m_Used) return WriteThrough(buffer, count);
+        std::memcpy(m_pBuffer.get() + m_Used, buffer, count);
+        m_Used += count;
+        return count;
+    }
     virtual unsigned long Read(void* buffer, unsigned long count);
     // Returns the file's size, 1 for a pseudo-file, 0 when nothing is open. Leaves the position where it is.
     virtual std::int64_t GetLength();

@@ -38,9 +38,10 @@ constexpr std::uint64_t kUnknownSize = 0x00FFFFFFFFFFFFFF;
 // unknown. kUnknownSize takes 8; 2^56 and above take none at all.
 constexpr unsigned LengthWidth(std::uint64_t length) {
     if (length > kUnknownSize) return 0;
-    unsigned width = 1;
-    for (std::uint64_t rest = length + 1; rest >= 128 && width < 8; rest /= 128) ++width;
-    return width;
+    for (unsigned width = 1; width < 8; ++width) {
+        if (length < PowerOfTwo(7 * width) - 1) return width;
+    }
+    return 8;
 }
 
 // The base of every element. On its own it is a bare identifier.
