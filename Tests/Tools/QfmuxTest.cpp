@@ -281,6 +281,27 @@ TEST_F(QfmuxTest, FilesInOneFollowOneAnother) {
     }
 }
 
+// A Flash file has set-up data wherever they change.
+TEST_F(QfmuxTest, SoundThatChangesOnTheWayIsTold) {
+    constexpr std::size_t kHeader = 13; // of the file, and the size of what is in front of the first tag
+    for (const std::string rate : {"44100", "22050"}) {
+        RunCommand("ffmpeg -nostdin -v error -f lavfi -i anullsrc=r=" + rate + " -t 1 -c:a aac " +
+                   Quoted(Path(rate + ".flv")));
+    }
+    const Octets first = ReadFile(Path("44100.flv"));
+    for (const std::string rate : {"44100", "22050"}) {
+        Octets joined = first;
+        const Octets second = ReadFile(Path(rate + ".flv"));
+        ASSERT_GT(second.size(), kHeader);
+        joined.insert(joined.end(), second.begin() + kHeader, second.end());
+        WriteFile(Path("joined.flv"), joined);
+        const CommandResult result = Qfmux("--overwrite " + Path("joined.flv") + " " + Path("out.mka"));
+        EXPECT_EQ(result.m_ExitCode, 1);
+        EXPECT_EQ(result.m_Output.find("changes its set-up data") != std::string::npos, rate == "22050")
+            << result.m_Output;
+    }
+}
+
 // Takes the time stamps from all but each n-th packet of the picture in a transport stream (ISO 13818-1, PES packets).
 Octets WithFewStamps(Octets stream, int n) {
     int packets = 0;
@@ -341,6 +362,20 @@ TEST_F(QfmuxTest, StreamsThatBeginLateAreKnown) {
     const Ebml::File file(ReadFile(Path("out.mkv")));
     EXPECT_EQ(file.Float("Segment/Tracks/TrackEntry[1]/Audio/SamplingFrequency"), 48000);
     EXPECT_NEAR(PresentationTimes(Path("out.mkv")).at(1)[0], 8, 0.1);
+
+    // Announced, and then nothing comes: of the sound its code in the table of contents is all there is.
+    const Octets whole = ReadFile(Path("late.ts"));
+    Octets silent;
+    for (std::size_t packet = 0; packet < whole.size(); packet += 188) {
+        const bool isSound = whole[packet + 1] % 0x20 == 1 && whole[packet + 2] == 0;
+        if (!isSound) silent.insert(silent.end(), &whole[packet], &whole[packet] + 188);
+    }
+    WriteFile(Path("silent.ts"), silent);
+    const CommandResult result = Qfmux("--overwrite " + Path("silent.ts") + " " + Path("out.mkv"));
+    EXPECT_EQ(result.m_ExitCode, 1);
+    EXPECT_NE(result.m_Output.find("is left out: the file does not tell its sample rate"), std::string::npos)
+        << result.m_Output;
+    EXPECT_EQ(Qfmux("--overwrite --no-audio " + Path("silent.ts") + " " + Path("out.mkv")).m_ExitCode, 0);
 }
 
 TEST_F(QfmuxTest, SoundIsThatOfThePicturesProgramme) {
@@ -354,6 +389,50 @@ TEST_F(QfmuxTest, SoundIsThatOfThePicturesProgramme) {
     const Ebml::File file(ReadFile(Path("out.mkv")));
     EXPECT_EQ(file.Unsigned("Segment/Tracks/TrackEntry[0]/Video/PixelWidth"), 320U);
     EXPECT_EQ(file.Unsigned("Segment/Tracks/TrackEntry[1]/Audio/Channels"), 1U);
+}
+
+// Matroska and QuickTime tell it of a stream, other ISO files (ISO 23001-7) of each frame.
+TEST_F(QfmuxTest, EncryptedStreamsAreRefused) {
+    ASSERT_EQ(RunCommand("ffmpeg -nostdin -v error -i " + Quoted(ClipPath("h264-aac.mp4")) +
+                         " -c copy -encryption_scheme cenc-aes-ctr -encryption_key 000102030405060708090a0b0c0d0e0f "
+                         "-encryption_kid 000102030405060708090a0b0c0d0e0f " +
+                         Quoted(Path("common.mp4")) + " -c copy -metadata:s:v title=fourteenletter " +
+                         Quoted(Path("named.mkv")) + " 2>&1")
+                  .m_Output,
+              "");
+    const auto replaced = [](const Octets& octets, const std::string& from, const std::string& to) {
+        std::string text(octets.begin(), octets.end());
+        const std::size_t place = text.find(from);
+        EXPECT_NE(place, std::string::npos);
+        if (place != std::string::npos) text.replace(place, from.size(), to);
+        return Octets(text.begin(), text.end());
+    };
+    WriteFile(Path("quicktime.mp4"), replaced(ReadFile(ClipPath("h264-aac.mp4")), "mp4a", "drms"));
+    // The track's Name becomes its ContentEncodings with the identifier of a key (RFC 9559).
+    WriteFile(Path("matroska.mkv"), replaced(ReadFile(Path("named.mkv")),
+                                             "\x53\x6E\x8E"
+                                             "fourteenletter",
+                                             "\x6D\x80\x8E\x62\x40\x8B\x50\x33\x81\x01\x50\x35\x84\x47\xE2\x81\x2A"));
+    for (const std::string name : {"common.mp4", "quicktime.mp4", "matroska.mkv"}) {
+        const CommandResult result = Qfmux(Path(name) + " " + Path("out.mkv"));
+        EXPECT_EQ(result.m_ExitCode, 2) << name;
+        EXPECT_EQ(result.m_Output, "qfmux: cannot read '" + Path(name) + "': it is encrypted\n");
+        EXPECT_FALSE(fs::exists(Path("out.mkv")));
+    }
+    // What is not taken does not matter.
+    EXPECT_EQ(Qfmux("--no-audio " + Path("quicktime.mp4") + " " + Path("picture.mkv")).m_ExitCode, 0);
+}
+
+// Telephones record as they are held, and tell players how to turn it.
+TEST_F(QfmuxTest, ARotationThatIsLostIsTold) {
+    RunCommand("ffmpeg -nostdin -v error -i " + Quoted(ClipPath("h264-aac.mp4")) + " -c copy -metadata:s:v rotate=90 " +
+               Quoted(Path("turned.mp4")));
+    const CommandResult result = Qfmux(Path("turned.mp4") + " " + Path("out.mkv"));
+    EXPECT_EQ(result.m_ExitCode, 1);
+    EXPECT_NE(result.m_Output.find("qfmux: warning: 'MKV ' has no place for the rotation by 90 degrees"),
+              std::string::npos)
+        << result.m_Output;
+    EXPECT_TRUE(fs::exists(Path("out.mkv")));
 }
 
 // A frame of an IVF file has its time in its header, and nothing else tells that it is wrong.

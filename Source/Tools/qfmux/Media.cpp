@@ -22,6 +22,8 @@ constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 // Of H.264, in pictures.
 constexpr std::size_t kLargestPictureBuffer = 16;
 
+constexpr const char* kEncrypted = "it is encrypted";
+
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
     throw ToolError(kExitError, "cannot read '" + path + "': " + reason);
 }
@@ -109,6 +111,12 @@ std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
         if (stream->codecpar->codec_type == type && !isPicture && IsKnown(stream)) streams.push_back(stream);
     }
     return streams;
+}
+
+bool MediaFile::IsEncrypted(const AVStream* stream) {
+    const std::uint32_t code = stream->codecpar->codec_tag;
+    return code == MKTAG('d', 'r', 'm', 's') || code == MKTAG('d', 'r', 'm', 'i') || // QuickTime
+           av_dict_get(stream->metadata, "enc_key_id", nullptr, 0) != nullptr;       // Matroska
 }
 
 bool MediaFile::HasSetup(const AVStream* stream) const { return m_WithSetup.count(stream->index) > 0; }
@@ -255,6 +263,7 @@ bool PictureOrder::Pop(Frame& frame) {
 TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
     : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]) {
     const std::string& path = Path();
+    if (MediaFile::IsEncrypted(m_pStream)) Fail(path, kEncrypted);
     AVBSFContext* filter = nullptr;
     Check(av_bsf_list_parse_str(filters.empty() ? "null" : filters.c_str(), &filter), path);
     m_Filter.reset(filter);
@@ -322,6 +331,7 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
         return false;
     }
     const AVPacket& packet = *frame.m_Packet;
+    if (av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr) != nullptr) Fail(Path(), kEncrypted);
 
     std::size_t setupSize = 0;
     if (const std::uint8_t* setup = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &setupSize)) {

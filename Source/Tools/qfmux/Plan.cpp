@@ -1,11 +1,18 @@
 #include "Plan.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <utility>
 
 #include "Surroundings.h"
 #include "ToolError.h"
+
+extern "C" {
+#include <libavutil/display.h>
+}
 
 namespace {
 
@@ -123,6 +130,17 @@ std::optional<Aspect> SourceAspect(const PlannedTrack& track) {
     return aspect;
 }
 
+// By how many degrees, counterclockwise, players turn the pictures; 0 when they do not.
+int Rotation(const AVStream* stream) {
+    std::size_t size = 0;
+    const std::uint8_t* const matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    std::int32_t elements[9];
+    if (matrix == nullptr || size < sizeof elements) return 0;
+    std::memcpy(elements, matrix, sizeof elements);
+    const double degrees = av_display_rotation_get(elements);
+    return std::isnan(degrees) ? 0 : static_cast<int>(std::lround(degrees));
+}
+
 } // namespace
 
 const FileFormatInfo* FormatsOf(const Plugin& plugin) {
@@ -158,18 +176,19 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
             const bool isVideo = type == AVMEDIA_TYPE_VIDEO;
             const std::optional<PlannedTrack>& chosen = isVideo ? plan.m_Video : plan.m_Audio;
             if (chosen && chosen->m_pStream == stream) continue;
+            const bool asAsked = isVideo ? options.m_NoVideo : options.m_NoAudio;
             std::string reason = "one stream of a kind fits";
             if (!isVideo && type != AVMEDIA_TYPE_AUDIO) {
                 reason = "the format has no place for it";
             } else if ((stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
                 reason = "an attached picture is no video";
-            } else if (isVideo ? options.m_NoVideo : options.m_NoAudio) {
+            } else if (asAsked) {
                 reason = "as asked";
             } else if (isVideo && plan.m_pFormat->videoEncoders == nullptr) {
                 reason = "'" + format + "' holds no video";
             }
             const std::string line = StreamName(*input, *stream) + " is left out: ";
-            if (MediaFile::IsKnown(stream)) {
+            if (asAsked || MediaFile::IsKnown(stream)) {
                 plan.m_Dropped.push_back(line + reason);
             } else {
                 report.Warn(line + "the file does not tell its " + (isVideo ? "size" : "sample rate"));
@@ -183,6 +202,10 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
         report.Warn("'" + format + "' has no place for the display aspect " + std::to_string(plan.m_Aspect->m_X) + ":" +
                     std::to_string(plan.m_Aspect->m_Y));
         plan.m_Aspect.reset();
+    }
+    if (const int degrees = plan.m_Video ? Rotation(plan.m_Video->m_pStream) : 0; degrees != 0) {
+        report.Warn("'" + format + "' has no place for the rotation by " + std::to_string(std::abs(degrees)) +
+                    " degrees: players will show the pictures as they were recorded");
     }
     return plan;
 }

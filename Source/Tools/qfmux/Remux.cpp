@@ -78,6 +78,8 @@ public:
     const PlannedTrack& Plan() const { return m_Plan; }
     TrackDigest& Digest() { return m_Digest; }
     bool SlicesWereSplit() const { return m_SlicesWereSplit; }
+    // Of sound: a file has one set of it for each track. Pictures carry theirs with them.
+    bool SetupHasChanged() const { return m_SetupHasChanged; }
 
     std::int64_t Time() const { return m_Plan.m_Choice.m_DecodeTimes ? m_Next.m_Decode : m_Next.m_Presentation; }
 
@@ -90,6 +92,8 @@ public:
         frame.timestamp = Time() + shift;
         frame.duration = m_Next.m_Duration;
         if (!m_IsVideo) {
+            if (m_Setup.empty()) m_Setup = m_Reader.SetupData();
+            m_SetupHasChanged = m_SetupHasChanged || m_Reader.SetupData() != m_Setup;
             frame.audioData = packet.data;
             frame.audioSize = packet.size;
             Expect(frame.timestamp, true, packet.data, static_cast<std::size_t>(packet.size));
@@ -159,6 +163,8 @@ private:
     TrackDigest m_Digest;
     std::int64_t m_LastTime = -1;
     bool m_SlicesWereSplit = false;
+    std::vector<std::uint8_t> m_Setup;
+    bool m_SetupHasChanged = false;
 };
 
 VideoParam VideoParamOf(const Track& track) {
@@ -421,6 +427,10 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
     if (video && video->SlicesWereSplit()) {
         report.Warn(
             "pictures of several slices became several blocks each, which decoders refuse; --h264 H264 avoids it");
+    }
+    if (audio && audio->SetupHasChanged()) {
+        report.Warn("the sound of " + audio->Plan().m_pFile->Path() +
+                    " changes its set-up data on the way: players know the first alone");
     }
     for (const auto* track : {&video, &audio}) {
         if (!*track) continue;
