@@ -327,6 +327,35 @@ TEST_F(QfmuxTest, TimesThatABroadcastLeavesOutAreFilledIn) {
     }
 }
 
+// A recording cut between two groups of pictures begins with B pictures that are presented before its first one.
+TEST_F(QfmuxTest, PicturesInFrontOfTheFirstAreLeftOut) {
+    const std::string whole = Path("whole.ts");
+    const std::string cut = Path("cut.ts");
+    Ffmpeg(ClipPath("mpeg2-mp2.ts"), "-map v -c copy " + Quoted(whole));
+    const json read = json::parse(RunCommand("ffprobe -v error -show_packets -of json " + Quoted(whole)).m_Output);
+    const json& packets = read["packets"];
+    const auto isKey = [](const json& packet) { return packet["flags"].get<std::string>()[0] == 'K'; };
+    const auto key = std::find_if(packets.begin() + 1, packets.end(), isKey);
+    ASSERT_NE(key, packets.end());
+    const auto time = [](const json& packet) { return std::stod(packet["pts_time"].get<std::string>()); };
+    const auto front = std::count_if(key, packets.end(), [&](const json& one) { return time(one) < time(*key); });
+    ASSERT_EQ(front, 2);
+
+    // Three packets of 188 octets hold the tables.
+    std::ifstream file(whole, std::ios::binary);
+    const std::string octets{std::istreambuf_iterator<char>(file), {}};
+    std::ofstream(cut, std::ios::binary) << octets.substr(0, std::size_t{3} * 188)
+                                         << octets.substr(std::stoul((*key)["pos"].get<std::string>()));
+    const std::string output = Path("out.mkv");
+    const CommandResult result = Qfmux("--force-codec " + Quoted(cut) + " " + Quoted(output));
+    EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
+    EXPECT_NE(result.m_Output.find("2 frames of " + cut + " were left out"), std::string::npos) << result.m_Output;
+
+    const std::vector<double> times = PresentationTimes(output)[0];
+    EXPECT_EQ(times.size(), static_cast<std::size_t>(packets.end() - key - front));
+    EXPECT_EQ(*std::min_element(times.begin(), times.end()), 0.0);
+}
+
 TEST_F(QfmuxTest, DamagedFramesAreLeftOut) {
     Octets stream = ReadFile(ClipPath("h264-aac.ts"));
     // The start of an AAC frame (ADTS) in the middle of the sound.

@@ -84,6 +84,9 @@ public:
     std::int64_t Time() const { return m_Plan.m_Choice.m_DecodeTimes ? m_Next.m_Decode : m_Next.m_Presentation; }
 
     void Advance() { m_HasFrame = m_Reader.Next(m_Next); }
+    // Instead of sending the next frame.
+    void LeaveOut() { ++m_LeftOut; }
+    int LeftOut() const { return m_LeftOut; }
 
     // Hands the next frame to the plug-in, its times moved by shift.
     void Send(HostCalls& host, void* handle, std::int64_t shift) {
@@ -165,6 +168,7 @@ private:
     bool m_SlicesWereSplit = false;
     std::vector<std::uint8_t> m_Setup;
     bool m_SetupHasChanged = false;
+    int m_LeftOut = 0;
 };
 
 VideoParam VideoParamOf(const Track& track) {
@@ -396,10 +400,16 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
 
     // A source that starts below zero is moved up as a whole: references between frames count from zero.
     std::int64_t start = std::numeric_limits<std::int64_t>::max();
+    std::int64_t first = start; // time of a block
     for (const auto* track : {&video, &audio}) {
-        if (*track) start = std::min({start, (*track)->Next().m_Decode, (*track)->Next().m_Presentation});
+        if (!*track) continue;
+        start = std::min({start, (*track)->Next().m_Decode, (*track)->Next().m_Presentation});
+        first = std::min(first, (*track)->Time());
     }
     const std::int64_t shift = std::max<std::int64_t>(0, -start);
+    // The file counts from its first block. A recording that was cut may go on with pictures presented before that,
+    // whose references are lost: Matroska has no place for them.
+    const std::int64_t zero = ToMilliseconds(first + shift);
     const double limit = std::isfinite(options.m_Duration) ? options.m_Duration * 1e7 : 9e18;
 
     std::uint64_t octets = 0;
@@ -416,7 +426,11 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
             Track& track = videoIsNext ? *video : *audio;
             position = track.Next().m_Decode - start;
             octets += static_cast<std::uint64_t>(track.Next().m_Packet->size);
-            track.Send(host, file.Handle(), shift);
+            if (ToMilliseconds(track.Time() + shift) >= zero) {
+                track.Send(host, file.Handle(), shift);
+            } else {
+                track.LeaveOut();
+            }
             track.Advance();
             if (progress.Update(position, octets)) output.CheckRoom();
         }
@@ -440,6 +454,10 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
         }
         if (const int damaged = (*track)->Reader().Damaged(); damaged > 0) {
             report.Warn(std::to_string(damaged) + " damaged frames of " + path + " were left out");
+        }
+        if (const int leftOut = (*track)->LeftOut(); leftOut > 0) {
+            report.Warn(std::to_string(leftOut) + " frames of " + path +
+                        " were left out: they come in front of the first, from where the file counts");
         }
         if ((*track)->Reader().Jumps() > 0) {
             report.Warn("the times of " + path + " jump: what comes behind a jump follows on what is in front of it");
