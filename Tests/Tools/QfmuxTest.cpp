@@ -464,6 +464,18 @@ TEST_F(QfmuxTest, ARotationThatIsLostIsTold) {
     EXPECT_TRUE(fs::exists(Path("out.mkv")));
 }
 
+TEST_F(QfmuxTest, TransparencyThatIsLostIsTold) {
+    for (const std::string pixels : {"yuva420p", "yuv420p"}) {
+        RunCommand("ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=64x64:rate=25:duration=0.2,format=" + pixels +
+                   " -c:v libvpx -auto-alt-ref 0 " + Quoted(Path("in.webm")));
+        const CommandResult result = Qfmux("--overwrite " + Path("in.webm") + " " + Path("out.webm"));
+        const bool isLost = pixels == "yuva420p";
+        EXPECT_EQ(result.m_ExitCode, isLost ? 1 : 0) << result.m_Output;
+        EXPECT_EQ(result.m_Output.find("'WEBM' has no place for transparency") != std::string::npos, isLost)
+            << result.m_Output;
+    }
+}
+
 // A frame of an IVF file has its time in its header, and nothing else tells that it is wrong.
 TEST_F(QfmuxTest, AbsurdTimesAreNotBelieved) {
     const Octets good = ReadFile(ClipPath("vp8.ivf"));

@@ -141,6 +141,12 @@ int Rotation(const AVStream* stream) {
     return std::isnan(degrees) ? 0 : static_cast<int>(std::lround(degrees));
 }
 
+// Whether each picture has a second one beside it in the file, which tells how transparent it is.
+bool HasAlpha(const AVStream* stream) {
+    const AVDictionaryEntry* const mode = av_dict_get(stream->metadata, "alpha_mode", nullptr, 0);
+    return mode != nullptr && std::strcmp(mode->value, "0") != 0;
+}
+
 } // namespace
 
 const FileFormatInfo* FormatsOf(const Plugin& plugin) {
@@ -206,6 +212,9 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
     if (const int degrees = plan.m_Video ? Rotation(plan.m_Video->m_pStream) : 0; degrees != 0) {
         report.Warn("'" + format + "' has no place for the rotation by " + std::to_string(std::abs(degrees)) +
                     " degrees: players will show the pictures as they were recorded");
+    }
+    if (plan.m_Video && HasAlpha(plan.m_Video->m_pStream)) {
+        report.Warn("'" + format + "' has no place for transparency: players will show the pictures opaque");
     }
     return plan;
 }
