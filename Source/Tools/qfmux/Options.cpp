@@ -44,7 +44,7 @@ std::string DefaultPlugin() {
 Aspect ParseAspect(const std::string& text) {
     Aspect aspect{};
     char rest = 0;
-    if (std::sscanf(text.c_str(), "%d:%d%c", &aspect.m_X, &aspect.m_Y, &rest) != 2 || aspect.m_X <= 0 ||
+    if (std::sscanf(text.c_str(), "%9d:%9d%c", &aspect.m_X, &aspect.m_Y, &rest) != 2 || aspect.m_X <= 0 ||
         aspect.m_Y <= 0) {
         throw ToolError(kExitUsage, "--aspect takes two numbers like 16:9, not '" + text + "'");
     }
@@ -57,7 +57,7 @@ void ParseTracks(const std::string& list, Options& options) {
         char kind = 0;
         int index = 0;
         char rest = 0;
-        if (std::sscanf(word.c_str(), "%c:%d%c", &kind, &index, &rest) != 2 || index < 0 ||
+        if (std::sscanf(word.c_str(), "%c:%9d%c", &kind, &index, &rest) != 2 || index < 0 ||
             (kind != 'v' && kind != 'a')) {
             throw ToolError(kExitUsage, "--tracks takes a list like v:0,a:1, not '" + list + "'");
         }
@@ -140,9 +140,7 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
         ->check(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}).description(""))
         ->type_name("CODE");
     app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not take");
-    app.add_option("--duration", options.m_Duration, "stop after so many seconds")
-        ->check(CLI::PositiveNumber.description(""))
-        ->type_name("S");
+    app.add_option("--duration", options.m_Duration, "stop after so many seconds")->type_name("S");
     app.add_flag("--overwrite", options.m_Overwrite, "replace an existing output, once the new one is whole");
     app.add_flag("--quiet", options.m_Quiet, "errors only");
     app.add_flag("-v,--verbose", options.m_Verbose, "say what is done");
@@ -180,6 +178,7 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     options.m_Inputs = paths;
     if (!aspect.empty()) options.m_Aspect = ParseAspect(aspect);
     ParseTracks(tracks, options);
+    if (!(options.m_Duration > 0)) throw ToolError(kExitUsage, "--duration takes seconds, more than 0");
     if (options.m_NoVideo && options.m_NoAudio) {
         throw ToolError(kExitUsage, "--no-video and --no-audio together leave nothing");
     }
