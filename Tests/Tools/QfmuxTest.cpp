@@ -327,6 +327,22 @@ TEST_F(QfmuxTest, TimesThatABroadcastLeavesOutAreFilledIn) {
     }
 }
 
+// Slides in a broadcast: a picture may be presented long after it was decoded, and nothing is wrong with its times.
+TEST_F(QfmuxTest, TimesOfReorderedSlidesAreKept) {
+    const std::string slides = Path("slides.ts");
+    RunCommand("ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x64:rate=1/5:duration=100 -c:v libx264 -bf 2 " +
+               Quoted(slides));
+    const std::string output = Path("out.mkv");
+    const CommandResult result = Qfmux(Quoted(slides) + " " + Quoted(output));
+    ASSERT_EQ(result.m_ExitCode, 0) << result.m_Output;
+    const std::vector<double> expected = PresentationTimes(slides)[0];
+    const std::vector<double> times = PresentationTimes(output)[0];
+    ASSERT_EQ(times.size(), 20U);
+    ASSERT_EQ(expected.size(), times.size());
+    EXPECT_FALSE(std::is_sorted(expected.begin(), expected.end()));
+    for (std::size_t i = 0; i < times.size(); ++i) EXPECT_NEAR(times[i], expected[i] - expected[0], 0.001);
+}
+
 // A recording cut between two groups of pictures begins with B pictures that are presented before its first one.
 TEST_F(QfmuxTest, PicturesInFrontOfTheFirstAreLeftOut) {
     const std::string whole = Path("whole.ts");

@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::int64_t kSecond = 10000000; // 100 ns
 constexpr std::int64_t kNear = 10 * kSecond;
+// How many pictures are decoded, at most, from one picture's decoding to its presentation (H.264).
+constexpr std::int64_t kMostReordered = 16;
 
 } // namespace
 
@@ -56,12 +58,14 @@ void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
     }
 }
 
-// Where two stamps lie far apart one is wrong: both become the one that is nearer to what is due.
+// Where two stamps lie far apart one is wrong: both become the one that is nearer to what is due. Slides, each of which
+// stands for seconds, may be reordered too.
 void TimeLine::ChooseStamp(AVPacket& packet, AVRational timeBase, const Stream& stream) const {
     if (packet.dts == AV_NOPTS_VALUE || packet.pts == AV_NOPTS_VALUE) return;
     const std::int64_t decode = HostTime(packet.dts, timeBase);
     const std::int64_t presentation = HostTime(packet.pts, timeBase);
-    if (std::abs(presentation - decode) <= kNear) return;
+    const std::int64_t length = std::clamp<std::int64_t>(HostTime(packet.duration, timeBase), 0, 60 * kSecond);
+    if (std::abs(presentation - decode) <= std::max(kNear, kMostReordered * length)) return;
     const std::int64_t due = stream.m_Expected - stream.m_Shift;
     const bool decodeIsNearer = std::abs(decode - due) <= std::abs(presentation - due);
     (decodeIsNearer ? packet.pts : packet.dts) = decodeIsNearer ? packet.dts : packet.pts;
