@@ -736,6 +736,7 @@ TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {
         {"--aspect 99999999999:9 " + clip + out, 3, "--aspect"},
         {"--tracks x:0 " + clip + out, 3, "--tracks"},
         {"--tracks a:4294967296 " + clip + out, 3, "--tracks"},
+        {"--tracks v:0,v:1 " + clip + out, 3, "--tracks takes one stream of a kind"},
         {"--duration -1 " + clip + out, 3, "--duration takes seconds"},
         {"--duration nan " + clip + out, 3, "--duration takes seconds"},
         {"--progress loud " + clip + out, 3, "--progress"},

@@ -61,7 +61,9 @@ void ParseTracks(const std::string& list, Options& options) {
             (kind != 'v' && kind != 'a')) {
             throw ToolError(kExitUsage, "--tracks takes a list like v:0,a:1, not '" + list + "'");
         }
-        (kind == 'v' ? options.m_VideoIndex : options.m_AudioIndex) = index;
+        std::optional<int>& chosen = kind == 'v' ? options.m_VideoIndex : options.m_AudioIndex;
+        if (chosen) throw ToolError(kExitUsage, "--tracks takes one stream of a kind, not '" + list + "'");
+        chosen = index;
     }
 }
 
