@@ -143,7 +143,7 @@ export const rangeStart = (range) => Number(/^bytes=(\d+)-/.exec(range)?.[1]);
 // Runs `use` with a browser that reads from the folder; whatever happens, nothing is left behind. The sandbox needs
 // rights that containers and root do not have; all that is loaded here is our own.
 // gap: the octets [from, to) of a file do not come: an answer that leads there stalls, as on a slow line.
-export async function withBrowser(folder, use, gap = [Infinity, Infinity]) {
+export async function withBrowser(folder, use, gap = [0, 0]) {
     const responses = [];
     // Of each answer that has begun: [path, the Range asked for, the status it got]
     const ranges = () =>

@@ -37,11 +37,13 @@ std::string Ffmpeg(const std::string& arguments) {
     return RunCommand("ffmpeg -nostdin -v warning " + arguments + " 2>&1").m_Output;
 }
 
+// In one thread: of pictures that lack slices, several do not always make the same.
+constexpr const char* kDecode = "ffmpeg -nostdin -v quiet -threads 1 ";
+
 // The hash of what ffmpeg makes of one track: all of its pictures or sound, or its octets when the options say copy.
-// Decoders run in one thread: of pictures that lack slices, several do not always make the same.
 std::string Hash(const std::string& file, char kind, const std::string& inputOptions, const std::string& options) {
-    const std::string said = RunCommand("ffmpeg -nostdin -v quiet -threads 1 " + inputOptions + " -i " + Quoted(file) +
-                                        " -map 0:" + kind + " -fps_mode passthrough " + options + " -f streamhash -")
+    const std::string said = RunCommand(kDecode + inputOptions + " -i " + Quoted(file) + " -map 0:" + kind +
+                                        " -fps_mode passthrough " + options + " -f streamhash -")
                                  .m_Output;
     const std::size_t hash = said.find("SHA256=");
     return hash == std::string::npos ? "none of " + file : said.substr(hash);
@@ -50,7 +52,7 @@ std::string Hash(const std::string& file, char kind, const std::string& inputOpt
 std::vector<std::string> PictureHashes(const std::string& file, const std::string& inputOptions,
                                        const std::string& options) {
     const std::string said =
-        RunCommand("ffmpeg -nostdin -v quiet -threads 1 " + inputOptions + " -i " + Quoted(file) +
+        RunCommand(kDecode + inputOptions + " -i " + Quoted(file) +
                    " -map 0:v -fps_mode passthrough -pix_fmt yuv420p " + options + " -f framehash -hash sha256 -")
             .m_Output;
     std::vector<std::string> hashes;

@@ -19,9 +19,6 @@ namespace {
 
 // Of packets that wait for another stream's. Two seconds of Ultra HD discs, the richest there are, take 32 MB.
 constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
-// Of H.264, in pictures.
-constexpr std::size_t kLargestPictureBuffer = 16;
-
 constexpr const char* kEncrypted = "it is encrypted";
 
 [[noreturn]] void Fail(const std::string& path, const std::string& reason) {
@@ -43,6 +40,13 @@ void CheckSelfContained(const std::string& url, const std::string& path) {
     for (const char* name : {"concat", "dash", "hls", "imf", "sdp", "rtsp"}) {
         if (av_match_name(name, format->name) != 0) Fail(path, "it is a list of other files");
     }
+}
+
+// Whether the container says so of the stream. ISO files say it of each frame instead.
+bool IsEncrypted(const AVStream* stream) {
+    const std::uint32_t code = stream->codecpar->codec_tag;
+    return code == MKTAG('d', 'r', 'm', 's') || code == MKTAG('d', 'r', 'm', 'i') || // QuickTime
+           av_dict_get(stream->metadata, "enc_key_id", nullptr, 0) != nullptr;       // Matroska
 }
 
 // Whether the first picture (VOP, ISO 14496-2) of an MPEG-4 frame is coded by itself alone: coding type 0 in the two
@@ -111,12 +115,6 @@ std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
         if (stream->codecpar->codec_type == type && !isPicture && IsKnown(stream)) streams.push_back(stream);
     }
     return streams;
-}
-
-bool MediaFile::IsEncrypted(const AVStream* stream) {
-    const std::uint32_t code = stream->codecpar->codec_tag;
-    return code == MKTAG('d', 'r', 'm', 's') || code == MKTAG('d', 'r', 'm', 'i') || // QuickTime
-           av_dict_get(stream->metadata, "enc_key_id", nullptr, 0) != nullptr;       // Matroska
 }
 
 bool MediaFile::HasSetup(const AVStream* stream) const { return m_WithSetup.count(stream->index) > 0; }
@@ -263,7 +261,7 @@ bool PictureOrder::Pop(Frame& frame) {
 TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
     : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]) {
     const std::string& path = Path();
-    if (MediaFile::IsEncrypted(m_pStream)) Fail(path, kEncrypted);
+    if (IsEncrypted(m_pStream)) Fail(path, kEncrypted);
     AVBSFContext* filter = nullptr;
     Check(av_bsf_list_parse_str(filters.empty() ? "null" : filters.c_str(), &filter), path);
     m_Filter.reset(filter);

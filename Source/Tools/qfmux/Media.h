@@ -56,8 +56,6 @@ public:
     bool HasLooseTimes() const { return (m_Context->iformat->flags & AVFMT_TS_DISCONT) != 0; }
     // When it begins, 100 ns, for formats that count from anywhere; else 0.
     std::int64_t Origin() const;
-    // Whether the container says so of the stream. ISO files say it of each frame instead.
-    static bool IsEncrypted(const AVStream* stream);
     // Whether the container keeps codec set-up data for the stream, outside its frames.
     bool HasSetup(const AVStream* stream) const;
     // Frames per second of a video stream, 25 when the file does not tell.

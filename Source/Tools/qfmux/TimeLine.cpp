@@ -13,8 +13,6 @@ namespace {
 
 constexpr std::int64_t kSecond = 10000000; // 100 ns
 constexpr std::int64_t kNear = 10 * kSecond;
-// How many pictures are decoded, at most, from one picture's decoding to its presentation (H.264).
-constexpr std::int64_t kMostReordered = 16;
 
 } // namespace
 
@@ -65,7 +63,8 @@ void TimeLine::ChooseStamp(AVPacket& packet, AVRational timeBase, const Stream& 
     const std::int64_t decode = HostTime(packet.dts, timeBase);
     const std::int64_t presentation = HostTime(packet.pts, timeBase);
     const std::int64_t length = std::clamp<std::int64_t>(HostTime(packet.duration, timeBase), 0, 60 * kSecond);
-    if (std::abs(presentation - decode) <= std::max(kNear, kMostReordered * length)) return;
+    const std::int64_t wait = static_cast<std::int64_t>(kLargestPictureBuffer) * length;
+    if (std::abs(presentation - decode) <= std::max(kNear, wait)) return;
     const std::int64_t due = stream.m_Expected - stream.m_Shift;
     const bool decodeIsNearer = std::abs(decode - due) <= std::abs(presentation - due);
     (decodeIsNearer ? packet.pts : packet.dts) = decodeIsNearer ? packet.dts : packet.pts;

@@ -1,6 +1,7 @@
 // The times of a file's packets, and how those that jump are mended.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 
@@ -12,6 +13,8 @@ extern "C" {
 constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
 // 3,653 years: sums and differences of such times stay within 64 bits, whatever a damaged file says.
 constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
+// Of H.264, in pictures: so many at most wait for others between their decoding and their presentation.
+constexpr std::size_t kLargestPictureBuffer = 16;
 // A stamp in 100 ns units, within those bounds.
 std::int64_t HostTime(std::int64_t stamp, AVRational timeBase);
 
