@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "HostRecords.h"
-#include "Media.h"
+#include "MediaFile.h"
 
 // How a frame's octets go to the plug-in.
 enum class Framing {

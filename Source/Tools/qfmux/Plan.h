@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "CodecMap.h"
-#include "Media.h"
+#include "MediaFile.h"
 #include "Options.h"
 #include "Plugin.h"
 #include "Report.h"

@@ -18,6 +18,9 @@ constexpr std::size_t kLargestPictureBuffer = 16;
 // A stamp in 100 ns units, within those bounds.
 std::int64_t HostTime(std::int64_t stamp, AVRational timeBase);
 
+// Rounded, as the file's times are.
+constexpr std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 10000; }
+
 // Where a recording was cut, joined or damaged, the times of its packets jump. What comes behind a jump is moved to
 // where that in front of it ends. Streams pass such a place one after the other, and stay together.
 class TimeLine {

@@ -1,0 +1,7 @@
+#include "AvPtr.h"
+
+std::string AvReason(int error) {
+    char text[AV_ERROR_MAX_STRING_SIZE];
+    av_strerror(error, text, sizeof text);
+    return text;
+}

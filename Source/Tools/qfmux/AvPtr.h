@@ -1,0 +1,24 @@
+// Owners of what the media libraries allocate, and their words for errors.
+#pragma once
+
+#include <memory>
+#include <string>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavcodec/bsf.h>
+#include <libavformat/avformat.h>
+}
+
+struct AvDeleter {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+    void operator()(AVBSFContext* context) const { av_bsf_free(&context); }
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+    void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+template <class Object>
+using AvPtr = std::unique_ptr<Object, AvDeleter>;
+
+// libavutil's words for one of its error codes.
+std::string AvReason(int error);

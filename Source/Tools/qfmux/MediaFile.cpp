@@ -1,0 +1,96 @@
+#include "MediaFile.h"
+
+#include <algorithm>
+#include <new>
+
+#include "Surroundings.h"
+#include "TimeLine.h"
+#include "ToolError.h"
+
+extern "C" {
+#include <libavutil/avstring.h>
+#include <libavutil/avutil.h>
+}
+
+namespace {
+
+// Playlists name other files, some that are yet to come, for which libavformat waits, and any could be the output.
+void CheckSelfContained(const std::string& url, const std::string& path) {
+    AVIOContext* file = nullptr;
+    CheckReading(avio_open(&file, url.c_str(), AVIO_FLAG_READ), path);
+    const AVInputFormat* format = nullptr;
+    const int result = av_probe_input_buffer2(file, &format, url.c_str(), nullptr, 0, 0);
+    avio_closep(&file);
+    if (result < 0) return; // which is told when the file is opened
+    for (const char* name : {"concat", "dash", "hls", "imf", "sdp", "rtsp"}) {
+        if (av_match_name(name, format->name) != 0) FailReading(path, "it is a list of other files");
+    }
+}
+
+} // namespace
+
+void FailReading(const std::string& path, const std::string& reason) {
+    throw ToolError(kExitError, "cannot read '" + path + "': " + reason);
+}
+
+void CheckReading(int result, const std::string& path) {
+    if (result < 0) FailReading(path, AvReason(result));
+}
+
+MediaFile::MediaFile(const std::string& path) : m_Path(path) {
+    NeedRegularFile(path);
+    CheckSelfContained("file:" + path, path);
+    Open(false);
+    // A stream may begin late.
+    AVStream** const streams = m_Context->streams;
+    if (!std::all_of(streams, streams + m_Context->nb_streams, IsKnown)) Open(true);
+}
+
+void MediaFile::Open(bool looksFar) {
+    AVFormatContext* context = avformat_alloc_context();
+    if (context == nullptr) throw std::bad_alloc();
+    AVDictionary* options = nullptr;
+    if (looksFar) {
+        context->probesize = std::int64_t{256} << 20;
+        context->max_analyze_duration = std::int64_t{600} * AV_TIME_BASE;
+        av_dict_set(&options, "scan_all_pmts", "1", 0); // a transport stream's later tables too
+    }
+    const int result = avformat_open_input(&context, ("file:" + m_Path).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    CheckReading(result, m_Path);
+    m_Context.reset(context);
+    // Before libavformat looks into the frames for more.
+    m_WithSetup.clear();
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        if (context->streams[i]->codecpar->extradata_size > 0) m_WithSetup.insert(static_cast<int>(i));
+    }
+    CheckReading(avformat_find_stream_info(context, nullptr), m_Path);
+}
+
+bool MediaFile::IsKnown(const AVStream* stream) {
+    const AVCodecParameters& parameters = *stream->codecpar;
+    if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) return parameters.sample_rate > 0;
+    return parameters.codec_type != AVMEDIA_TYPE_VIDEO || parameters.width > 0;
+}
+
+std::int64_t MediaFile::Origin() const {
+    const bool countsFromAnywhere = HasLooseTimes() || av_match_name("flv", m_Context->iformat->name) != 0;
+    return countsFromAnywhere ? HostTime(std::max<std::int64_t>(0, m_Context->start_time), {1, AV_TIME_BASE}) : 0;
+}
+
+std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
+    std::vector<AVStream*> streams;
+    for (unsigned i = 0; i < m_Context->nb_streams; ++i) {
+        AVStream* const stream = m_Context->streams[i];
+        const bool isPicture = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+        if (stream->codecpar->codec_type == type && !isPicture && IsKnown(stream)) streams.push_back(stream);
+    }
+    return streams;
+}
+
+bool MediaFile::HasSetup(const AVStream* stream) const { return m_WithSetup.count(stream->index) > 0; }
+
+double MediaFile::FrameRate(AVStream* stream) const {
+    const AVRational rate = av_guess_frame_rate(m_Context.get(), stream, nullptr);
+    return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 25.0;
+}

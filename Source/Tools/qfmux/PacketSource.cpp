@@ -1,0 +1,86 @@
+#include "PacketSource.h"
+
+#include <new>
+#include <utility>
+
+#include "PictureOrder.h"
+
+namespace {
+
+// Of packets that wait for another stream's. Two seconds of Ultra HD discs, the richest there are, take 32 MB.
+constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
+
+} // namespace
+
+PacketSource::PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift)
+    : m_File(std::move(file)), m_Streams(std::move(streams)), m_Shift(shift),
+      m_TimeLine(m_File->HasLooseTimes(), shift) {
+    AVFormatContext* const context = m_File->Context();
+    for (const int index : m_Streams) {
+        if (index >= static_cast<int>(context->nb_streams)) FailReading(m_File->Path(), "the file has changed");
+        m_Chosen[index];
+        // Sound has a presentation time wherever it has one of decoding.
+        const AVCodecParameters& parameters = *context->streams[index]->codecpar;
+        if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !PictureOrder::Knows(parameters.codec_id)) {
+            context->flags |= AVFMT_FLAG_GENPTS;
+        }
+    }
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        context->streams[i]->discard = m_Streams.count(static_cast<int>(i)) > 0 ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+}
+
+int PacketSource::Next(int stream, AVPacket& packet) {
+    Chosen& own = m_Chosen.at(stream);
+    if (own.m_Alone != nullptr) return own.m_Alone->Next(stream, packet);
+    if (!own.m_Waiting.empty()) {
+        av_packet_move_ref(&packet, own.m_Waiting.front().get());
+        own.m_Waiting.pop_front();
+        m_WaitingOctets -= static_cast<std::size_t>(packet.size);
+        ++own.m_Taken;
+        return 0;
+    }
+    while (m_End == 0) {
+        m_End = av_read_frame(m_File->Context(), &packet);
+        if (m_End < 0) break;
+        const auto chosen = m_Chosen.find(packet.stream_index);
+        // One stream's times may tell how another's are meant.
+        if (chosen != m_Chosen.end()) {
+            m_TimeLine.Mend(packet, m_File->Context()->streams[packet.stream_index]->time_base);
+        }
+        if (chosen == m_Chosen.end() || !chosen->second.m_IsAskedFor) {
+            av_packet_unref(&packet);
+            continue;
+        }
+        if (packet.stream_index == stream) {
+            ++own.m_Taken;
+            return 0;
+        }
+        AvPtr<AVPacket> waiting(av_packet_alloc());
+        if (waiting == nullptr) throw std::bad_alloc();
+        av_packet_move_ref(waiting.get(), &packet);
+        m_WaitingOctets += static_cast<std::size_t>(waiting->size);
+        chosen->second.m_Waiting.push_back(std::move(waiting));
+        if (m_WaitingOctets > kMostWaiting) return OpenForItself(stream, packet);
+    }
+    return m_End;
+}
+
+int PacketSource::Jumps(int stream) const {
+    const Chosen& chosen = m_Chosen.at(stream);
+    return chosen.m_Alone != nullptr ? chosen.m_Alone->Jumps(stream) : m_TimeLine.Jumps();
+}
+
+int PacketSource::OpenForItself(int stream, AVPacket& packet) {
+    Chosen& own = m_Chosen.at(stream);
+    own.m_IsAskedFor = false;
+    own.m_Alone = std::make_unique<PacketSource>(std::make_shared<MediaFile>(m_File->Path()), m_Streams, m_Shift);
+    for (auto& [index, chosen] : own.m_Alone->m_Chosen) chosen.m_IsAskedFor = index == stream;
+    // From the beginning, as a demuxer may carry more from packet to packet than a place in the file.
+    for (; own.m_Taken > 0; --own.m_Taken) {
+        const int result = own.m_Alone->Next(stream, packet);
+        if (result < 0) return result;
+        av_packet_unref(&packet);
+    }
+    return own.m_Alone->Next(stream, packet);
+}

@@ -1,0 +1,21 @@
+// The plug-in's handle of the file, closed in any case.
+#pragma once
+
+#include "OutputFile.h"
+#include "Session.h"
+
+class PluginFile {
+public:
+    // Throws ToolError when the plug-in does not create its file.
+    PluginFile(HostCalls& host, const OutputFile& output, const EncodeParam& param);
+    ~PluginFile();
+    PluginFile(const PluginFile&) = delete;
+    PluginFile& operator=(const PluginFile&) = delete;
+
+    void* Handle() const { return m_pHandle; }
+    void Close();
+
+private:
+    HostCalls& m_Host;
+    void* m_pHandle;
+};

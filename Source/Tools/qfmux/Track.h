@@ -1,0 +1,59 @@
+// One stream on its way into the file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Frame.h"
+#include "H264.h"
+#include "Plan.h"
+#include "Session.h"
+#include "TrackDigest.h"
+#include "TrackReader.h"
+
+class Track {
+public:
+    // source: of the planned track's file.
+    Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified);
+
+    bool HasFrame() const { return m_HasFrame; }
+    const Frame& Next() const { return m_Next; }
+    const TrackReader& Reader() const { return m_Reader; }
+    const PlannedTrack& Plan() const { return m_Plan; }
+    TrackDigest& Digest() { return m_Digest; }
+    bool SlicesWereSplit() const { return m_SlicesWereSplit; }
+    // Of sound: a file has one set of it for each track. Pictures carry theirs with them.
+    bool SetupHasChanged() const { return m_SetupHasChanged; }
+
+    // Of the next frame's block, 100 ns.
+    std::int64_t Time() const { return m_Plan.m_Choice.m_DecodeTimes ? m_Next.m_Decode : m_Next.m_Presentation; }
+
+    void Advance() { m_HasFrame = m_Reader.Next(m_Next); }
+    // Instead of sending the next frame.
+    void LeaveOut() { ++m_LeftOut; }
+    int LeftOut() const { return m_LeftOut; }
+
+    // Hands the next frame to the plug-in, its times moved by shift.
+    void Send(HostCalls& host, void* handle, std::int64_t shift);
+
+private:
+    // Notes a block that the file must hold.
+    void Expect(std::int64_t time, bool isKey, const std::uint8_t* data, std::size_t size);
+    void BeginBlock(std::int64_t time, bool isKey);
+    void ExpectUnits(std::int64_t time, const std::vector<NalUnit>& units);
+
+    PlannedTrack m_Plan;
+    bool m_IsVideo;
+    bool m_IsWebm;
+    TrackReader m_Reader;
+    Frame m_Next;
+    bool m_HasFrame = false;
+    TrackDigest m_Digest;
+    std::int64_t m_LastTime = -1;
+    bool m_SlicesWereSplit = false;
+    std::vector<std::uint8_t> m_Setup;
+    bool m_SetupHasChanged = false;
+    int m_LeftOut = 0;
+};

@@ -1,0 +1,36 @@
+// What the blocks of one track are, boiled down to a few numbers that can be compared.
+#pragma once
+
+#include <xxhash.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+// The blocks of one track, boiled down: how many, when the first is, and a hash over every block's time, key flag and
+// octets. Takes no memory for each block, so a file may be as long as it likes.
+class TrackDigest {
+public:
+    // Without hashing it only counts.
+    explicit TrackDigest(bool isHashed);
+
+    // Begins a block; its octets follow. Time in ms.
+    void Block(std::int64_t time, bool isKey);
+    void Octets(const void* data, std::size_t size);
+
+    std::uint64_t Blocks() const { return m_Blocks; }
+    std::uint64_t TotalOctets() const { return m_Octets; }
+    std::int64_t FirstTime() const { return m_FirstTime; }
+
+    // The hash counts times from the first block's: where the file's own zero lies is not part of it.
+    std::uint64_t Hash() const { return XXH3_64bits_digest(m_State.get()); }
+
+private:
+    struct Free {
+        void operator()(XXH3_state_t* state) const { XXH3_freeState(state); }
+    };
+    std::unique_ptr<XXH3_state_t, Free> m_State;
+    std::uint64_t m_Blocks = 0;
+    std::uint64_t m_Octets = 0;
+    std::int64_t m_FirstTime = 0;
+};

@@ -1,0 +1,177 @@
+#include "TrackReader.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <limits>
+#include <new>
+#include <utility>
+
+#include "TimeLine.h"
+
+extern "C" {
+#include <libavutil/avstring.h>
+#include <libavutil/avutil.h>
+}
+
+namespace {
+
+constexpr const char* kEncrypted = "it is encrypted";
+
+// Whether the container says so of the stream. ISO files say it of each frame instead.
+bool IsEncrypted(const AVStream* stream) {
+    const std::uint32_t code = stream->codecpar->codec_tag;
+    return code == MKTAG('d', 'r', 'm', 's') || code == MKTAG('d', 'r', 'm', 'i') || // QuickTime
+           av_dict_get(stream->metadata, "enc_key_id", nullptr, 0) != nullptr;       // Matroska
+}
+
+// Whether the first picture (VOP, ISO 14496-2) of an MPEG-4 frame is coded by itself alone: coding type 0 in the two
+// uppermost bits behind its start code.
+bool BeginsWithIntraPicture(const std::uint8_t* data, int size) {
+    static constexpr std::uint8_t kPicture[] = {0, 0, 1, 0xB6};
+    const std::uint8_t* const end = data + size;
+    const std::uint8_t* const found = std::search(data, end, std::begin(kPicture), std::end(kPicture));
+    return end - found > 4 && found[4] < 0x40;
+}
+
+} // namespace
+
+TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
+    : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]) {
+    const std::string& path = Path();
+    if (IsEncrypted(m_pStream)) FailReading(path, kEncrypted);
+    AVBSFContext* filter = nullptr;
+    CheckReading(av_bsf_list_parse_str(filters.empty() ? "null" : filters.c_str(), &filter), path);
+    m_Filter.reset(filter);
+    CheckReading(avcodec_parameters_copy(filter->par_in, m_pStream->codecpar), path);
+    filter->time_base_in = m_pStream->time_base;
+    CheckReading(av_bsf_init(filter), path);
+    const AVCodecParameters& out = *filter->par_out;
+    m_SetupData.assign(out.extradata, out.extradata + out.extradata_size);
+
+    m_FrameDuration = out.codec_type == AVMEDIA_TYPE_VIDEO
+                          ? static_cast<std::int64_t>(1e7 / m_Source->File().FrameRate(m_pStream))
+                          : 1;
+    // Broadcasts need not tell the time of each picture.
+    if (out.codec_id == AV_CODEC_ID_H264 && m_Source->File().HasLooseTimes()) {
+        m_Order = std::make_unique<PictureOrder>(out);
+    }
+}
+
+bool TrackReader::NextPacket(AVPacket& packet) {
+    for (;;) {
+        const int filtered = av_bsf_receive_packet(m_Filter.get(), &packet);
+        if (filtered == 0) return true;
+        if (filtered == AVERROR_EOF) return false;
+        if (filtered == AVERROR_INVALIDDATA) { // which the filter has dropped
+            ++m_Damaged;
+            continue;
+        }
+        if (filtered != AVERROR(EAGAIN)) FailReading(Path(), AvReason(filtered));
+
+        const int read = m_Source->Next(m_pStream->index, packet);
+        if (read < 0 && read != AVERROR_EOF) FailReading(Path(), AvReason(read));
+        CheckReading(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), Path());
+    }
+}
+
+// Matroska and some streams tell presentation times alone. libavformat derives decoding times from them, for all but
+// the first few reordered frames: these come before it, not at zero.
+void TrackReader::ReadLeadingFrames() {
+    m_HasBegun = true;
+    do {
+        AvPtr<AVPacket> packet(av_packet_alloc());
+        if (packet == nullptr) throw std::bad_alloc();
+        if (!NextPacket(*packet)) return;
+        m_Leading.push_back(std::move(packet));
+    } while (m_Leading.back()->dts == AV_NOPTS_VALUE && m_Leading.size() <= kLargestPictureBuffer);
+    const AVPacket* next = m_Leading.back().get();
+    for (auto packet = std::next(m_Leading.rbegin()); packet != m_Leading.rend(); ++packet) {
+        AVPacket& frame = **packet;
+        if (next->dts == AV_NOPTS_VALUE) return;
+        const std::int64_t duration =
+            frame.duration > 0 ? frame.duration : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
+        frame.dts = av_sat_sub64(next->dts, duration);
+        next = &frame;
+    }
+}
+
+bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
+    frame.m_Packet.reset(av_packet_alloc());
+    if (frame.m_Packet == nullptr) throw std::bad_alloc();
+    if (!m_HasBegun) ReadLeadingFrames();
+    if (!m_Leading.empty()) {
+        frame.m_Packet = std::move(m_Leading.front());
+        m_Leading.pop_front();
+    } else if (!NextPacket(*frame.m_Packet)) {
+        return false;
+    }
+    const AVPacket& packet = *frame.m_Packet;
+    if (av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr) != nullptr)
+        FailReading(Path(), kEncrypted);
+
+    std::size_t setupSize = 0;
+    if (const std::uint8_t* setup = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &setupSize)) {
+        m_SetupData.assign(setup, setup + setupSize);
+    }
+    const auto toHostTime = [this](std::int64_t time) { return HostTime(time, m_Filter->time_base_out); };
+    hasPresentation = packet.pts != AV_NOPTS_VALUE;
+    const bool isTold = packet.dts != AV_NOPTS_VALUE || hasPresentation;
+    (isTold ? m_TimesWereTold : m_TimesWereMade) = true;
+    frame.m_Decode = packet.dts != AV_NOPTS_VALUE ? toHostTime(packet.dts) : std::min(m_NextDecode, kFurthestTime);
+    frame.m_Presentation = hasPresentation ? toHostTime(packet.pts) : frame.m_Decode;
+    const std::int64_t duration = packet.duration > 0 ? toHostTime(packet.duration) : m_FrameDuration;
+    frame.m_Duration =
+        static_cast<std::int32_t>(std::clamp<std::int64_t>(duration, 1, std::numeric_limits<std::int32_t>::max()));
+    frame.m_Key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    // In a packed AVI the key flag may be that of the empty picture in whose place the filter puts a B picture.
+    if (frame.m_Key && m_Filter->par_out->codec_id == AV_CODEC_ID_MPEG4) {
+        frame.m_Key = BeginsWithIntraPicture(packet.data, packet.size);
+    }
+    m_NextDecode = frame.m_Decode + duration;
+    return true;
+}
+
+bool TrackReader::ReadFrame(Frame& frame) {
+    for (;;) {
+        if (m_Order != nullptr && m_Order->Pop(frame)) return true;
+        Frame next;
+        bool hasPresentation = false;
+        if (!NextInDecodingOrder(next, hasPresentation)) {
+            if (m_Order == nullptr) return false;
+            m_Order->Flush();
+            return m_Order->Pop(frame);
+        }
+        const AVCodecParameters& parameters = Parameters();
+        if (!hasPresentation && m_Order == nullptr && parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+            if (PictureOrder::Knows(parameters.codec_id)) {
+                m_Order = std::make_unique<PictureOrder>(parameters);
+            } else if (parameters.video_delay > 0) {
+                FailReading(Path(), "its pictures are reordered and have no time stamps");
+            }
+        }
+        if (m_Order == nullptr) {
+            frame = std::move(next);
+            return true;
+        }
+        m_Order->Push(std::move(next), hasPresentation && m_Source->File().HasLooseTimes());
+    }
+}
+
+bool TrackReader::Next(Frame& frame) {
+    if (!m_IsStarted) m_HasAhead = ReadFrame(m_Ahead);
+    m_IsStarted = true;
+    if (!m_HasAhead) return false;
+    frame = std::move(m_Ahead);
+    m_HasAhead = ReadFrame(m_Ahead);
+    if (m_HasAhead && Parameters().codec_type == AVMEDIA_TYPE_AUDIO) {
+        // Where times are coarse, as in milliseconds, the durations of thousands of frames would add up to too little:
+        // what lies between two frames does not.
+        const std::int64_t distance = m_Ahead.m_Presentation - frame.m_Presentation;
+        const std::int64_t tick = av_rescale_q(1, m_Filter->time_base_out, kHostTimeBase);
+        if (distance > 0 && std::abs(distance - frame.m_Duration) <= tick) {
+            frame.m_Duration = static_cast<std::int32_t>(distance);
+        }
+    }
+    return true;
+}

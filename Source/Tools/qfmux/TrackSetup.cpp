@@ -1,0 +1,49 @@
+#include "TrackSetup.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "CodecMap.h"
+#include "H264.h"
+
+VideoParam VideoParamOf(const Track& track) {
+    const AVCodecParameters& parameters = track.Reader().Parameters();
+    VideoParam video{};
+    video.fourCC = track.Plan().m_Choice.m_FourCC;
+    video.width = parameters.width;
+    video.height = parameters.height;
+    video.frameRate = track.Plan().m_pFile->FrameRate(track.Plan().m_pStream);
+    video.bitCount = 24;
+    return video;
+}
+
+AudioParam AudioParamOf(const Track& track) {
+    const AVCodecParameters& parameters = track.Reader().Parameters();
+    AudioParam audio{};
+    audio.fourCC = track.Plan().m_Choice.m_FourCC;
+    audio.sampleRate = parameters.sample_rate;
+    audio.channels = parameters.ch_layout.nb_channels;
+    const int bits = std::max(parameters.bits_per_coded_sample, av_get_bits_per_sample(parameters.codec_id));
+    audio.bitsPerSample = bits > 0 ? bits : 16;
+    return audio;
+}
+
+void SendSetup(HostCalls& host, void* handle, const std::optional<Track>& video, const std::optional<Track>& audio) {
+    if (video) {
+        const std::vector<std::uint8_t>& setup = video->Reader().SetupData();
+        const AVCodecID codec = video->Reader().Parameters().codec_id;
+        if (codec == AV_CODEC_ID_H264) {
+            const H264Setup sets = ReadH264Setup(setup);
+            host.WritezXPSData(handle, sets.m_Picture, sets.m_Sequence);
+        } else if (codec == AV_CODEC_ID_MPEG1VIDEO || codec == AV_CODEC_ID_MPEG2VIDEO) {
+            host.WritezXPSData(handle, {}, setup);
+        }
+    }
+    if (audio) {
+        const std::vector<std::uint8_t>& setup = audio->Reader().SetupData();
+        const AVCodecID codec = audio->Reader().Parameters().codec_id;
+        if (codec == AV_CODEC_ID_AAC) host.WriteVosData(handle, setup);
+        if (codec == AV_CODEC_ID_VORBIS) host.WriteVosData(handle, LacedVorbisHeaders(setup));
+    }
+}
