@@ -158,7 +158,7 @@ TEST_F(Limits, TablesThatAnnounceTooMuch) {
 }
 
 // Sizes at their most, with as many octets behind them, where the address space has no room for a copy: the call says
-// so and takes nothing in. With 8-octet pointers there is room, see Tests/Giant. The sanitizer ends a program that
+// so and takes nothing in. With 8-octet pointers there is room, see GiantFramesTest.cpp. The sanitizer ends a program that
 // asks.
 #if defined(__i386__) && !defined(__SANITIZE_ADDRESS__)
 TEST_F(Limits, SizesBeyondTheAddressSpace) {
