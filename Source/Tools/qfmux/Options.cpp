@@ -7,8 +7,8 @@
 #include <map>
 #include <sstream>
 
+#include "Messages.h"
 #include "Plugin.h"
-#include "Report.h"
 #include "ToolError.h"
 
 namespace {

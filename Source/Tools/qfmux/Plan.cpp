@@ -94,7 +94,7 @@ std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, co
 // Whether the format takes the codec. What its list does not name is taken by the Matroska formats if it has an
 // identifier of its own, with a note, and else only when the user insists.
 void CheckAccepted(const CodecChoice& choice, const std::string& codec, const std::string& kind, bool isWebm,
-                   const std::string& format, const EncoderEntry* list, bool force, Report& report) {
+                   const std::string& format, const EncoderEntry* list, bool force, RunReport& report) {
     for (const EncoderEntry* entry = list; entry->fourCC != 0; ++entry) {
         if (entry->fourCC == choice.m_FourCC) return;
     }
@@ -155,7 +155,7 @@ const FileFormatInfo* FormatsOf(const Plugin& plugin) {
     return formats;
 }
 
-Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Inputs& inputs, Report& report) {
+Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Inputs& inputs, RunReport& report) {
     Plan plan;
     plan.m_pFormat = &ChooseFormat(options, formats);
     const std::string format = FourCCText(plan.m_pFormat->fourCC);

@@ -11,7 +11,7 @@
 #include "MediaFile.h"
 #include "Options.h"
 #include "Plugin.h"
-#include "Report.h"
+#include "RunReport.h"
 
 struct PlannedTrack {
     std::shared_ptr<MediaFile> m_pFile;
@@ -34,7 +34,7 @@ const FileFormatInfo* FormatsOf(const Plugin& plugin);
 
 // The formats must outlive the plan. Throws ToolError for what the format does not take.
 Plan MakePlan(const Options& options, const FileFormatInfo* formats,
-              const std::vector<std::shared_ptr<MediaFile>>& inputs, Report& report);
+              const std::vector<std::shared_ptr<MediaFile>>& inputs, RunReport& report);
 
 // For --dry-run.
 nlohmann::json PlanAsJson(const Plan& plan, const Options& options);

@@ -20,7 +20,7 @@ std::wstring WideName(const std::filesystem::path& path) {
 
 } // namespace
 
-PluginFile::PluginFile(HostCalls& host, const OutputFile& output, const EncodeParam& param)
+PluginFile::PluginFile(HostCalls& host, const StagedFile& output, const EncodeParam& param)
     : m_Host(host), m_pHandle(host.CreateMediaFile(WideName(output.Path()), param)) {
     if (m_pHandle == nullptr) throw ToolError(kExitOutput, "the plug-in cannot create its file");
 }

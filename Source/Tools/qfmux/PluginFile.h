@@ -1,13 +1,13 @@
 // The plug-in's handle of the file, closed in any case.
 #pragma once
 
-#include "OutputFile.h"
 #include "Session.h"
+#include "StagedFile.h"
 
 class PluginFile {
 public:
     // Throws ToolError when the plug-in does not create its file.
-    PluginFile(HostCalls& host, const OutputFile& output, const EncodeParam& param);
+    PluginFile(HostCalls& host, const StagedFile& output, const EncodeParam& param);
     ~PluginFile();
     PluginFile(const PluginFile&) = delete;
     PluginFile& operator=(const PluginFile&) = delete;

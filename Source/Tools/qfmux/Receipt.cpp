@@ -3,7 +3,9 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, Report& report) {
+#include "Messages.h"
+
+void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report) {
     if (video && video->SlicesWereSplit()) {
         report.Warn(
             "pictures of several slices became several blocks each, which decoders refuse; --h264 H264 avoids it");
@@ -32,7 +34,7 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
 }
 
 void PrintResult(const Options& options, const Plan& plan, std::optional<Track>& video, std::optional<Track>& audio,
-                 const Report& report, int exitCode, std::uint64_t size) {
+                 const RunReport& report, int exitCode, std::uint64_t size) {
     nlohmann::json json = PlanAsJson(plan, options);
     json["octets"] = size;
     json["exitCode"] = exitCode;

@@ -6,12 +6,12 @@
 
 #include "Options.h"
 #include "Plan.h"
-#include "Report.h"
+#include "RunReport.h"
 #include "Track.h"
 
 // Warns of what the tracks met on their way.
-void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, Report& report);
+void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report);
 
 // The result as JSON on stdout. size: of the file, octets.
 void PrintResult(const Options& options, const Plan& plan, std::optional<Track>& video, std::optional<Track>& audio,
-                 const Report& report, int exitCode, std::uint64_t size);
+                 const RunReport& report, int exitCode, std::uint64_t size);

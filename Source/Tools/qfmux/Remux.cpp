@@ -12,13 +12,14 @@
 #include <vector>
 
 #include "Extent.h"
-#include "OutputFile.h"
+#include "Messages.h"
 #include "Plan.h"
 #include "PluginFile.h"
 #include "Progress.h"
 #include "Receipt.h"
 #include "Session.h"
 #include "SignalGuard.h"
+#include "StagedFile.h"
 #include "Surroundings.h"
 #include "TimeLine.h"
 #include "ToolError.h"
@@ -31,7 +32,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // What the plug-in leaves unsaid: whether all octets arrived. Throws ToolError when they did not.
-void CheckOutput(const Options& options, const OutputFile& output, std::optional<Track>& video,
+void CheckOutput(const Options& options, const StagedFile& output, std::optional<Track>& video,
                  std::optional<Track>& audio) {
     const std::string path = output.Path().string();
     std::uint64_t sent = 0;
@@ -91,7 +92,7 @@ void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video,
 
 } // namespace
 
-int Remux(const Options& options, const Plugin& plugin, Report& report) {
+int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     std::vector<std::shared_ptr<MediaFile>> inputs;
     for (const std::string& path : options.m_Inputs) inputs.push_back(std::make_shared<MediaFile>(path));
     const Plan plan = MakePlan(options, FormatsOf(plugin), inputs, report);
@@ -101,7 +102,7 @@ int Remux(const Options& options, const Plugin& plugin, Report& report) {
     }
     for (const std::string& line : plan.m_Dropped) report.Note(line);
 
-    OutputFile output(options.m_Output, options.m_Overwrite, options.m_Inputs);
+    StagedFile output(options.m_Output, options.m_Overwrite, options.m_Inputs);
     const Extent extent = EstimateExtent(plan, options);
     output.NeedRoom(extent.m_Octets);
 

@@ -3,8 +3,8 @@
 
 #include "Options.h"
 #include "Plugin.h"
-#include "Report.h"
+#include "RunReport.h"
 
 // Returns the exit code of a run that ended with its file in place: done, with warnings, or by a signal.
 // Throws ToolError else; then the target is as it was before.
-int Remux(const Options& options, const Plugin& plugin, Report& report);
+int Remux(const Options& options, const Plugin& plugin, RunReport& report);

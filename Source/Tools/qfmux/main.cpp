@@ -11,13 +11,14 @@
 #include "MapPicture.h"
 #include "MapReader.h"
 #include "MapStrip.h"
+#include "Messages.h"
 #include "Options.h"
-#include "OutputFile.h"
 #include "Plan.h"
 #include "Plugin.h"
 #include "Remux.h"
-#include "Report.h"
+#include "RunReport.h"
 #include "Session.h"
+#include "StagedFile.h"
 #include "Surroundings.h"
 #include "ToolError.h"
 
@@ -35,7 +36,7 @@ int Fail(int code, const std::string& message) {
 int DrawMap(const Options& options) {
     const FileMap map = ReadFileMap(options.m_Inputs[0]);
     if (!options.m_Output.empty()) {
-        OutputFile picture(options.m_Output, options.m_Overwrite, options.m_Inputs);
+        StagedFile picture(options.m_Output, options.m_Overwrite, options.m_Inputs);
         const std::string svg = MapAsSvg(map);
         std::FILE* const file = std::fopen(picture.Path().c_str(), "wb");
         const bool isWritten = file != nullptr && std::fwrite(svg.data(), 1, svg.size(), file) == svg.size();
@@ -65,7 +66,7 @@ int Run(int argc, char** argv) {
         return kExitDone;
     }
     std::srand(std::random_device()()); // track identifiers are the plug-in's rand()
-    Report report(options->m_Quiet, options->m_Verbose);
+    RunReport report(options->m_Quiet, options->m_Verbose);
     return Remux(*options, plugin, report);
 }
 

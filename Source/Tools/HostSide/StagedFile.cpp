@@ -1,4 +1,4 @@
-#include "OutputFile.h"
+#include "StagedFile.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -33,7 +33,7 @@ void SyncPath(const fs::path& path, int flags) {
 
 } // namespace
 
-OutputFile::OutputFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs)
+StagedFile::StagedFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs)
     : m_Target(target), m_Overwrite(overwrite) {
     std::error_code error;
     for (const std::string& input : inputs) {
@@ -54,13 +54,13 @@ OutputFile::OutputFile(const std::string& target, bool overwrite, const std::vec
     m_Part = fs::path(folder) / "part";
 }
 
-OutputFile::~OutputFile() {
+StagedFile::~StagedFile() {
     std::error_code ignored;
     fs::remove(m_Part, ignored);
     fs::remove(m_Part.parent_path(), ignored);
 }
 
-void OutputFile::NeedRoom(std::uint64_t octets) const {
+void StagedFile::NeedRoom(std::uint64_t octets) const {
     std::error_code error;
     const fs::space_info space = fs::space(DirectoryOf(m_Part), error);
     if (error || space.available >= octets) return;
@@ -68,13 +68,13 @@ void OutputFile::NeedRoom(std::uint64_t octets) const {
                        std::to_string(space.available) + "; nothing was written");
 }
 
-void OutputFile::CheckRoom() const {
+void StagedFile::CheckRoom() const {
     std::error_code error;
     const fs::space_info space = fs::space(DirectoryOf(m_Part), error);
     if (!error && space.available == 0) Fail(m_Target, WriteFailure() + "; the unfinished file was removed");
 }
 
-std::string OutputFile::WriteFailure() const {
+std::string StagedFile::WriteFailure() const {
     // The plug-in says nothing of write errors: ask the system again, in the same file.
     const int descriptor = open(m_Part.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
     if (descriptor < 0) return std::strerror(errno);
@@ -89,7 +89,7 @@ std::string OutputFile::WriteFailure() const {
     return reason;
 }
 
-void OutputFile::Keep(bool sync) {
+void StagedFile::Keep(bool sync) {
     if (sync) SyncPath(m_Part, O_RDONLY);
     // Without leave to overwrite, a file that has come into being meanwhile stays.
     if (renameat2(AT_FDCWD, m_Part.c_str(), AT_FDCWD, m_Target.c_str(), m_Overwrite ? 0 : RENAME_NOREPLACE) != 0) {

@@ -1,22 +1,12 @@
-// What the user is told: lines on stderr, and results on stdout.
+// What a run has to tell its user.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-// One line on stderr, whatever the text holds.
-void Say(const std::string& text);
-
-// Words on stdout. Throws ToolError when they do not get there.
-void PutResult(const std::string& words);
-
-// Names of files may hold any octets, JSON only UTF-8.
-std::string AsText(const nlohmann::json& json);
-
-class Report {
+class RunReport {
 public:
-    Report(bool quiet, bool verbose) : m_Quiet(quiet), m_Verbose(verbose) {}
+    RunReport(bool quiet, bool verbose) : m_Quiet(quiet), m_Verbose(verbose) {}
 
     // Something worth knowing.
     void Note(const std::string& text);

@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
-class OutputFile {
+class StagedFile {
 public:
     // Checks that a file may be written to target and makes the folder beside it. Throws ToolError when it may not.
     // inputs are never overwritten.
-    OutputFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs);
+    StagedFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs);
     // Removes what was not kept.
-    ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
+    ~StagedFile();
+    StagedFile(const StagedFile&) = delete;
+    StagedFile& operator=(const StagedFile&) = delete;
 
     // Where to write.
     const std::filesystem::path& Path() const { return m_Part; }

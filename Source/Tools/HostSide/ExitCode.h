@@ -1,0 +1,12 @@
+// How the tools end. The same number means the same in all of them.
+#pragma once
+
+enum ExitCode {
+    kExitDone = 0,
+    kExitWarnings = 1,     // done, but something is not as it should be
+    kExitError = 2,        // an input or the plug-in cannot be used
+    kExitUsage = 3,        // the command line
+    kExitOutput = 4,       // the output is full, exists or cannot be written
+    kExitVerification = 5, // what was compared or checked is not as it must be
+    kExitSignal = 128      // plus the signal's number
+};
