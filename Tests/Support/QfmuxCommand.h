@@ -1,4 +1,4 @@
-// qfmux, as its tests run it.
+// qfmux and qfmap, as their tests run them.
 #pragma once
 
 #include <algorithm>
@@ -15,6 +15,12 @@ inline CommandResult Qfmux(const std::string& arguments) {
 }
 inline CommandResult QfmuxResult(const std::string& arguments) {
     return RunCommand(Quoted(QF_QFMUX) + " " + arguments + " 2>/dev/null");
+}
+inline CommandResult Qfmap(const std::string& arguments) {
+    return RunCommand(Quoted(QF_QFMAP) + " " + arguments + " 2>&1");
+}
+inline CommandResult QfmapResult(const std::string& arguments) {
+    return RunCommand(Quoted(QF_QFMAP) + " " + arguments + " 2>/dev/null");
 }
 
 inline int Lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }

@@ -93,6 +93,7 @@ protected:
                           arguments + " 2>&1 </dev/null");
     }
     static CommandResult Mux(const std::string& arguments) { return Run(QF_QFMUX, arguments); }
+    static CommandResult Map(const std::string& arguments) { return Run(QF_QFMAP, arguments); }
     CommandResult Replay(const std::string& session, const std::string& output) const {
         return Run(QF_BIN "/qfreplay", Quoted(QF_BIN "/qf_mkv.so") + " " + Quoted(session) + " " + Quoted(output));
     }
@@ -133,12 +134,12 @@ TEST_P(HostileClips, AreMuxedOrRefused) {
         EXPECT_EQ(fs::exists(output), isDone) << what;
         ExpectNothingLeft();
         if (isDone) {
-            const CommandResult map = Mux("map " + Quoted(output));
+            const CommandResult map = Map(Quoted(output));
             EXPECT_EQ(map.m_ExitCode, 0) << what << map.m_Output;
             fs::remove(output);
         }
         if (isMatroska) {
-            const CommandResult map = Mux("map --json " + Quoted(input));
+            const CommandResult map = Map("--json " + Quoted(input));
             EXPECT_LE(map.m_ExitCode, 2) << what << map.m_Output;
         }
     }
@@ -167,7 +168,7 @@ TEST_F(HostileTest, FilesCutAnywhereAreMuxedMappedOrRefused) {
             const CommandResult result = Mux("--quiet --overwrite " + Quoted(input) + " " + Quoted(Path("out.mkv")));
             EXPECT_LE(result.m_ExitCode, 2) << name << " " << size << result.m_Output;
             EXPECT_EQ(Lines(result.m_Output), result.m_ExitCode == 2 ? 1 : 0) << result.m_Output;
-            EXPECT_LE(Mux("map " + Quoted(input)).m_ExitCode, 2) << name << " " << size;
+            EXPECT_LE(Map(Quoted(input)).m_ExitCode, 2) << name << " " << size;
         }
     }
     ExpectNothingLeft();
@@ -320,7 +321,7 @@ TEST_F(HostileTest, NamesOfAnyOctetsAreWrittenAndTold) {
 TEST_F(HostileTest, ClosedStreamsDoNotEndUpInFiles) {
     const std::string files = Quoted(ClipPath("raw.aac")) + " " + Quoted(Path("a.mka"));
     EXPECT_EQ(RunCommand(Quoted(QF_QFMUX) + " --json -v " + files + " >&- 2>&- <&-").m_ExitCode, 0);
-    EXPECT_EQ(Mux("map " + Quoted(Path("a.mka"))).m_ExitCode, 0);
+    EXPECT_EQ(Map(Quoted(Path("a.mka"))).m_ExitCode, 0);
     const Octets octets = ReadFile(Path("a.mka"));
     const std::string word = "\"exitCode\"";
     EXPECT_EQ(std::search(octets.begin(), octets.end(), word.begin(), word.end()), octets.end());

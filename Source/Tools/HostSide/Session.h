@@ -10,17 +10,17 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Plugin.h"
+#include "ToolError.h"
 
 // Errors of sessions are std::runtime_error with a line for the user.
 
-class RecordError : public std::runtime_error {
+class RecordError : public ToolError {
 public:
-    using std::runtime_error::runtime_error;
+    explicit RecordError(const std::string& message) : ToolError(kExitOutput, message) {}
 };
 
 // Throws RecordError, once, when the record cannot be written; what is written after that is dropped.

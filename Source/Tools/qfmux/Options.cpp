@@ -1,12 +1,11 @@
 #include "Options.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <filesystem>
 #include <map>
 #include <sstream>
 
+#include "CommandLine.h"
 #include "Messages.h"
 #include "Plugin.h"
 #include "ToolError.h"
@@ -22,14 +21,6 @@ constexpr const char* kExamples = R"(Examples:
 
 Exit codes: 0 done, 1 done with warnings, 2 error, 3 usage, 4 output full or unwritable, 5 verification failed,
 128+n ended by signal n (the file holds what came before it))";
-
-constexpr const char* kMapExamples = R"(Examples:
-  qfmux map film.mkv                                 a strip, and what takes how many octets
-  qfmux map film.mkv -o film.svg                     a picture
-  qfmux map film.mkv --json                          every element, track, cue, gap and lag
-
-Exit codes: 0 done, 1 drawn, but the file is cut off or damaged, 2 it cannot be read, 3 usage, 4 the picture cannot be
-written)";
 
 // The plug-in that lies beside this program, or where packages put it.
 std::string DefaultPlugin() {
@@ -80,42 +71,9 @@ std::string VersionText(const std::string& plugin) {
     return std::string("qfmux with qf_mkv ") + version;
 }
 
-// Parses, or prints the help that was asked for and returns false.
-bool Parse(CLI::App& app, int argc, char** argv) {
-    try {
-        app.parse(argc, argv);
-        return true;
-    } catch (const CLI::CallForHelp&) {
-        PutResult(app.help());
-        return false;
-    } catch (const CLI::ParseError& error) {
-        throw ToolError(kExitUsage, error.what());
-    }
-}
-
-std::optional<Options> ParseMapOptions(int argc, char** argv) {
-    Options options;
-    options.m_Command = Command::Map;
-    std::vector<std::string> paths;
-    CLI::App app("Draws how a Matroska or WebM file is laid out, whoever wrote it: a strip and a table, or a picture.",
-                 "qfmux map");
-    app.footer(kMapExamples);
-    app.add_option("FILE", paths, "the file to draw; only its headers are read")->type_name("");
-    app.add_option("-o,--output", options.m_Output, "draw a picture instead: octets across, time up, a colour a track")
-        ->type_name("FILE.svg");
-    app.add_flag("--overwrite", options.m_Overwrite, "replace an existing picture");
-    app.add_flag("--json", options.m_Json, "the same as JSON on stdout");
-    if (!Parse(app, argc, argv)) return std::nullopt;
-    if (paths.size() != 1) throw ToolError(kExitUsage, "one file is needed; see qfmux map --help");
-    options.m_Inputs = paths;
-    return options;
-}
-
 } // namespace
 
 std::optional<Options> ParseOptions(int argc, char** argv) {
-    // A file of that name is ./map.
-    if (argc > 1 && std::string(argv[1]) == "map") return ParseMapOptions(argc - 1, argv + 1);
     Options options;
     options.m_Plugin = DefaultPlugin();
     std::vector<std::string> paths;
@@ -124,8 +82,7 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     bool version = false;
 
     CLI::App app("Puts the streams of media files into a Matroska (.mkv, .mka) or WebM (.webm) file, as they are.\n"
-                 "qfmux formats says which formats and codecs there are.\n"
-                 "qfmux map FILE draws how such a file is laid out.",
+                 "qfmux formats says which formats and codecs there are; qfmap draws how such a file is laid out.",
                  "qfmux");
     app.footer(kExamples);
 

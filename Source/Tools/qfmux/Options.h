@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-enum class Command { Remux, Formats, Map };
+enum class Command { Remux, Formats };
 enum class VerifyMode { Full, Fast, None };
 enum class ProgressMode { Auto, Bar, Json, None };
 
@@ -18,7 +18,7 @@ struct Aspect {
 struct Options {
     Command m_Command = Command::Remux;
     std::vector<std::string> m_Inputs; // one or two
-    std::string m_Output;              // of Map, empty for a strip in the terminal
+    std::string m_Output;
     std::string m_Plugin;
     std::string m_Format; // MKV, HMKV, MKA, WEBM; empty: from the output's extension
     bool m_NoVideo = false;

@@ -3,7 +3,6 @@ _qfmux() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local options='--format --no-video --no-audio --tracks --aspect --h264 --force-codec --duration --overwrite --verify
         --sync --dry-run --json --progress --record --plugin --quiet --verbose --version --help'
-    if [ "${COMP_WORDS[1]}" = map ] && [ "$COMP_CWORD" -gt 1 ]; then options='--output --overwrite --json --help'; fi
     case $previous in
     --format) mapfile -t COMPREPLY < <(compgen -W 'MKV HMKV MKA WEBM' -- "$current") ;;
     --h264) mapfile -t COMPREPLY < <(compgen -W 'H264 N264 A264 I264 havc' -- "$current") ;;
@@ -17,7 +16,7 @@ _qfmux() {
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             if [ "$COMP_CWORD" = 1 ]; then
-                mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W 'formats map' -- "$current")
+                mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W 'formats' -- "$current")
             fi
         fi
         ;;
