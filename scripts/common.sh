@@ -48,4 +48,6 @@ command -v python3 >/dev/null || reader_test_packages+=(python3)
 # What the tests of costs count with, and what scripts/bench needs besides.
 cost_packages=(valgrind)
 command -v python3 >/dev/null || cost_packages+=(python3)
+# The engines of Docs/Scaling.md. Debian starts the services of openssh-server and munge when it installs them.
+engine_packages=(ffmpeg parallel slurm-wlm munge openssh-server openssh-client python3)
 bench_packages=(g++-multilib gnuplot-nox libbenchmark-dev libwebm-dev dpkg-dev)
