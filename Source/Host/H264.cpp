@@ -15,6 +15,8 @@ void TakeSet(H264Setup& setup, const NalUnit& unit) {
     if (unit.Type() == kPictureSet) keepFirst(setup.m_PictureSets, setup.m_Picture);
 }
 
+bool IsRecord(const std::vector<std::uint8_t>& setupData) { return setupData.size() >= 7 && setupData[0] == 1; }
+
 } // namespace
 
 std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size) {
@@ -34,25 +36,28 @@ std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size) {
     return units;
 }
 
-H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData) {
-    H264Setup setup;
-    if (setupData.size() < 7 || setupData[0] != 1) {
-        for (const NalUnit& unit : SplitUnits(setupData.data(), setupData.size())) TakeSet(setup, unit);
-        return setup;
-    }
-    setup.m_StartCodes = false;
-    setup.m_LengthSize = setupData[4] % 4U + 1;
+std::vector<NalUnit> ParameterSets(const std::vector<std::uint8_t>& setupData) {
+    if (!IsRecord(setupData)) return SplitUnits(setupData.data(), setupData.size());
+    std::vector<NalUnit> sets;
     std::size_t position = 5;
     for (const unsigned mask : {32U, 256U}) { // 5 bits of count for sequence sets, 8 for picture sets
         if (position >= setupData.size()) break;
         for (unsigned count = setupData[position++] % mask; count > 0 && position + 2 <= setupData.size(); --count) {
             const std::size_t length = setupData[position] * 256U + setupData[position + 1];
             position += 2;
-            if (length == 0 || length > setupData.size() - position) return setup;
-            TakeSet(setup, {&setupData[position], length});
+            if (length == 0 || length > setupData.size() - position) return sets;
+            sets.push_back({&setupData[position], length});
             position += length;
         }
     }
+    return sets;
+}
+
+H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData) {
+    H264Setup setup;
+    setup.m_StartCodes = !IsRecord(setupData);
+    if (!setup.m_StartCodes) setup.m_LengthSize = setupData[4] % 4U + 1;
+    for (const NalUnit& unit : ParameterSets(setupData)) TakeSet(setup, unit);
     return setup;
 }
 

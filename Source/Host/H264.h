@@ -31,5 +31,8 @@ struct NalUnit {
 // The units of data in start-code form (ISO/IEC 14496-10, Annex B), start codes of 3 and of 4 octets alike.
 std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size);
 
+// The units of set-up data of either kind, those of a record up to where it is damaged. They lie in setupData.
+std::vector<NalUnit> ParameterSets(const std::vector<std::uint8_t>& setupData);
+
 // The units behind start codes of 4 octets, as the plug-in knows them.
 std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units);

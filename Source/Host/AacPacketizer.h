@@ -1,0 +1,15 @@
+// AAC, raw or with ADTS headers (ISO/IEC 14496-3), which are taken off.
+#pragma once
+
+#include "Packetizer.h"
+
+class AacPacketizer : public Packetizer {
+public:
+    explicit AacPacketizer(Octets setup) : m_Setup(std::move(setup)) {}
+    std::list<HeldFrame> Take(Span packet, bool isKey) override;
+    void SendSetup(const FileFormatInfo& format, void* handle) override;
+
+private:
+    Octets m_Setup; // the AudioSpecificConfig
+    bool m_IsSent = false;
+};

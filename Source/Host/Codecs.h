@@ -1,0 +1,48 @@
+// The names by which callers know the plug-in's formats and codecs.
+#pragma once
+
+#include <string>
+
+#include "HostRecords.h"
+#include "qf_host.h"
+
+// What must be done to a codec's packets on their way.
+enum class Framing {
+    Plain,
+    Pcm,
+    Mpeg12,
+    Mpeg4,
+    H264Lengths,    // units behind lengths of 4 octets
+    H264StartCodes, // units behind start codes
+    H264Slices,     // the same, of which the plug-in keeps the slices alone
+    Aac,
+    Vorbis
+};
+
+struct Codec {
+    const char* m_Name;
+    FourCC m_FourCC;
+    qf_track m_Track;
+    Framing m_Framing;
+    const char* m_CodecID;
+    const char* m_Description;
+
+    // Blocks of a Video-for-Windows track carry decoding times.
+    bool HasDecodingTimes() const { return m_Framing == Framing::H264StartCodes; }
+};
+
+// Ended by one without a name. Video first.
+extern const Codec kCodecs[];
+
+// Throws HostError when there is no such codec of that kind.
+const Codec& FindCodec(qf_track track, const std::string& name);
+
+// "mkv" for "MKV ".
+std::string FormatName(FourCC fourCC);
+// 0 for no name of four characters at most.
+FourCC FormatCode(const std::string& name);
+
+// Whether the plug-in's own list names it.
+bool IsListed(const FileFormatInfo& format, const Codec& codec);
+// Whether the format takes it: the Matroska formats take every codec, WebM takes what is listed.
+bool IsTaken(const FileFormatInfo& format, const Codec& codec);

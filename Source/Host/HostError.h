@@ -1,0 +1,16 @@
+// What a call of the library fails with, from where it is found to the C face.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "qf_host.h"
+
+class HostError : public std::runtime_error {
+public:
+    HostError(qf_error code, const std::string& text) : std::runtime_error(text), m_Code(code) {}
+    qf_error Code() const { return m_Code; }
+
+private:
+    qf_error m_Code;
+};

@@ -1,0 +1,46 @@
+// What a codec's packets need on their way to the plug-in.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+
+#include "HostRecords.h"
+#include "Job.h"
+
+// Octets of somebody else's.
+struct Span {
+    const std::uint8_t* m_pData;
+    std::size_t m_Size;
+};
+
+// A frame that waits for its turn. Times in units of 100 ns.
+struct HeldFrame {
+    Octets m_Octets;
+    std::int64_t m_Presentation = 0;
+    std::int64_t m_Decode = 0;
+    std::int64_t m_Duration = 0; // 0: not known
+    bool m_IsKey = true;
+};
+
+class Packetizer {
+public:
+    Packetizer() = default;
+    virtual ~Packetizer() = default;
+    Packetizer(const Packetizer&) = delete;
+    Packetizer& operator=(const Packetizer&) = delete;
+
+    // Makes frames of a packet, none of one that carries set-up data alone. Several share its times one after the
+    // other: their m_Presentation and m_Decode count from it, and their m_Duration is set. Throws HostError when it is
+    // not what the codec needs.
+    virtual std::list<HeldFrame> Take(Span packet, bool isKey) = 0;
+    // Hands set-up data over. Called before each frame; does nothing when there is nothing new.
+    virtual void SendSetup(const FileFormatInfo&, void* /*handle*/) {}
+
+    // For a track of that job. Throws HostError when its set-up data is not what the codec needs.
+    static std::unique_ptr<Packetizer> Make(const Job& job, const TrackJob& track);
+};
+
+// A frame with these octets.
+HeldFrame FrameOf(Span octets, bool isKey);

@@ -1,0 +1,60 @@
+// A plug-in's shared library, loaded: the one place where that is done.
+#pragma once
+
+#include <string>
+
+// A descriptor that is closed with its owner. Below 0: none.
+class Descriptor {
+public:
+    explicit Descriptor(int number = -1) : m_Number(number) {}
+    ~Descriptor();
+    Descriptor(Descriptor&& other) noexcept : m_Number(other.m_Number) { other.m_Number = -1; }
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    int Number() const { return m_Number; }
+
+private:
+    int m_Number;
+};
+
+// A plug-in's file, opened and looked at: a regular file, and a whole library.
+class PluginFile {
+public:
+    // Throws std::runtime_error with a line for the user.
+    explicit PluginFile(const std::string& path);
+
+    const std::string& Path() const { return m_Path; }
+    const Descriptor& File() const { return m_File; }
+
+private:
+    void NeedWholeLibrary() const;
+
+    std::string m_Path;
+    Descriptor m_File;
+};
+
+class PluginLibrary {
+public:
+    // The library itself, which whoever loads it in this process shares.
+    enum class Shared {};
+    // A copy of it with variables of its own.
+    enum class Private {};
+
+    // Throw std::runtime_error with the loader's words, std::bad_alloc when it has no memory.
+    PluginLibrary(const PluginFile& file, Shared);
+    PluginLibrary(const PluginFile& file, Private);
+    ~PluginLibrary();
+    PluginLibrary(const PluginLibrary&) = delete;
+    PluginLibrary& operator=(const PluginLibrary&) = delete;
+
+    // Throws std::runtime_error when the library has no such name.
+    template <class Target>
+    void Find(Target& target, const char* name) const {
+        target = reinterpret_cast<Target>(Find(name));
+    }
+
+private:
+    void* Find(const char* name) const;
+
+    Descriptor m_Copy; // open while it is loaded: the loader knows a library by its name, which has this number in it
+    void* m_pLibrary;
+};
