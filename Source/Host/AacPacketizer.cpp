@@ -5,6 +5,8 @@
 
 #include "HostError.h"
 
+namespace QfHost {
+
 namespace {
 
 constexpr std::int64_t kSamplesOfAFrame = 1024;
@@ -84,3 +86,5 @@ void AacPacketizer::SendSetup(const FileFormatInfo& format, void* handle) {
     format.WriteVosData(handle, m_Setup.data(), static_cast<int>(m_Setup.size()));
     m_IsSent = true;
 }
+
+} // namespace QfHost

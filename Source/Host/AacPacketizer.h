@@ -3,6 +3,8 @@
 
 #include "Packetizer.h"
 
+namespace QfHost {
+
 class AacPacketizer : public Packetizer {
 public:
     explicit AacPacketizer(Octets setup) : m_Setup(std::move(setup)) {}
@@ -13,3 +15,5 @@ private:
     Octets m_Setup; // the AudioSpecificConfig
     bool m_IsSent = false;
 };
+
+} // namespace QfHost

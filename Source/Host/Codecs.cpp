@@ -4,6 +4,8 @@
 
 #include "HostError.h"
 
+namespace QfHost {
+
 const Codec kCodecs[] = {
     {"h264", MakeFourCC("H264"), QF_VIDEO, Framing::H264Lengths, "V_MPEG4/ISO/AVC", "H.264"},
     {"a264", MakeFourCC("A264"), QF_VIDEO, Framing::H264Slices, "V_MPEG4/ISO/AVC", "H.264, a block for each slice"},
@@ -61,3 +63,5 @@ bool IsTaken(const FileFormatInfo& format, const Codec& codec) {
     if (format.fourCC == MakeFourCC("WEBM")) return IsListed(format, codec);
     return codec.m_Track == QF_AUDIO || format.videoEncoders != nullptr;
 }
+
+} // namespace QfHost

@@ -6,6 +6,8 @@
 #include "HostRecords.h"
 #include "qf_host.h"
 
+namespace QfHost {
+
 // What must be done to a codec's packets on their way.
 enum class Framing {
     Plain,
@@ -46,3 +48,5 @@ FourCC FormatCode(const std::string& name);
 bool IsListed(const FileFormatInfo& format, const Codec& codec);
 // Whether the format takes it: the Matroska formats take every codec, WebM takes what is listed.
 bool IsTaken(const FileFormatInfo& format, const Codec& codec);
+
+} // namespace QfHost

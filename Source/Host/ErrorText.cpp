@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace QfHost {
+
 namespace {
 
 char g_NoMemory[] = "there is not enough memory, not even for the text of the error";
@@ -44,3 +46,5 @@ const char* GetErrorText() noexcept {
     const char* const text = Key().Get();
     return text != nullptr ? text : "";
 }
+
+} // namespace QfHost

@@ -10,6 +10,8 @@
 #include "SignalShield.h"
 #include "WholeFile.h"
 
+namespace QfHost {
+
 namespace {
 
 constexpr std::int64_t kMillisecond = 10000;
@@ -311,3 +313,5 @@ std::uint64_t FileWriter::LeftOut() const {
     const std::lock_guard lock(m_Mutex);
     return m_LeftOut;
 }
+
+} // namespace QfHost

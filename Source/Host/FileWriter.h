@@ -14,6 +14,8 @@
 #include "TargetFile.h"
 #include "WriteWatch.h"
 
+namespace QfHost {
+
 class FileWriter {
 public:
     // Creates the file. Throws HostError.
@@ -80,3 +82,5 @@ private:
     WriteWatch m_Watch;
     bool m_HasFailed = false;
 };
+
+} // namespace QfHost

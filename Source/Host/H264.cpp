@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace QfHost {
+
 namespace {
 
 constexpr unsigned kSequenceSet = 7;
@@ -69,3 +71,5 @@ std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units) 
     }
     return frame;
 }
+
+} // namespace QfHost

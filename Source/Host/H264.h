@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+namespace QfHost {
+
 struct H264Setup {
     bool m_StartCodes = true;  // frames come in start-code form, not with lengths in front of their units
     unsigned m_LengthSize = 4; // octets of such a length
@@ -36,3 +38,5 @@ std::vector<NalUnit> ParameterSets(const std::vector<std::uint8_t>& setupData);
 
 // The units behind start codes of 4 octets, as the plug-in knows them.
 std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units);
+
+} // namespace QfHost

@@ -4,6 +4,8 @@
 
 #include "HostError.h"
 
+namespace QfHost {
+
 namespace {
 
 constexpr unsigned kSequenceSet = 7;
@@ -110,3 +112,5 @@ void H264Packetizer::SendSetup(const FileFormatInfo& format, void* handle) {
     if (m_Target == Framing::H264Lengths) format.WriteVideoPacket(handle, &empty);
     m_IsSent = true;
 }
+
+} // namespace QfHost

@@ -6,6 +6,8 @@
 #include "H264.h"
 #include "Packetizer.h"
 
+namespace QfHost {
+
 class H264Packetizer : public Packetizer {
 public:
     H264Packetizer(Framing target, qf_framing source, int lengthSize, const Octets& setup);
@@ -23,3 +25,5 @@ private:
     Octets m_AllSets; // in the target's framing, when there are more of them than that data has room for
     bool m_IsSent = false;
 };
+
+} // namespace QfHost

@@ -6,6 +6,8 @@
 
 #include "qf_host.h"
 
+namespace QfHost {
+
 class HostError : public std::runtime_error {
 public:
     HostError(qf_error code, const std::string& text) : std::runtime_error(text), m_Code(code) {}
@@ -14,3 +16,5 @@ public:
 private:
     qf_error m_Code;
 };
+
+} // namespace QfHost

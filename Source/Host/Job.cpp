@@ -2,6 +2,8 @@
 
 #include "HostError.h"
 
+namespace QfHost {
+
 TrackJob& Job::Track(int track) {
     if (track == QF_VIDEO) return m_Video;
     if (track == QF_AUDIO) return m_Audio;
@@ -18,3 +20,5 @@ void Job::NeedCodecs(const FileFormatInfo& format) const {
                         "the format " + FormatName(format.fourCC) + " does not take " + track->m_pCodec->m_Description);
     }
 }
+
+} // namespace QfHost

@@ -9,6 +9,8 @@
 #include "Codecs.h"
 #include "TimeBase.h"
 
+namespace QfHost {
+
 using Octets = std::vector<std::uint8_t>;
 
 struct TrackJob {
@@ -41,3 +43,5 @@ struct Job {
     // Throws HostError when they do not fit the format.
     void NeedCodecs(const FileFormatInfo& format) const;
 };
+
+} // namespace QfHost

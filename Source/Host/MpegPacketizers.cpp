@@ -1,5 +1,7 @@
 #include "MpegPacketizers.h"
 
+namespace QfHost {
+
 std::list<HeldFrame> Mpeg12Packetizer::Take(Span packet, bool isKey) {
     std::list<HeldFrame> frames;
     frames.push_back(FrameOf(packet, isKey));
@@ -25,3 +27,5 @@ std::list<HeldFrame> Mpeg4Packetizer::Take(Span packet, bool isKey) {
     }
     return frames;
 }
+
+} // namespace QfHost

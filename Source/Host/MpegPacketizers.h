@@ -3,6 +3,8 @@
 
 #include "Packetizer.h"
 
+namespace QfHost {
+
 // The sequence header goes into the file's set-up data; without it the plug-in takes it from the first frame.
 class Mpeg12Packetizer : public Packetizer {
 public:
@@ -24,3 +26,5 @@ public:
 private:
     const Octets m_Setup;
 };
+
+} // namespace QfHost

@@ -6,6 +6,8 @@
 #include "MpegPacketizers.h"
 #include "VorbisPacketizer.h"
 
+namespace QfHost {
+
 namespace {
 
 // Codecs whose packets go as they are. blockSize: octets of which a packet has a whole number.
@@ -59,3 +61,5 @@ std::unique_ptr<Packetizer> Packetizer::Make(const Job& job, const TrackJob& tra
     }
     return std::make_unique<PlainPacketizer>(1);
 }
+
+} // namespace QfHost

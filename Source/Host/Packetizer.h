@@ -9,6 +9,8 @@
 #include "HostRecords.h"
 #include "Job.h"
 
+namespace QfHost {
+
 // Octets of somebody else's.
 struct Span {
     const std::uint8_t* m_pData;
@@ -44,3 +46,5 @@ public:
 
 // A frame with these octets.
 HeldFrame FrameOf(Span octets, bool isKey);
+
+} // namespace QfHost

@@ -17,6 +17,8 @@
 #include <system_error>
 #include <utility>
 
+namespace QfHost {
+
 namespace {
 
 [[noreturn]] void Fail(const std::string& what, int error) {
@@ -153,3 +155,5 @@ void* PluginLibrary::Find(const char* name) const {
     if (symbol == nullptr) throw std::runtime_error(std::string("it is no plug-in of this kind: it lacks ") + name);
     return symbol;
 }
+
+} // namespace QfHost

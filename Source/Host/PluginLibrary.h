@@ -3,6 +3,8 @@
 
 #include <string>
 
+namespace QfHost {
+
 // A descriptor that is closed with its owner. Below 0: none.
 class Descriptor {
 public:
@@ -58,3 +60,5 @@ private:
     Descriptor m_Copy; // open while it is loaded: the loader knows a library by its name, which has this number in it
     void* m_pLibrary;
 };
+
+} // namespace QfHost

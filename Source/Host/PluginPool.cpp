@@ -2,6 +2,8 @@
 
 #include "MKVInterface.h"
 
+namespace QfHost {
+
 PluginPool::Copy::Copy(const PluginFile& file) : m_Library(file, PluginLibrary::Private{}) {
     decltype(&GetFileFormats) getFileFormats = nullptr;
     m_Library.Find(getFileFormats, "GetFileFormats");
@@ -39,3 +41,5 @@ void PluginPool::GiveBack(Loan& loan) noexcept {
     const std::lock_guard lock(m_Mutex);
     m_Idle.splice(m_Idle.begin(), loan);
 }
+
+} // namespace QfHost

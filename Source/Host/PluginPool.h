@@ -11,6 +11,8 @@
 #include "HostRecords.h"
 #include "PluginLibrary.h"
 
+namespace QfHost {
+
 class PluginPool {
 public:
     class Copy {
@@ -46,3 +48,5 @@ private:
     const Copy* m_pFirst;
     std::string m_Version;
 };
+
+} // namespace QfHost

@@ -4,6 +4,8 @@
 
 #include <ctime>
 
+namespace QfHost {
+
 namespace {
 
 constexpr int kSignals[] = {SIGXFSZ, SIGPIPE};
@@ -37,3 +39,5 @@ SignalShield::~SignalShield() {
     pthread_sigmask(SIG_SETMASK, &m_Before, nullptr);
     pthread_setcancelstate(m_CancelState, nullptr);
 }
+
+} // namespace QfHost

@@ -5,6 +5,8 @@
 
 #include <csignal>
 
+namespace QfHost {
+
 class SignalShield {
 public:
     SignalShield() noexcept;
@@ -17,3 +19,5 @@ private:
     sigset_t m_Pending{}; // what waited for the thread already
     int m_CancelState = 0;
 };
+
+} // namespace QfHost

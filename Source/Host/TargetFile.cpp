@@ -11,6 +11,8 @@
 
 #include "HostError.h"
 
+namespace QfHost {
+
 namespace {
 
 std::string Reason(int error) { return std::generic_category().message(error); }
@@ -89,3 +91,5 @@ void TargetFile::Remove() const noexcept {
         unlink(m_Path.c_str());
     }
 }
+
+} // namespace QfHost

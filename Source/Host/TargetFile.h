@@ -6,6 +6,8 @@
 
 #include "PluginLibrary.h"
 
+namespace QfHost {
+
 class TargetFile {
 public:
     // Creates the file, empty, or empties the one that is there. Throws HostError.
@@ -27,3 +29,5 @@ private:
     std::string m_Path; // absolute
     Descriptor m_File;
 };
+
+} // namespace QfHost

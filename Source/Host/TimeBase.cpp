@@ -2,6 +2,8 @@
 
 #include "HostError.h"
 
+namespace QfHost {
+
 namespace {
 
 constexpr std::int64_t kUnitsPerSecond = 10000000;
@@ -30,3 +32,5 @@ std::int64_t TimeBase::ToHostTime(std::int64_t time) const {
     }
     return result;
 }
+
+} // namespace QfHost

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+namespace QfHost {
+
 // 3,653 years in units of 100 ns: sums and differences of such times stay within 64 bits.
 constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
 
@@ -18,3 +20,5 @@ private:
     std::int64_t m_Rest;  // and so many m_Denominator-ths of one
     std::int64_t m_Denominator;
 };
+
+} // namespace QfHost

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstring>
 
+namespace QfHost {
+
 using Octets = std::vector<std::uint8_t>;
 
 namespace {
@@ -68,3 +70,5 @@ Octets LaceVorbisHeaders(const std::vector<Octets>& headers) {
 bool IsVorbisHeader(const std::uint8_t* data, std::size_t size, std::size_t number) {
     return size > 7 && data[0] == number * 2 + 1 && std::memcmp(data + 1, "vorbis", 6) == 0;
 }
+
+} // namespace QfHost

@@ -5,6 +5,8 @@
 #include "HostError.h"
 #include "VorbisHeaders.h"
 
+namespace QfHost {
+
 VorbisPacketizer::VorbisPacketizer(const Octets& setup) : m_Headers(SplitVorbisHeaders(setup)) {
     if (!setup.empty() && m_Headers.empty()) {
         throw HostError(QF_ERROR_DATA, "Vorbis: the set-up data does not hold three header packets");
@@ -38,3 +40,5 @@ void VorbisPacketizer::SendSetup(const FileFormatInfo& format, void* handle) {
     format.WriteVosData(handle, laced.data(), static_cast<int>(laced.size()));
     m_IsSent = true;
 }
+
+} // namespace QfHost

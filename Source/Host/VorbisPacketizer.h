@@ -3,6 +3,8 @@
 
 #include "Packetizer.h"
 
+namespace QfHost {
+
 class VorbisPacketizer : public Packetizer {
 public:
     explicit VorbisPacketizer(const Octets& setup);
@@ -13,3 +15,5 @@ private:
     std::vector<Octets> m_Headers; // at most three
     bool m_IsSent = false;
 };
+
+} // namespace QfHost

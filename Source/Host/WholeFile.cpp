@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+namespace QfHost {
+
 namespace {
 
 constexpr std::uint32_t kEbml = 0x1A45DFA3;
@@ -63,3 +65,5 @@ bool IsWholeFile(int descriptor, std::uint64_t least) {
     }
     return true;
 }
+
+} // namespace QfHost

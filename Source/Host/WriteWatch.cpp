@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace QfHost {
+
 std::uint64_t WriteWatch::Note(std::uint64_t octets, std::int64_t time, bool allStarted) {
     constexpr std::int64_t kCluster = 11000000; // its second, and what rounding may add
     constexpr int kQueued = 10;                 // so many frames of two tracks make one queue full
@@ -20,3 +22,5 @@ std::uint64_t WriteWatch::Note(std::uint64_t octets, std::int64_t time, bool all
     m_FramesBehind = 0;
     return least;
 }
+
+} // namespace QfHost

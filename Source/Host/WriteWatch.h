@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace QfHost {
+
 class WriteWatch {
 public:
     // To be called for each frame behind its handing over. time: 100 ns. allStarted: every track has delivered a frame.
@@ -20,3 +22,5 @@ private:
     std::int64_t m_MarkTime = 0;
     int m_FramesBehind = 0; // since what the mark counts must have gone into a cluster that is over
 };
+
+} // namespace QfHost

@@ -22,6 +22,8 @@
 #include "Job.h"
 #include "PluginPool.h"
 
+using namespace QfHost;
+
 struct qf_plugin {
     struct Format {
         const FileFormatInfo* m_pRecord;

@@ -36,7 +36,8 @@ CodecChoice ChooseH264(const AVCodecParameters& parameters, const std::string& c
     CodecChoice choice;
     choice.m_FourCC = MakeFourCC({code[0], code[1], code[2], code[3], '\0'});
     choice.m_CodecID = "V_MPEG4/ISO/AVC";
-    const H264Setup setup = ReadH264Setup({parameters.extradata, parameters.extradata + parameters.extradata_size});
+    const QfHost::H264Setup setup =
+        QfHost::ReadH264Setup({parameters.extradata, parameters.extradata + parameters.extradata_size});
     // The plug-in's record holds one set of each kind and lengths of 4 octets. What does not fit goes in start-code
     // form, which carries every set in the frames.
     const bool fits = setup.m_LengthSize == 4 && setup.m_SequenceSets == 1 && setup.m_PictureSets == 1;

@@ -32,8 +32,8 @@ void Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
         host.WriteVideoPacket(handle, frame);
         return;
     }
-    const std::vector<NalUnit> units = SplitUnits(packet.data, static_cast<std::size_t>(packet.size));
-    std::vector<std::uint8_t> rewritten = WithLongStartCodes(units);
+    const std::vector<QfHost::NalUnit> units = QfHost::SplitUnits(packet.data, static_cast<std::size_t>(packet.size));
+    std::vector<std::uint8_t> rewritten = QfHost::WithLongStartCodes(units);
     frame.videoData = rewritten.data();
     frame.videoSize = static_cast<std::int32_t>(rewritten.size());
     if (m_IsWebm && m_Plan.m_Choice.m_Framing == Framing::StartCodes) { // no start code is made a length there
@@ -58,11 +58,11 @@ void Track::BeginBlock(std::int64_t time, bool isKey) {
     m_LastTime = time;
 }
 
-void Track::ExpectUnits(std::int64_t time, const std::vector<NalUnit>& units) {
+void Track::ExpectUnits(std::int64_t time, const std::vector<QfHost::NalUnit>& units) {
     const bool oneBlock = m_Plan.m_Choice.m_Framing == Framing::StartCodes;
     int slices = 0;
     bool begun = false;
-    for (const NalUnit& unit : units) {
+    for (const QfHost::NalUnit& unit : units) {
         if (oneBlock ? !unit.IsKept() : !unit.IsSlice()) continue;
         if (unit.IsSlice()) ++slices;
         if (!oneBlock) BeginBlock(time, unit.Type() == 5);

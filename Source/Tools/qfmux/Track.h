@@ -42,7 +42,7 @@ private:
     // Notes a block that the file must hold.
     void Expect(std::int64_t time, bool isKey, const std::uint8_t* data, std::size_t size);
     void BeginBlock(std::int64_t time, bool isKey);
-    void ExpectUnits(std::int64_t time, const std::vector<NalUnit>& units);
+    void ExpectUnits(std::int64_t time, const std::vector<QfHost::NalUnit>& units);
 
     PlannedTrack m_Plan;
     bool m_IsVideo;

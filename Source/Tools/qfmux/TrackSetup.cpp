@@ -34,7 +34,7 @@ void SendSetup(HostCalls& host, void* handle, const std::optional<Track>& video,
         const std::vector<std::uint8_t>& setup = video->Reader().SetupData();
         const AVCodecID codec = video->Reader().Parameters().codec_id;
         if (codec == AV_CODEC_ID_H264) {
-            const H264Setup sets = ReadH264Setup(setup);
+            const QfHost::H264Setup sets = QfHost::ReadH264Setup(setup);
             host.WritezXPSData(handle, sets.m_Picture, sets.m_Sequence);
         } else if (codec == AV_CODEC_ID_MPEG1VIDEO || codec == AV_CODEC_ID_MPEG2VIDEO) {
             host.WritezXPSData(handle, {}, setup);
