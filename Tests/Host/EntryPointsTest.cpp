@@ -291,6 +291,18 @@ TEST_F(Routing, AMisroutedHandleRefusesEveryCallAndIsFinishedWhole) {
     }
 }
 
+TEST_F(Routing, AnyFlagButZeroNamesWebm) {
+    for (const std::uint32_t flag : {1U, 2U, 0x80000000U, 0xFFFFFFFFU}) {
+        HostSession matroska(m_Plugin, MakeVideoJob(kMkv, MakeFourCC("Xvid")));
+        HostSession webm(m_Plugin, MakeVideoJob(kWebm, MakeFourCC("VP8 ")));
+        *m_Plugin.m_pIsWebm = flag;
+        EXPECT_EQ(webm.Video(Hex("01"), 0, 400000), 1) << flag;
+        EXPECT_EQ(matroska.Video(Hex("01"), 0, 400000), 0) << flag;
+        EXPECT_EQ(webm.Finish().Blocks().size(), 1U) << flag;
+        EXPECT_TRUE(matroska.Close().empty()) << flag;
+    }
+}
+
 TEST_F(Routing, AHandleWorksAgainOnceTheFlagNamesIt) {
     FakeEnvironment::SetRand({1, 2});
     HostSession straight(m_Plugin, MakeJob(kMkv, MakeFourCC("H264"), MakeFourCC("AAC ")));

@@ -5,9 +5,33 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+
+namespace {
+
+// What the path of this program reads as; null for what it is.
+const char* g_pProgram = nullptr;
+
+} // namespace
+
+// The plug-in meets this one in place of the C library's.
+extern "C" ssize_t readlink(const char* path, char* buffer, std::size_t size) noexcept {
+    if (g_pProgram == nullptr) return syscall(SYS_readlinkat, AT_FDCWD, path, buffer, size);
+    const std::string program = g_pProgram;
+    if (program.empty()) {
+        errno = EACCES;
+        return -1;
+    }
+    return static_cast<ssize_t>(program.copy(buffer, size));
+}
 
 namespace {
 
@@ -36,6 +60,20 @@ TEST(Silent, EveryCallThatLogsWorksTheSame) {
     ASSERT_EQ(file.Blocks().size(), 1U);
     EXPECT_EQ(file.Blocks()[0].m_Frame, Hex("FF FB"));
     EXPECT_FALSE(AnyLogIsLoaded());
+}
+
+// A bare name would be looked up where the loader looks for libraries: this program's run path, where a log lies.
+TEST(Silent, NoLogIsLookedForWhereTheProgramsPathCannotBeRead) {
+    for (const char* const program : {"", "no-folder"}) {
+        g_pProgram = program;
+        Plugin plugin(QF_PLUGIN);
+        EXPECT_EQ(plugin.GetFileFormats(), plugin.m_pFormatArray);
+        EXPECT_FALSE(AnyLogIsLoaded()) << program;
+        g_pProgram = nullptr;
+    }
+    void* const library = dlopen("TW_Log.so", RTLD_NOW | RTLD_LOCAL);
+    EXPECT_NE(library, nullptr) << "a bare name finds one";
+    dlclose(library);
 }
 
 } // namespace

@@ -326,6 +326,16 @@ const Utf16To8Row kUtf16To8Rows[] = {
     {"three octets in the place of two", std::wstring(2045, L'a') + L"\u20ACz", std::string(2045, 'a')},
 };
 
+// Callers outside this library compare with the numbers.
+TEST(ConversionResult, HasTheNumbersOfTheReferenceRoutines) {
+    EXPECT_EQ(static_cast<int>(kConverted), 0);
+    EXPECT_EQ(static_cast<int>(kSourceExhausted), 1);
+    EXPECT_EQ(static_cast<int>(kTargetExhausted), 2);
+    EXPECT_EQ(static_cast<int>(kSourceIllegal), 3);
+    EXPECT_EQ(static_cast<int>(kStrictConversion), 0);
+    EXPECT_EQ(static_cast<int>(kLenientConversion), 1);
+}
+
 TEST(UTF16To8, Rows) {
     for (const Utf16To8Row& row : kUtf16To8Rows) {
         EXPECT_EQ(UTF16To8(row.m_Text.c_str()), row.m_Expected) << row.m_Reason;

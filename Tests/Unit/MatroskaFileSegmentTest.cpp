@@ -146,6 +146,18 @@ TEST(Void, WritesNoZerosWhenTheCountReadsAsNegative) {
     EXPECT_EQ(Void(0x80000000, 0xEC).Size(true), 0x80000000U + 6);
 }
 
+// A compound element returns 0, whatever its stream returned.
+TEST(Segment, ReturnsZero) {
+    for (const std::uint64_t size : {0U, 1000U}) {
+        MemoryStream stream;
+        EXPECT_EQ(Segment(size, 0x18538067).Write(&stream), 0);
+        stream.m_Status = 5;
+        EXPECT_EQ(Segment(size, 0x18538067).Write(&stream), 0);
+        stream.m_FailFrom = 0;
+        EXPECT_EQ(Segment(size, 0x18538067).Write(&stream), 0);
+    }
+}
+
 TEST(Tags, IsAHeaderAlone) {
     const Tags tags(0x1254C367);
     EXPECT_EQ(tags.Size(false), 0U);

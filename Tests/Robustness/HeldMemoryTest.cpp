@@ -1,0 +1,60 @@
+// Memory that the plug-in keeps from frame to frame is given back when it is of no more use.
+#include "HeapMeter.h"
+#include "SmallSession.h"
+
+namespace {
+
+class HeldMemory : public RobustnessTest {
+protected:
+    ~HeldMemory() override { m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr); }
+
+    void Create(FourCC format, FourCC video) {
+        const EncodeParam job = MakeVideoJob(format, video);
+        m_pHandle = m_Plugin.CreateMediaFile((m_Directory / "file").wstring().c_str(), &job);
+        ASSERT_NE(m_pHandle, nullptr);
+    }
+    void Video(Octets& octets, std::int64_t time) {
+        MEDIA_FRAME frame{};
+        frame.videoData = octets.data();
+        frame.videoSize = static_cast<std::int32_t>(octets.size());
+        frame.frameFlags = kKey;
+        frame.timestamp = time;
+        frame.duration = 400000;
+        ASSERT_GT(m_Plugin.WriteVideoPacket(m_pHandle, &frame), 0);
+    }
+
+    void* m_pHandle = nullptr;
+};
+
+// Two large pictures need not fit in memory at once. All but a few octets of these are units that are left out, so that
+// the buffer is all there is to see.
+TEST_F(HeldMemory, TheBufferForALargerPictureComesAfterTheSmallerOnesHasGone) {
+    constexpr std::size_t kMebibyte = 1 << 20;
+    Create(MakeFourCC("MKV "), MakeFourCC("H264"));
+    Octets smaller = Hex("00 00 00 01 65 11 00 00 00 01 06") + Octets(8 * kMebibyte, 0x22);
+    Octets larger = Hex("00 00 00 01 65 11 00 00 00 01 06") + Octets(16 * kMebibyte, 0x22);
+    Video(smaller, 0);
+    const std::size_t before = HeapMeter::LiveOctets();
+    HeapMeter::RestartPeak();
+    Video(larger, 400000);
+    EXPECT_LT(HeapMeter::PeakOctets(), before + 9 * kMebibyte);
+}
+
+// A second of very many blocks, as no film goes on.
+TEST_F(HeldMemory, WhatOneCrowdedClusterTookIsGivenBack) {
+    for (const FourCC format : {MakeFourCC("MKV "), MakeFourCC("WEBM")}) {
+        SCOPED_TRACE(format);
+        Create(format, MakeFourCC("VP8 "));
+        Octets octet = Hex("11");
+        for (int i = 0; i < 10; ++i) Video(octet, i * kSecond);
+        const std::size_t before = HeapMeter::LiveOctets();
+        for (int i = 0; i < 10000; ++i) Video(octet, 10 * kSecond + i);
+        EXPECT_GT(HeapMeter::LiveOctets(), before + 500000) << "while the cluster is being assembled";
+        for (int i = 11; i < 30; ++i) Video(octet, i * kSecond);
+        EXPECT_LT(HeapMeter::LiveOctets(), before + 20000) << "once it is written, and the next one too";
+        m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
+        m_pHandle = nullptr;
+    }
+}
+
+} // namespace
