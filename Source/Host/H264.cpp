@@ -1,20 +1,20 @@
 #include "H264.h"
 
-#include <algorithm>
+#include <cstring>
 
 namespace QfHost {
 
 namespace {
 
-constexpr unsigned kSequenceSet = 7;
-constexpr unsigned kPictureSet = 8;
-
-void TakeSet(H264Setup& setup, const NalUnit& unit) {
-    const auto keepFirst = [&unit](unsigned& count, std::vector<std::uint8_t>& first) {
-        if (count++ == 0) first.assign(unit.m_pData, unit.m_pData + unit.m_Size);
-    };
-    if (unit.Type() == kSequenceSet) keepFirst(setup.m_SequenceSets, setup.m_Sequence);
-    if (unit.Type() == kPictureSet) keepFirst(setup.m_PictureSets, setup.m_Picture);
+// The first 00 00 01, or end.
+const std::uint8_t* FindStartCode(const std::uint8_t* data, const std::uint8_t* end) {
+    if (end - data < 3) return end;
+    for (const std::uint8_t* at = data + 2; at < end; ++at) {
+        at = static_cast<const std::uint8_t*>(std::memchr(at, 1, static_cast<std::size_t>(end - at)));
+        if (at == nullptr) break;
+        if (at[-1] == 0 && at[-2] == 0) return at - 2;
+    }
+    return end;
 }
 
 bool IsRecord(const std::vector<std::uint8_t>& setupData) { return setupData.size() >= 7 && setupData[0] == 1; }
@@ -22,13 +22,12 @@ bool IsRecord(const std::vector<std::uint8_t>& setupData) { return setupData.siz
 } // namespace
 
 std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size) {
-    static constexpr std::uint8_t kStartCode[] = {0, 0, 1};
     std::vector<NalUnit> units;
     const std::uint8_t* const end = data + size;
-    const std::uint8_t* begin = std::search(data, end, kStartCode, kStartCode + 3);
+    const std::uint8_t* begin = FindStartCode(data, end);
     while (begin != end) {
         begin += 3;
-        const std::uint8_t* const next = std::search(begin, end, kStartCode, kStartCode + 3);
+        const std::uint8_t* const next = FindStartCode(begin, end);
         // Zeros in front of a start code belong to it or are padding: no unit ends in one.
         const std::uint8_t* last = next;
         while (last > begin && last[-1] == 0) --last;
@@ -59,7 +58,6 @@ H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData) {
     H264Setup setup;
     setup.m_StartCodes = !IsRecord(setupData);
     if (!setup.m_StartCodes) setup.m_LengthSize = setupData[4] % 4U + 1;
-    for (const NalUnit& unit : ParameterSets(setupData)) TakeSet(setup, unit);
     return setup;
 }
 

@@ -10,13 +10,9 @@ namespace QfHost {
 struct H264Setup {
     bool m_StartCodes = true;  // frames come in start-code form, not with lengths in front of their units
     unsigned m_LengthSize = 4; // octets of such a length
-    unsigned m_SequenceSets = 0;
-    unsigned m_PictureSets = 0;
-    std::vector<std::uint8_t> m_Sequence; // the first of each, NAL units without start codes
-    std::vector<std::uint8_t> m_Picture;
 };
 
-// Reads an AVCDecoderConfigurationRecord (ISO/IEC 14496-15) or parameter sets in start-code form.
+// What an AVCDecoderConfigurationRecord (ISO/IEC 14496-15) or parameter sets in start-code form say of the frames.
 H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData);
 
 // A NAL unit inside a frame that somebody else owns, without its start code.
@@ -26,7 +22,8 @@ struct NalUnit {
 
     unsigned Type() const { return *m_pData % 32U; }
     bool IsSlice() const { return Type() == 1 || Type() == 5; }
-    // What the plug-in keeps of a frame that becomes one block: slices, parameter sets and access unit delimiters.
+    // What the plug-in keeps of a frame in start-code form that becomes one block: slices, parameter sets and access
+    // unit delimiters.
     bool IsKept() const { return IsSlice() || (Type() >= 7 && Type() <= 9); }
 };
 

@@ -365,7 +365,8 @@ TEST_F(QfmuxTest, PicturesInFrontOfTheFirstAreLeftOut) {
     const std::string output = Path("out.mkv");
     const CommandResult result = Qfmux("--force-codec " + Quoted(cut) + " " + Quoted(output));
     EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
-    EXPECT_NE(result.m_Output.find("2 frames of " + cut + " were left out"), std::string::npos) << result.m_Output;
+    EXPECT_NE(result.m_Output.find("2 pictures (0.08 s) of " + cut + " were left out"), std::string::npos)
+        << result.m_Output;
 
     const std::vector<double> times = PresentationTimes(output)[0];
     EXPECT_EQ(times.size(), static_cast<std::size_t>(packets.end() - key - front));

@@ -34,16 +34,15 @@ constexpr CodecRow kCodecs[] = {
 
 CodecChoice ChooseH264(const AVCodecParameters& parameters, const std::string& code) {
     CodecChoice choice;
-    choice.m_FourCC = MakeFourCC({code[0], code[1], code[2], code[3], '\0'});
     choice.m_CodecID = "V_MPEG4/ISO/AVC";
-    const QfHost::H264Setup setup =
-        QfHost::ReadH264Setup({parameters.extradata, parameters.extradata + parameters.extradata_size});
-    // The plug-in's record holds one set of each kind and lengths of 4 octets. What does not fit goes in start-code
-    // form, which carries every set in the frames.
-    const bool fits = setup.m_LengthSize == 4 && setup.m_SequenceSets == 1 && setup.m_PictureSets == 1;
-    if (code == "H264" && !setup.m_StartCodes && fits) return choice;
-
-    if (!setup.m_StartCodes) choice.m_Filters = "h264_mp4toannexb";
+    if (code.empty()) {
+        choice.m_FourCC = MakeFourCC("H264");
+        choice.m_Framing = Framing::Lengths;
+        return choice;
+    }
+    choice.m_FourCC = MakeFourCC({code[0], code[1], code[2], code[3], '\0'});
+    const std::vector<std::uint8_t> setup(parameters.extradata, parameters.extradata + parameters.extradata_size);
+    if (!QfHost::ReadH264Setup(setup).m_StartCodes) choice.m_Filters = "h264_mp4toannexb";
     if (code == "H264") {
         choice.m_Framing = Framing::StartCodes;
     } else if (code == "havc") {
@@ -93,8 +92,8 @@ CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std
             choice.m_FourCC = MakeFourCC("Xvid");
         }
         choice.m_Filters = "mpeg4_unpack_bframes";
-        // The file format has no place for headers outside the frames.
-        if (hasSetup) choice.m_Filters += ",dump_extra=freq=keyframe";
+        // The file format has no place for headers outside the frames, and players may begin at any key frame.
+        if (parameters.extradata_size > 0) choice.m_Filters += ",dump_extra=freq=keyframe";
     } else if (parameters.codec_id == AV_CODEC_ID_AAC && parameters.extradata_size == 0) {
         choice.m_Filters = "aac_adtstoasc";
     }

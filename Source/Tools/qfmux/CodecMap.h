@@ -8,9 +8,10 @@
 #include "HostRecords.h"
 #include "MediaFile.h"
 
-// How a frame's octets go to the plug-in.
+// How a frame's octets go to the plug-in. The forms with start codes lose units: they are for testing a plug-in.
 enum class Framing {
     AsTheyAre,
+    Lengths,    // H.264 units behind lengths of 4 octets, all of them: one block a frame
     StartCodes, // H.264 units behind 4-octet start codes, which the plug-in turns into lengths: one block a frame
     Slices      // the same, of which it keeps the slices alone: one block a slice
 };
@@ -24,7 +25,7 @@ struct CodecChoice {
     bool m_DecodeTimes = false; // blocks carry decoding times, as Video-for-Windows tracks do
 };
 
-// The plug-in's code for a file's stream. h264: the code that H.264 goes by.
+// The plug-in's code for a file's stream. h264: the code that H.264 goes by in start-code form, empty for lengths.
 CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std::string& h264);
 
 // The three Vorbis header packets as Matroska wants them (RFC 9559, Xiph lacing). Empty when there are no three.

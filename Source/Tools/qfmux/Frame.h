@@ -2,14 +2,25 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <vector>
 
+#include "AccessPoint.h"
 #include "AvPtr.h"
+#include "H264Units.h"
 
-// One compressed frame. Times in 100 ns units.
+// Times in 100 ns units.
 struct Frame {
+    // As the reader gave it, before anything was changed.
+    const AVPacket& Source() const { return m_Source != nullptr ? *m_Source : *m_Packet; }
+
     AvPtr<AVPacket> m_Packet;
+    AvPtr<AVPacket> m_Source; // null where no filter changed it
     std::int64_t m_Presentation = 0;
     std::int64_t m_Decode = 0;
     std::int32_t m_Duration = 0;
-    bool m_Key = false;
+    AccessPoint m_Access;
+    std::vector<NalUnit> m_Units; // of H.264, in the packet
+    bool m_IsFramed = false;      // the packet has lengths of 4 octets in front of the units, and nothing is cut off
+    std::shared_ptr<const std::vector<std::uint8_t>> m_NewSetup; // set-up data that hold from here, null for the same
 };

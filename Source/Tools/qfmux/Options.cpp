@@ -95,7 +95,9 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     app.add_flag("--no-audio", options.m_NoAudio, "leave audio out");
     app.add_option("--tracks", tracks, "which streams, e.g. v:0,a:1; counted over all inputs")->type_name("LIST");
     app.add_option("--aspect", aspect, "display aspect, e.g. 16:9; by default the source's")->type_name("X:Y");
-    app.add_option("--h264", options.m_H264, "the code that H.264 goes by: H264, N264, A264, I264 or havc")
+    app.add_option("--h264", options.m_H264,
+                   "for testing a plug-in: hands H.264 over in start-code form, which loses units, as H264, N264, "
+                   "A264, I264 or havc")
         ->check(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}).description(""))
         ->type_name("CODE");
     app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not take");

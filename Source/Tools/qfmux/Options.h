@@ -26,7 +26,7 @@ struct Options {
     std::optional<int> m_VideoIndex; // which of the inputs' video streams; without one, the best
     std::optional<int> m_AudioIndex;
     std::optional<Aspect> m_Aspect; // without one, the source's if its pixels are not square
-    std::string m_H264 = "H264";    // H264, N264, A264, I264, havc
+    std::string m_H264;             // H264, N264, A264, I264, havc: the code of the start-code form; empty for lengths
     bool m_ForceCodec = false;
     double m_Duration = std::numeric_limits<double>::infinity(); // s
     bool m_Overwrite = false;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Extent.h"
+#include "Front.h"
 #include "Messages.h"
 #include "Plan.h"
 #include "PluginFile.h"
@@ -45,7 +46,8 @@ void CheckOutput(const Options& options, const StagedFile& output, std::optional
     }
     if (options.m_Verify == VerifyMode::Fast) fault = CheckTracks(path, video.has_value(), audio.has_value());
     if (options.m_Verify == VerifyMode::Full) {
-        fault = CheckBlocks(path, video ? &video->Digest() : nullptr, audio ? &audio->Digest() : nullptr);
+        fault = CheckBlocks(path, video ? &video->Digest() : nullptr, video && video->HasUnits(),
+                            audio ? &audio->Digest() : nullptr);
     }
     if (fault) {
         throw ToolError(kExitVerification,
@@ -118,6 +120,8 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
         report.Warn("the audio stream has no frames and is left out");
         audio.reset();
     }
+    if (video) LeaveOutFront(*video, audio);
+    if (audio && !audio->HasFrame()) audio.reset();
     if (!video && !audio) throw ToolError(kExitError, "there are no frames to write");
 
     HostCalls host(plugin, MakeRecorder(options, plugin));
@@ -166,18 +170,22 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
             Track& track = videoIsNext ? *video : *audio;
             position = track.Next().m_Decode - start;
             octets += static_cast<std::uint64_t>(track.Next().m_Packet->size);
-            if (ToMilliseconds(track.Time() + shift) >= zero) {
+            if (track.IsLeading()) {
+                track.LeaveOutInFront();
+            } else if (ToMilliseconds(track.Time() + shift) >= zero) {
                 track.Send(host, file.Handle(), shift);
+                track.Advance();
             } else {
                 track.LeaveOut();
+                track.Advance();
             }
-            track.Advance();
             if (progress.Update(position, octets)) output.CheckRoom();
         }
         file.Close();
         progress.Finish(position, octets);
     }
 
+    if (video) WarnOfFront(*video, audio, report);
     WarnOfTracks(video, audio, report);
     CheckOutput(options, output, video, audio);
     const std::uint64_t size = fs::file_size(output.Path());

@@ -6,12 +6,34 @@
 
 Track::Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified)
     : m_Plan(plan), m_IsVideo(isVideo), m_IsWebm(isWebm),
-      m_Reader(std::move(source), plan.m_pStream->index, plan.m_Choice.m_Filters), m_Digest(isVerified) {
+      m_Reader(std::move(source), plan.m_pStream->index, plan.m_Choice.m_Filters), m_Digest(isVerified),
+      m_Frames(m_Reader.Parameters().codec_id == AV_CODEC_ID_H264 ? m_Reader.SetupData()
+                                                                  : std::vector<std::uint8_t>()) {
+    Advance();
+}
+
+bool Track::HasUnits() const {
+    const Framing framing = m_Plan.m_Choice.m_Framing;
+    // There no start code is made a length.
+    if (m_IsWebm) return framing == Framing::Lengths;
+    return framing != Framing::AsTheyAre;
+}
+
+void Track::LeaveOut() {
+    ++m_LeftOut;
+    m_Frames.LeaveOut(m_Next);
+}
+
+void Track::LeaveOutInFront() {
+    ++m_InFront;
+    m_LengthInFront += m_Next.m_Duration;
+    m_Frames.LeaveOut(m_Next);
     Advance();
 }
 
 void Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
     AVPacket& packet = *m_Next.m_Packet;
+    const auto packetSize = static_cast<std::size_t>(packet.size);
     MEDIA_FRAME frame{};
     frame.timestamp = Time() + shift;
     frame.duration = m_Next.m_Duration;
@@ -20,26 +42,34 @@ void Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
         m_SetupHasChanged = m_SetupHasChanged || m_Reader.SetupData() != m_Setup;
         frame.audioData = packet.data;
         frame.audioSize = packet.size;
-        Expect(frame.timestamp, true, packet.data, static_cast<std::size_t>(packet.size));
+        Expect(frame.timestamp, true, packet.data, packetSize);
         host.WriteAudioPacket(handle, frame, nullptr);
         return;
     }
-    frame.frameFlags = m_Next.m_Key ? 1 : 0;
+    if (!m_HasSent && !m_Next.m_Access.m_IsClosed) m_Begin = m_Next.m_Presentation;
+    m_HasSent = true;
+    const bool isKey = m_Next.m_Access.m_IsKey;
+    frame.frameFlags = isKey ? 1 : 0;
+    std::vector<std::uint8_t> rewritten;
     if (m_Plan.m_Choice.m_Framing == Framing::AsTheyAre) {
+        Expect(frame.timestamp, isKey, packet.data, packetSize);
         frame.videoData = packet.data;
         frame.videoSize = packet.size;
-        Expect(frame.timestamp, m_Next.m_Key, packet.data, static_cast<std::size_t>(packet.size));
-        host.WriteVideoPacket(handle, frame);
-        return;
-    }
-    const std::vector<QfHost::NalUnit> units = QfHost::SplitUnits(packet.data, static_cast<std::size_t>(packet.size));
-    std::vector<std::uint8_t> rewritten = QfHost::WithLongStartCodes(units);
-    frame.videoData = rewritten.data();
-    frame.videoSize = static_cast<std::int32_t>(rewritten.size());
-    if (m_IsWebm && m_Plan.m_Choice.m_Framing == Framing::StartCodes) { // no start code is made a length there
-        Expect(frame.timestamp, m_Next.m_Key, rewritten.data(), rewritten.size());
+    } else if (IsWithLengths()) {
+        m_Frames.Take(m_Next);
+        frame.videoData = m_Frames.Data();
+        frame.videoSize = static_cast<std::int32_t>(m_Frames.Size());
+        if (!m_Frames.Units().empty()) BeginBlock(frame.timestamp, isKey);
+        for (const NalUnit& unit : m_Frames.Units()) m_Digest.Unit(unit);
     } else {
-        ExpectUnits(frame.timestamp, units);
+        rewritten = QfHost::WithLongStartCodes(m_Next.m_Units);
+        frame.videoData = rewritten.data();
+        frame.videoSize = static_cast<std::int32_t>(rewritten.size());
+        if (HasUnits()) {
+            ExpectKeptUnits(frame.timestamp, m_Next.m_Units);
+        } else {
+            Expect(frame.timestamp, isKey, rewritten.data(), rewritten.size());
+        }
     }
     host.WriteVideoPacket(handle, frame);
 }
@@ -58,21 +88,18 @@ void Track::BeginBlock(std::int64_t time, bool isKey) {
     m_LastTime = time;
 }
 
-void Track::ExpectUnits(std::int64_t time, const std::vector<QfHost::NalUnit>& units) {
+// Of a frame in start-code form, which may become several blocks.
+void Track::ExpectKeptUnits(std::int64_t time, const std::vector<NalUnit>& units) {
     const bool oneBlock = m_Plan.m_Choice.m_Framing == Framing::StartCodes;
     int slices = 0;
     bool begun = false;
-    for (const QfHost::NalUnit& unit : units) {
+    for (const NalUnit& unit : units) {
         if (oneBlock ? !unit.IsKept() : !unit.IsSlice()) continue;
         if (unit.IsSlice()) ++slices;
         if (!oneBlock) BeginBlock(time, unit.Type() == 5);
-        if (oneBlock && !begun) BeginBlock(time, m_Next.m_Key);
+        if (oneBlock && !begun) BeginBlock(time, m_Next.m_Access.m_IsKey);
         begun = true;
-        const std::uint8_t length[4] = {
-            static_cast<std::uint8_t>(unit.m_Size / 0x1000000), static_cast<std::uint8_t>(unit.m_Size / 0x10000),
-            static_cast<std::uint8_t>(unit.m_Size / 0x100), static_cast<std::uint8_t>(unit.m_Size)};
-        m_Digest.Octets(length, sizeof length);
-        m_Digest.Octets(unit.m_pData, unit.m_Size);
+        m_Digest.Unit(unit);
     }
     m_SlicesWereSplit = m_SlicesWereSplit || (!oneBlock && slices > 1);
 }

@@ -25,3 +25,9 @@ void TrackDigest::Octets(const void* data, std::size_t size) {
     m_Octets += size;
     if (m_State != nullptr) XXH3_64bits_update(m_State.get(), data, size);
 }
+
+void TrackDigest::Unit(const NalUnit& unit) {
+    const std::uint32_t size = static_cast<std::uint32_t>(unit.m_Size);
+    Octets(&size, sizeof size);
+    Octets(unit.m_pData, unit.m_Size);
+}

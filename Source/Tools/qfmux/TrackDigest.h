@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "H264Units.h"
+
 // The blocks of one track, boiled down: how many, when the first is, and a hash over every block's time, key flag and
 // octets. Takes no memory for each block, so a file may be as long as it likes.
 class TrackDigest {
@@ -17,6 +19,8 @@ public:
     // Begins a block; its octets follow. Time in ms.
     void Block(std::int64_t time, bool isKey);
     void Octets(const void* data, std::size_t size);
+    // A unit of H.264, whatever is in front of it.
+    void Unit(const NalUnit& unit);
 
     std::uint64_t Blocks() const { return m_Blocks; }
     std::uint64_t TotalOctets() const { return m_Octets; }

@@ -25,19 +25,11 @@ bool IsEncrypted(const AVStream* stream) {
            av_dict_get(stream->metadata, "enc_key_id", nullptr, 0) != nullptr;       // Matroska
 }
 
-// Whether the first picture (VOP, ISO 14496-2) of an MPEG-4 frame is coded by itself alone: coding type 0 in the two
-// uppermost bits behind its start code.
-bool BeginsWithIntraPicture(const std::uint8_t* data, int size) {
-    static constexpr std::uint8_t kPicture[] = {0, 0, 1, 0xB6};
-    const std::uint8_t* const end = data + size;
-    const std::uint8_t* const found = std::search(data, end, std::begin(kPicture), std::end(kPicture));
-    return end - found > 4 && found[4] < 0x40;
-}
-
 } // namespace
 
 TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
-    : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]) {
+    : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]),
+      m_HasFilter(!filters.empty()) {
     const std::string& path = Path();
     if (IsEncrypted(m_pStream)) FailReading(path, kEncrypted);
     AVBSFContext* filter = nullptr;
@@ -48,6 +40,7 @@ TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, 
     CheckReading(av_bsf_init(filter), path);
     const AVCodecParameters& out = *filter->par_out;
     m_SetupData.assign(out.extradata, out.extradata + out.extradata_size);
+    m_LengthSize = LengthSize();
 
     m_FrameDuration = out.codec_type == AVMEDIA_TYPE_VIDEO
                           ? static_cast<std::int64_t>(1e7 / m_Source->File().FrameRate(m_pStream))
@@ -58,9 +51,11 @@ TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, 
     }
 }
 
-bool TrackReader::NextPacket(AVPacket& packet) {
+bool TrackReader::NextPacket(Frame& frame) {
+    frame.m_Packet.reset(av_packet_alloc());
+    if (frame.m_Packet == nullptr) throw std::bad_alloc();
     for (;;) {
-        const int filtered = av_bsf_receive_packet(m_Filter.get(), &packet);
+        const int filtered = av_bsf_receive_packet(m_Filter.get(), frame.m_Packet.get());
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
         if (filtered == AVERROR_INVALIDDATA) { // which the filter has dropped
@@ -69,9 +64,13 @@ bool TrackReader::NextPacket(AVPacket& packet) {
         }
         if (filtered != AVERROR(EAGAIN)) FailReading(Path(), AvReason(filtered));
 
-        const int read = m_Source->Next(m_pStream->index, packet);
+        const int read = m_Source->Next(m_pStream->index, *frame.m_Packet);
         if (read < 0 && read != AVERROR_EOF) FailReading(Path(), AvReason(read));
-        CheckReading(av_bsf_send_packet(m_Filter.get(), read == 0 ? &packet : nullptr), Path());
+        if (read == 0 && m_HasFilter) {
+            frame.m_Source.reset(av_packet_clone(frame.m_Packet.get()));
+            if (frame.m_Source == nullptr) throw std::bad_alloc();
+        }
+        CheckReading(av_bsf_send_packet(m_Filter.get(), read == 0 ? frame.m_Packet.get() : nullptr), Path());
     }
 }
 
@@ -80,40 +79,34 @@ bool TrackReader::NextPacket(AVPacket& packet) {
 void TrackReader::ReadLeadingFrames() {
     m_HasBegun = true;
     do {
-        AvPtr<AVPacket> packet(av_packet_alloc());
-        if (packet == nullptr) throw std::bad_alloc();
-        if (!NextPacket(*packet)) return;
-        m_Leading.push_back(std::move(packet));
-    } while (m_Leading.back()->dts == AV_NOPTS_VALUE && m_Leading.size() <= kLargestPictureBuffer);
-    const AVPacket* next = m_Leading.back().get();
-    for (auto packet = std::next(m_Leading.rbegin()); packet != m_Leading.rend(); ++packet) {
-        AVPacket& frame = **packet;
+        Frame frame;
+        if (!NextPacket(frame)) return;
+        m_Leading.push_back(std::move(frame));
+    } while (m_Leading.back().m_Packet->dts == AV_NOPTS_VALUE && m_Leading.size() <= kLargestPictureBuffer);
+    const AVPacket* next = m_Leading.back().m_Packet.get();
+    for (auto frame = std::next(m_Leading.rbegin()); frame != m_Leading.rend(); ++frame) {
+        AVPacket& packet = *frame->m_Packet;
         if (next->dts == AV_NOPTS_VALUE) return;
-        const std::int64_t duration =
-            frame.duration > 0 ? frame.duration : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
-        frame.dts = av_sat_sub64(next->dts, duration);
-        next = &frame;
+        const std::int64_t duration = packet.duration > 0
+                                          ? packet.duration
+                                          : av_rescale_q(m_FrameDuration, kHostTimeBase, m_Filter->time_base_out);
+        packet.dts = av_sat_sub64(next->dts, duration);
+        next = &packet;
     }
 }
 
 bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
-    frame.m_Packet.reset(av_packet_alloc());
-    if (frame.m_Packet == nullptr) throw std::bad_alloc();
     if (!m_HasBegun) ReadLeadingFrames();
     if (!m_Leading.empty()) {
-        frame.m_Packet = std::move(m_Leading.front());
+        frame = std::move(m_Leading.front());
         m_Leading.pop_front();
-    } else if (!NextPacket(*frame.m_Packet)) {
+    } else if (!NextPacket(frame)) {
         return false;
     }
     const AVPacket& packet = *frame.m_Packet;
     if (av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr) != nullptr)
         FailReading(Path(), kEncrypted);
 
-    std::size_t setupSize = 0;
-    if (const std::uint8_t* setup = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &setupSize)) {
-        m_SetupData.assign(setup, setup + setupSize);
-    }
     const auto toHostTime = [this](std::int64_t time) { return HostTime(time, m_Filter->time_base_out); };
     hasPresentation = packet.pts != AV_NOPTS_VALUE;
     const bool isTold = packet.dts != AV_NOPTS_VALUE || hasPresentation;
@@ -123,13 +116,47 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     const std::int64_t duration = packet.duration > 0 ? toHostTime(packet.duration) : m_FrameDuration;
     frame.m_Duration =
         static_cast<std::int32_t>(std::clamp<std::int64_t>(duration, 1, std::numeric_limits<std::int32_t>::max()));
-    frame.m_Key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
-    // In a packed AVI the key flag may be that of the empty picture in whose place the filter puts a B picture.
-    if (frame.m_Key && m_Filter->par_out->codec_id == AV_CODEC_ID_MPEG4) {
-        frame.m_Key = BeginsWithIntraPicture(packet.data, packet.size);
-    }
     m_NextDecode = frame.m_Decode + duration;
+    Examine(frame);
     return true;
+}
+
+// What the octets of a frame say.
+void TrackReader::Examine(Frame& frame) {
+    const AVPacket& packet = *frame.m_Packet;
+    const auto size = static_cast<std::size_t>(packet.size);
+    std::size_t setupSize = 0;
+    if (const std::uint8_t* setup = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &setupSize)) {
+        m_SetupData.assign(setup, setup + setupSize);
+        m_LengthSize = LengthSize();
+        frame.m_NewSetup = std::make_shared<const std::vector<std::uint8_t>>(m_SetupData);
+    }
+    const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    const AVCodecID codec = Parameters().codec_id;
+    if (codec != AV_CODEC_ID_H264) {
+        frame.m_Access = FindAccessPoint(codec, packet.data, size, isKey, m_Source->File().HasSetup(m_pStream));
+        return;
+    }
+    bool isWhole = false;
+    if (m_LengthSize > 0) frame.m_Units = SplitLengths(packet.data, size, m_LengthSize, isWhole);
+    frame.m_IsFramed = m_LengthSize == 4 && isWhole;
+    if (!isWhole) {
+        // Some files say one form and have the other.
+        std::vector<NalUnit> units = QfHost::SplitUnits(packet.data, size);
+        const bool beginsSo = !units.empty() && units.front().m_pData - packet.data <= 4;
+        if (m_LengthSize == 0 || beginsSo) {
+            frame.m_Units = std::move(units);
+        } else {
+            ++m_Damaged;
+        }
+    }
+    frame.m_Access = FindAccessPoint(frame.m_Units, isKey);
+}
+
+// 0 for start codes.
+unsigned TrackReader::LengthSize() const {
+    const QfHost::H264Setup setup = QfHost::ReadH264Setup(m_SetupData);
+    return setup.m_StartCodes || m_HasFilter ? 0 : setup.m_LengthSize;
 }
 
 bool TrackReader::ReadFrame(Frame& frame) {

@@ -33,20 +33,25 @@ public:
     bool Next(Frame& frame);
 
 private:
-    bool NextPacket(AVPacket& packet);
+    bool NextPacket(Frame& frame);
     bool ReadFrame(Frame& frame);
     // Reads ahead to the first decoding time and gives one to each frame before it.
     void ReadLeadingFrames();
     // hasPresentation: whether the file tells when it is presented.
     bool NextInDecodingOrder(Frame& frame, bool& hasPresentation);
 
+    void Examine(Frame& frame);
+    unsigned LengthSize() const;
+
     const std::string& Path() const { return m_Source->File().Path(); }
 
     std::shared_ptr<PacketSource> m_Source;
     AVStream* m_pStream;
+    const bool m_HasFilter;
+    unsigned m_LengthSize = 0; // of H.264, in front of each unit; 0 for start codes
     AvPtr<AVBSFContext> m_Filter;
     bool m_HasBegun = false;
-    std::deque<AvPtr<AVPacket>> m_Leading; // frames read ahead
+    std::deque<Frame> m_Leading; // read ahead
     std::vector<std::uint8_t> m_SetupData;
     std::int64_t m_FrameDuration; // 100 ns, for frames that do not tell theirs
     std::int64_t m_NextDecode = 0;

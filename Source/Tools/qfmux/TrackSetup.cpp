@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "CodecMap.h"
-#include "H264.h"
 
 VideoParam VideoParamOf(const Track& track) {
     const AVCodecParameters& parameters = track.Reader().Parameters();
@@ -34,8 +33,13 @@ void SendSetup(HostCalls& host, void* handle, const std::optional<Track>& video,
         const std::vector<std::uint8_t>& setup = video->Reader().SetupData();
         const AVCodecID codec = video->Reader().Parameters().codec_id;
         if (codec == AV_CODEC_ID_H264) {
-            const QfHost::H264Setup sets = QfHost::ReadH264Setup(setup);
-            host.WritezXPSData(handle, sets.m_Picture, sets.m_Sequence);
+            host.WritezXPSData(handle, video->Sets().Picture(), video->Sets().Sequence());
+            // The plug-in takes a first frame with 00 00 00 01 anywhere, such as the length of a unit of one octet, for
+            // one in start-code form. It looks at the first frame alone and keeps nothing of an empty one.
+            std::uint8_t none = 0;
+            MEDIA_FRAME empty{};
+            empty.videoData = &none;
+            if (video->IsWithLengths()) host.WriteVideoPacket(handle, empty);
         } else if (codec == AV_CODEC_ID_MPEG1VIDEO || codec == AV_CODEC_ID_MPEG2VIDEO) {
             host.WritezXPSData(handle, {}, setup);
         }

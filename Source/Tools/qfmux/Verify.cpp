@@ -74,7 +74,8 @@ std::optional<std::string> CheckTracks(const std::string& path, bool hasVideo, b
     return "its tracks are not those that were written";
 }
 
-std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, const TrackDigest* audio) {
+std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, bool hasUnits,
+                                       const TrackDigest* audio) {
     const OpenResult file = OpenRaw(path);
     if (file.m_Context == nullptr) return file.m_Error;
     TrackDigest foundVideo(true);
@@ -87,7 +88,14 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
         TrackDigest& digest = type == AVMEDIA_TYPE_VIDEO ? foundVideo : foundAudio;
         // Video-for-Windows tracks carry decoding times.
         digest.Block(packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts, (packet->flags & AV_PKT_FLAG_KEY) != 0);
-        digest.Octets(packet->data, static_cast<std::size_t>(packet->size));
+        const auto size = static_cast<std::size_t>(packet->size);
+        if (type == AVMEDIA_TYPE_VIDEO && hasUnits) {
+            bool isWhole = true;
+            for (const NalUnit& unit : SplitLengths(packet->data, size, 4, isWhole)) digest.Unit(unit);
+            if (!isWhole) return "a picture's units are not as long as they say";
+        } else {
+            digest.Octets(packet->data, size);
+        }
         av_packet_unref(packet.get());
     }
     const TrackDigest none(true);
