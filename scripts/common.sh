@@ -42,7 +42,7 @@ command -v node >/dev/null || browser_packages+=(nodejs)
 command -v npm >/dev/null || browser_packages+=(npm)
 # What the tests of readers ask besides; gst-discoverer-1.0 is in plugins-base-apps.
 reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-plugins-base
-    gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
+    gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
     libgstreamer1.0-dev)
 command -v python3 >/dev/null || reader_test_packages+=(python3)
 # What the tests of costs count with, and what scripts/bench needs besides.
