@@ -118,8 +118,9 @@ struct SecondOfMovie {
         AudioParam audio{};
         audio.fourCC = MakeFourCC("AAC ");
         audio.sampleRate = 48000;
-        MatroskaStream pictures(&video, nullptr);
-        MatroskaStream sounds(&audio);
+        long result = -1;
+        MatroskaStream pictures(&video, nullptr, &result);
+        MatroskaStream sounds(&audio, &result);
         constexpr std::int64_t kSecond = 10000000;
         Fill(pictures, 25, RandomOctets(12000), kSecond / 25);
         Fill(sounds, 47, RandomOctets(340), kSecond * 1024 / 48000);
@@ -129,12 +130,12 @@ struct SecondOfMovie {
     Cluster m_Cluster{kClusterId};
 
 private:
-    void Fill(TrackStream& stream, int count, const std::vector<unsigned char>& octets, std::int64_t duration) {
+    void Fill(MatroskaStream& stream, int count, const std::vector<unsigned char>& octets, std::int64_t duration) {
         for (int i = 0; i < count; ++i) {
             stream.WritePacket(octets.data(), static_cast<int>(octets.size()), i * duration, (i + 1) * duration,
                                i == 0);
-            stream.MoveHeadTo(m_Cluster);
         }
+        m_Cluster.m_BlockGroups.splice(m_Cluster.m_BlockGroups.end(), stream.m_Queue);
     }
 };
 

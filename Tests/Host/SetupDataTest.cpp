@@ -1,6 +1,8 @@
 // Codec set-up data: before the Tracks element is written it is what was given, afterwards it fits or is dropped.
 #include "HostTest.h"
 
+#include <sys/mman.h>
+
 namespace {
 
 using SetupData = HostTest;
@@ -216,6 +218,27 @@ TEST_F(SetupData, LateParameterSetsFitOrAreDropped) {
     early.XpsData(Hex("68 CE CF"), Hex("67 64 00 28 AC"));
     early.XpsData({}, {});
     EXPECT_EQ(early.Finish().Payload(kPrivate), Hex("01 42 00 0D FF 00 00 05 67 64 00 28 AC 01 00 02 68 CE"));
+}
+
+// More than 32-bit memory holds: they are not looked at, let alone copied.
+TEST_F(SetupData, LateDataThatCannotFitNeedsNoMemory) {
+    constexpr int kHuge = 1200 << 20;
+    void* const huge = mmap(nullptr, kHuge, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(huge, MAP_FAILED);
+    auto* const octets = static_cast<unsigned char*>(huge);
+    for (const FourCC format : kFormats) {
+        HostSession session(m_Plugin, MakeJob(format, MakeFourCC("H264"), MakeFourCC("AAC ")));
+        for (int i = 0; i < 6; ++i) {
+            session.Video(Hex("65 66 67"), i * 400000, 400000);
+            session.Audio(Hex("21"), i * 400000, 400000);
+        }
+        EXPECT_NO_THROW(m_Plugin.WritezXPSData(session.Handle(), octets, kHuge, octets, kHuge));
+        EXPECT_NO_THROW(m_Plugin.WriteVosData(session.Handle(), octets, kHuge));
+        const Ebml::File file = session.Finish();
+        EXPECT_EQ(file.Payload("Segment/Tracks/TrackEntry[0]/CodecPrivate"), Zeros(1024));
+        EXPECT_EQ(file.Payload("Segment/Tracks/TrackEntry[1]/CodecPrivate"), Zeros(1024));
+    }
+    munmap(huge, kHuge);
 }
 
 TEST_F(SetupData, LongParameterSetsKeepTheLow16BitsOfTheirLength) {

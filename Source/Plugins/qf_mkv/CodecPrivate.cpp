@@ -2,6 +2,10 @@
 
 #include <new>
 
+bool IsMpegVideo(const std::string& codecID) { return codecID == "V_MPEG1" || codecID == "V_MPEG2"; }
+
+bool IsAvc(const std::string& codecID) { return codecID.rfind("V_MPEG4/ISO/AVC", 0) == 0; }
+
 Bytes BitmapInfoHeader(const VideoParam& video, FourCC compression) {
     constexpr unsigned kSize = 40;
     Bytes header;
@@ -32,12 +36,16 @@ Bytes WaveFormatEx(const AudioParam& audio) {
     return header;
 }
 
+std::uint64_t AvcRecordSize(ByteView pictureSet, ByteView sequenceSet) {
+    return std::uint64_t{sequenceSet.m_Size} + (sequenceSet.m_Size > 0 ? 9 : 7) + pictureSet.m_Size +
+           (pictureSet.m_Size > 0 ? 2 : 0);
+}
+
 Bytes AvcDecoderConfigurationRecord(ByteView pictureSet, ByteView sequenceSet) {
     const bool hasPictureSet = pictureSet.m_Size > 0;
     const bool hasSequenceSet = sequenceSet.m_Size > 0;
     Bytes record;
-    const std::uint64_t size =
-        std::uint64_t{hasSequenceSet ? 9U : 7U} + sequenceSet.m_Size + (hasPictureSet ? 2U : 0U) + pictureSet.m_Size;
+    const std::uint64_t size = AvcRecordSize(pictureSet, sequenceSet);
     // Two sets of 2 GiB: the host's own data, so this is lack of memory and nothing else.
     if (size > record.max_size()) throw std::bad_alloc();
     record.reserve(static_cast<std::size_t>(size));

@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "CodecPrivate.h"
+#include "MatroskaStream.h"
+#include "MatroskaStreamWebm.h"
 #include "NalUnits.h"
 
 static_assert(sizeof(std::time_t) == 8, "dates pass 2038: build with _TIME_BITS=64");
@@ -32,9 +34,9 @@ std::int64_t EndOf(std::int64_t start, std::int32_t duration) {
 }
 
 // Takes several frames in, or none when memory runs out.
-template <class TakeFrames>
-int AllOrNothing(TrackStream& stream, TakeFrames takeFrames) {
-    const TrackStream::Mark mark = stream.Here();
+template <class Stream, class TakeFrames>
+int AllOrNothing(Stream& stream, TakeFrames takeFrames) {
+    const typename Stream::Mark mark = stream.Here();
     try {
         return takeFrames();
     } catch (const std::bad_alloc&) {
@@ -59,21 +61,24 @@ std::int64_t DateUTC() {
 
 // ---- the stream
 
-std::int32_t ContainerMuxer::Read(void* buffer, unsigned long count, unsigned long* read) {
+template <class Stream>
+std::int32_t ContainerMuxer<Stream>::Read(void* buffer, unsigned long count, unsigned long* read) {
     if (m_pFile == nullptr) return -1;
     const unsigned long moved = m_pFile->Read(buffer, count);
     if (read != nullptr) *read = moved;
     return 0;
 }
 
-std::int32_t ContainerMuxer::Write(const void* buffer, unsigned long count, unsigned long* written) {
+template <class Stream>
+std::int32_t ContainerMuxer<Stream>::Write(const void* buffer, unsigned long count, unsigned long* written) {
     if (m_pFile == nullptr) return -1;
-    const unsigned long moved = m_pFile->FileEx::Write(buffer, count); // not through its table: it is never another
+    const unsigned long moved = m_pFile->Write(buffer, count);
     if (written != nullptr) *written = moved;
     return 0;
 }
 
-std::int32_t ContainerMuxer::Seek(std::int64_t offset, unsigned long origin, std::int64_t* status) {
+template <class Stream>
+std::int32_t ContainerMuxer<Stream>::Seek(std::int64_t offset, unsigned long origin, std::int64_t* status) {
     if (m_pFile == nullptr) return -1;
     const int result = m_pFile->Seek(offset, static_cast<int>(origin));
     if (status != nullptr) *status = result;
@@ -82,25 +87,26 @@ std::int32_t ContainerMuxer::Seek(std::int64_t offset, unsigned long origin, std
 
 // ---- creation and closing
 
-ContainerMuxer::~ContainerMuxer() { CloseMediaFile(); }
+template <class Stream>
+ContainerMuxer<Stream>::~ContainerMuxer() {
+    CloseMediaFile();
+}
 
-bool ContainerMuxer::OpenMediaFile(const wchar_t* path, const EncodeParam& param) {
+template <class Stream>
+bool ContainerMuxer<Stream>::OpenMediaFile(const wchar_t* path, const EncodeParam& param) {
     CloseMediaFile();
     KeepSpareSeekEntries(3);
     m_pFile = std::make_unique<FileEx>();
     if (m_pFile->Open(path, "wb") == 0) return false;
     m_VideoParam = param.videoParam;
-
-    // The elements, the audio duration and what is known of the first video frame keep their values, deliberately: a
-    // muxer is made for each file.
     m_Streams.clear();
     m_pVideoStream = nullptr;
     m_pAudioStream = nullptr;
-    m_HeaderWritten = false;
-    m_TracksWritten = false;
-    m_VideoStarted = false;
-    m_AudioStarted = false;
-    m_NoBlockYet = true;
+    m_HeaderWritten = 0;
+    m_VideoStarted = 0;
+    m_AudioStarted = 0;
+    m_TracksWritten = 0;
+    m_NoBlockYet = 1;
     m_FirstBlockTime = 0;
     m_LastWriteTime = 0;
     m_CueTrack = 0;
@@ -112,56 +118,62 @@ bool ContainerMuxer::OpenMediaFile(const wchar_t* path, const EncodeParam& param
     m_InfoPos = 0;
     m_TracksPos = 0;
     m_ReservedSize = 0;
-    m_EndPos = 0;
-    m_IsAtEnd = true;
     return true;
 }
 
-void ContainerMuxer::AddTracks(std::unique_ptr<TrackStream> video, std::unique_ptr<TrackStream> audio) {
-    m_VideoStarted = video == nullptr;
-    m_AudioStarted = audio == nullptr;
-    if (video != nullptr) m_pVideoStream = m_Streams.emplace_back(std::move(video)).get();
-    if (audio != nullptr) m_pAudioStream = m_Streams.emplace_back(std::move(audio)).get();
-}
-
-void ContainerMuxer::CloseMediaFile() noexcept {
+template <class Stream>
+void ContainerMuxer<Stream>::CloseMediaFile() noexcept {
     if (m_pFile == nullptr) return;
+    std::size_t queued = 0;
+    for (const auto& stream : m_Streams) queued += stream->m_Queue.size();
     try {
-        if (EarliestStream() != nullptr) WritePacket();
+        if (queued > 0) WritePacket();
     } catch (const std::bad_alloc&) {
         // The file is completed with what has been placed.
     }
-    if (!m_NoBlockYet) {
+    if (m_NoBlockYet == 0) {
         WriteDuration();
         WriteEndInfo();
     }
+    m_pFile->Close();
     m_pFile.reset();
 }
 
 // ---- intake
 
-int ContainerMuxer::QueueVideo(const MEDIA_FRAME& frame, const unsigned char* data, int size, unsigned int keyFrame) {
+template <class Stream>
+int ContainerMuxer<Stream>::QueueVideo(const MEDIA_FRAME& frame, const unsigned char* data, int size,
+                                       unsigned int keyFrame) {
     return m_pVideoStream->WritePacket(data, size, frame.timestamp, EndOf(frame.timestamp, frame.duration), keyFrame);
 }
 
-int ContainerMuxer::WriteN264Packet(const MEDIA_FRAME& frame) {
+template <class Stream>
+int ContainerMuxer<Stream>::WriteN264Packet(const MEDIA_FRAME* frame) {
+    if (m_pVideoStream == nullptr || frame == nullptr) return 0;
     return AllOrNothing(*m_pVideoStream, [&] {
         return SplitNalUnits(
-            frame.videoData, frame.videoSize, [](unsigned type) { return type == kNalSlice || type == kNalIdrSlice; },
+            frame->videoData, frame->videoSize, [](unsigned type) { return type == kNalSlice || type == kNalIdrSlice; },
             [&](unsigned type, const unsigned char* unit, int length) {
-                QueueVideo(frame, unit, length, type == kNalIdrSlice ? 1 : 0);
+                QueueVideo(*frame, unit, length, type == kNalIdrSlice ? 1 : 0);
             });
     });
 }
 
-int ContainerMuxer::WriteAudioPacket(const MEDIA_FRAME* frame, const int* frameSizes) {
+template <class Stream>
+unsigned char* ContainerMuxer<Stream>::FindStartCode(unsigned char* data, int length) {
+    return ::FindStartCode(data, length);
+}
+
+template <class Stream>
+int ContainerMuxer<Stream>::WriteAudioPacket(const MEDIA_FRAME* frame, const int* frameSizes) {
     if (frame == nullptr) return 0;
     const int taken = m_pAudioStream != nullptr ? QueueAudio(*frame, frameSizes) : 0;
     m_AudioDuration = WrappingAdd<std::int64_t>(m_AudioDuration, frame->duration); // also without a track
     return m_pAudioStream != nullptr ? AfterFrame(taken, *m_pAudioStream, m_AudioStarted, m_VideoStarted) : 0;
 }
 
-int ContainerMuxer::QueueAudio(const MEDIA_FRAME& frame, const int* frameSizes) {
+template <class Stream>
+int ContainerMuxer<Stream>::QueueAudio(const MEDIA_FRAME& frame, const int* frameSizes) {
     constexpr unsigned int kKeyFrame = 1;
     const auto queue = [&](const unsigned char* data, int size, std::int64_t start, std::int32_t duration) {
         return m_pAudioStream->WritePacket(data, size, start, EndOf(start, duration), kKeyFrame);
@@ -188,15 +200,18 @@ int ContainerMuxer::QueueAudio(const MEDIA_FRAME& frame, const int* frameSizes) 
     });
 }
 
-int ContainerMuxer::AfterVideo(int octetsTaken) {
+template <class Stream>
+int ContainerMuxer<Stream>::AfterVideo(int octetsTaken) {
     return AfterFrame(octetsTaken, *m_pVideoStream, m_VideoStarted, m_AudioStarted);
 }
 
-int ContainerMuxer::AfterFrame(int octetsTaken, const TrackStream& stream, bool& started, bool otherStarted) {
+template <class Stream>
+int ContainerMuxer<Stream>::AfterFrame(int octetsTaken, const Stream& stream, std::uint32_t& started,
+                                       std::uint32_t otherStarted) {
     if (octetsTaken > 0) {
-        started = true;
+        started = 1;
         try {
-            if (otherStarted && stream.QueuedBlocks() >= m_Profile.m_QueuedBlocksToStart) WritePacket();
+            if (otherStarted != 0 && stream.m_Queue.size() >= m_Profile.m_QueuedBlocksToStart) WritePacket();
         } catch (const std::bad_alloc&) {
             // The frame is taken in: it stays queued, and the next one tries again.
         }
@@ -206,26 +221,45 @@ int ContainerMuxer::AfterFrame(int octetsTaken, const TrackStream& stream, bool&
 
 // ---- codec set-up data
 
-void ContainerMuxer::WriteVosData(const unsigned char* data, int length) {
-    const ByteView setup = HostBytes(data, length);
-    if (m_pAudioStream == nullptr || setup.m_Size == 0) return;
-    const std::string codec = m_pAudioStream->m_TrackEntry.m_CodecID.ToString();
-    if (codec != "A_AAC" && codec != "A_VORBIS") return;
-    if (m_pAudioStream->SetCodecPrivate(setup)) RewriteTracks();
+template <class Stream>
+bool ContainerMuxer<Stream>::HasRoomFor(const Stream& stream, std::uint64_t octets) const {
+    return m_TracksWritten == 0 || octets <= stream.m_pTrackEntry->m_CodecPrivate.m_Data.size();
 }
 
-void ContainerMuxer::WritezXPSData(const unsigned char* pictureSet, int pictureSetLength,
-                                   const unsigned char* sequenceSet, int sequenceSetLength) {
+template <class Stream>
+bool ContainerMuxer<Stream>::SetCodecPrivate(Stream& stream, ByteView data) {
+    Bytes& codecPrivate = stream.m_pTrackEntry->m_CodecPrivate.m_Data;
+    if (!HasRoomFor(stream, data.m_Size)) return false;
+    if (m_TracksWritten == 0) codecPrivate.resize(data.m_Size);
+    std::copy_n(data.m_pData, data.m_Size, codecPrivate.begin());
+    return true;
+}
+
+template <class Stream>
+void ContainerMuxer<Stream>::WriteVosData(const unsigned char* data, int length) {
+    const ByteView setup = HostBytes(data, length);
+    if (m_pAudioStream == nullptr || setup.m_Size == 0) return;
+    const std::string codec = m_pAudioStream->m_pTrackEntry->m_CodecID.ToString();
+    if (codec != "A_AAC" && codec != "A_VORBIS") return;
+    if (SetCodecPrivate(*m_pAudioStream, setup)) RewriteTracks();
+}
+
+template <class Stream>
+void ContainerMuxer<Stream>::WritezXPSData(const unsigned char* pictureSet, int pictureSetLength,
+                                           const unsigned char* sequenceSet, int sequenceSetLength) {
     if (m_pVideoStream == nullptr) return;
-    const std::string codec = m_pVideoStream->m_TrackEntry.m_CodecID.ToString();
+    const std::string codec = m_pVideoStream->m_pTrackEntry->m_CodecID.ToString();
+    const ByteView picture = HostBytes(pictureSet, pictureSetLength);
     const ByteView sequence = HostBytes(sequenceSet, sequenceSetLength);
-    if (codec == "V_MPEG1" || codec == "V_MPEG2") {
+    if (IsMpegVideo(codec)) {
         if (sequence.m_Size == 0) return;
         const ByteView header = FindSequenceHeader(sequence);
-        if (header.m_Size > 0 && !m_pVideoStream->SetCodecPrivate(header)) return;
-    } else if (codec == "V_MPEG4/ISO/AVC") {
-        const Bytes record = AvcDecoderConfigurationRecord(HostBytes(pictureSet, pictureSetLength), sequence);
-        if (!m_pVideoStream->SetCodecPrivate({record.data(), record.size()})) return;
+        if (header.m_Size > 0 && !SetCodecPrivate(*m_pVideoStream, header)) return;
+    } else if (IsAvc(codec)) {
+        // Asked before there is a record: sets that are too large need not fit in memory either.
+        if (!HasRoomFor(*m_pVideoStream, AvcRecordSize(picture, sequence))) return;
+        const Bytes record = AvcDecoderConfigurationRecord(picture, sequence);
+        SetCodecPrivate(*m_pVideoStream, {record.data(), record.size()});
     } else {
         return;
     }
@@ -234,7 +268,9 @@ void ContainerMuxer::WritezXPSData(const unsigned char* pictureSet, int pictureS
 
 // ---- the front of the file
 
-std::int32_t ContainerMuxer::WriteBeginInfo() {
+template <class Stream>
+std::int32_t ContainerMuxer<Stream>::WriteBeginInfo() {
+    if (m_pFile == nullptr) return 1;
     // What can fail comes first. Two entries are added here, three when the file is closed.
     KeepSpareSeekEntries(5);
     m_Info.m_MuxingApp.Set(L"Tarnwell Matroska Muxer");
@@ -242,68 +278,84 @@ std::int32_t ContainerMuxer::WriteBeginInfo() {
     m_Profile.m_SetVersions(header);
     header.m_DocType.Set(m_VideoParam.fourCC == MakeFourCC("VP8 ") ? "webm" : "matroska");
 
-    m_pFile->Seek(0, SEEK_SET);
-    Append(header);
+    SeekTo(0, SEEK_SET);
+    header.Write(this);
 
-    m_SegmentPos = m_EndPos;
-    Append(Segment{0, kSegmentId});
-    m_SegmentDataPos = m_EndPos;
+    m_SegmentPos = m_pFile->GetPos();
+    MatroskaWriter::Segment{0, kSegmentId}.Write(this);
+    m_SegmentDataPos = m_pFile->GetPos();
     const Void reserved{kReservedPayload, kVoidId};
     m_ReservedSize = static_cast<std::int64_t>(reserved.Size(true));
-    Append(reserved);
+    reserved.Write(this);
 
     AddSeekEntry(m_SeekHead, kInfoId);
-    m_InfoPos = m_EndPos;
+    m_InfoPos = m_pFile->GetPos();
     m_Info.m_TimecodeScale.Set(1000000);
     m_Info.m_Duration.Set(0.0F); // of its final width, so that the Info keeps its size
     m_Info.m_DateUTC.Set(DateUTC());
-    Append(m_Info);
+    m_Info.Write(this);
 
     AddSeekEntry(m_SeekHead, kTracksId); // which follow at once
     m_Cluster.m_Timecode.Set(0);
     return 1;
 }
 
-void ContainerMuxer::WriteTracks() {
-    m_Tracks.m_TrackEntries.clear();
-    for (const auto& stream : m_Streams) m_Tracks.m_TrackEntries.push_back(stream->m_TrackEntry);
-    m_TracksPos = m_EndPos;
-    Append(m_Tracks);
-    m_CueTrack = m_pVideoStream != nullptr ? kVideoTrack : kAudioTrack;
-    for (const auto& stream : m_Streams) stream->m_HeaderInFile = true;
-    m_TracksWritten = true;
+// Asks for no memory where everything has kept its size.
+template <class Stream>
+void ContainerMuxer<Stream>::CopyTrackEntries() {
+    m_Tracks.m_TrackEntries.resize(m_Streams.size(), TrackEntry{0xAE});
+    auto entry = m_Tracks.m_TrackEntries.begin();
+    for (const auto& stream : m_Streams) *entry++ = *stream->m_pTrackEntry;
 }
 
-void ContainerMuxer::RewriteTracks() {
-    if (!m_TracksWritten || m_pFile == nullptr) return;
-    // Everything has kept its size, so that no memory is asked for.
-    auto entry = m_Tracks.m_TrackEntries.begin();
-    for (const auto& stream : m_Streams) *entry++ = stream->m_TrackEntry;
-    Overwrite(m_TracksPos, m_Tracks);
-    SeekToEnd();
+template <class Stream>
+void ContainerMuxer<Stream>::WriteTracks() {
+    CopyTrackEntries();
+    for (const TrackEntry& entry : m_Tracks.m_TrackEntries) {
+        const bool isVideo = entry.m_TrackType.m_Value == kVideoTrack;
+        if (isVideo && m_CueTrack == 0) m_CueTrack = static_cast<std::int64_t>(entry.m_TrackNumber.m_Value);
+    }
+    m_TracksPos = m_pFile->GetPos();
+    m_Tracks.Write(this);
+    if (m_CueTrack == 0) m_CueTrack = kAudioTrack;
+    for (const auto& stream : m_Streams) stream->m_HeaderInFile = true;
+    m_TracksWritten = 1;
+}
+
+template <class Stream>
+void ContainerMuxer<Stream>::RewriteTracks() {
+    if (m_TracksWritten == 0 || m_pFile == nullptr) return;
+    CopyTrackEntries();
+    const std::int64_t position = m_pFile->GetPos();
+    SeekTo(m_TracksPos, SEEK_SET);
+    m_Tracks.Write(this);
+    SeekTo(position, SEEK_SET);
 }
 
 // ---- interleaving
 
-std::int32_t ContainerMuxer::WritePacket() {
+template <class Stream>
+std::int32_t ContainerMuxer<Stream>::WritePacket() {
     if (m_pFile == nullptr) return 0;
-    const std::int64_t entry = m_EndPos;
-    if (!m_HeaderWritten) m_HeaderWritten = WriteBeginInfo() != 0;
-    while (TrackStream* const stream = EarliestStream()) {
-        if (!m_TracksWritten) WriteTracks();
+    const std::int64_t entry = m_pFile->GetPos();
+    if (m_HeaderWritten == 0) m_HeaderWritten = static_cast<std::uint32_t>(WriteBeginInfo());
+    while (Stream* const stream = EarliestStream()) {
+        if (m_TracksWritten == 0) WriteTracks();
         PlaceHead(*stream);
     }
-    return static_cast<std::int32_t>(m_EndPos - entry);
+    return static_cast<std::int32_t>(m_pFile->GetPos() - entry);
 }
 
-TrackStream* ContainerMuxer::EarliestStream() const {
-    TrackStream* earliest = nullptr;
+template <class Stream>
+Stream* ContainerMuxer<Stream>::EarliestStream() const {
+    Stream* earliest = nullptr;
     std::int64_t smallest = std::numeric_limits<std::int64_t>::max();
     for (const auto& stream : m_Streams) {
+        if (stream->m_Queue.empty()) continue;
         // On equal times the stream that comes first in the list wins.
-        const BlockBase* const head = stream->Head();
-        if (head != nullptr && head->m_Timecode < smallest) {
-            smallest = head->m_Timecode;
+        const std::int64_t time = Stream::BlockOf(stream->m_Queue.front()).m_Timecode;
+        if (time < smallest) {
+            smallest = time;
             earliest = stream.get();
         }
     }
@@ -312,133 +364,126 @@ TrackStream* ContainerMuxer::EarliestStream() const {
 
 // Moves the stream's oldest block into the cluster of its time. Whatever can fail comes first, so that a block is
 // either still queued or placed.
-void ContainerMuxer::PlaceHead(TrackStream& stream) {
-    BlockBase& block = *stream.Head();
-    if (m_NoBlockYet) {
+template <class Stream>
+void ContainerMuxer<Stream>::PlaceHead(Stream& stream) {
+    const auto head = stream.m_Queue.begin();
+    BlockBase& block = Stream::BlockOf(*head);
+    if (m_NoBlockYet != 0) {
         m_FirstBlockTime = block.m_Timecode;
-        m_NoBlockYet = false;
+        m_NoBlockYet = 0;
     }
-    const std::int64_t time = block.m_Timecode - m_FirstBlockTime;
-    const std::int64_t stopTime = block.m_StopTime - m_FirstBlockTime;
+    const std::int64_t time = WrappingSubtract(block.m_Timecode, m_FirstBlockTime);
+    const std::int64_t stopTime = WrappingSubtract(block.m_StopTime, m_FirstBlockTime);
     stream.m_WrittenTime = ToHostTicks(time);
     if (time < kEarliestBlockTime) {
-        stream.DropHead();
+        stream.m_Queue.pop_front();
         return;
     }
     OpenClusterFor(time);
-    if (block.m_TrackNumber.m_Length == m_CueTrack) {
-        if (CueIsDue(time) && stream.HeadMayBeCued()) AddCuePoint(time, m_CueBlockNumber + 1);
+    if (block.m_TrackNumber.m_Length == static_cast<std::uint64_t>(m_CueTrack)) {
+        if (Stream::MayBeCued(*head)) AddCuePoint(time);
         ++m_CueBlockNumber;
     }
-    if (m_Info.m_Duration.m_Value <= static_cast<float>(stopTime)) m_Info.m_Duration.Set(static_cast<float>(stopTime));
+    if (m_Info.m_Duration.m_Value <= static_cast<float>(stopTime))
+        m_Info.m_Duration.m_Value = static_cast<float>(stopTime);
+    m_Info.m_Duration.m_IsSet = true;
     m_LastWriteTime = ToHostTicks(time);
     block.m_Timecode = time - static_cast<std::int64_t>(m_Cluster.m_Timecode.m_Value);
     block.m_StopTime = stopTime;
-    stream.MoveHeadTo(m_Cluster);
+    Blocks().splice(Blocks().end(), stream.m_Queue, head);
 }
 
 // Clusters span fixed seconds, their last millisecond included. Spans without a block are passed over.
-void ContainerMuxer::OpenClusterFor(std::int64_t time) {
+template <class Stream>
+void ContainerMuxer<Stream>::OpenClusterFor(std::int64_t time) {
     const auto clusterTime = static_cast<std::int64_t>(m_Cluster.m_Timecode.m_Value);
-    if (time <= clusterTime + kClusterSpan) return;
-    if (ClusterHasBlocks()) {
+    if (time - clusterTime <= kClusterSpan) return;
+    if (!Blocks().empty()) {
         KeepSpareSeekEntries(4);
         WriteCluster();
     }
     const std::int64_t spans = (time - clusterTime - 1) / kClusterSpan;
     m_Cluster.m_Timecode.Set(static_cast<std::uint64_t>(clusterTime + spans * kClusterSpan));
-    for (const auto& stream : m_Streams) stream->TakeBack(m_Cluster);
-    m_Cluster.m_BlockGroups.clear(); // of tracks that are no more
-    m_Cluster.m_SimpleBlocks.clear();
+    for (const auto& stream : m_Streams) stream->TakeBack(Blocks());
+    Blocks().clear(); // of tracks that are no more
     m_CueBlockNumber = 0;
 }
 
-// As a rule one cue point for each cluster, at its first candidate.
-bool ContainerMuxer::CueIsDue(std::int64_t time) const {
-    return static_cast<std::int64_t>(SegmentOffset()) != m_LastCueClusterPos || time > m_LastCueTime + kClusterSpan;
-}
-
-// The cluster is written when its span closes, so it will begin where the file ends now.
-void ContainerMuxer::AddCuePoint(std::int64_t time, std::uint64_t blockNumber) {
-    const std::uint64_t position = SegmentOffset();
+// For a candidate of that time: as a rule one cue point for each cluster, at the first. The cluster is written when its
+// span closes, so it will begin where the file ends now.
+template <class Stream>
+void ContainerMuxer<Stream>::AddCuePoint(std::int64_t time) {
+    const std::int64_t position = SegmentOffset();
+    if (position == m_LastCueClusterPos && time <= WrappingAdd(m_LastCueTime, kClusterSpan)) return;
     CuePoint point{0xBB};
     point.m_CueTime.Set(static_cast<std::uint64_t>(time));
     CueTrackPosition& target = point.m_CueTrackPositions.emplace_back(0xB7);
-    target.m_CueTrack.Set(m_CueTrack);
-    target.m_CueClusterPosition.Set(position);
-    // Counts the cue track's blocks only, deliberately.
-    if (ClusterHasBlocks()) target.m_CueBlockNumber.Set(blockNumber);
+    target.m_CueTrack.Set(static_cast<std::uint64_t>(m_CueTrack));
+    target.m_CueClusterPosition.Set(static_cast<std::uint64_t>(position));
+    // Counts the cue track's blocks only, this one included, deliberately.
+    if (!Blocks().empty()) target.m_CueBlockNumber.Set(static_cast<std::uint64_t>(m_CueBlockNumber + 1));
     m_Cues.m_CuePoints.push_back(std::move(point));
-    m_LastCueClusterPos = static_cast<std::int64_t>(position);
+    m_LastCueClusterPos = position;
     m_LastCueTime = time;
 }
 
-void ContainerMuxer::WriteCluster() {
+template <class Stream>
+void ContainerMuxer<Stream>::WriteCluster() {
     AddSeekEntry(m_ClusterIndex, kClusterId);
-    Append(m_Cluster);
+    m_Cluster.Write(this);
     // What is complete outlives the process, but for the last seconds: a call of the system costs as much as some
     // frames.
     if (m_ClusterIndex.m_Seeks.size() % kClustersToFlush == 0) m_pFile->Flush();
 }
 
-void ContainerMuxer::Append(const CID& element) {
-    element.Write(this);
-    m_EndPos = m_pFile->GetPos();
+template <class Stream>
+void ContainerMuxer<Stream>::SeekTo(std::int64_t offset, int origin) {
+    if (m_pFile->Seek(offset, origin) != 0) m_pFile->Close();
 }
 
-bool ContainerMuxer::Overwrite(std::int64_t position, const CID& element) {
-    if (m_pFile->Seek(position, SEEK_SET) != 0) return false;
-    m_IsAtEnd = false;
-    element.Write(this);
-    return true;
-}
-
-void ContainerMuxer::SeekToEnd() {
-    // A seek fails when what is in the buffer cannot be written: then it is empty, and the next one finds its way.
-    if (m_pFile->Seek(0, SEEK_END) == 0 || m_pFile->Seek(0, SEEK_END) == 0) m_IsAtEnd = true;
-    // Without a way back nothing more is written: it would go over what is there.
-    if (!m_IsAtEnd) m_pFile->Close();
-    m_EndPos = m_pFile->GetPos();
-}
-
-void ContainerMuxer::AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id) {
-    SeekHead& entry = m_SpareSeekEntries.front();
-    entry.m_SeekID.m_SeekedID = CID{id};
-    entry.m_SeekPosition.Set(SegmentOffset());
+template <class Stream>
+void ContainerMuxer<Stream>::AddSeekEntry(MatroskaWriter::Seek& index, unsigned long id) {
+    m_pNewSeekEntry->m_SeekID.m_SeekedID = CID{id};
+    m_pNewSeekEntry->m_SeekPosition.Set(static_cast<std::uint64_t>(SegmentOffset()));
+    m_SpareSeekEntries.front() = *m_pNewSeekEntry;
     index.m_Seeks.splice(index.m_Seeks.end(), m_SpareSeekEntries, m_SpareSeekEntries.begin());
 }
 
-void ContainerMuxer::KeepSpareSeekEntries(std::size_t count) {
+template <class Stream>
+void ContainerMuxer<Stream>::KeepSpareSeekEntries(std::size_t count) {
+    if (m_pNewSeekEntry == nullptr) m_pNewSeekEntry = std::make_unique<SeekHead>(0x4DBB);
     while (m_SpareSeekEntries.size() < count) m_SpareSeekEntries.emplace_back(0x4DBB);
 }
 
 // ---- finalisation
 
-// Settles the Duration from the audio; without audio that is 0, which WriteEndInfo may correct.
-std::int32_t ContainerMuxer::WriteDuration() {
+template <class Stream>
+std::int32_t ContainerMuxer<Stream>::WriteDuration() {
     std::int64_t latest = 0;
     for (const auto& stream : m_Streams) latest = std::max(latest, stream->m_WrittenTime);
-    if (latest == 0) return 1;
-    // Rounded to single twice: the sum, and the quotient.
+    if (m_pFile == nullptr || latest == 0) return 1;
+    SeekTo(m_InfoPos, SEEK_SET);
+    // Rounded to single twice: the sum, and the quotient. Without audio it is 0, which WriteEndInfo may correct.
     m_Info.m_Duration.Set(static_cast<float>(static_cast<double>(static_cast<float>(m_AudioDuration)) / 10000.0));
-    Overwrite(m_InfoPos, m_Info);
+    m_Info.Write(this);
     return 1;
 }
 
-std::int32_t ContainerMuxer::WriteEndInfo() {
-    SeekToEnd();
-    if (ClusterHasBlocks()) WriteCluster();
+template <class Stream>
+std::int32_t ContainerMuxer<Stream>::WriteEndInfo() {
+    if (m_pFile == nullptr) return 1;
+    KeepSpareSeekEntries(3); // as they have been kept: only out of turn are there fewer
+    SeekTo(0, SEEK_END);
+    if (!Blocks().empty()) WriteCluster();
     if (!m_Cues.m_CuePoints.empty()) {
         AddSeekEntry(m_SeekHead, kCuesId);
-        Append(m_Cues);
+        m_Cues.Write(this);
     }
     if (!m_ClusterIndex.m_Seeks.empty()) {
         AddSeekEntry(m_SeekHead, kSeekHeadId);
-        Append(m_ClusterIndex);
+        m_ClusterIndex.Write(this);
     }
-
-    const std::uint64_t segmentSize = SegmentOffset();
-    Overwrite(m_SegmentPos, Segment{segmentSize, kSegmentId});
+    const auto segmentSize = static_cast<std::uint64_t>(SegmentOffset());
 
     // The Duration stands unless it is more than a second away from the last block's start.
     constexpr std::int64_t kTolerance = 1000 * kHostTicksPerMs;
@@ -448,19 +493,26 @@ std::int32_t ContainerMuxer::WriteEndInfo() {
         const std::int64_t corrected = m_LastWriteTime / kHostTicksPerMs + 1; // whole milliseconds
         m_Info.m_Duration.Set(static_cast<float>(corrected));
     }
-    Overwrite(m_InfoPos, m_Info);
+    SeekTo(m_InfoPos, SEEK_SET);
+    m_Info.Write(this);
     WriteSeekHeadAndFiller();
+
+    // Last: whoever finds a size has all of the file. Where a write failed before, nothing is written here either.
+    SeekTo(m_SegmentPos, SEEK_SET);
+    MatroskaWriter::Segment{segmentSize, kSegmentId}.Write(this);
     return 1;
 }
 
 // Puts the main seek head over the start of the reserved octets and a Void over the rest.
-void ContainerMuxer::WriteSeekHeadAndFiller() {
+template <class Stream>
+void ContainerMuxer<Stream>::WriteSeekHeadAndFiller() {
     std::int64_t rest = m_ReservedSize - static_cast<std::int64_t>(m_SeekHead.Size(true));
     while (rest < 2 && !m_SeekHead.m_Seeks.empty()) { // no room for the smallest Void
         rest += static_cast<std::int64_t>(m_SeekHead.m_Seeks.back().Size(true));
         m_SeekHead.m_Seeks.pop_back();
     }
-    if (!Overwrite(m_SegmentDataPos, m_SeekHead)) return;
+    SeekTo(m_SegmentDataPos, SEEK_SET);
+    m_SeekHead.Write(this);
     for (unsigned k = 0; k <= 7; ++k) {
         // The identifier, a length field of k + 1 octets and the payload make up the rest. For 127 to 129 octets the
         // shortest length field is one octet less, and so is the Void, deliberately.
@@ -472,3 +524,6 @@ void ContainerMuxer::WriteSeekHeadAndFiller() {
         }
     }
 }
+
+template class ContainerMuxer<MatroskaStream>;
+template class ContainerMuxer<MatroskaStreamWebm>;

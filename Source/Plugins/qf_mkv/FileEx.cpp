@@ -1,5 +1,7 @@
 #include "FileEx.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
@@ -43,13 +45,16 @@ std::uint32_t FileEx::Open(const wchar_t* path, const char* mode) {
     auto copy = CopyText(path);
     m_IsPseudoFile = JudgeISOFileW(path);
     if (m_IsPseudoFile == 0) {
+        m_IsOutput = std::strcmp(mode, "wb") == 0;
+        m_HasEnded = false;
         m_pStream = std::fopen(Utf8Text(path).Data(), mode);
         if (m_pStream == nullptr) return 0;
-        if (m_pBuffer == nullptr) m_pBuffer.reset(new (std::nothrow) char[kBufferSize]);
-        if (m_pBuffer != nullptr) {
-            // What comes out of the buffer need not be gathered again.
+        if (m_IsOutput) {
+            if (m_pBuffer == nullptr) m_pBuffer.reset(new (std::nothrow) char[kBufferSize]);
+            if (m_pBuffer != nullptr) m_Capacity = kBufferSize;
+            fcntl(fileno(m_pStream), F_SETFD, FD_CLOEXEC);
+            // What comes out of the buffer need not be gathered again, and what stdio takes has reached the system.
             std::setvbuf(m_pStream, nullptr, _IONBF, 0);
-            m_Capacity = kBufferSize;
         }
     }
     m_pPath = std::move(copy);
@@ -63,6 +68,7 @@ void FileEx::Close() {
     }
     m_pStream = nullptr;
     m_Capacity = 0;
+    m_DrainedPos = kUnknown;
     m_pPath.reset();
 }
 
@@ -82,20 +88,23 @@ unsigned long FileEx::WriteThrough(const void* buffer, unsigned long count) {
     m_Used += first;
     if (!Drain()) return 0;
     const unsigned long rest = count - first;
-    return first + (rest < m_Capacity ? Write(octets + first, rest) : std::fwrite(octets + first, 1, rest, m_pStream));
+    return first + (rest < m_Capacity ? FileEx::Write(octets + first, rest) : WriteOut(octets + first, rest));
+}
+
+unsigned long FileEx::WriteOut(const void* octets, unsigned long count) {
+    if (m_HasEnded || count == 0) return 0;
+    const unsigned long moved = std::fwrite(octets, 1, count, m_pStream);
+    if (m_IsOutput) {
+        if (m_DrainedPos != kUnknown) m_DrainedPos += static_cast<std::int64_t>(moved);
+        m_HasEnded = moved < count;
+        if (m_HasEnded) m_Capacity = 0;
+    }
+    return moved;
 }
 
 bool FileEx::Drain() {
-    unsigned long written = 0;
-    while (written < m_Used) {
-        const unsigned long moved = std::fwrite(m_pBuffer.get() + written, 1, m_Used - written, m_pStream);
-        if (moved == 0) break;
-        written += moved;
-    }
-    const bool drained = written == m_Used;
-    m_Used = 0;
-    m_DrainedPos = kUnknown;
-    return drained;
+    const unsigned long used = std::exchange(m_Used, 0);
+    return WriteOut(m_pBuffer.get(), used) == used && !m_HasEnded;
 }
 
 unsigned long FileEx::Read(void* buffer, unsigned long count) {
@@ -107,23 +116,27 @@ unsigned long FileEx::Read(void* buffer, unsigned long count) {
 std::int64_t FileEx::GetLength() {
     if (m_IsPseudoFile != 0) return 1;
     if (m_pStream == nullptr) return 0;
-    const std::int64_t position = GetPos();
-    Seek(0, SEEK_END);
-    const std::int64_t length = GetPos();
-    Seek(position, SEEK_SET);
+    Drain();
+    const std::int64_t position = ftello(m_pStream);
+    fseeko(m_pStream, 0, SEEK_END);
+    const std::int64_t length = ftello(m_pStream);
+    fseeko(m_pStream, position, SEEK_SET);
     return length;
 }
 
 int FileEx::Seek(std::int64_t offset, int origin) {
     if (m_IsPseudoFile != 0) return 0;
-    return m_pStream != nullptr && Drain() ? fseeko(m_pStream, offset, origin) : -1;
+    if (m_pStream == nullptr || !Drain()) return -1;
+    m_DrainedPos = kUnknown;
+    return fseeko(m_pStream, offset, origin);
 }
 
 std::int64_t FileEx::GetPos() {
     if (m_IsPseudoFile != 0) return 0;
     if (m_pStream == nullptr) return -1;
-    if (m_DrainedPos == kUnknown) m_DrainedPos = ftello(m_pStream);
-    return m_DrainedPos != kUnknown ? m_DrainedPos + static_cast<std::int64_t>(m_Used) : -1;
+    const std::int64_t drained = m_DrainedPos != kUnknown ? m_DrainedPos : ftello(m_pStream);
+    if (m_IsOutput) m_DrainedPos = drained;
+    return drained != -1 ? drained + static_cast<std::int64_t>(m_Used) : -1;
 }
 
 std::uint32_t FileEx::EnableMultiThread(unsigned int) { return 0; }

@@ -1,9 +1,9 @@
 // The output file, and the byte stream through which every element writes itself.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 // 1 when the last extension of path begins ".iso:" in any case: the name of a file inside a disc image, a pseudo-file.
@@ -12,8 +12,11 @@ std::uint32_t JudgeISOFileW(const wchar_t* path);
 // One file over stdio with 64-bit offsets. Failures show in results alone.
 // A pseudo-file opens with success and then takes and gives nothing, by design: 0 octets move and its position stays 0.
 //
-// Elements write a few octets at a time: these are gathered in a buffer of the file's own, since a call of fwrite costs
-// more than what it would copy. Octets that stdio does not take are lost when the buffer is written out.
+// The mode "wb" is for output. Elements write a few octets at a time: these are gathered in a buffer of the file's own,
+// since a call of fwrite costs more than what it would copy. The first octet that stdio does not take ends the file:
+// nothing that comes later is written, in no place, so that what is on the disk is the beginning of what should be
+// there and never has a hole. The descriptor is not passed on to programs that the process starts.
+// In all other modes a file is what stdio makes of it.
 class FileEx {
 public:
     FileEx() = default;
@@ -25,12 +28,12 @@ public:
     // file does not open; a null path does not.
     virtual std::uint32_t Open(const wchar_t* path, const char* mode);
     virtual void Close();
-    // Returns fflush's result or EOF when octets are lost, 0 when nothing is open.
+    // Returns fflush's result, EOF when octets are lost, 0 when nothing is open.
     virtual int Flush();
     // Return the number of octets moved, 0 when nothing is open. Octets that are gathered count as moved.
     virtual unsigned long Write(const void* buffer, unsigned long count) {
         if (count >= m_Capacity - m_Used) return WriteThrough(buffer, count);
-        std::memcpy(m_pBuffer.get() + m_Used, buffer, count);
+        std::copy_n(static_cast<const char*>(buffer), count, m_pBuffer.get() + m_Used);
         m_Used += count;
         return count;
     }
@@ -46,17 +49,21 @@ public:
 
 private:
     [[gnu::cold]] unsigned long WriteThrough(const void* buffer, unsigned long count);
+    // Hands octets to stdio. Returns their number if it takes all of them; output ends where it does not.
+    unsigned long WriteOut(const void* octets, unsigned long count);
     // Writes the buffer out and empties it. Returns false when stdio does not take all of it.
     bool Drain();
 
     std::FILE* m_pStream = nullptr;
     std::unique_ptr<wchar_t[]> m_pPath; // as given to Open, for a debugger's eyes
     std::uint32_t m_IsPseudoFile = 0;   // outlives Close
-    std::unique_ptr<char[]> m_pBuffer;  // from the first file on
-    unsigned long m_Capacity = 0;       // of the buffer; 0 when nothing is open and when there is no memory for it
+    bool m_IsOutput = false;            // opened with "wb"
+    bool m_HasEnded = false;            // an octet of its output was not taken
+    std::unique_ptr<char[]> m_pBuffer;  // from the first output on
+    unsigned long m_Capacity = 0; // of the buffer; 0 while nothing is gathered, also when there is no memory for it
     unsigned long m_Used = 0;
     static constexpr std::int64_t kUnknown = -1;
-    std::int64_t m_DrainedPos = kUnknown; // the stream's position: asking for it is a call of the system
+    std::int64_t m_DrainedPos = kUnknown; // of output, the stream's position: asking for it is a call of the system
 };
 
 // What elements write to. Results are 0, or -1 when there is no file behind the stream.

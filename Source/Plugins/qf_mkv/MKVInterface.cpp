@@ -3,6 +3,7 @@
 #include <array>
 #include <memory>
 #include <new>
+#include <typeinfo>
 
 #include "ByteOrder.h"
 #include "HostLog.h"
@@ -89,7 +90,7 @@ void* CreateWith(std::uint32_t isWebm, const wchar_t* path, const EncodeParam* p
     try {
         muxer.reset(new (std::nothrow) Muxer);
     } catch (const std::bad_alloc&) {
-        // Nor is there for what it consists of.
+        // There may be no memory for its members either.
     }
     if (muxer == nullptr) {
         HostLog::Get().TWLog(L"qf_mkv.dll: Not enough memory to create avi writer.");
@@ -100,15 +101,16 @@ void* CreateWith(std::uint32_t isWebm, const wchar_t* path, const EncodeParam* p
         HostLog::Get().TWLogEx(L"qf_mkv.dll: Create media file[%s] failed", path);
         return nullptr;
     }
-    return static_cast<ContainerMuxer*>(muxer.release());
+    return static_cast<IStream*>(muxer.release());
 }
 
-// The handle's muxer if it is of the kind that IsWebm names, else null.
-ContainerMuxer* Routed(void* handle) {
-    auto* const muxer = static_cast<ContainerMuxer*>(handle);
-    if (muxer == nullptr) return nullptr;
-    const MuxerProfile& called = IsWebm != 0 ? WebmMuxer1::kProfile : MKVMuxer::kProfile;
-    return &muxer->Profile() == &called ? muxer : nullptr;
+// Calls the operation with the handle's muxer if it is of the kind that IsWebm names, else returns 0.
+template <class Operation>
+int Routed(void* handle, Operation operation) {
+    auto* const stream = static_cast<IStream*>(handle);
+    if (stream == nullptr) return 0;
+    if (IsWebm != 0) return typeid(*stream) == typeid(WebmMuxer1) ? operation(static_cast<WebmMuxer1&>(*stream)) : 0;
+    return typeid(*stream) == typeid(MKVMuxer) ? operation(static_cast<MKVMuxer&>(*stream)) : 0;
 }
 
 } // namespace
@@ -154,25 +156,28 @@ void* CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
 }
 
 int WriteVideoPacket(void* handle, const MEDIA_FRAME* frame) {
-    ContainerMuxer* const muxer = Routed(handle);
-    return muxer != nullptr && frame != nullptr ? muxer->WriteVideoPacket(frame) : 0;
+    return Routed(handle, [=](auto& muxer) { return frame != nullptr ? muxer.WriteVideoPacket(frame) : 0; });
 }
 
 int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* frameSizes) {
-    ContainerMuxer* const muxer = Routed(handle);
-    return muxer != nullptr && frame != nullptr ? muxer->WriteAudioPacket(frame, frameSizes) : 0;
+    return Routed(handle,
+                  [=](auto& muxer) { return frame != nullptr ? muxer.WriteAudioPacket(frame, frameSizes) : 0; });
 }
 
 void WriteVosData(void* handle, unsigned char* data, int length) {
-    if (ContainerMuxer* const muxer = Routed(handle)) muxer->WriteVosData(data, length);
+    Routed(handle, [=](auto& muxer) {
+        muxer.WriteVosData(data, length);
+        return 0;
+    });
 }
 
 void WritezXPSData(void* handle, unsigned char* pictureSet, int pictureSetLength, unsigned char* sequenceSet,
                    int sequenceSetLength) {
-    if (ContainerMuxer* const muxer = Routed(handle)) {
-        muxer->WritezXPSData(pictureSet, pictureSetLength, sequenceSet, sequenceSetLength);
-    }
+    Routed(handle, [=](auto& muxer) {
+        muxer.WritezXPSData(pictureSet, pictureSetLength, sequenceSet, sequenceSetLength);
+        return 0;
+    });
 }
 
 // Of either kind, whatever IsWebm says: the muxer's own destructor finishes its file.
-void CloseMediaFile(void* handle, ProgressCallback, void*) { delete static_cast<ContainerMuxer*>(handle); }
+void CloseMediaFile(void* handle, ProgressCallback, void*) { delete static_cast<IStream*>(handle); }

@@ -2,45 +2,30 @@
 #pragma once
 
 #include "ContainerMuxer.h"
+#include "MatroskaStream.h"
 
-// Queues BlockGroups, which tell a key frame by the absence of a reference.
-class MatroskaStream final
-    : public QueuedTrackStream<MatroskaWriter::BlockGroup, &MatroskaWriter::Cluster::m_BlockGroups> {
+class MKVMuxer final : public ContainerMuxer<MatroskaStream> {
 public:
-    MatroskaStream(const VideoParam* video, const MuxParam* mux) { Init(video, mux); }
-    explicit MatroskaStream(const AudioParam* audio) { Init(audio); }
+    MKVMuxer();
 
-    // Fill the track's header values anew and leave the queue as it is. mux may be null.
-    void Init(const VideoParam* video, const MuxParam* mux);
-    void Init(const AudioParam* audio);
-
-    // A reference to 0, a frame of the same start, counts as none.
-    bool HeadMayBeCued() const override { return m_Queue.front().m_ReferenceBlock.m_Value == 0; }
-
-private:
-    void QueueBlock(ByteView frame, std::int64_t start, std::int64_t end, unsigned int keyFrame) override;
-};
-
-class MKVMuxer final : public ContainerMuxer {
-public:
-    static const MuxerProfile kProfile;
-
-    MKVMuxer() : ContainerMuxer(kProfile) {}
-
-    // Opens the file and builds the tracks that the job asks for; nothing is written yet. muxParam may be null.
-    // Returns 1, or 0 when the file does not open.
+    // Finishes any file still open, opens the file and builds the tracks that the job asks for; nothing is written yet.
+    // muxParam may be null. Returns 1, or 0 when the file does not open.
     std::uint32_t CreateMediaFile(const wchar_t* path, const EncodeParam* param, const MuxParam* muxParam);
 
-    int WriteVideoPacket(const MEDIA_FRAME* frame) override;
+    // Takes a frame in. Returns the octets taken, 0 when there is no such track, no frame, or nothing was taken.
+    // Once each kind of media that the job has has delivered a frame, a queue that is long enough is drained.
+    int WriteVideoPacket(const MEDIA_FRAME* frame);
+    // Queues a frame in start-code form as one block of its slices, parameter sets and access unit delimiters.
+    // Returns the octets taken.
+    int WriteLossless264Packet(const MEDIA_FRAME* frame);
 
-private:
-    int WriteLossless264Packet(const MEDIA_FRAME& frame);
+    // Of the muxer, not of one file, deliberately.
+    std::uint32_t m_FirstVideoFrame = 1; // none has been looked at
+    std::uint32_t m_LosslessH264 = 0;    // the first frame came in start-code form, after an H264 job
+    std::uint32_t m_IsH264 = 0;          // there has been such a job
 
-    bool m_FirstVideoFrame = true; // none has been looked at
-    bool m_LosslessH264 = false;   // an H264 job whose first frame came in start-code form
-
-    // The frame being rewritten; it grows to the largest one.
-    std::unique_ptr<unsigned char[]> m_pNalBuffer;
-    std::int32_t m_NalBufferSize = 0;
+    // The frame being rewritten; the buffer grows to the largest one.
     std::int32_t m_NalBufferUsed = 0;
+    std::int32_t m_NalBufferSize = 0;
+    std::unique_ptr<unsigned char[]> m_pNalBuffer;
 };

@@ -121,7 +121,7 @@ private:
     const Derived& Self() const { return static_cast<const Derived&>(*this); }
 };
 
-class CUInt final : public CSimpleVar<std::uint64_t, CUInt> {
+class CUInt final : public CSimpleVar<unsigned long long, CUInt> {
 public:
     using CSimpleVar::CSimpleVar;
     unsigned PayloadWidth() const { return m_Value == 0 ? 1 : SignificantOctets(m_Value); }
@@ -130,7 +130,7 @@ public:
 
 // Deliberately narrower than a signed integer needs: a positive value gets no sign octet (128 is 0x80), and whether a
 // negative one does is asked of a bit that is its sign for one octet only (-33000 is 0x7F 0x18).
-class CInt final : public CSimpleVar<std::int64_t, CInt> {
+class CInt final : public CSimpleVar<long long, CInt> {
 public:
     using CSimpleVar::CSimpleVar;
     unsigned PayloadWidth() const;
@@ -486,6 +486,7 @@ public:
 // Meant for exactly one frame: with more its size counts lacing, deliberately, that is never written.
 class SimpleBlock final : public BlockBase { // RFC 9559, SimpleBlock
 public:
+    static constexpr unsigned long kId = 0xA3; // in a Cluster
     using BlockBase::BlockBase;
     std::int32_t Write(IStream* stream) const override;
 
@@ -494,6 +495,7 @@ public:
 
 class BlockGroup final : public Compound<BlockGroup> { // RFC 9559, BlockGroup
 public:
+    static constexpr unsigned long kId = 0xA0; // in a Cluster
     using Compound::Compound;
     CUInt m_BlockDuration{0x9B};
     CUInt m_ReferencePriority{0xFA};

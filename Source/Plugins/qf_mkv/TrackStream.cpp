@@ -9,6 +9,8 @@
 
 #include "CodecPrivate.h"
 
+using namespace MatroskaWriter;
+
 namespace {
 
 // Room for set-up data that may come after the track's header has been written.
@@ -55,35 +57,40 @@ std::int64_t ToMilliseconds(std::int64_t hostTime) {
     return WrappingAdd(hostTime, kHostTicksPerMs / 2) / kHostTicksPerMs;
 }
 
-const char* TrackStream::VideoCodecID(FourCC fourCC) { return FindCodecID(kVideoCodecs, fourCC); }
+const char* VideoCodecID(FourCC fourCC) { return FindCodecID(kVideoCodecs, fourCC); }
 
-void TrackStream::InitCommon(std::uint64_t track) {
+// ---- the header values
+
+template <class Block>
+void TrackStream<Block>::InitCommon(std::uint64_t track) {
     m_WrittenTime = 0;
+    m_pTrackEntry = std::make_unique<TrackEntry>(0xAE);
+    m_pTrackEntry->m_TrackUID.Set(Widened(std::rand()));
+    m_pTrackEntry->m_MinCache.Set(1);
+    m_pTrackEntry->m_MaxCache.Set(1);
+    m_pTrackEntry->m_TrackNumber.Set(track);
+    m_pTrackEntry->m_TrackType.Set(track);
+    m_pTrackEntry->m_Language.Set("und");
+    m_pTrackEntry->m_MediaKind = static_cast<std::uint32_t>(track);
+}
+
+template <class Block>
+void TrackStream<Block>::SetCodec(const char* codecID, Bytes codecPrivate) {
+    m_pTrackEntry->m_CodecID.Set(codecID);
+    m_pTrackEntry->m_CodecPrivate.m_Data = std::move(codecPrivate);
+}
+
+template <class Block>
+void TrackStream<Block>::InitVideo(const VideoParam& video, const MuxParam* mux, const char* codecID) {
+    InitCommon(kVideoTrack);
     m_LastStart = -1;
     m_LastEnd = -1;
-    m_TrackEntry = MatroskaWriter::TrackEntry{0xAE};
-    m_TrackEntry.m_TrackUID.Set(static_cast<std::uint64_t>(std::int64_t{std::rand()}));
-    m_TrackEntry.m_MinCache.Set(1);
-    m_TrackEntry.m_MaxCache.Set(1);
-    m_TrackEntry.m_TrackNumber.Set(track);
-    m_TrackEntry.m_TrackType.Set(track);
-    m_TrackEntry.m_Language.Set("und");
-    m_TrackEntry.m_MediaKind = static_cast<std::uint32_t>(track);
-}
-
-void TrackStream::SetCodec(const char* codecID, Bytes codecPrivate) {
-    m_TrackEntry.m_CodecID.Set(codecID);
-    m_TrackEntry.m_CodecPrivate.m_Data = std::move(codecPrivate);
-}
-
-void TrackStream::InitVideo(const VideoParam& video, const MuxParam* mux, const char* codecID) {
-    InitCommon(kVideoTrack);
     // A rate of 0 or below, or so small that its period has no 64-bit number, has no DefaultDuration.
     const double period = 1e9 / video.frameRate;
     if (period >= 0 && period < std::ldexp(1.0, 64)) {
-        m_TrackEntry.m_DefaultDuration.Set(static_cast<std::uint64_t>(period));
+        m_pTrackEntry->m_DefaultDuration.Set(static_cast<std::uint64_t>(period));
     }
-    MatroskaWriter::Video& entry = m_TrackEntry.m_Video;
+    Video& entry = m_pTrackEntry->m_Video;
     entry.m_PixelWidth.Set(Widened(video.width));
     entry.m_PixelHeight.Set(static_cast<std::uint64_t>(std::abs(std::int64_t{video.height})));
     const bool hasAspect =
@@ -102,9 +109,11 @@ void TrackStream::InitVideo(const VideoParam& video, const MuxParam* mux, const 
     }
 }
 
-void TrackStream::InitAudio(const AudioParam& audio) {
+// Leaves the times of the last frame as they are, deliberately, unlike the above.
+template <class Block>
+void TrackStream<Block>::InitAudio(const AudioParam& audio) {
     InitCommon(kAudioTrack);
-    MatroskaWriter::Audio& entry = m_TrackEntry.m_Audio;
+    Audio& entry = m_pTrackEntry->m_Audio;
     entry.m_SamplingFrequency.Set(static_cast<float>(audio.sampleRate));
     entry.m_Channels.Set(Widened(audio.channels));
     entry.m_BitDepth.Set(Widened(audio.bitsPerSample)); // of compressed codecs too
@@ -116,66 +125,88 @@ void TrackStream::InitAudio(const AudioParam& audio) {
     }
 }
 
-int TrackStream::WritePacket(const unsigned char* data, int size, std::int64_t start, std::int64_t end,
-                             unsigned int keyFrame) {
+// ---- intake
+
+template <class Block>
+int TrackStream<Block>::WritePacket(const unsigned char* data, int size, std::int64_t start, std::int64_t end,
+                                    unsigned int keyFrame) {
     const ByteView frame = HostBytes(data, size);
     if (frame.m_Size == 0) return 0;
-    Bytes& codecPrivate = m_TrackEntry.m_CodecPrivate.m_Data;
-    if (codecPrivate.empty() && !m_HeaderInFile) {
-        Bytes derived = DeriveCodecPrivate(frame);
-        QueueBlock(frame, start, end, keyFrame);
-        codecPrivate.swap(derived);
-    } else {
-        QueueBlock(frame, start, end, keyFrame);
-    }
+    Block& block = BlankBlock();
+    BlockBase& header = BlockOf(block);
+    header.m_Frames.front().m_Data.assign(frame.m_pData, frame.m_pData + frame.m_Size);
+    Bytes& codecPrivate = m_pTrackEntry->m_CodecPrivate.m_Data;
+    if (codecPrivate.empty() && !m_HeaderInFile) codecPrivate = DeriveCodecPrivate(frame);
+
+    // From here on nothing fails.
+    header.m_TrackNumber.m_Length = m_pTrackEntry->m_TrackNumber.m_Value;
+    header.m_Timecode = ToMilliseconds(start);
+    header.m_StopTime = ToMilliseconds(end);
+    Describe(block, start, end, keyFrame);
+    m_Queue.splice(m_Queue.end(), m_BlankBlocks, m_BlankBlocks.begin());
     m_LastStart = start;
     m_LastEnd = end;
     return size;
 }
 
-void TrackStream::ReturnTo(const Mark& mark) {
-    while (QueuedBlocks() > mark.m_QueuedBlocks) DropTail();
+template <class Block>
+Bytes TrackStream<Block>::DeriveCodecPrivate(ByteView frame) const {
+    const std::string codec = m_pTrackEntry->m_CodecID.ToString();
+    Bytes derived;
+    if (m_pTrackEntry->m_TrackType.m_Value == kVideoTrack) {
+        if (IsMpegVideo(codec)) Append(derived, FindSequenceHeader(frame));
+        if (IsAvc(codec)) derived.resize(kAvcPlaceholder);
+    } else if (m_pTrackEntry->m_TrackType.m_Value == kAudioTrack) {
+        if (codec == "A_AAC") derived.resize(kAacPlaceholder);
+        if (codec == "A_VORBIS") derived.resize(kVorbisPlaceholder);
+    }
+    return derived;
+}
+
+template <class Block>
+void TrackStream<Block>::ReturnTo(const Mark& mark) {
+    while (m_Queue.size() > mark.m_QueuedBlocks) m_Queue.pop_back();
     m_LastStart = mark.m_LastStart;
     m_LastEnd = mark.m_LastEnd;
 }
 
-bool TrackStream::SetCodecPrivate(ByteView data) {
-    Bytes& codecPrivate = m_TrackEntry.m_CodecPrivate.m_Data;
-    if (!m_HeaderInFile) {
-        codecPrivate.assign(data.m_pData, data.m_pData + data.m_Size);
-        return true;
+// ---- blocks that are used again
+
+template <class Block>
+Block& TrackStream<Block>::BlankBlock() {
+    if (m_BlankBlocks.empty()) {
+        std::list<Block> fresh;
+        BlockOf(fresh.emplace_back(Block::kId)).m_Frames.emplace_back(0);
+        m_BlankBlocks.splice(m_BlankBlocks.end(), fresh);
     }
-    if (codecPrivate.size() < data.m_Size) return false;
-    std::copy(data.m_pData, data.m_pData + data.m_Size, codecPrivate.begin());
-    return true;
+    return m_BlankBlocks.front();
 }
 
-void TrackStream::FillBlock(MatroskaWriter::BlockBase& block, ByteView frame, std::int64_t start,
-                            std::int64_t end) const {
-    block.m_TrackNumber.m_Length = m_TrackEntry.m_TrackNumber.m_Value;
-    block.m_Timecode = ToMilliseconds(start);
-    block.m_StopTime = ToMilliseconds(end);
-    if (block.m_Frames.empty()) block.m_Frames.emplace_back(0);
-    block.m_Frames.front().m_Data.assign(frame.m_pData, frame.m_pData + frame.m_Size);
+template <class Block>
+void TrackStream<Block>::TakeBack(std::list<Block>& blocks) {
+    // As many as one cluster had, no more: what is left of the one before is given up.
+    m_BlankBlocks.clear();
+    for (auto block = blocks.begin(); block != blocks.end();) {
+        const auto taken = block++;
+        const BlockBase& header = BlockOf(*taken);
+        if (header.m_TrackNumber.m_Length != m_pTrackEntry->m_TrackNumber.m_Value || header.m_Frames.empty()) continue;
+        Renew(*taken);
+        m_BlankBlocks.splice(m_BlankBlocks.end(), blocks, taken);
+    }
 }
 
-void TrackStream::EmptyBlock(MatroskaWriter::BlockBase& block) {
-    Bytes& payload = block.m_Frames.front().m_Data;
+template <class Block>
+void TrackStream<Block>::Renew(Block& block) {
+    std::list<CBinary> frame; // and no second one
+    std::list<CBinary>& frames = BlockOf(block).m_Frames;
+    frame.splice(frame.end(), frames, frames.begin());
+    frame.front().m_ID = 0;
+    Bytes& payload = frame.front().m_Data;
     payload.clear();
     if (payload.capacity() > kKeptPayload) Bytes().swap(payload);
+    block = Block{Block::kId};
+    BlockOf(block).m_Frames.swap(frame);
 }
 
-Bytes TrackStream::DeriveCodecPrivate(ByteView frame) const {
-    const std::string codec = m_TrackEntry.m_CodecID.ToString();
-    Bytes derived;
-    if (codec == "V_MPEG1" || codec == "V_MPEG2") {
-        Append(derived, FindSequenceHeader(frame));
-    } else if (codec == "V_MPEG4/ISO/AVC") {
-        derived.resize(kAvcPlaceholder);
-    } else if (codec == "A_AAC") {
-        derived.resize(kAacPlaceholder);
-    } else if (codec == "A_VORBIS") {
-        derived.resize(kVorbisPlaceholder);
-    }
-    return derived;
-}
+template class TrackStream<BlockGroup>;
+template class TrackStream<SimpleBlock>;

@@ -1,0 +1,26 @@
+// A track of a WebM file.
+#pragma once
+
+#include "TrackStream.h"
+
+// Queues SimpleBlocks, which carry their key flag with them.
+class MatroskaStreamWebm final : public TrackStream<MatroskaWriter::SimpleBlock> {
+public:
+    using Block = MatroskaWriter::SimpleBlock;
+
+    // *result: what Init returned.
+    MatroskaStreamWebm(const VideoParam* video, long* result) { *result = Init(video); }
+    MatroskaStreamWebm(const AudioParam* audio, long* result) { *result = Init(audio); }
+
+    // Fill the track's header values anew and leave the queue as it is. Return 0: any values will do.
+    long Init(const VideoParam* video);
+    long Init(const AudioParam* audio);
+
+    // Where a cluster has this kind of block.
+    static std::list<Block>& BlocksOf(MatroskaWriter::Cluster& cluster) { return cluster.m_SimpleBlocks; }
+    // Every block is a candidate, a key frame or not, deliberately.
+    static bool MayBeCued(const Block&) { return true; }
+
+private:
+    void Describe(Block& block, std::int64_t start, std::int64_t end, unsigned int keyFrame) const override;
+};
