@@ -78,7 +78,7 @@ TEST_F(Checker, AFailureInEveryReport) {
     std::filesystem::copy_file(QF_LOG_LIBRARY, plugin);
     const std::string report = Path("report.xml");
     const CommandResult text = Qfcheck("--only exports.names --junit " + Quoted(report) + " " + Quoted(plugin));
-    EXPECT_EQ(text.m_ExitCode, 1);
+    EXPECT_EQ(text.m_ExitCode, 5);
     EXPECT_EQ(text.m_Output.find("FAILED   exports.names: not exported: FormatArray, "), 0U) << text.m_Output;
     EXPECT_NE(text.m_Output.find("\n0 passed, 1 failed, 0 skipped\n"), std::string::npos);
     const std::string failure =
@@ -87,7 +87,7 @@ TEST_F(Checker, AFailureInEveryReport) {
     EXPECT_EQ(RunCommand("xmllint --xpath 'string(//testsuite/@package)' " + Quoted(report)).m_Output, plugin + "\n");
 
     const CommandResult asJson = Qfcheck("--only exports.names --json " + Quoted(plugin));
-    EXPECT_EQ(asJson.m_ExitCode, 1);
+    EXPECT_EQ(asJson.m_ExitCode, 5);
     EXPECT_EQ(json::parse(asJson.m_Output)["checks"][0]["outcome"], "failed");
 }
 
@@ -141,12 +141,12 @@ TEST_F(Checker, UsageIsOneLine) {
     };
     for (const std::string& row : rows) {
         const CommandResult result = Qfcheck(row);
-        EXPECT_EQ(result.m_ExitCode, 2) << row;
+        EXPECT_EQ(result.m_ExitCode, 3) << row;
         EXPECT_EQ(result.m_Output.find("qfcheck: "), 0U) << result.m_Output;
         EXPECT_EQ(Lines(result.m_Output), 1) << result.m_Output;
     }
     const CommandResult report = Qfcheck("--only load --junit " + Quoted(Path("none/report.xml")) + " " + kPlugin);
-    EXPECT_EQ(report.m_ExitCode, 2);
+    EXPECT_EQ(report.m_ExitCode, 4);
     EXPECT_NE(report.m_Output.find("qfcheck: cannot write '" + Path("none/report.xml") + "': No such file"),
               std::string::npos)
         << report.m_Output;

@@ -109,10 +109,13 @@ TEST_F(SessionTest, CheckNamesTheFirstResultThatDiffers) {
     ASSERT_GT(changed, 0);
     const std::string arguments = Quoted(Path("changed")) + " " + Quoted(Path("out"));
     const CommandResult checked = kNative.Replay(arguments + " --check");
-    EXPECT_EQ(checked.m_ExitCode, 1) << checked.m_Output;
+    EXPECT_EQ(checked.m_ExitCode, 5) << checked.m_Output;
     EXPECT_NE(checked.m_Output.find("line " + std::to_string(changed) + ", WriteAudioPacket"), std::string::npos)
         << checked.m_Output;
-    EXPECT_EQ(kNative.Replay(arguments).m_ExitCode, 0) << "without the check results do not matter";
+    const CommandResult refused = kNative.Replay(arguments);
+    EXPECT_EQ(refused.m_ExitCode, 4) << "what is there stays";
+    EXPECT_EQ(refused.m_Output, "qfreplay: cannot write '" + Path("out") + "': it exists; --overwrite replaces it\n");
+    EXPECT_EQ(kNative.Replay(arguments + " -y").m_ExitCode, 0) << "without the check results do not matter";
 }
 
 TEST_F(SessionTest, HandWrittenSessionsTakeOctetsInline) {

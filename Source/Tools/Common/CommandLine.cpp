@@ -8,15 +8,6 @@
 #include "Surroundings.h"
 #include "ToolError.h"
 
-namespace {
-
-int Fail(int code, const std::string& message) {
-    Say(message);
-    return code;
-}
-
-} // namespace
-
 bool Parse(CLI::App& app, int argc, char** argv) {
     try {
         app.parse(argc, argv);
@@ -24,20 +15,31 @@ bool Parse(CLI::App& app, int argc, char** argv) {
     } catch (const CLI::CallForHelp&) {
         PutResult(app.help());
         return false;
+    } catch (const CLI::CallForVersion& version) {
+        PutResult(std::string(version.what()) + "\n");
+        return false;
     } catch (const CLI::ParseError& error) {
         throw ToolError(kExitUsage, error.what());
     }
 }
 
-int RunTool(int (*run)(int argc, char** argv), int argc, char** argv) {
+int RunTool(const std::function<int()>& run, const std::function<void(int, const std::string&)>& onError) {
     OpenStandardStreams();
+    const auto fail = [&](int exitCode, const char* reason) {
+        Say(reason);
+        try {
+            if (onError) onError(exitCode, reason);
+        } catch (const ToolError&) { // the first error is the one that counts
+        }
+        return exitCode;
+    };
     try {
-        return run(argc, argv);
+        return run();
     } catch (const ToolError& error) {
-        return Fail(error.m_Code, error.what());
+        return fail(error.m_Code, error.what());
     } catch (const std::bad_alloc&) {
-        return Fail(kExitError, "out of memory");
+        return fail(kExitError, "out of memory");
     } catch (const std::exception& error) {
-        return Fail(kExitError, error.what());
+        return fail(kExitError, error.what());
     }
 }

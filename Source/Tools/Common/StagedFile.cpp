@@ -1,10 +1,13 @@
 #include "StagedFile.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -31,26 +34,60 @@ void SyncPath(const fs::path& path, int flags) {
     if (result != 0) Fail(path, std::strerror(error));
 }
 
+// The file that a name stands for, whether it is there or not: links are followed, but not in a circle.
+fs::path Followed(const fs::path& name) {
+    constexpr int kMostLinks = 40; // as the kernel has it
+    std::error_code error;
+    fs::path path = fs::canonical(name, error);
+    if (!error) return path;
+    path = name;
+    for (int links = 0; fs::is_symlink(fs::symlink_status(path, error)); ++links) {
+        if (links == kMostLinks) return name;
+        const fs::path next = fs::read_symlink(path, error);
+        if (error) return name;
+        path = DirectoryOf(path) / next;
+    }
+    return path;
+}
+
+// film.mkv: film.partial.mkv. A stem that would make the name longer than names get is cut, between characters.
+fs::path PartialName(const fs::path& target) {
+    const std::string ending = ".partial" + target.extension().string();
+    std::string stem = target.stem().string();
+    if (stem.size() + ending.size() > NAME_MAX) {
+        std::size_t size = NAME_MAX - std::min<std::size_t>(ending.size(), NAME_MAX);
+        while (size > 0 && (static_cast<unsigned char>(stem[size]) & 0xC0) == 0x80) --size; // RFC 3629
+        stem.resize(size);
+    }
+    return target.parent_path() / (stem + ending);
+}
+
 } // namespace
 
+std::string WhyNotWritable(const std::string& target, bool overwrite) {
+    struct stat status {};
+    if (stat(target.c_str(), &status) == 0) {
+        if (!S_ISREG(status.st_mode)) return "it is no regular file, and a file cannot be built in a stream";
+        if (!overwrite) return "it exists; --overwrite replaces it";
+    } else if (errno != ENOENT) {
+        return std::strerror(errno);
+    }
+    return access(DirectoryOf(Followed(target)).c_str(), W_OK | X_OK) == 0 ? "" : std::strerror(errno);
+}
+
 StagedFile::StagedFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs)
-    : m_Target(target), m_Overwrite(overwrite) {
-    std::error_code error;
-    for (const std::string& input : inputs) {
-        if (IsSameFile(input, target)) {
-            throw ToolError(kExitUsage, "'" + target + "' is an input, which is never overwritten");
-        }
-    }
-    const fs::file_status status = fs::status(m_Target, error);
-    if (fs::exists(status)) {
-        if (!fs::is_regular_file(status))
-            Fail(m_Target, "it is no regular file, and a file cannot be built in a stream");
-        if (!overwrite) Fail(m_Target, "it exists; --overwrite replaces it");
-    }
+    : m_Target(Followed(target)), m_Partial(PartialName(m_Target)), m_Overwrite(overwrite) {
+    const auto isInput = [&](const fs::path& path) {
+        return std::any_of(inputs.begin(), inputs.end(),
+                           [&](const std::string& input) { return IsSameFile(input, path.string()); });
+    };
+    if (isInput(m_Target)) throw ToolError(kExitUsage, "'" + target + "' is an input, which is never overwritten");
+    while (isInput(m_Partial)) m_Partial = PartialName(m_Partial);
+    if (const std::string reason = WhyNotWritable(target, overwrite); !reason.empty()) Fail(target, reason);
     // A short name: the target's may be as long as names get. In a folder of its own the plug-in creates the file,
     // which ext4 closes faster than one that it finds empty.
     std::string folder = (DirectoryOf(m_Target) / ".qfmux-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) Fail(m_Target, std::strerror(errno));
+    if (mkdtemp(folder.data()) == nullptr) Fail(target, std::strerror(errno));
     m_Part = fs::path(folder) / "part";
 }
 
@@ -64,7 +101,7 @@ void StagedFile::NeedRoom(std::uint64_t octets) const {
     std::error_code error;
     const fs::space_info space = fs::space(DirectoryOf(m_Part), error);
     if (error || space.available >= octets) return;
-    Fail(m_Target, "it will take about " + std::to_string(octets) + " octets and the disk has room for " +
+    Fail(m_Target, "it will take about " + std::to_string(octets) + " bytes and the disk has room for " +
                        std::to_string(space.available) + "; nothing was written");
 }
 
@@ -91,10 +128,26 @@ std::string StagedFile::WriteFailure() const {
 
 void StagedFile::Keep(bool sync) {
     if (sync) SyncPath(m_Part, O_RDONLY);
+    struct stat old {};
+    if (m_Overwrite && stat(m_Target.c_str(), &old) == 0) {
+        chmod(m_Part.c_str(), old.st_mode & 07777U); // the new file is whole with other bits too
+    }
     // Without leave to overwrite, a file that has come into being meanwhile stays.
     if (renameat2(AT_FDCWD, m_Part.c_str(), AT_FDCWD, m_Target.c_str(), m_Overwrite ? 0 : RENAME_NOREPLACE) != 0) {
-        const bool unknownFlag = !m_Overwrite && errno == EINVAL; // not every file system knows it
-        if (!unknownFlag || rename(m_Part.c_str(), m_Target.c_str()) != 0) Fail(m_Target, std::strerror(errno));
+        // Not every file system knows the flag.
+        if (m_Overwrite || errno != EINVAL) Fail(m_Target, std::strerror(errno));
+        // A link of its own gives way to no other file either.
+        if (link(m_Part.c_str(), m_Target.c_str()) != 0 &&
+            (errno == EEXIST || rename(m_Part.c_str(), m_Target.c_str()) != 0)) {
+            Fail(m_Target, std::strerror(errno));
+        }
     }
     if (sync) SyncPath(DirectoryOf(m_Target), O_RDONLY | O_DIRECTORY);
+    std::error_code ignored;
+    if (fs::is_regular_file(fs::symlink_status(m_Partial, ignored))) fs::remove(m_Partial, ignored);
+}
+
+fs::path StagedFile::KeepPartial() {
+    if (rename(m_Part.c_str(), m_Partial.c_str()) != 0) Fail(m_Partial, std::strerror(errno));
+    return m_Partial;
 }

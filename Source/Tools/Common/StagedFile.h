@@ -6,10 +6,13 @@
 #include <string>
 #include <vector>
 
+// Why no file may be written to target; empty when one may. Looks and changes nothing.
+std::string WhyNotWritable(const std::string& target, bool overwrite);
+
 class StagedFile {
 public:
     // Checks that a file may be written to target and makes the folder beside it. Throws ToolError when it may not.
-    // inputs are never overwritten.
+    // A symbolic link stands for the file that it points at. inputs are never overwritten.
     StagedFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs);
     // Removes what was not kept.
     ~StagedFile();
@@ -26,11 +29,15 @@ public:
     // Why the disk takes no more; "write error" when it does.
     std::string WriteFailure() const;
 
-    // Gives the whole file its name. sync: have it on the disk first.
+    // Gives the whole file its name and the mode bits of the file that it replaces; a cut-off file of an earlier run
+    // goes. sync: have it on the disk first.
     void Keep(bool sync);
+    // Keeps a cut-off file beside the target as NAME.partial.EXT, in the place of an older one. Returns that name.
+    std::filesystem::path KeepPartial();
 
 private:
-    std::filesystem::path m_Target;
+    std::filesystem::path m_Target; // no link
+    std::filesystem::path m_Partial;
     std::filesystem::path m_Part;
     bool m_Overwrite;
 };

@@ -8,7 +8,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "StagedFile.h"
 #include "Surroundings.h"
+#include "ToolError.h"
 
 namespace {
 
@@ -75,16 +77,20 @@ EncodeParam EncodeParamFromJson(const json& value) {
 
 // ---- recording
 
-SessionWriter::File SessionWriter::Create(const std::string& path) {
-    std::error_code none;
-    if (std::filesystem::exists(path, none)) NeedRegularFile(path);
-    File file(std::fopen(path.c_str(), "wb"), std::fclose);
+SessionWriter::File SessionWriter::Create(const std::string& path, bool overwrite) {
+    File file(std::fopen(path.c_str(), overwrite ? "wb" : "wbx"), std::fclose);
     if (file == nullptr) throw RecordError("cannot write '" + path + "': " + std::strerror(errno));
     return file;
 }
 
-SessionWriter::SessionWriter(const std::string& path, const std::string& pluginVersion)
-    : m_Text(Create(path)), m_Payload(Create(path + ".payload")) {
+SessionWriter::SessionWriter(const std::string& path, const std::string& pluginVersion, bool overwrite)
+    : m_Text(nullptr, std::fclose), m_Payload(nullptr, std::fclose) {
+    for (const std::string& name : {path, path + ".payload"}) {
+        const std::string reason = WhyNotWritable(name, overwrite);
+        if (!reason.empty()) throw RecordError("cannot write '" + name + "': " + reason);
+    }
+    m_Text = Create(path, overwrite);
+    m_Payload = Create(path + ".payload", overwrite);
     Write({{"qfsession", kSessionVersion}, {"plugin", pluginVersion}});
 }
 
@@ -222,8 +228,9 @@ struct Payload {
 
 class Replay {
 public:
-    Replay(const Plugin& plugin, const std::string& path, std::string output)
-        : m_Plugin(plugin), m_Payload(path + ".payload", std::ios::binary), m_Output(std::move(output)) {}
+    Replay(const Plugin& plugin, const std::string& path, std::string output, bool overwrite)
+        : m_Plugin(plugin), m_Payload(path + ".payload", std::ios::binary), m_Output(std::move(output)),
+          m_Overwrite(overwrite) {}
 
     ~Replay() {
         for (const auto& file : m_Files) m_Plugin.CloseMediaFile(file.second, nullptr, nullptr);
@@ -303,6 +310,10 @@ private:
         const int number = line.at("file");
         const std::string path = number == 1 ? m_Output : m_Output + "." + std::to_string(number);
         const EncodeParam param = EncodeParamFromJson(line.at("param"));
+        std::error_code none;
+        if (!m_Overwrite && std::filesystem::exists(path, none)) {
+            throw ToolError(kExitOutput, "cannot write '" + path + "': it exists; --overwrite replaces it");
+        }
         void* const handle = m_Plugin.CreateMediaFile(std::filesystem::u8path(path).wstring().c_str(), &param);
         if (handle != nullptr) m_Files[number] = handle;
         return handle != nullptr;
@@ -340,19 +351,20 @@ private:
     const Plugin& m_Plugin;
     std::ifstream m_Payload;
     std::string m_Output;
+    bool m_Overwrite;
     std::map<int, void*> m_Files;
 };
 
 } // namespace
 
-void ReplaySession(const Plugin& plugin, const std::string& path, const std::string& output,
+void ReplaySession(const Plugin& plugin, const std::string& path, const std::string& output, bool overwrite,
                    const std::function<bool(const json&, int, const json&)>& onResult) {
     NeedRegularFile(path);
     std::error_code none;
     if (std::filesystem::exists(path + ".payload", none)) NeedRegularFile(path + ".payload");
     std::ifstream text(path);
     if (!text) throw std::runtime_error("cannot read '" + path + "': " + std::strerror(errno));
-    Replay replay(plugin, path, output);
+    Replay replay(plugin, path, output, overwrite);
     int number = 0;
     try {
         for (std::string words; std::getline(text, words);) {
@@ -366,6 +378,8 @@ void ReplaySession(const Plugin& plugin, const std::string& path, const std::str
             const json result = replay.Make(line);
             if (onResult && !onResult(line, number, result)) return;
         }
+    } catch (const ToolError&) {
+        throw;
     } catch (const std::exception& error) {
         throw std::runtime_error("'" + path + "', line " + std::to_string(number) + ": " + error.what());
     }

@@ -26,8 +26,9 @@ public:
 // Throws RecordError, once, when the record cannot be written; what is written after that is dropped.
 class SessionWriter {
 public:
-    // Creates the session's text at path and its payloads at path + ".payload".
-    explicit SessionWriter(const std::string& path, const std::string& pluginVersion);
+    // Creates the session's text at path and its payloads at path + ".payload". Files that are there give way with
+    // overwrite alone.
+    SessionWriter(const std::string& path, const std::string& pluginVersion, bool overwrite);
 
     // Keeps octets; what comes back goes into the call's line. Null stays null.
     nlohmann::json Store(const void* data, std::int64_t size);
@@ -38,7 +39,7 @@ public:
 private:
     [[noreturn]] void Fail();
     using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-    static File Create(const std::string& path);
+    static File Create(const std::string& path, bool overwrite);
 
     File m_Text;
     File m_Payload;
@@ -71,8 +72,9 @@ private:
 };
 
 // Makes the calls of the session at path. Files are created at output, those after the first at output + ".2", ...
+// overwrite: files that are there give way; without it they are a ToolError.
 // onResult, if given, gets each line, the line's number from 1 and what the call returned now (null for nothing);
 // returning false ends the replay, after closing what is open.
 void ReplaySession(
-    const Plugin& plugin, const std::string& path, const std::string& output,
+    const Plugin& plugin, const std::string& path, const std::string& output, bool overwrite,
     const std::function<bool(const nlohmann::json& line, int number, const nlohmann::json& result)>& onResult);

@@ -14,10 +14,9 @@
 #include "ElfFile.h"
 #include "Report.h"
 #include "Runner.h"
+#include "ToolError.h"
 
 namespace {
-
-enum ExitCode { kExitPassed = 0, kExitFailed = 1, kExitUsage = 2 };
 
 constexpr const char* kExamples = R"(Examples:
   qfcheck ./qf_mkv.so                                everything
@@ -26,11 +25,12 @@ constexpr const char* kExamples = R"(Examples:
   qfcheck ./qf_mkv.so --json > report.json           for a program
   qfcheck ./qf_mkv.so --junit report.xml             for a build server
 
-Exit codes: 0 all passed, 1 some failed, 2 usage, or a file that cannot be checked by this program)";
+Exit codes: 0 all passed, 2 the file cannot be checked by this program, 3 usage, 4 the report cannot be written, 5 some
+failed, 128+n ended by signal n)";
 
-int Fail(const std::string& message) {
+int Fail(ExitCode code, const std::string& message) {
     std::fprintf(stderr, "qfcheck: %s\n", message.substr(0, message.find('\n')).c_str());
-    return kExitUsage;
+    return code;
 }
 
 std::vector<const Check*> Chosen(const std::vector<std::string>& patterns) {
@@ -42,7 +42,7 @@ std::vector<const Check*> Chosen(const std::vector<std::string>& patterns) {
     for (const std::string& pattern : patterns) {
         const auto matches = [&](const Check* check) { return fnmatch(pattern.c_str(), check->m_Name, 0) == 0; };
         if (std::none_of(chosen.begin(), chosen.end(), matches)) {
-            throw std::invalid_argument("no check is called '" + pattern + "'; --list names them");
+            throw ToolError(kExitUsage, "no check is called '" + pattern + "'; --list names them");
         }
     }
     return chosen;
@@ -52,7 +52,7 @@ void WriteReport(const std::string& path, const std::string& words) {
     std::FILE* const file = std::fopen(path.c_str(), "wb");
     const bool isWritten = file != nullptr && std::fwrite(words.data(), 1, words.size(), file) == words.size();
     const bool isClosed = file != nullptr && std::fclose(file) == 0;
-    if (!isWritten || !isClosed) throw std::runtime_error("cannot write '" + path + "': " + std::strerror(errno));
+    if (!isWritten || !isClosed) throw ToolError(kExitOutput, "cannot write '" + path + "': " + std::strerror(errno));
 }
 
 // Makes the checks in their turn. One that does not even load the plug-in says the same of all.
@@ -103,33 +103,34 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         std::fputs(app.help().c_str(), stdout);
-        return kExitPassed;
+        return kExitDone;
     } catch (const CLI::CallForVersion& version) {
         std::printf("%s\n", version.what());
-        return kExitPassed;
+        return kExitDone;
     } catch (const CLI::ParseError& error) {
-        return Fail(error.what());
+        return Fail(kExitUsage, error.what());
     }
 
     try {
         const std::vector<const Check*> checks = Chosen(only);
         if (list) {
             for (const Check* check : checks) std::printf("%-26s %s\n", check->m_Name, check->m_Summary);
-            return kExitPassed;
+            return kExitDone;
         }
-        if (plugin.empty()) return Fail("PLUGIN is missing; --help has examples");
+        if (plugin.empty()) return Fail(kExitUsage, "PLUGIN is missing; --help has examples");
         const std::string why = WhyNotALibrary(plugin);
-        if (!why.empty()) return Fail(why);
+        if (!why.empty()) return Fail(kExitError, why);
         Runner runner(std::filesystem::absolute(plugin).string(), timeLimit);
         const std::vector<Result> results = RunAll(runner, checks, json);
         std::printf("%s", json ? AsJson(plugin, results).c_str() : (Summary(results) + "\n").c_str());
         if (!junit.empty()) WriteReport(junit, AsJUnit(plugin, results));
-        if (std::fflush(stdout) != 0) return Fail(std::string("cannot write to stdout: ") + std::strerror(errno));
+        if (std::fflush(stdout) != 0)
+            return Fail(kExitOutput, std::string("cannot write to stdout: ") + std::strerror(errno));
         const bool isGood = std::none_of(results.begin(), results.end(),
                                          [](const Result& result) { return result.m_Outcome == Outcome::Failed; });
-        return isGood ? kExitPassed : kExitFailed;
+        return isGood ? kExitDone : kExitVerification;
     } catch (const Interrupted& interrupted) {
-        return 128 + interrupted.m_Signal;
+        return kExitSignal + interrupted.m_Signal;
     }
 }
 
@@ -138,7 +139,9 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
+    } catch (const ToolError& error) {
+        return Fail(error.m_Code, error.what());
     } catch (const std::exception& error) {
-        return Fail(error.what());
+        return Fail(kExitError, error.what());
     }
 }

@@ -46,7 +46,7 @@ int Run(int argc, char** argv) {
     app.add_option("FILE", path, "the file to draw; qfmap reads only its headers")->required()->type_name("");
     app.add_option("-o,--output", output, "draw a picture instead: bytes across, time up, a colour for each track")
         ->type_name("FILE.svg");
-    app.add_flag("--overwrite", overwrite, "replace an existing picture");
+    app.add_flag("-y,--overwrite", overwrite, "replace an existing picture");
     app.add_flag("--json", json, "print the layout as JSON on stdout");
     app.set_version_flag("--version", "qfmap " QF_VERSION, "the version");
     if (!Parse(app, argc, argv)) return kExitDone;
@@ -64,4 +64,6 @@ int Run(int argc, char** argv) {
 
 } // namespace
 
-int main(int argc, char** argv) { return RunTool(Run, argc, argv); }
+int main(int argc, char** argv) {
+    return RunTool([=] { return Run(argc, argv); });
+}

@@ -1,9 +1,14 @@
 #include "Options.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <numeric>
+#include <regex>
 #include <sstream>
+#include <string_view>
 
 #include "CommandLine.h"
 #include "Messages.h"
@@ -12,15 +17,21 @@
 
 namespace {
 
+// Parts of the help.
+constexpr const char* kStreams = "Streams";
+constexpr const char* kMessages = "Messages";
+constexpr const char* kForTests = "For testing a plug-in";
+
 constexpr const char* kExamples = R"(Examples:
   qfmux film.mp4 film.mkv                            both streams, as they are
   qfmux film.mp4 sound.mka                           the sound alone
-  qfmux clip.webm clean.webm --overwrite             replaces clean.webm once the new one is whole
+  qfmux clip.webm -o clean.webm -y                   replaces clean.webm once the new one is whole
   qfmux video.h264 sound.aac film.mkv --aspect 16:9  from two files
-  qfmux film.ts film.mkv --dry-run --json            what would be done, and why
+  qfmux film.ts film.mkv --dry-run --json            what would be done and lost
 
-Exit codes: 0 done, 1 done with warnings, 2 error, 3 usage, 4 output full or unwritable, 5 verification failed,
-128+n ended by signal n (the file holds what came before it))";
+A file that is called like a subcommand is ./formats.
+Exit codes: 0 done, 1 done with warnings, 2 an input or the plug-in cannot be used, 3 usage, 4 the output exists, is full
+or cannot be written, 5 verification failed, 128+n ended by signal n)";
 
 // The plug-in that lies beside this program, or where packages put it.
 std::string DefaultPlugin() {
@@ -32,14 +43,31 @@ std::string DefaultPlugin() {
                                                                                                     : beside.string();
 }
 
+// Each side may have decimals: 2.39:1 is 239:100.
 Aspect ParseAspect(const std::string& text) {
-    Aspect aspect{};
-    char rest = 0;
-    if (std::sscanf(text.c_str(), "%9d:%9d%c", &aspect.m_X, &aspect.m_Y, &rest) != 2 || aspect.m_X <= 0 ||
-        aspect.m_Y <= 0) {
-        throw ToolError(kExitUsage, "--aspect takes two numbers like 16:9, not '" + text + "'");
+    static const std::regex kSides(R"((\d{1,6})(?:\.(\d{1,6}))?[:/](\d{1,6})(?:\.(\d{1,6}))?)");
+    std::smatch match;
+    std::int64_t x = 0;
+    std::int64_t y = 0;
+    if (std::regex_match(text, match, kSides)) {
+        const auto decimals = static_cast<std::size_t>(std::max(match.length(2), match.length(4)));
+        const auto scaled = [&](std::size_t whole, std::size_t part) {
+            std::string digits = match.str(part);
+            digits.resize(decimals, '0');
+            return std::stoll(match.str(whole) + digits);
+        };
+        x = scaled(1, 2);
+        y = scaled(3, 4);
+        if (const std::int64_t common = std::gcd(x, y); common > 0) {
+            x /= common;
+            y /= common;
+        }
     }
-    return aspect;
+    constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+    if (x <= 0 || y <= 0 || x > kMost || y > kMost) {
+        throw ToolError(kExitUsage, "--aspect takes two numbers like 16:9 or 2.39:1, not '" + text + "'");
+    }
+    return {static_cast<int>(x), static_cast<int>(y)};
 }
 
 void ParseTracks(const std::string& list, Options& options) {
@@ -60,9 +88,11 @@ void ParseTracks(const std::string& list, Options& options) {
 
 // An option that takes one of a few words.
 template <class Value>
-void AddChoice(CLI::App& app, const std::string& name, Value& value, const std::map<std::string, Value>& words,
-               const std::string& help) {
-    app.add_option(name, value, help)->transform(CLI::CheckedTransformer(words).description(""))->type_name("WORD");
+CLI::Option* AddChoice(CLI::App& app, const std::string& name, Value& value, const std::map<std::string, Value>& words,
+                       const std::string& help) {
+    return app.add_option(name, value, help)
+        ->transform(CLI::CheckedTransformer(words, CLI::ignore_case).description(""))
+        ->type_name("WORD");
 }
 
 std::string VersionText(const std::string& plugin) {
@@ -71,77 +101,125 @@ std::string VersionText(const std::string& plugin) {
     return std::string("qfmux with qf_mkv ") + version;
 }
 
-} // namespace
+// What the command line says in words that are yet to be read.
+struct MuxWords {
+    std::vector<std::string> m_Paths;
+    std::string m_Tracks;
+    std::string m_Aspect;
+};
 
-std::optional<Options> ParseOptions(int argc, char** argv) {
-    Options options;
-    options.m_Plugin = DefaultPlugin();
-    std::vector<std::string> paths;
-    std::string tracks;
-    std::string aspect;
-    bool version = false;
+void AddPlugin(CLI::App& app, Options& options) {
+    app.add_option("--plugin", options.m_Plugin, "the plug-in's file, if not the one beside this program")
+        ->type_name("FILE")
+        ->group(kForTests);
+}
 
-    CLI::App app("Puts the streams of media files into a Matroska (.mkv, .mka) or WebM (.webm) file, as they are.\n"
-                 "qfmux formats says which formats and codecs there are; qfmap draws how such a file is laid out.",
-                 "qfmux");
-    app.footer(kExamples);
-
-    app.add_option("INPUT... OUTPUT", paths, "one or two media files that libavformat reads, then the file to write")
+void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
+    app.add_option("INPUT... OUTPUT", words.m_Paths, "one or two media files that libavformat reads, then the output")
         ->type_name("");
-    app.add_option("--format", options.m_Format, "MKV, HMKV, MKA or WEBM; by default the output's extension chooses")
-        ->check(CLI::IsMember({"MKV", "HMKV", "MKA", "WEBM"}).description(""))
+    app.add_option("-o,--output", options.m_Output, "the file to write; then all other names are inputs")
+        ->type_name("FILE");
+    app.add_option("--format", options.m_Format, "mkv, hmkv, mka or webm; by default the output's extension chooses")
+        ->check(CLI::IsMember({"MKV", "HMKV", "MKA", "WEBM"}, CLI::ignore_case).description(""))
         ->type_name("WORD");
-    app.add_flag("--no-video", options.m_NoVideo, "leave video out");
-    app.add_flag("--no-audio", options.m_NoAudio, "leave audio out");
-    app.add_option("--tracks", tracks, "which streams, e.g. v:0,a:1; counted over all inputs")->type_name("LIST");
-    app.add_option("--aspect", aspect, "display aspect, e.g. 16:9; by default the source's")->type_name("X:Y");
-    app.add_option("--h264", options.m_H264,
-                   "for testing a plug-in: hands H.264 over in start-code form, which loses units, as H264, N264, "
-                   "A264, I264 or havc")
-        ->check(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}).description(""))
-        ->type_name("CODE");
-    app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not take");
-    app.add_option("--duration", options.m_Duration, "stop after so many seconds")->type_name("S");
-    app.add_flag("--overwrite", options.m_Overwrite, "replace an existing output, once the new one is whole");
-    app.add_flag("--quiet", options.m_Quiet, "errors only");
-    app.add_flag("-v,--verbose", options.m_Verbose, "say what is done");
-    app.add_flag("--json", options.m_Json, "results as JSON on stdout");
+    app.add_flag("-y,--overwrite", options.m_Overwrite, "replace an existing output once the new one is whole");
+
+    app.add_flag("--no-video", options.m_NoVideo, "leave video out")->group(kStreams);
+    app.add_flag("--no-audio", options.m_NoAudio, "leave audio out")->group(kStreams);
+    app.add_flag("--no-subtitles", options.m_NoSubtitles, "do not warn that subtitles are left out")->group(kStreams);
+    app.add_flag("--no-data", options.m_NoData, "do not warn that data streams are left out")->group(kStreams);
+    app.add_option("--tracks", words.m_Tracks, "which streams, e.g. v:0,a:1; counted over all inputs")
+        ->type_name("LIST")
+        ->group(kStreams);
+    app.add_option("--aspect", words.m_Aspect, "display aspect, e.g. 16:9 or 2.39:1; by default the source's")
+        ->type_name("X:Y")
+        ->group(kStreams);
+    app.add_option("--duration", options.m_Duration, "stop after so many seconds")->type_name("S")->group(kStreams);
+
+    AddChoice<VerifyMode>(app, "--verify", options.m_Verify,
+                          {{"full", VerifyMode::Full}, {"fast", VerifyMode::Fast}, {"none", VerifyMode::None}},
+                          "full (reads every frame back, the default), fast (sizes and tracks) or none (sizes)");
+    app.add_flag("--sync", options.m_Sync, "have the file on the disk before it is done");
+    app.add_flag("--dry-run", options.m_DryRun, "tell what would be done and lost, and write nothing");
+
+    app.add_flag("-q,--quiet", options.m_Quiet, "errors only")->group(kMessages);
+    app.add_flag("-v,--verbose", options.m_Verbose, "more about each step")->group(kMessages);
+    app.add_flag("--json", options.m_Json, "one JSON object on stdout, however the run ends")->group(kMessages);
     AddChoice<ProgressMode>(app, "--progress", options.m_Progress,
                             {{"auto", ProgressMode::Auto},
                              {"bar", ProgressMode::Bar},
                              {"json", ProgressMode::Json},
                              {"none", ProgressMode::None}},
-                            "auto (a bar on a terminal), bar, json (one object a line on stdout) or none");
-    AddChoice<VerifyMode>(app, "--verify", options.m_Verify,
-                          {{"full", VerifyMode::Full}, {"fast", VerifyMode::Fast}, {"none", VerifyMode::None}},
-                          "full (reads every frame back, the default), fast (sizes and tracks) or none (sizes)");
-    app.add_flag("--sync", options.m_Sync, "have the file on the disk before it is done");
-    app.add_flag("--dry-run", options.m_DryRun, "say what would be done, and why");
-    app.add_option("--record", options.m_Record, "record every call to the plug-in, for qfreplay")->type_name("FILE");
-    app.add_option("--plugin", options.m_Plugin, "the plug-in's file, if not the one beside this program")
-        ->type_name("FILE");
+                            "auto (a bar on a terminal), bar, json (one object a line on stdout) or none")
+        ->group(kMessages);
+
+    app.add_option("--h264", options.m_H264,
+                   "hand H.264 over in start-code form, which loses units, as H264, N264, A264, I264 or havc")
+        ->check(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}, CLI::ignore_case).description(""))
+        ->type_name("CODE")
+        ->group(kForTests);
+    app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not take")->group(kForTests);
+    app.add_option("--record", options.m_Record, "record every call to the plug-in, for qfreplay")
+        ->type_name("FILE")
+        ->group(kForTests);
+    AddPlugin(app, options);
+}
+
+void ReadWords(const MuxWords& words, Options& options) {
+    options.m_Inputs = words.m_Paths;
+    if (options.m_Output.empty() && words.m_Paths.size() > 1) {
+        options.m_Output = words.m_Paths.back();
+        options.m_Inputs.pop_back();
+        if (options.m_Output.empty()) throw ToolError(kExitUsage, "the output has no name");
+    }
+    if (options.m_Output.empty() || options.m_Inputs.empty() || options.m_Inputs.size() > 2) {
+        throw ToolError(kExitUsage, "one or two inputs and an output are needed; see qfmux --help");
+    }
+    if (!words.m_Aspect.empty()) options.m_Aspect = ParseAspect(words.m_Aspect);
+    ParseTracks(words.m_Tracks, options);
+    if (!(options.m_Duration > 0)) throw ToolError(kExitUsage, "--duration takes seconds, more than 0");
+    if (options.m_NoVideo && options.m_NoAudio) {
+        throw ToolError(kExitUsage, "--no-video and --no-audio together leave nothing");
+    }
+}
+
+} // namespace
+
+std::optional<Options> ParseOptions(int argc, char** argv) {
+    Options options;
+    options.m_Plugin = DefaultPlugin();
+    MuxWords words;
+    bool version = false;
+
+    CLI::App app("Puts the streams of media files into a Matroska (.mkv, .mka) or WebM (.webm) file, as they are.\n"
+                 "qfmap draws how such a file is laid out.",
+                 "qfmux");
+    app.footer(kExamples);
+    app.require_subcommand(0, 1);
+    AddMuxOptions(app, options, words);
     app.add_flag("--version", version, "the versions of tool and plug-in");
 
+    CLI::App* const mux = app.add_subcommand("mux", "the default: writes OUTPUT");
+    AddMuxOptions(*mux, options, words);
+    CLI::App* const formats = app.add_subcommand("formats", "lists the formats and codecs that the plug-in takes");
+    formats->footer("");
+    formats->add_flag("--json", options.m_Json, "as JSON on stdout");
+    AddPlugin(*formats, options);
     if (!Parse(app, argc, argv)) return std::nullopt;
     if (version) {
         PutResult(VersionText(options.m_Plugin) + "\n");
         return std::nullopt;
     }
-    if (paths.size() == 1 && paths[0] == "formats") {
+    if (formats->parsed()) {
+        if (!words.m_Paths.empty()) throw ToolError(kExitUsage, "formats takes no files");
         options.m_Command = Command::Formats;
-        return options;
-    }
-    if (paths.size() < 2 || paths.size() > 3) {
-        throw ToolError(kExitUsage, "one or two inputs and an output are needed; see qfmux --help");
-    }
-    options.m_Output = paths.back();
-    paths.pop_back();
-    options.m_Inputs = paths;
-    if (!aspect.empty()) options.m_Aspect = ParseAspect(aspect);
-    ParseTracks(tracks, options);
-    if (!(options.m_Duration > 0)) throw ToolError(kExitUsage, "--duration takes seconds, more than 0");
-    if (options.m_NoVideo && options.m_NoAudio) {
-        throw ToolError(kExitUsage, "--no-video and --no-audio together leave nothing");
+    } else {
+        ReadWords(words, options);
     }
     return options;
+}
+
+bool WantsJson(int argc, char** argv) {
+    const auto end = std::find(argv, argv + argc, std::string_view("--"));
+    return std::find(argv, end, std::string_view("--json")) != end;
 }

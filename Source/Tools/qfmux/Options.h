@@ -23,6 +23,8 @@ struct Options {
     std::string m_Format; // MKV, HMKV, MKA, WEBM; empty: from the output's extension
     bool m_NoVideo = false;
     bool m_NoAudio = false;
+    bool m_NoSubtitles = false;      // they are lost anyhow: the user knows
+    bool m_NoData = false;           // the same
     std::optional<int> m_VideoIndex; // which of the inputs' video streams; without one, the best
     std::optional<int> m_AudioIndex;
     std::optional<Aspect> m_Aspect; // without one, the source's if its pixels are not square
@@ -42,3 +44,6 @@ struct Options {
 
 // Throws ToolError for a wrong command line. Prints help or version and returns nothing when that was asked for.
 std::optional<Options> ParseOptions(int argc, char** argv);
+
+// Whether results are asked for as JSON, be the rest of the command line wrong.
+bool WantsJson(int argc, char** argv);

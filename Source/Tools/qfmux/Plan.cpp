@@ -1,18 +1,14 @@
 #include "Plan.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
+#include <functional>
+#include <iterator>
 #include <utility>
 
+#include "Losses.h"
 #include "Surroundings.h"
 #include "ToolError.h"
-
-extern "C" {
-#include <libavutil/display.h>
-}
 
 namespace {
 
@@ -50,8 +46,8 @@ const FileFormatInfo& ChooseFormat(const Options& options, const FileFormatInfo*
         known.push_back(Narrow(formats->extension));
     }
     known.erase(std::unique(known.begin(), known.end()), known.end());
-    throw ToolError(kExitUsage, "the name of '" + options.m_Output + "' must end in one of " + Joined(known) +
-                                    ", or --format say what to write");
+    throw ToolError(kExitUsage, "choose the output format with --format or by the file name's extension, one of " +
+                                    Joined(known) + ": '" + options.m_Output + "'");
 }
 
 using Inputs = std::vector<std::shared_ptr<MediaFile>>;
@@ -63,59 +59,91 @@ struct Candidate {
 
 const char* KindName(AVMediaType type) { return type == AVMEDIA_TYPE_VIDEO ? "video" : "audio"; }
 
-// The stream asked for, counted over all inputs, or the best of the input that is for this kind: of two inputs the
-// first is for video and the second for audio, if it has any.
-// related: a stream whose programme is preferred, or null.
+using Takes = std::function<bool(const Candidate&)>;
+
+// libavformat's own choice among those candidates of one file. related: a stream whose programme is preferred, or null.
+const Candidate& BestOf(const std::vector<Candidate>& candidates, const AVStream* related) {
+    AVFormatContext* const context = candidates.front().m_pFile->Context();
+    const AVMediaType type = candidates.front().m_pStream->codecpar->codec_type;
+    const auto isCandidate = [&](const AVStream* stream) {
+        return std::any_of(candidates.begin(), candidates.end(),
+                           [&](const Candidate& one) { return one.m_pStream == stream; });
+    };
+    // The others of that kind are none to it for the while.
+    std::vector<AVStream*> hidden;
+    int relatedIndex = -1;
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        AVStream* const stream = context->streams[i];
+        if (stream == related) relatedIndex = stream->index;
+        if (stream->codecpar->codec_type == type && !isCandidate(stream)) hidden.push_back(stream);
+    }
+    for (AVStream* const stream : hidden) stream->codecpar->codec_type = AVMEDIA_TYPE_UNKNOWN;
+    const int best = av_find_best_stream(context, type, -1, relatedIndex, nullptr, 0);
+    for (AVStream* const stream : hidden) stream->codecpar->codec_type = type;
+    const auto found = std::find_if(candidates.begin(), candidates.end(),
+                                    [best](const Candidate& one) { return one.m_pStream->index == best; });
+    return found != candidates.end() ? *found : candidates.front();
+}
+
+// The stream asked for, counted over all inputs, or the best that the format takes in the input that is for this kind:
+// of two inputs the first is for video and the second for audio, if it has any. Where the format takes none the best is
+// returned all the same.
 std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, const std::optional<int>& index,
-                                      const AVStream* related) {
+                                      const AVStream* related, const Takes& takes) {
     std::vector<Candidate> all;
     for (const auto& input : inputs) {
         for (AVStream* const stream : input->Streams(type)) all.push_back({input, stream});
     }
     if (index) {
-        if (*index >= static_cast<int>(all.size())) {
-            throw ToolError(kExitUsage, "--tracks: there are " + std::to_string(all.size()) + " " + KindName(type) +
-                                            " streams, counted from 0");
-        }
-        return all[static_cast<std::size_t>(*index)];
+        if (*index < static_cast<int>(all.size())) return all[static_cast<std::size_t>(*index)];
+        const std::string kind = KindName(type);
+        const std::string there = all.empty() ? "there is no " + kind + " stream"
+                                  : all.size() == 1
+                                      ? "there is 1 " + kind + " stream"
+                                      : "there are " + std::to_string(all.size()) + " " + kind + " streams";
+        throw ToolError(kExitUsage, "--tracks " + kind.substr(0, 1) + ":" + std::to_string(*index) + ": " + there +
+                                        (all.empty() ? "" : ", counted from 0"));
     }
     if (all.empty()) return std::nullopt;
     const MediaFile* const file = (type == AVMEDIA_TYPE_AUDIO ? all.back() : all.front()).m_pFile.get();
-    AVStream** const streams = file->Context()->streams;
-    const bool isHere =
-        std::find(streams, streams + file->Context()->nb_streams, related) != streams + file->Context()->nb_streams;
-    const int best = av_find_best_stream(file->Context(), type, -1, isHere ? related->index : -1, nullptr, 0);
-    for (const Candidate& candidate : all) {
-        if (candidate.m_pFile.get() == file && candidate.m_pStream->index == best) return candidate;
-    }
-    return *std::find_if(all.begin(), all.end(), [file](const Candidate& one) { return one.m_pFile.get() == file; });
+    std::vector<Candidate> here;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(here),
+                 [file](const Candidate& one) { return one.m_pFile.get() == file; });
+    std::vector<Candidate> taken;
+    std::copy_if(here.begin(), here.end(), std::back_inserter(taken), takes);
+    return BestOf(taken.empty() ? here : taken, related);
 }
 
+enum class Acceptance { Listed, OwnIdentifier, Refused };
+
 // Whether the format takes the codec. What its list does not name is taken by the Matroska formats if it has an
-// identifier of its own, with a note, and else only when the user insists.
+// identifier of its own, and else only when the user insists.
+Acceptance Accepts(const CodecChoice& choice, bool isWebm, const EncoderEntry* list) {
+    for (const EncoderEntry* entry = list; entry->fourCC != 0; ++entry) {
+        if (entry->fourCC == choice.m_FourCC) return Acceptance::Listed;
+    }
+    return choice.m_FourCC != 0 && !choice.m_IsGeneric && !isWebm ? Acceptance::OwnIdentifier : Acceptance::Refused;
+}
+
+// Throws ToolError for a codec that the format does not take.
 void CheckAccepted(const CodecChoice& choice, const std::string& codec, const std::string& kind, bool isWebm,
                    const std::string& format, const EncoderEntry* list, bool force, RunReport& report) {
-    for (const EncoderEntry* entry = list; entry->fourCC != 0; ++entry) {
-        if (entry->fourCC == choice.m_FourCC) return;
+    const Acceptance acceptance = Accepts(choice, isWebm, list);
+    if (acceptance == Acceptance::Listed) return;
+    if (acceptance == Acceptance::OwnIdentifier) {
+        report.Note("the " + kind + " is " + codec + ", which Matroska knows as " + choice.m_CodecID +
+                    ": it is written, though the plug-in does not list it");
+        return;
     }
-    const std::string takes = "format '" + format + "' lists " + Joined(Codes(list)) + " for " + kind;
+    const std::string takes = "format '" + format + "' takes " + Joined(Codes(list));
     if (choice.m_FourCC == 0) {
         throw ToolError(kExitError, kind + " codec " + codec + " has no code to write it under; " + takes);
     }
     const std::string name = kind + " codec " + codec + " ('" + FourCCText(choice.m_FourCC) + "')";
-    if (!choice.m_IsGeneric && !isWebm) {
-        report.Note(name + " is written, though " + takes);
-    } else if (force) {
-        report.Warn(name + " is written by force as " + choice.m_CodecID + ": " + takes);
-    } else {
+    if (!force) {
         throw ToolError(kExitError, name + " is refused: " + takes + " (--force-codec writes it all the same)");
     }
-}
-
-std::string StreamName(const MediaFile& file, const AVStream& stream) {
-    const char* const kind = av_get_media_type_string(stream.codecpar->codec_type);
-    return file.Path() + " #" + std::to_string(stream.index) + " (" + (kind != nullptr ? kind : "unknown") + ", " +
-           avcodec_get_name(stream.codecpar->codec_id) + ")";
+    report.Warn(name + " is written by force as " + choice.m_CodecID + ": " + takes);
 }
 
 // The display aspect of a picture whose pixels are not square.
@@ -128,23 +156,6 @@ std::optional<Aspect> SourceAspect(const PlannedTrack& track) {
     av_reduce(&aspect.m_X, &aspect.m_Y, std::int64_t{parameters.width} * pixel.num,
               std::int64_t{parameters.height} * pixel.den, 1 << 30);
     return aspect;
-}
-
-// By how many degrees, counterclockwise, players turn the pictures; 0 when they do not.
-int Rotation(const AVStream* stream) {
-    std::size_t size = 0;
-    const std::uint8_t* const matrix = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    std::int32_t elements[9];
-    if (matrix == nullptr || size < sizeof elements) return 0;
-    std::memcpy(elements, matrix, sizeof elements);
-    const double degrees = av_display_rotation_get(elements);
-    return std::isnan(degrees) ? 0 : static_cast<int>(std::lround(degrees));
-}
-
-// Whether each picture has a second one beside it in the file, which tells how transparent it is.
-bool HasAlpha(const AVStream* stream) {
-    const AVDictionaryEntry* const mode = av_dict_get(stream->metadata, "alpha_mode", nullptr, 0);
-    return mode != nullptr && std::strcmp(mode->value, "0") != 0;
 }
 
 } // namespace
@@ -162,60 +173,27 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
 
     const auto take = [&](AVMediaType type, const std::optional<int>& index, bool leftOut,
                           const EncoderEntry* list) -> std::optional<PlannedTrack> {
-        if (leftOut) return std::nullopt;
-        const std::optional<Candidate> candidate =
-            ChooseStream(inputs, type, index, plan.m_Video ? plan.m_Video->m_pStream : nullptr);
-        if (!candidate || list == nullptr) return std::nullopt;
-        const AVCodecParameters& parameters = *candidate->m_pStream->codecpar;
-        const CodecChoice choice = ChooseCodec(*candidate->m_pFile, candidate->m_pStream, options.m_H264);
-        CheckAccepted(choice, avcodec_get_name(parameters.codec_id), KindName(type), plan.IsWebm(), format, list,
-                      options.m_ForceCodec, report);
+        if (leftOut || list == nullptr) return std::nullopt;
+        const auto choiceOf = [&](const Candidate& one) {
+            return ChooseCodec(*one.m_pFile, one.m_pStream, options.m_H264);
+        };
+        const std::optional<Candidate> candidate = ChooseStream(
+            inputs, type, index, plan.m_Video ? plan.m_Video->m_pStream : nullptr, [&](const Candidate& one) {
+                const CodecChoice choice = choiceOf(one);
+                return Accepts(choice, plan.IsWebm(), list) != Acceptance::Refused ||
+                       (options.m_ForceCodec && choice.m_FourCC != 0);
+            });
+        if (!candidate) return std::nullopt;
+        const CodecChoice choice = choiceOf(*candidate);
+        CheckAccepted(choice, avcodec_get_name(candidate->m_pStream->codecpar->codec_id), KindName(type), plan.IsWebm(),
+                      format, list, options.m_ForceCodec, report);
         return PlannedTrack{candidate->m_pFile, candidate->m_pStream, choice};
     };
     plan.m_Video = take(AVMEDIA_TYPE_VIDEO, options.m_VideoIndex, options.m_NoVideo, plan.m_pFormat->videoEncoders);
     plan.m_Audio = take(AVMEDIA_TYPE_AUDIO, options.m_AudioIndex, options.m_NoAudio, plan.m_pFormat->audioEncoders);
-
-    for (const auto& input : inputs) {
-        for (unsigned i = 0; i < input->Context()->nb_streams; ++i) {
-            AVStream* const stream = input->Context()->streams[i];
-            const AVMediaType type = stream->codecpar->codec_type;
-            const bool isVideo = type == AVMEDIA_TYPE_VIDEO;
-            const std::optional<PlannedTrack>& chosen = isVideo ? plan.m_Video : plan.m_Audio;
-            if (chosen && chosen->m_pStream == stream) continue;
-            const bool asAsked = isVideo ? options.m_NoVideo : options.m_NoAudio;
-            std::string reason = "one stream of a kind fits";
-            if (!isVideo && type != AVMEDIA_TYPE_AUDIO) {
-                reason = "the format has no place for it";
-            } else if ((stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
-                reason = "an attached picture is no video";
-            } else if (asAsked) {
-                reason = "as asked";
-            } else if (isVideo && plan.m_pFormat->videoEncoders == nullptr) {
-                reason = "'" + format + "' holds no video";
-            }
-            const std::string line = StreamName(*input, *stream) + " is left out: ";
-            if (asAsked || MediaFile::IsKnown(stream)) {
-                plan.m_Dropped.push_back(line + reason);
-            } else {
-                report.Warn(line + "the file does not tell its " + (isVideo ? "size" : "sample rate"));
-            }
-        }
-    }
     if (!plan.m_Video && !plan.m_Audio) throw ToolError(kExitError, "there is nothing to write to '" + format + "'");
-
     if (plan.m_Video) plan.m_Aspect = options.m_Aspect ? options.m_Aspect : SourceAspect(*plan.m_Video);
-    if (plan.m_Aspect && plan.IsWebm()) {
-        report.Warn("'" + format + "' has no place for the display aspect " + std::to_string(plan.m_Aspect->m_X) + ":" +
-                    std::to_string(plan.m_Aspect->m_Y));
-        plan.m_Aspect.reset();
-    }
-    if (const int degrees = plan.m_Video ? Rotation(plan.m_Video->m_pStream) : 0; degrees != 0) {
-        report.Warn("'" + format + "' has no place for the rotation by " + std::to_string(std::abs(degrees)) +
-                    " degrees: players will show the pictures as they were recorded");
-    }
-    if (plan.m_Video && HasAlpha(plan.m_Video->m_pStream)) {
-        report.Warn("'" + format + "' has no place for transparency: players will show the pictures opaque");
-    }
+    plan.m_Lost = ListLosses(plan, inputs, options);
     return plan;
 }
 
@@ -243,25 +221,24 @@ nlohmann::json PlanAsJson(const Plan& plan, const Options& options) {
         }
         tracks.push_back(std::move(entry));
     }
-    nlohmann::json json = {{"output", options.m_Output},
-                           {"format", FourCCText(plan.m_pFormat->fourCC)},
-                           {"tracks", std::move(tracks)},
-                           {"dropped", plan.m_Dropped}};
-    if (plan.m_Aspect) json["displayAspect"] = {plan.m_Aspect->m_X, plan.m_Aspect->m_Y};
+    nlohmann::json json = {
+        {"output", options.m_Output}, {"format", FourCCText(plan.m_pFormat->fourCC)}, {"tracks", std::move(tracks)}};
+    if (plan.WritesAspect()) json["displayAspect"] = {plan.m_Aspect->m_X, plan.m_Aspect->m_Y};
     return json;
 }
 
-std::string PlanAsText(const Plan& plan, const Options& options) {
-    const nlohmann::json json = PlanAsJson(plan, options);
-    std::string text = Clean(options.m_Output) + ": format '" + FourCCText(plan.m_pFormat->fourCC) + "'\n";
-    for (const nlohmann::json& track : json["tracks"]) {
-        text += "  track " + track["trackNumber"].dump() + ": " + track["kind"].get<std::string>() + ", " +
-                track["codec"].get<std::string>() + " as '" + track["code"].get<std::string>() + "' (" +
-                track["codecID"].get<std::string>() + "), from " + Clean(track["input"].get<std::string>()) + " #" +
-                track["stream"].dump() + "\n";
+std::vector<std::string> PlanAsLines(const Plan& plan) {
+    std::vector<std::string> lines;
+    for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
+        if (!*track) continue;
+        const AVCodecParameters& parameters = *(*track)->m_pStream->codecpar;
+        const CodecChoice& choice = (*track)->m_Choice;
+        const std::string kind = KindName(parameters.codec_type);
+        lines.push_back(kind + ": " + avcodec_get_name(parameters.codec_id) + " as '" + FourCCText(choice.m_FourCC) +
+                        "' (" + choice.m_CodecID + "), from " + (*track)->m_pFile->Path() + " #" +
+                        std::to_string((*track)->m_pStream->index));
     }
-    for (const std::string& line : plan.m_Dropped) text += "  " + Clean(line) + "\n";
-    return text;
+    return lines;
 }
 
 nlohmann::json FormatsAsJson(const FileFormatInfo* formats) {

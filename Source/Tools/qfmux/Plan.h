@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CodecMap.h"
+#include "Loss.h"
 #include "MediaFile.h"
 #include "Options.h"
 #include "Plugin.h"
@@ -23,9 +24,11 @@ struct Plan {
     const FileFormatInfo* m_pFormat = nullptr;
     std::optional<PlannedTrack> m_Video;
     std::optional<PlannedTrack> m_Audio;
-    std::optional<Aspect> m_Aspect;     // to be written
-    std::vector<std::string> m_Dropped; // a line for each stream that is left out, with the reason
+    std::optional<Aspect> m_Aspect; // of the pictures, where it is not that of their size
+    std::vector<Loss> m_Lost;
 
+    // WEBM has no place for an aspect.
+    bool WritesAspect() const { return m_Aspect && !IsWebm(); }
     bool IsWebm() const { return m_pFormat->fourCC == MakeFourCC("WEBM"); }
 };
 
@@ -36,9 +39,9 @@ const FileFormatInfo* FormatsOf(const Plugin& plugin);
 Plan MakePlan(const Options& options, const FileFormatInfo* formats,
               const std::vector<std::shared_ptr<MediaFile>>& inputs, RunReport& report);
 
-// For --dry-run.
 nlohmann::json PlanAsJson(const Plan& plan, const Options& options);
-std::string PlanAsText(const Plan& plan, const Options& options);
+// One for each track.
+std::vector<std::string> PlanAsLines(const Plan& plan);
 
 // What the plug-in's tables say, for `qfmux formats`.
 nlohmann::json FormatsAsJson(const FileFormatInfo* formats);

@@ -32,38 +32,46 @@ Progress::~Progress() {
     if (m_BarShown) std::fputs("\r\033[K", stderr);
 }
 
+void Progress::Begin(const char* phase) {
+    m_Phase = phase;
+    m_Position = 0;
+    m_Start = m_NextShow = Clock::now();
+}
+
 bool Progress::Update(std::int64_t position, std::uint64_t size) {
+    m_Position = position;
+    m_Size = size;
     const Clock::time_point now = Clock::now();
     if (now < m_NextShow) return false;
     m_NextShow = now + kInterval;
-    Show(position, size, std::chrono::duration<double>(now - m_Start).count(), false);
+    Show(false);
     return true;
 }
 
-void Progress::Finish(std::int64_t position, std::uint64_t size) {
-    if (m_Mode != ProgressMode::Json) return;
-    Show(position, size, std::chrono::duration<double>(Clock::now() - m_Start).count(), true);
+void Progress::Finish() {
+    if (m_Mode == ProgressMode::Json) Show(true);
 }
 
-void Progress::Show(std::int64_t position, std::uint64_t size, double seconds, bool done) {
+void Progress::Show(bool done) {
     if (m_Mode == ProgressMode::None) return;
-    const double mediaSeconds = static_cast<double>(position) / 1e7;
+    const double seconds = std::chrono::duration<double>(Clock::now() - m_Start).count();
+    const double mediaSeconds = static_cast<double>(m_Position) / 1e7;
     const double length = static_cast<double>(m_Length) / 1e7;
     const double share = done ? 1.0 : length > 0 ? std::clamp(mediaSeconds / length, 0.0, 1.0) : 0.0;
     const double speed = seconds > 0 ? mediaSeconds / seconds : 0.0;
     const double remaining = share > 0 ? seconds / share - seconds : 0.0;
     if (m_Mode == ProgressMode::Json) {
-        const nlohmann::json line = {{"percent", share * 100}, {"seconds", mediaSeconds},
-                                     {"speed", speed},         {"remaining", remaining},
-                                     {"size", size},           {"done", done}};
+        const nlohmann::json line = {{"phase", m_Phase}, {"percent", share * 100}, {"seconds", mediaSeconds},
+                                     {"speed", speed},   {"remaining", remaining}, {"size", m_Size},
+                                     {"done", done}};
         std::printf("%s\n", line.dump().c_str());
         std::fflush(stdout);
         return;
     }
     std::string bar(kBarWidth, '.');
     std::fill_n(bar.begin(), static_cast<int>(share * kBarWidth), '#');
-    std::fprintf(stderr, "\r\033[K[%s] %3.0f %%  %.0fx  %s left  %.1f MB", bar.c_str(), share * 100, speed,
-                 ClockText(remaining).c_str(), static_cast<double>(size) / 1e6);
+    std::fprintf(stderr, "\r\033[K%-6s [%s] %3.0f %%  %.0fx  %s left  %.1f MB", m_Phase, bar.c_str(), share * 100,
+                 speed, ClockText(remaining).c_str(), static_cast<double>(m_Size) / 1e6);
     std::fflush(stderr);
     m_BarShown = true;
 }

@@ -15,18 +15,23 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
+    // Goes through the media once more. phase: a word for it, which stays the caller's.
+    void Begin(const char* phase);
     // position: in the media, 100 ns; size: octets so far. Shown a few times a second at most.
     // Returns true when it was time to show it.
     bool Update(std::int64_t position, std::uint64_t size);
-    // The whole is done.
-    void Finish(std::int64_t position, std::uint64_t size);
+    // The whole is done. Said once, and last.
+    void Finish();
 
 private:
     using Clock = std::chrono::steady_clock;
-    void Show(std::int64_t position, std::uint64_t size, double seconds, bool done);
+    void Show(bool done);
 
     ProgressMode m_Mode; // Bar, Json or None
     std::int64_t m_Length;
+    const char* m_Phase = "write";
+    std::int64_t m_Position = 0;
+    std::uint64_t m_Size = 0;
     Clock::time_point m_Start = Clock::now();
     Clock::time_point m_NextShow = m_Start;
     bool m_BarShown = false;

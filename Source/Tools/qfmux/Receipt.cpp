@@ -1,9 +1,15 @@
 #include "Receipt.h"
 
-#include <nlohmann/json.hpp>
-#include <string>
+#include <cstdio>
+#include <iterator>
 
-#include "Messages.h"
+namespace {
+
+std::string Counted(int count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+} // namespace
 
 void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report) {
     if (video && video->SlicesWereSplit()) {
@@ -21,11 +27,12 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
             report.Warn(path + " has no time stamps: they follow the order of its frames and its frame rate");
         }
         if (const int damaged = (*track)->Reader().Damaged(); damaged > 0) {
-            report.Warn(std::to_string(damaged) + " damaged frames of " + path + " were left out");
+            report.Warn(Counted(damaged, "damaged frame") + " of " + path + (damaged == 1 ? " was" : " were") +
+                        " left out");
         }
         if (const int leftOut = (*track)->LeftOut(); leftOut > 0) {
-            report.Warn(std::to_string(leftOut) + " frames of " + path +
-                        " were left out: they come in front of the first, from where the file counts");
+            report.Warn(Counted(leftOut, "frame") + " of " + path + (leftOut == 1 ? " was" : " were") +
+                        " left out: the file's time starts behind them");
         }
         if ((*track)->Reader().Jumps() > 0) {
             report.Warn("the times of " + path + " jump: what comes behind a jump follows on what is in front of it");
@@ -33,20 +40,50 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
     }
 }
 
-void PrintResult(const Options& options, const Plan& plan, std::optional<Track>& video, std::optional<Track>& audio,
-                 const RunReport& report, int exitCode, std::uint64_t size) {
-    nlohmann::json json = PlanAsJson(plan, options);
-    json["octets"] = size;
-    json["exitCode"] = exitCode;
-    json["notes"] = report.Notes();
-    json["warnings"] = report.Warnings();
-    json["verified"] = options.m_Verify == VerifyMode::Full   ? "full"
-                       : options.m_Verify == VerifyMode::Fast ? "fast"
-                                                              : "none";
-    for (nlohmann::json& entry : json["tracks"]) {
-        Track& track = entry["trackNumber"] == 1 ? *video : *audio;
-        entry["frames"] = track.Digest().Blocks();
-        entry["octets"] = track.Digest().TotalOctets();
+namespace {
+
+const char* VerifyName(VerifyMode mode) {
+    switch (mode) {
+    case VerifyMode::Full:
+        return "full";
+    case VerifyMode::Fast:
+        return "fast";
+    default:
+        return "none";
     }
-    PutResult(AsText(json));
+}
+
+// "387 kB", "1.23 MB", "950 bytes".
+std::string SizeText(std::uint64_t size) {
+    if (size < 1000) return std::to_string(size) + " bytes";
+    static constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB"};
+    auto value = static_cast<double>(size) / 1000;
+    std::size_t unit = 0;
+    for (; value >= 999.5 && unit + 1 < std::size(kUnits); ++unit) value /= 1000;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f %s", value < 9.995 ? 2 : value < 99.95 ? 1 : 0, value, kUnits[unit]);
+    return text;
+}
+
+} // namespace
+
+void AddFileFacts(nlohmann::json& facts, const Options& options, std::optional<Track>& video,
+                  std::optional<Track>& audio, std::uint64_t size) {
+    facts["octets"] = size;
+    facts["verified"] = VerifyName(options.m_Verify);
+    for (nlohmann::json& entry : facts["tracks"]) {
+        std::optional<Track>& track = entry["kind"] == "video" ? video : audio;
+        entry["frames"] = track ? track->Digest().Blocks() : 0;
+        entry["octets"] = track ? track->Digest().TotalOctets() : 0;
+    }
+}
+
+std::string ClosingLine(const Options& options, std::optional<Track>& video, std::optional<Track>& audio,
+                        std::int64_t length, std::uint64_t size) {
+    std::uint64_t frames = 0;
+    for (auto* track : {&video, &audio}) frames += *track ? (*track)->Digest().Blocks() : 0;
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.2f s, ", static_cast<double>(length) / 1e7);
+    return options.m_Output + ": " + seconds + std::to_string(frames) + (frames == 1 ? " frame, " : " frames, ") +
+           SizeText(size) + (options.m_Verify == VerifyMode::Full ? ", verified" : ", not verified");
 }

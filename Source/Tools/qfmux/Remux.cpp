@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <map>
@@ -34,7 +36,7 @@ namespace fs = std::filesystem;
 
 // What the plug-in leaves unsaid: whether all octets arrived. Throws ToolError when they did not.
 void CheckOutput(const Options& options, const StagedFile& output, std::optional<Track>& video,
-                 std::optional<Track>& audio) {
+                 std::optional<Track>& audio, Progress& progress) {
     const std::string path = output.Path().string();
     std::uint64_t sent = 0;
     if (video) sent += video->Digest().TotalOctets();
@@ -47,12 +49,28 @@ void CheckOutput(const Options& options, const StagedFile& output, std::optional
     if (options.m_Verify == VerifyMode::Fast) fault = CheckTracks(path, video.has_value(), audio.has_value());
     if (options.m_Verify == VerifyMode::Full) {
         fault = CheckBlocks(path, video ? &video->Digest() : nullptr, video && video->HasUnits(),
-                            audio ? &audio->Digest() : nullptr);
+                            audio ? &audio->Digest() : nullptr, progress);
     }
     if (fault) {
         throw ToolError(kExitVerification,
                         "'" + options.m_Output + "' did not come out right and was removed: " + *fault);
     }
+}
+
+// Keeps what is there when a signal has come. Throws ToolError that says so. length: of the media so far, 100 ns.
+[[noreturn]] void EndBySignal(StagedFile& output, std::int64_t length, RunReport& report) {
+    const int signal = SignalGuard::Caught();
+    std::string message = std::string("ended by SIG") + sigabbrev_np(signal);
+    if (CheckSegmentSize(output.Path().string())) { // nothing has got so far
+        message += " before anything was written";
+    } else {
+        const std::string partial = output.KeepPartial().string();
+        char seconds[32];
+        std::snprintf(seconds, sizeof seconds, "%.2f s", static_cast<double>(length) / 1e7);
+        message += std::string(": the first ") + seconds + " are in '" + partial + "'";
+        report.Facts()["partial"] = partial;
+    }
+    throw ToolError(static_cast<ExitCode>(kExitSignal + signal), message);
 }
 
 // Null when nothing is to be recorded.
@@ -64,12 +82,12 @@ std::unique_ptr<SessionWriter> MakeRecorder(const Options& options, const Plugin
     for (const std::string& record : {options.m_Record, options.m_Record + ".payload"}) {
         for (const std::string& other : others) {
             if (!IsSameFile(record, other)) continue;
-            throw ToolError(kExitUsage, "'" + record + "' is '" + other + "' too, and no place for a record");
+            throw ToolError(kExitUsage, "cannot record to '" + record + "': it is the same file as '" + other + "'");
         }
     }
     char version[64] = "";
     plugin.GetMultiVersion(version);
-    return std::make_unique<SessionWriter>(options.m_Record, version);
+    return std::make_unique<SessionWriter>(options.m_Record, version, options.m_Overwrite);
 }
 
 // Tracks of the same file share its source.
@@ -92,23 +110,36 @@ void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video,
     if (plan.m_Audio) open(*plan.m_Audio, audio, false);
 }
 
+// Instead of a run.
+int Tell(const Plan& plan, const Options& options, RunReport& report) {
+    std::string text = Clean(options.m_Output) + ": format '" + FourCCText(plan.m_pFormat->fourCC) + "'\n";
+    for (const std::string& line : PlanAsLines(plan)) text += "  " + Clean(line) + "\n";
+    for (const Loss& loss : plan.m_Lost) {
+        text += "  " + Clean(loss.m_Text) + "\n";
+        report.Lose(loss, false);
+    }
+    if (!options.m_Json) PutResult(text);
+    const std::string reason = WhyNotWritable(options.m_Output, options.m_Overwrite);
+    if (!reason.empty()) report.Warn("'" + options.m_Output + "' cannot be written: " + reason);
+    return report.HasWarnings() ? kExitWarnings : kExitDone;
+}
+
 } // namespace
 
 int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     std::vector<std::shared_ptr<MediaFile>> inputs;
     for (const std::string& path : options.m_Inputs) inputs.push_back(std::make_shared<MediaFile>(path));
     const Plan plan = MakePlan(options, FormatsOf(plugin), inputs, report);
-    if (options.m_DryRun) {
-        PutResult(options.m_Json ? AsText(PlanAsJson(plan, options)) : PlanAsText(plan, options));
-        return report.Warnings().empty() ? kExitDone : kExitWarnings;
-    }
-    for (const std::string& line : plan.m_Dropped) report.Note(line);
+    report.Facts() = PlanAsJson(plan, options);
+    if (options.m_DryRun) return Tell(plan, options, report);
 
+    const SignalGuard signals;
     StagedFile output(options.m_Output, options.m_Overwrite, options.m_Inputs);
     const Extent extent = EstimateExtent(plan, options);
     output.NeedRoom(extent.m_Octets);
+    for (const std::string& line : PlanAsLines(plan)) report.Detail(line);
+    for (const Loss& loss : plan.m_Lost) report.Lose(loss);
 
-    const SignalGuard signals;
     std::optional<Track> video;
     std::optional<Track> audio;
     OpenTracks(plan, options.m_Verify == VerifyMode::Full, video, audio);
@@ -126,7 +157,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
 
     HostCalls host(plugin, MakeRecorder(options, plugin));
     MuxParam muxParam{};
-    if (plan.m_Aspect) {
+    if (plan.WritesAspect()) {
         muxParam.muxFlags = 1;
         muxParam.displayAspectX = plan.m_Aspect->m_X;
         muxParam.displayAspectY = plan.m_Aspect->m_Y;
@@ -158,51 +189,41 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
 
     std::uint64_t octets = 0;
     std::int64_t position = 0;
-    {
-        Progress progress(options.m_Progress, options.m_Quiet, extent.m_Length);
-        const auto isDue = [&](const std::optional<Track>& track) {
-            return track && track->HasFrame() && static_cast<double>(track->Next().m_Decode - start) < limit;
-        };
-        // In decoding order over both: the plug-in holds back what waits for the other track.
-        while (SignalGuard::Caught() == 0 && (isDue(video) || isDue(audio))) {
-            const bool videoIsNext =
-                isDue(video) && (!isDue(audio) || video->Next().m_Decode <= audio->Next().m_Decode);
-            Track& track = videoIsNext ? *video : *audio;
-            position = track.Next().m_Decode - start;
-            octets += static_cast<std::uint64_t>(track.Next().m_Packet->size);
-            if (track.IsLeading()) {
-                track.LeaveOutInFront();
-            } else if (ToMilliseconds(track.Time() + shift) >= zero) {
-                track.Send(host, file.Handle(), shift);
-                track.Advance();
-            } else {
-                track.LeaveOut();
-                track.Advance();
-            }
-            if (progress.Update(position, octets)) output.CheckRoom();
+    std::int64_t end = 0; // of the last frame
+    Progress progress(options.m_Progress, options.m_Quiet, extent.m_Length);
+    const auto isDue = [&](const std::optional<Track>& track) {
+        return track && track->HasFrame() && static_cast<double>(track->Next().m_Decode - start) < limit;
+    };
+    // In decoding order over both: the plug-in holds back what waits for the other track.
+    while (SignalGuard::Caught() == 0 && (isDue(video) || isDue(audio))) {
+        const bool videoIsNext = isDue(video) && (!isDue(audio) || video->Next().m_Decode <= audio->Next().m_Decode);
+        Track& track = videoIsNext ? *video : *audio;
+        position = track.Next().m_Decode - start;
+        octets += static_cast<std::uint64_t>(track.Next().m_Packet->size);
+        if (track.IsLeading()) {
+            track.LeaveOutInFront();
+        } else if (ToMilliseconds(track.Time() + shift) >= zero) {
+            end = std::max(end, track.Time() + track.Next().m_Duration - first);
+            track.Send(host, file.Handle(), shift);
+            track.Advance();
+        } else {
+            track.LeaveOut();
+            track.Advance();
         }
-        file.Close();
-        progress.Finish(position, octets);
+        if (progress.Update(position, octets)) output.CheckRoom();
     }
+    file.Close();
+    if (SignalGuard::Caught() != 0) EndBySignal(output, end, report);
 
     if (video) WarnOfFront(*video, audio, report);
     WarnOfTracks(video, audio, report);
-    CheckOutput(options, output, video, audio);
+    progress.Begin("verify");
+    CheckOutput(options, output, video, audio, progress);
+    if (SignalGuard::Caught() != 0) EndBySignal(output, end, report);
     const std::uint64_t size = fs::file_size(output.Path());
     output.Keep(options.m_Sync);
-
-    int exitCode = SignalGuard::Caught() != 0 ? kExitSignal + SignalGuard::Caught()
-                                              : static_cast<int>(report.Warnings().empty() ? kExitDone : kExitWarnings);
-    if (SignalGuard::Caught() != 0)
-        report.Note("ended by a signal; '" + options.m_Output + "' holds what came before it");
-    if (options.m_Json) {
-        try {
-            PrintResult(options, plan, video, audio, report, exitCode, size);
-        } catch (const ToolError& error) { // the file is in place all the same
-            report.Warn(error.what());
-            if (exitCode == kExitDone) exitCode = kExitWarnings;
-        }
-    }
-    report.Detail("'" + options.m_Output + "': " + std::to_string(size) + " octets");
-    return exitCode;
+    AddFileFacts(report.Facts(), options, video, audio, size);
+    progress.Finish();
+    report.Close(ClosingLine(options, video, audio, end, size));
+    return report.HasWarnings() ? kExitWarnings : kExitDone;
 }

@@ -21,9 +21,12 @@ SignalGuard::~SignalGuard() {
 int SignalGuard::Caught() { return g_Signal; }
 
 void SignalGuard::Set(int signal, void (*handler)(int)) {
+    struct sigaction& old = m_Old[signal];
+    sigaction(signal, nullptr, &old);
+    if (signal == SIGHUP && old.sa_handler == SIG_IGN) return;
     struct sigaction action {};
     action.sa_handler = handler;
-    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-    if (handler == SIG_IGN) action.sa_flags = 0;
-    sigaction(signal, &action, &m_Old[signal]);
+    if (handler != SIG_IGN) action.sa_flags = SA_RESTART;
+    if (signal == SIGINT) action.sa_flags |= static_cast<int>(SA_RESETHAND);
+    sigaction(signal, &action, nullptr);
 }

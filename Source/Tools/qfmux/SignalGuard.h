@@ -5,7 +5,9 @@
 
 #include <map>
 
-// While an object of this class lives, SIGINT, SIGTERM and SIGHUP end a run in good order; the second one at once.
+// While an object of this class lives, SIGINT, SIGTERM and SIGHUP end a run in good order; a second SIGINT ends it at
+// once. The others come again from programs that wait for the end, as GNU parallel does. SIGHUP stays ignored where it
+// is, under nohup.
 // A file that grows too large and a reader of stdout that goes away show as errors of the write, and not as signals.
 class SignalGuard {
 public:

@@ -16,6 +16,7 @@ TrackDigest::TrackDigest(bool isHashed) {
 
 void TrackDigest::Block(std::int64_t time, bool isKey) {
     if (m_Blocks++ == 0) m_FirstTime = time;
+    m_LastTime = time;
     if (m_State == nullptr) return;
     const std::array<std::int64_t, 2> head = {av_sat_sub64(time, m_FirstTime), isKey ? 1 : 0};
     XXH3_64bits_update(m_State.get(), head.data(), sizeof head);

@@ -25,6 +25,7 @@ public:
     std::uint64_t Blocks() const { return m_Blocks; }
     std::uint64_t TotalOctets() const { return m_Octets; }
     std::int64_t FirstTime() const { return m_FirstTime; }
+    std::int64_t LastTime() const { return m_LastTime; }
 
     // The hash counts times from the first block's: where the file's own zero lies is not part of it.
     std::uint64_t Hash() const { return XXH3_64bits_digest(m_State.get()); }
@@ -37,4 +38,5 @@ private:
     std::uint64_t m_Blocks = 0;
     std::uint64_t m_Octets = 0;
     std::int64_t m_FirstTime = 0;
+    std::int64_t m_LastTime = 0;
 };

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "AvPtr.h"
+#include "SignalGuard.h"
 
 extern "C" {
 #include <libavutil/common.h>
@@ -75,14 +76,16 @@ std::optional<std::string> CheckTracks(const std::string& path, bool hasVideo, b
 }
 
 std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, bool hasUnits,
-                                       const TrackDigest* audio) {
+                                       const TrackDigest* audio, Progress& progress) {
     const OpenResult file = OpenRaw(path);
     if (file.m_Context == nullptr) return file.m_Error;
     TrackDigest foundVideo(true);
     TrackDigest foundAudio(true);
     const AvPtr<AVPacket> packet(av_packet_alloc());
     if (packet == nullptr) throw std::bad_alloc();
+    std::uint64_t octets = 0;
     for (int result = 0; (result = av_read_frame(file.m_Context.get(), packet.get())) != AVERROR_EOF;) {
+        if (SignalGuard::Caught() != 0) return std::nullopt; // the caller knows
         if (result < 0) return "it does not read to its end: " + AvReason(result);
         const AVMediaType type = file.m_Context->streams[packet->stream_index]->codecpar->codec_type;
         TrackDigest& digest = type == AVMEDIA_TYPE_VIDEO ? foundVideo : foundAudio;
@@ -96,6 +99,8 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
         } else {
             digest.Octets(packet->data, size);
         }
+        octets += size;
+        progress.Update(digest.LastTime() * 10000, octets); // from ms
         av_packet_unref(packet.get());
     }
     const TrackDigest none(true);

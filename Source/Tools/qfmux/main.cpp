@@ -4,13 +4,14 @@
 #include <random>
 
 #include "CommandLine.h"
-#include "ExitCode.h"
 #include "Messages.h"
 #include "Options.h"
 #include "Plan.h"
 #include "Plugin.h"
 #include "Remux.h"
 #include "RunReport.h"
+#include "Surroundings.h"
+#include "ToolError.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -18,8 +19,7 @@ extern "C" {
 
 namespace {
 
-int Run(int argc, char** argv) {
-    av_log_set_level(AV_LOG_QUIET);
+int Run(int argc, char** argv, RunReport& report) {
     const std::optional<Options> options = ParseOptions(argc, argv);
     if (!options) return kExitDone;
     const Plugin plugin(options->m_Plugin.c_str());
@@ -29,10 +29,27 @@ int Run(int argc, char** argv) {
         return kExitDone;
     }
     std::srand(std::random_device()()); // track identifiers are the plug-in's rand()
-    RunReport report(options->m_Quiet, options->m_Verbose);
-    return Remux(*options, plugin, report);
+    if (options->m_Quiet) report.BeQuiet();
+    if (options->m_Verbose) report.BeVerbose();
+    const int exitCode = Remux(*options, plugin, report);
+    if (!options->m_Json) return exitCode;
+    try {
+        PutResult(AsText(report.AsJson(exitCode, "")));
+    } catch (const ToolError& error) {
+        if (options->m_DryRun) throw;
+        report.Warn(error.what()); // the file is in place all the same
+        return kExitWarnings;
+    }
+    return exitCode;
 }
 
 } // namespace
 
-int main(int argc, char** argv) { return RunTool(Run, argc, argv); }
+int main(int argc, char** argv) {
+    av_log_set_level(AV_LOG_QUIET);
+    RunReport report;
+    return RunTool([&] { return Run(argc, argv, report); },
+                   [&](int exitCode, const std::string& reason) {
+                       if (WantsJson(argc, argv)) PutResult(AsText(report.AsJson(exitCode, Clean(reason))));
+                   });
+}

@@ -1,10 +1,12 @@
 # Completion of qfmux's command line for bash.
 _qfmux() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local options='--format --no-video --no-audio --tracks --aspect --h264 --force-codec --duration --overwrite --verify
-        --sync --dry-run --json --progress --record --plugin --quiet --verbose --version --help'
+    local options='-o --output --format -y --overwrite --verify --sync --dry-run --no-video --no-audio --no-subtitles --no-data
+        --tracks --aspect --duration -q --quiet -v --verbose --json --progress --h264 --force-codec --record --plugin
+        --version --help'
+    [ "${COMP_WORDS[1]}" != formats ] || [ "$COMP_CWORD" = 1 ] || options='--json --plugin --help'
     case $previous in
-    --format) mapfile -t COMPREPLY < <(compgen -W 'MKV HMKV MKA WEBM' -- "$current") ;;
+    --format) mapfile -t COMPREPLY < <(compgen -W 'mkv hmkv mka webm' -- "$current") ;;
     --h264) mapfile -t COMPREPLY < <(compgen -W 'H264 N264 A264 I264 havc' -- "$current") ;;
     --verify) mapfile -t COMPREPLY < <(compgen -W 'full fast none' -- "$current") ;;
     --progress) mapfile -t COMPREPLY < <(compgen -W 'auto bar json none' -- "$current") ;;
@@ -16,7 +18,7 @@ _qfmux() {
             compopt -o filenames
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             if [ "$COMP_CWORD" = 1 ]; then
-                mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W 'formats' -- "$current")
+                mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W 'formats mux' -- "$current")
             fi
         fi
         ;;

@@ -2,11 +2,9 @@
 #include <CLI/CLI.hpp>
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 #include "CommandLine.h"
-#include "Messages.h"
 #include "PinnedEnvironment.h"
 #include "Plugin.h"
 #include "Session.h"
@@ -14,8 +12,6 @@
 #include "ToolError.h"
 
 namespace {
-
-constexpr int kExitDifferent = 1;
 
 int Run(int argc, char** argv) {
     CLI::App app("Makes the calls of a session that qfmux --record wrote to a build of the plug-in.", "qfreplay");
@@ -25,6 +21,7 @@ int Run(int argc, char** argv) {
     std::optional<int> rand;
     std::optional<std::int64_t> time;
     bool check = false;
+    bool overwrite = false;
     app.add_option("PLUGIN", path, "the plug-in's file, of this program's word size")->required();
     app.add_option("SESSION", session, "the recorded session")->required();
     app.add_option("OUTPUT", output, "the file to write")->required();
@@ -32,7 +29,11 @@ int Run(int argc, char** argv) {
         ->check(CLI::Range(0, 1 << 30));
     app.add_option("--time", time, "the time that the plug-in sees, in seconds since 1970, UTC");
     app.add_flag("--check", check, "compare each result with the recorded one; the first that differs ends it");
-    app.footer("Exit codes: 0 done, 1 a result differs, 2 error, 3 usage");
+    app.add_flag("-y,--overwrite", overwrite, "replace files that exist");
+    app.set_version_flag("--version", "qfreplay " QF_VERSION, "the version");
+    app.footer(
+        "Exit codes: 0 done, 2 the session or the plug-in cannot be used, 3 usage, 4 the output exists or cannot be "
+        "written,\n5 a result differs");
     if (!Parse(app, argc, argv)) return kExitDone;
 
     for (const std::string& input : {path, session, session + ".payload"}) {
@@ -49,21 +50,23 @@ int Run(int argc, char** argv) {
     }
     const Plugin plugin(path.c_str());
     std::string difference;
-    ReplaySession(plugin, session, output, [&](const nlohmann::json& line, int number, const nlohmann::json& result) {
-        const bool isSame = result.is_null() || line.at("result") == result;
-        if (!check && !isSame && line.at("call") == "CreateMediaFile" && result == false) {
-            throw std::runtime_error("the plug-in cannot create its file");
-        }
-        if (!check || isSame) return true;
-        difference = "line " + std::to_string(number) + ", " + line.at("call").get<std::string>() + ": recorded " +
-                     line.at("result").dump() + ", now " + result.dump();
-        return false;
-    });
-    if (difference.empty()) return kExitDone;
-    Say(difference);
-    return kExitDifferent;
+    ReplaySession(plugin, session, output, overwrite,
+                  [&](const nlohmann::json& line, int number, const nlohmann::json& result) {
+                      const bool isSame = result.is_null() || line.at("result") == result;
+                      if (!check && !isSame && line.at("call") == "CreateMediaFile" && result == false) {
+                          throw ToolError(kExitOutput, "the plug-in cannot create its file");
+                      }
+                      if (!check || isSame) return true;
+                      difference = "line " + std::to_string(number) + ", " + line.at("call").get<std::string>() +
+                                   ": recorded " + line.at("result").dump() + ", now " + result.dump();
+                      return false;
+                  });
+    if (!difference.empty()) throw ToolError(kExitVerification, difference);
+    return kExitDone;
 }
 
 } // namespace
 
-int main(int argc, char** argv) { return RunTool(Run, argc, argv); }
+int main(int argc, char** argv) {
+    return RunTool([=] { return Run(argc, argv); });
+}
