@@ -1,9 +1,12 @@
 #include "FileWriter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
 #include <limits>
+#include <new>
+#include <system_error>
 #include <utility>
 
 #include "HostError.h"
@@ -146,8 +149,9 @@ void FileWriter::Commit(Track& track, const std::list<HeldFrame>& frames) {
     const HeldFrame& last = frames.back();
     // Sound without a duration lasts until the next begins.
     if (!track.m_Held.empty() && track.m_Held.back().m_Duration == 0 && !IsVideo(track)) {
-        track.m_Held.back().m_Duration =
-            std::max<std::int64_t>(1, frames.front().m_Presentation - track.m_Held.back().m_Presentation);
+        HeldFrame& before = track.m_Held.back();
+        before.m_Duration = std::max<std::int64_t>(1, frames.front().m_Presentation - before.m_Presentation);
+        track.m_Clock.m_LastDuration = before.m_Duration;
     }
     if (last.m_Duration > 0) track.m_Clock.m_LastDuration = last.m_Duration;
     track.m_Clock.m_HasTime = true;
@@ -220,8 +224,13 @@ void FileWriter::Begin() {
         matroska->SetMuxParam(&options);
     }
     const std::wstring name = m_Target->NameForPlugin();
+    errno = 0;
     m_pHandle = m_pFormat->CreateMediaFile(name.c_str(), &param);
-    if (m_pHandle == nullptr) throw HostError(QF_ERROR_OPEN, "the plug-in cannot create '" + m_Target->Path() + "'");
+    if (m_pHandle == nullptr && errno == ENOMEM) throw std::bad_alloc();
+    if (m_pHandle == nullptr) {
+        throw HostError(QF_ERROR_OPEN, "the plug-in cannot open '" + m_Target->Path() +
+                                           "': " + std::generic_category().message(errno));
+    }
 
     std::int64_t start = std::numeric_limits<std::int64_t>::max();
     std::int64_t first = start;

@@ -38,11 +38,13 @@ Descriptor OpenRegularFile(const std::string& path) {
 }
 
 void* Load(const std::string& path, const std::string& nameInErrors) {
+    errno = 0;
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library != nullptr) return library;
+    // The loader's words for want of memory may be those for a file that is not there.
+    if (errno == ENOMEM) throw std::bad_alloc();
     const char* const reason = dlerror();
     std::string text = reason != nullptr ? reason : "it cannot be loaded";
-    if (text.find("annot allocate memory") != std::string::npos || text == "out of memory") throw std::bad_alloc();
     if (const std::size_t at = text.find(path); at != std::string::npos) text.replace(at, path.size(), nameInErrors);
     throw std::runtime_error(text);
 }
