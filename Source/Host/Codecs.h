@@ -28,6 +28,7 @@ struct Codec {
     Framing m_Framing;
     const char* m_CodecID;
     const char* m_Description;
+    std::int32_t m_Samples = 0; // of a frame of sound, where all have as many
 
     // Blocks of a Video-for-Windows track carry decoding times.
     bool HasDecodingTimes() const { return m_Framing == Framing::H264StartCodes; }

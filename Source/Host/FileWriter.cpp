@@ -89,9 +89,8 @@ void FileWriter::Write(const qf_packet& packet) {
     if (m_HasFailed) throw HostError(QF_ERROR_WRITE, "'" + m_Target->Path() + "' could not be written");
     std::list<HeldFrame> frames = FramesOf(track, packet);
     if (frames.empty()) return; // set-up data alone
-    SetTimes(track, packet, frames);
-
     const Clock before = track.m_Clock;
+    SetTimes(track, packet, frames);
     Commit(track, frames);
     const std::size_t count = frames.size();
     track.m_Held.splice(track.m_Held.end(), frames);
@@ -114,25 +113,24 @@ std::list<HeldFrame> FileWriter::FramesOf(Track& track, const qf_packet& packet)
 }
 
 // Of the frames of one packet, which count from it so far.
-void FileWriter::SetTimes(const Track& track, const qf_packet& packet, std::list<HeldFrame>& frames) const {
-    std::int64_t decode = track.m_Clock.m_NextTime;
-    std::int64_t presentation = track.m_Clock.m_NextTime;
-    if (packet.pts != QF_NO_TIME) presentation = track.m_TimeBase.ToHostTime(packet.pts);
-    if (packet.dts != QF_NO_TIME) {
-        decode = track.m_TimeBase.ToHostTime(packet.dts);
-        if (packet.pts == QF_NO_TIME) presentation = decode;
-        if (track.m_Clock.m_HasTime && decode < track.m_Clock.m_LastDecode) {
-            throw HostError(QF_ERROR_TIME, "the decoding time " + std::to_string(packet.dts) +
-                                               " lies before that of the packet in front of it");
-        }
-    } else if (packet.pts != QF_NO_TIME) {
-        // The packets come in decoding order, and pictures may be reordered.
-        decode = track.m_Clock.m_HasTime ? std::max(presentation, track.m_Clock.m_LastDecode) : presentation;
-        if (!IsVideo(track) && presentation < decode) {
-            throw HostError(QF_ERROR_TIME, "the time " + std::to_string(packet.pts) +
-                                               " lies before that of the packet in front of it");
-        }
+void FileWriter::SetTimes(Track& track, const qf_packet& packet, std::list<HeldFrame>& frames) const {
+    const Clock& clock = track.m_Clock;
+    const bool hasPresentation = packet.pts != QF_NO_TIME;
+    const bool hasDecode = packet.dts != QF_NO_TIME;
+    std::int64_t presentation = clock.m_NextTime;
+    std::int64_t decode = clock.m_NextTime;
+    if (hasPresentation) presentation = decode = track.m_TimeBase.ToHostTime(packet.pts);
+    if (hasDecode) decode = track.m_TimeBase.ToHostTime(packet.dts);
+    if (hasDecode && !hasPresentation) presentation = decode;
+    // Presentation times of pictures may be reordered.
+    const bool isTold = hasDecode || (hasPresentation && !IsVideo(track));
+    const std::int64_t told = decode;
+    if (isTold && told < clock.m_LastTold) {
+        throw HostError(QF_ERROR_TIME, "the time " + std::to_string(hasDecode ? packet.dts : packet.pts) +
+                                           " lies before that of the packet in front of it");
     }
+    // The packets come in decoding order, whatever a guess for want of a time was.
+    if (clock.m_HasTime) decode = std::max(decode, clock.m_LastDecode);
     if (m_pHandle != nullptr && presentation + m_Shift < m_Latest - kMostBehind) {
         throw HostError(QF_ERROR_TIME, "the packet comes more than 30 seconds behind what was written");
     }
@@ -143,6 +141,7 @@ void FileWriter::SetTimes(const Track& track, const qf_packet& packet, std::list
         frame.m_Presentation += presentation;
         frame.m_Decode += decode;
     }
+    if (isTold) track.m_Clock.m_LastTold = told;
 }
 
 void FileWriter::Commit(Track& track, const std::list<HeldFrame>& frames) {
@@ -164,7 +163,9 @@ std::int64_t FileWriter::DurationOf(const Track& track, const HeldFrame& frame) 
     if (IsVideo(track) && m_Job.m_FrameRate > 0) {
         return static_cast<std::int64_t>(std::min(1e7 / m_Job.m_FrameRate, 2147483647.0));
     }
-    return std::max<std::int64_t>(1, track.m_Clock.m_LastDuration);
+    if (track.m_Clock.m_LastDuration > 0) return track.m_Clock.m_LastDuration;
+    const std::int64_t samples = IsVideo(track) ? 0 : m_Job.SamplesOf(frame.m_Octets.size());
+    return std::max<std::int64_t>(1, samples * 10000000 / std::max(1, m_Job.m_SampleRate));
 }
 
 // Whose frame is the next one; null for none.
@@ -249,15 +250,16 @@ void FileWriter::Begin() {
 void FileWriter::Hand(Track& track, HeldFrame& frame) {
     const bool isVideo = IsVideo(track);
     const TrackJob& job = isVideo ? m_Job.m_Video : m_Job.m_Audio;
-    MEDIA_FRAME record{};
-    record.timestamp = (job.m_pCodec->HasDecodingTimes() ? frame.m_Decode : frame.m_Presentation) + m_Shift;
-    record.duration = static_cast<std::int32_t>(
-        std::min<std::int64_t>(DurationOf(track, frame), std::numeric_limits<std::int32_t>::max()));
-    const bool isCutOff = isVideo && ToMilliseconds(record.timestamp) < m_Zero;
-    if (isCutOff || record.timestamp < m_Latest - kMostBehind) {
+    const std::int64_t time = (job.m_pCodec->HasDecodingTimes() ? frame.m_Decode : frame.m_Presentation) + m_Shift;
+    const bool isCutOff = isVideo && ToMilliseconds(time) < m_Zero;
+    if (isCutOff || time < m_Latest - kMostBehind) {
         ++m_LeftOut;
         return;
     }
+    MEDIA_FRAME record{};
+    record.timestamp = time;
+    record.duration = static_cast<std::int32_t>(
+        std::min<std::int64_t>(DurationOf(track, frame), std::numeric_limits<std::int32_t>::max()));
     track.m_pPacketizer->SendSetup(*m_pFormat, m_pHandle);
     const auto size = static_cast<std::int32_t>(frame.m_Octets.size());
     if (isVideo) {
@@ -272,12 +274,12 @@ void FileWriter::Hand(Track& track, HeldFrame& frame) {
                               : m_pFormat->WriteAudioPacket(m_pHandle, &record, nullptr);
     if (taken <= 0) return;
     track.m_HasStarted = true;
-    m_Latest = std::max(m_Latest, record.timestamp);
+    m_Latest = std::max(m_Latest, time);
     const auto waitsFor = [](const std::unique_ptr<Track>& other) {
         return other != nullptr && other->m_IsInFile && !other->m_HasStarted;
     };
     const bool allStarted = !waitsFor(m_pVideo) && !waitsFor(m_pAudio);
-    const std::uint64_t least = m_Watch.Note(static_cast<std::uint64_t>(taken), record.timestamp, allStarted);
+    const std::uint64_t least = m_Watch.Note(static_cast<std::uint64_t>(taken), time, allStarted);
     if (least <= m_Target->Length()) return;
     m_HasFailed = true;
     throw HostError(QF_ERROR_WRITE, "cannot write '" + m_Target->Path() + "': " + m_Target->WhyNotLonger());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -37,7 +38,8 @@ private:
     // What the packets that were taken say of the next one. 100 ns.
     struct Clock {
         bool m_HasTime = false;
-        std::int64_t m_LastDecode = 0;
+        std::int64_t m_LastDecode = 0; // of the last packet, told or guessed
+        std::int64_t m_LastTold = std::numeric_limits<std::int64_t>::min();
         std::int64_t m_NextTime = 0; // when a packet without times is due
         std::int64_t m_LastDuration = 0;
     };
@@ -55,7 +57,7 @@ private:
     Track& TrackOf(int number);
     bool IsVideo(const Track& track) const { return &track == m_pVideo.get(); }
     std::list<HeldFrame> FramesOf(Track& track, const qf_packet& packet) const;
-    void SetTimes(const Track& track, const qf_packet& packet, std::list<HeldFrame>& frames) const;
+    void SetTimes(Track& track, const qf_packet& packet, std::list<HeldFrame>& frames) const;
     void Commit(Track& track, const std::list<HeldFrame>& frames);
     Track* NextTrack();
     bool MustWait(const Track& track) const;

@@ -10,6 +10,14 @@ TrackJob& Job::Track(int track) {
     throw HostError(QF_ERROR_ARGUMENT, "there is no track " + std::to_string(track));
 }
 
+std::int64_t Job::SamplesOf(std::size_t octets) const {
+    const Codec& codec = *m_Audio.m_pCodec;
+    if (codec.m_Framing == Framing::Pcm) return static_cast<std::int64_t>(octets) * 8 / m_BitsPerSample / m_Channels;
+    // Of MPEG-2's low sample rates a layer 3 frame has half.
+    const bool isHalf = codec.m_FourCC == MakeFourCC("MP3 ") && m_SampleRate < 32000;
+    return isHalf ? codec.m_Samples / 2 : codec.m_Samples;
+}
+
 void Job::NeedCodecs(const FileFormatInfo& format) const {
     if (m_Video.m_pCodec == nullptr && m_Audio.m_pCodec == nullptr) {
         throw HostError(QF_ERROR_ARGUMENT, "the job has no track");

@@ -1,6 +1,7 @@
 // What a file will hold and how it is written, as a caller said.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -39,6 +40,10 @@ struct Job {
 
     // Throws HostError for what is none.
     TrackJob& Track(int track);
+
+    // How many samples a frame of sound has: by the octets of PCM, by the rule of other codecs; 0 where each tells its
+    // own.
+    std::int64_t SamplesOf(std::size_t octets) const;
 
     // Throws HostError when they do not fit the format.
     void NeedCodecs(const FileFormatInfo& format) const;

@@ -8,19 +8,17 @@ namespace {
 
 constexpr std::int64_t kUnitsPerSecond = 10000000;
 
-// Towards minus infinity.
-std::int64_t FloorDivide(std::int64_t value, std::int64_t by) { return value / by - (value % by < 0 ? 1 : 0); }
-
 } // namespace
 
 TimeBase::TimeBase(std::int32_t numerator, std::int32_t denominator)
     : m_Whole(numerator * kUnitsPerSecond / denominator), m_Rest(numerator * kUnitsPerSecond % denominator),
       m_Denominator(denominator) {}
 
-// time = seconds * denominator + rest, so that no product of two large numbers arises.
+// time = large * denominator + rest, so that no product of two large numbers arises. rest is 0 or above.
 std::int64_t TimeBase::ToHostTime(std::int64_t time) const {
-    const std::int64_t large = FloorDivide(time, m_Denominator);
-    const std::int64_t rest = time - large * m_Denominator;
+    const bool isBelow = time % m_Denominator < 0;
+    const std::int64_t large = time / m_Denominator - (isBelow ? 1 : 0);
+    const std::int64_t rest = time % m_Denominator + (isBelow ? m_Denominator : 0);
     const std::int64_t small = (rest * m_Rest + m_Denominator / 2) / m_Denominator;
     std::int64_t whole = 0;
     std::int64_t part = 0;

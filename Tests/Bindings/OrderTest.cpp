@@ -50,6 +50,32 @@ TEST_F(Order, OfPicturesWithoutDecodingTimesIsThatInWhichTheyCome) {
     EXPECT_EQ(read.BlocksOf(2).at(4).Time(), 160);
 }
 
+// As demuxers give Matroska files: the first pictures' decoding times are not known.
+TEST_F(Order, OfPicturesWhoseDecodingTimesBeginLateIsThatInWhichTheyCome) {
+    FileHandle file = Open(MillisecondJob("vp8", nullptr));
+    const std::int64_t times[][2] = {{21, QF_NO_TIME}, {141, QF_NO_TIME}, {61, 21}, {101, 61}, {261, 101}};
+    for (const auto& [pts, dts] : times) ASSERT_EQ(Write(file, QF_VIDEO, kPicture, pts, dts, 40, pts == 21), QF_OK);
+    EXPECT_EQ(Write(file, QF_VIDEO, kPicture, 181, 100), QF_ERROR_TIME);
+    ASSERT_EQ(Close(file), QF_OK);
+    EXPECT_EQ(Blocks(), "v0 v120 v40 v80 v240 ");
+}
+
+// Frames follow one another by the length that their codec gives them.
+TEST_F(Order, OfSoundWithoutTimesIsThatOfItsSamples) {
+    const struct {
+        const char* m_Codec;
+        std::int64_t m_Second;
+    } rows[] = {{"ac3", 32}, {"mp3", 24}, {"mp2", 24}, {"pcm", 1}};
+    for (const auto& row : rows) {
+        const JobHandle job = MillisecondJob(nullptr, row.m_Codec);
+        qf_job_set_overwrite(job.get(), 1);
+        FileHandle file = Open(job, "film.mka");
+        for (int i = 0; i < 2; ++i) ASSERT_EQ(Write(file, QF_AUDIO, kSound, QF_NO_TIME, QF_NO_TIME), QF_OK);
+        ASSERT_EQ(Close(file), QF_OK);
+        EXPECT_EQ(Read("film.mka").BlocksOf(2).at(1).Time(), row.m_Second) << row.m_Codec;
+    }
+}
+
 TEST_F(Order, IsKeptBelowZeroAndFromAnyStart) {
     for (const std::int64_t start : {-90000000, -40, 0, 7, 90000000}) {
         const JobHandle job = MillisecondJob("vp8", "pcm");
