@@ -115,7 +115,7 @@ def test_texts_are_the_librarys(tmp_path):
             film.write_video(b"")
         with pytest.raises(qf_mkv.StateError, match="no audio track"):
             film.write_audio(b"x")
-        film.write_video(PICTURE, 5)
+        film.write_video(PICTURE, dts=5)
         with pytest.raises(qf_mkv.TimeError, match="the time 4 lies before"):
             film.write_video(PICTURE, dts=4)
         with pytest.raises(OverflowError, match="64 bits"):
