@@ -45,6 +45,8 @@ reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-pl
     gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
     libgstreamer1.0-dev)
 command -v python3 >/dev/null || reader_test_packages+=(python3)
+# What the tests of the Python package ask: Debian's Python, whichever other lies on the path.
+python_packages=(python3 python3-av python3-numpy python3-pytest mypy)
 # What the tests of costs count with, and what scripts/bench needs besides.
 cost_packages=(valgrind)
 command -v python3 >/dev/null || cost_packages+=(python3)
