@@ -53,10 +53,10 @@ bool FaultyFile::Strikes(Operation operation) {
     return false;
 }
 
-void FaultyFile::Strike(off_t place) {
-    if (!m_Struck) m_Place = m_Lowest = place;
-    m_Lowest = std::min(m_Lowest, place);
-    m_Struck = true;
+void FaultyFile::NoteWrite(bool strikes, std::size_t octets, off_t position) {
+    if (m_Struck && octets > 0) ++m_LaterWrites;
+    if (!m_Struck) m_End = std::max(m_End, position);
+    m_Struck = m_Struck || strikes;
 }
 
 // ---- the calls of stdio
@@ -65,7 +65,7 @@ void FaultyFile::InstallStdio() {
     StdioHook::SetOpen([this](const std::string& path, const char* mode) -> std::FILE* {
         const bool mine = path == m_Path && mode[0] == 'w';
         if (mine && Strikes(Operation::Open)) {
-            Strike(0);
+            m_Struck = true;
             return nullptr;
         }
         std::FILE* const stream = StdioHook::Open(path.c_str(), mode);
@@ -83,14 +83,14 @@ void FaultyFile::InstallStdio() {
         if (stream != m_pStream) return StdioHook::Seek(stream, offset, origin);
         note(stream);
         if (!Strikes(Operation::Seek)) return StdioHook::Seek(stream, offset, origin);
-        Strike(ftello(stream));
+        m_Struck = true;
         return -1;
     });
     StdioHook::SetFlush([this, note](std::FILE* stream) {
         if (stream == nullptr || stream != m_pStream) return StdioHook::Flush(stream);
         note(stream);
         if (!Strikes(Operation::Flush)) return StdioHook::Flush(stream);
-        Strike(ftello(stream));
+        m_Struck = true;
         return EOF;
     });
     StdioHook::SetClose([this, note](std::FILE* stream) {
@@ -98,7 +98,7 @@ void FaultyFile::InstallStdio() {
         note(stream);
         m_pStream = nullptr;
         const bool strikes = Strikes(Operation::Close);
-        if (strikes) Strike(m_End);
+        m_Struck = m_Struck || strikes;
         const int result = StdioHook::Close(stream); // which frees it whatever it returns
         errno = m_Fault.m_Error;
         return strikes ? EOF : result;
@@ -110,9 +110,7 @@ std::size_t FaultyFile::Write(const void* octets, std::size_t size, std::size_t 
     const bool strikes = Strikes(Operation::Write);
     if (strikes) written = m_Fault.m_Effect == Effect::Shorten ? count / 2 : 0;
     if (written > 0) written = StdioHook::Write(octets, size, written, stream);
-    const off_t position = ftello(stream);
-    if (!m_Struck) m_End = std::max(m_End, position);
-    if (strikes) Strike(position);
+    NoteWrite(strikes, written, ftello(stream));
     errno = m_Fault.m_Error;
     return written;
 }
@@ -128,8 +126,7 @@ struct FaultyFile::Cookie {
         const ssize_t written = size > 0 ? pwrite(file.m_Descriptor, octets, size, file.m_Position) : 0;
         if (written < 0) return 0;
         file.m_Position += written;
-        if (!file.m_Struck) file.m_End = std::max(file.m_End, file.m_Position);
-        if (strikes) file.Strike(file.m_Position);
+        file.NoteWrite(strikes, static_cast<std::size_t>(written), file.m_Position);
         errno = file.m_Fault.m_Error;
         return written; // less than count is an error, as fopencookie has it
     }
@@ -137,7 +134,7 @@ struct FaultyFile::Cookie {
     static int Seek(void* cookie, off64_t* offset, int origin) {
         auto& file = *static_cast<FaultyFile*>(cookie);
         if (file.Strikes(Operation::Seek)) {
-            file.Strike(file.m_Position);
+            file.m_Struck = true;
             return -1;
         }
         const off_t from = origin == SEEK_SET   ? 0
@@ -152,7 +149,7 @@ struct FaultyFile::Cookie {
     static int Close(void* cookie) {
         auto& file = *static_cast<FaultyFile*>(cookie);
         const bool strikes = file.Strikes(Operation::Close);
-        if (strikes) file.Strike(file.m_End);
+        file.m_Struck = file.m_Struck || strikes;
         close(std::exchange(file.m_Descriptor, -1));
         errno = file.m_Fault.m_Error;
         return strikes ? -1 : 0;
@@ -163,7 +160,7 @@ void FaultyFile::InstallDisk() {
     StdioHook::SetOpen([this](const std::string& path, const char* mode) -> std::FILE* {
         if (path != m_Path || mode[0] != 'w') return StdioHook::Open(path.c_str(), mode);
         if (Strikes(Operation::Open)) {
-            Strike(0);
+            m_Struck = true;
             return nullptr;
         }
         m_Descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

@@ -36,18 +36,16 @@ public:
     // Calls of that kind so far, on the fault's level.
     long Calls(Operation operation) const { return m_Calls[static_cast<std::size_t>(operation)]; }
     bool Struck() const { return m_Struck; }
-    // When the fault struck first: the position where the octets that were lost would lie, behind those of them that
-    // were not lost; and the end of what had been written until then.
-    off_t Place() const { return m_Place; }
+    // The end of what had been written when the fault struck first.
     off_t End() const { return m_End; }
-    // The lowest place of all, where the fault lasts: what is written over the front later fails too.
-    off_t Lowest() const { return m_Lowest; }
+    // Calls that have written octets since.
+    long LaterWrites() const { return m_LaterWrites; }
 
 private:
     struct Cookie; // the C library's view of a disk
 
     bool Strikes(Operation operation);
-    void Strike(off_t place);
+    void NoteWrite(bool strikes, std::size_t octets, off_t position);
     void InstallStdio();
     void InstallDisk();
     std::size_t Write(const void* octets, std::size_t size, std::size_t count, std::FILE* stream);
@@ -56,8 +54,7 @@ private:
     const Fault m_Fault;
     std::array<long, 5> m_Calls{};
     bool m_Struck = false;
-    off_t m_Place = 0;
-    off_t m_Lowest = 0;
+    long m_LaterWrites = 0;
     off_t m_End = 0;      // until the fault strikes
     off_t m_Position = 0; // of the disk
     int m_Descriptor = -1;

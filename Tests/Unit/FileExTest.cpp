@@ -1,9 +1,13 @@
 #include "FileEx.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "Octets.h"
 #include "TempDirectory.h"
@@ -94,6 +98,90 @@ TEST_F(FileExTest, AFullDiskShowsInShortCounts) {
     for (int write = 0; write < 30000 && !fell; ++write) fell = WriteText(m_File, "short") < 5;
     EXPECT_TRUE(fell);
     EXPECT_LT(WriteText(m_File, std::string(200000, 'x')), 200000U);
+}
+
+// The file has ended there, whatever room there is later and wherever the octets should go.
+TEST_F(FileExTest, AnOutputEndsAtTheFirstOctetThatIsNotTaken) {
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlim_t most = std::exchange(limit.rlim_cur, 100);
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    WriteText(m_File, std::string(90, 'x'));
+    EXPECT_EQ(m_File.Flush(), 0);
+    WriteText(m_File, std::string(20, 'y'));
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(m_File.Flush(), EOF);
+    limit.rlim_cur = most;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    std::signal(SIGXFSZ, before);
+    EXPECT_EQ(WriteText(m_File, "z"), 0U);
+    EXPECT_EQ(WriteText(m_File, std::string(300000, 'z')), 0U);
+    EXPECT_EQ(m_File.Flush(), EOF);
+    EXPECT_EQ(m_File.Seek(0, SEEK_SET), -1);
+    EXPECT_EQ(WriteText(m_File, "z"), 0U);
+    EXPECT_EQ(m_File.GetLength(), 100);
+    EXPECT_EQ(m_File.GetPos(), 100);
+    m_File.Close();
+    EXPECT_TRUE(Holds("a.mkv", std::string(90, 'x') + std::string(10, 'y')));
+    ASSERT_EQ(m_File.Open(Path("b.mkv").c_str(), "wb"), 1U);
+    EXPECT_EQ(WriteText(m_File, "abc"), 3U) << "another one begins anew";
+    m_File.Close();
+    EXPECT_TRUE(Holds("b.mkv", "abc"));
+}
+
+TEST_F(FileExTest, AnOutputIsNotPassedOnToOtherPrograms) {
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    int passed = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        if (std::filesystem::read_symlink(entry.path(), error) != m_Directory / "a.mkv") continue;
+        EXPECT_NE(fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC, 0);
+        ++passed;
+    }
+    EXPECT_EQ(passed, 1);
+}
+
+TEST_F(FileExTest, NothingMayComeFromNowhere) {
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    EXPECT_EQ(m_File.Write(nullptr, 0), 0U);
+    WriteText(m_File, "abc");
+    EXPECT_EQ(m_File.Write(nullptr, 0), 0U);
+    EXPECT_EQ(m_File.GetPos(), 3);
+}
+
+// In other modes than "wb" results and positions are stdio's.
+TEST_F(FileExTest, OtherModesAreStdios) {
+    WriteFile(m_Directory / "a", Ascii("0123456789"));
+    ASSERT_EQ(m_File.Open(Path("a").c_str(), "rb"), 1U);
+    EXPECT_EQ(WriteText(m_File, "x"), 0U) << "for reading alone";
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 3U) << "which a write that failed does not end";
+    EXPECT_EQ(m_File.GetPos(), 3);
+    EXPECT_EQ(m_File.GetLength(), 10);
+    EXPECT_EQ(m_File.Read(m_Buffer, 2), 2U);
+    EXPECT_EQ(std::string(m_Buffer, 2), "34");
+
+    ASSERT_EQ(m_File.Open(Path("a").c_str(), "ab"), 1U);
+    EXPECT_EQ(WriteText(m_File, "ab"), 2U);
+    EXPECT_EQ(m_File.GetPos(), 12);
+    EXPECT_EQ(m_File.Seek(0, SEEK_SET), 0);
+    EXPECT_EQ(m_File.GetPos(), 0);
+    EXPECT_EQ(WriteText(m_File, "c"), 1U);
+    EXPECT_EQ(m_File.Flush(), 0);
+    EXPECT_EQ(m_File.GetPos(), 13) << "behind what is there, wherever the position was";
+    m_File.Close();
+    EXPECT_TRUE(Holds("a", "0123456789abc"));
+
+    ASSERT_EQ(m_File.Open(Path("a").c_str(), "r+b"), 1U);
+    EXPECT_EQ(m_File.Read(m_Buffer, 4), 4U);
+    EXPECT_EQ(m_File.Seek(0, SEEK_CUR), 0);
+    EXPECT_EQ(WriteText(m_File, "XY"), 2U);
+    EXPECT_EQ(m_File.GetPos(), 6);
+    EXPECT_EQ(m_File.Seek(0, SEEK_CUR), 0);
+    EXPECT_EQ(m_File.Read(m_Buffer, 1), 1U);
+    EXPECT_EQ(m_Buffer[0], '6');
+    m_File.Close();
+    EXPECT_TRUE(Holds("a", "0123XY6789abc"));
 }
 
 TEST_F(FileExTest, WritesReadsAndSeeks) {

@@ -438,7 +438,7 @@ void ContainerMuxer<Stream>::WriteCluster() {
 
 template <class Stream>
 void ContainerMuxer<Stream>::SeekTo(std::int64_t offset, int origin) {
-    if (m_pFile->Seek(offset, origin) != 0) m_pFile->Close();
+    if (m_pFile->Seek(offset, origin) != 0 || m_pFile->GetPos() < 0) m_pFile->Close();
 }
 
 template <class Stream>

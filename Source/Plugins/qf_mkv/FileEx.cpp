@@ -50,6 +50,7 @@ std::uint32_t FileEx::Open(const wchar_t* path, const char* mode) {
         m_pStream = std::fopen(Utf8Text(path).Data(), mode);
         if (m_pStream == nullptr) return 0;
         if (m_IsOutput) {
+            m_DrainedPos = 0;
             if (m_pBuffer == nullptr) m_pBuffer.reset(new (std::nothrow) char[kBufferSize]);
             if (m_pBuffer != nullptr) m_Capacity = kBufferSize;
             fcntl(fileno(m_pStream), F_SETFD, FD_CLOEXEC);
@@ -127,8 +128,9 @@ std::int64_t FileEx::GetLength() {
 int FileEx::Seek(std::int64_t offset, int origin) {
     if (m_IsPseudoFile != 0) return 0;
     if (m_pStream == nullptr || !Drain()) return -1;
-    m_DrainedPos = kUnknown;
-    return fseeko(m_pStream, offset, origin);
+    const int result = fseeko(m_pStream, offset, origin);
+    m_DrainedPos = m_IsOutput && result == 0 && origin == SEEK_SET ? offset : kUnknown;
+    return result;
 }
 
 std::int64_t FileEx::GetPos() {

@@ -1,0 +1,7 @@
+#include "IsWhole.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+
+#include "GuideIsWhole.inc"
