@@ -15,6 +15,7 @@ struct AvDeleter {
     void operator()(AVBSFContext* context) const { av_bsf_free(&context); }
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
     void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
 template <class Object>

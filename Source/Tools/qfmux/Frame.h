@@ -21,6 +21,6 @@ struct Frame {
     std::int32_t m_Duration = 0;
     AccessPoint m_Access;
     std::vector<NalUnit> m_Units; // of H.264, in the packet
-    bool m_IsFramed = false;      // the packet has lengths of 4 octets in front of the units, and nothing is cut off
+    bool m_IsFramed = false;      // the packet has lengths of 4 octets in front of the units
     std::shared_ptr<const std::vector<std::uint8_t>> m_NewSetup; // set-up data that hold from here, null for the same
 };

@@ -136,9 +136,11 @@ void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
         ->group(kStreams);
     app.add_option("--duration", options.m_Duration, "stop after so many seconds")->type_name("S")->group(kStreams);
 
-    AddChoice<VerifyMode>(app, "--verify", options.m_Verify,
-                          {{"full", VerifyMode::Full}, {"fast", VerifyMode::Fast}, {"none", VerifyMode::None}},
-                          "full (reads every frame back, the default), fast (sizes and tracks) or none (sizes)");
+    AddChoice<VerifyMode>(
+        app, "--verify", options.m_Verify,
+        {{"full", VerifyMode::Full}, {"decode", VerifyMode::Decode}, {"none", VerifyMode::None}},
+        "full (compares every frame and plays the beginning and up to five other places, the default), "
+        "decode (plays all of it) or none (sizes)");
     app.add_flag("--sync", options.m_Sync, "have the file on the disk before it is done");
     app.add_flag("--dry-run", options.m_DryRun, "tell what would be done and lost, and write nothing");
 

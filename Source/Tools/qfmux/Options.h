@@ -7,7 +7,7 @@
 #include <vector>
 
 enum class Command { Remux, Formats };
-enum class VerifyMode { Full, Fast, None };
+enum class VerifyMode { Full, Decode, None };
 enum class ProgressMode { Auto, Bar, Json, None };
 
 struct Aspect {

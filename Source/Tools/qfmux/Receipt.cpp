@@ -46,8 +46,8 @@ const char* VerifyName(VerifyMode mode) {
     switch (mode) {
     case VerifyMode::Full:
         return "full";
-    case VerifyMode::Fast:
-        return "fast";
+    case VerifyMode::Decode:
+        return "decode";
     default:
         return "none";
     }
@@ -78,6 +78,10 @@ void AddFileFacts(nlohmann::json& facts, const Options& options, std::optional<T
     }
 }
 
+void AddPlayed(nlohmann::json& facts, const Played& played) {
+    facts["played"] = {{"places", played.m_Places}, {"pictures", played.m_Pictures}, {"samples", played.m_Samples}};
+}
+
 std::string ClosingLine(const Options& options, std::optional<Track>& video, std::optional<Track>& audio,
                         std::int64_t length, std::uint64_t size) {
     std::uint64_t frames = 0;
@@ -85,5 +89,5 @@ std::string ClosingLine(const Options& options, std::optional<Track>& video, std
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.2f s, ", static_cast<double>(length) / 1e7);
     return options.m_Output + ": " + seconds + std::to_string(frames) + (frames == 1 ? " frame, " : " frames, ") +
-           SizeText(size) + (options.m_Verify == VerifyMode::Full ? ", verified" : ", not verified");
+           SizeText(size) + (options.m_Verify == VerifyMode::None ? ", not verified" : ", verified");
 }

@@ -8,6 +8,7 @@
 
 #include "Options.h"
 #include "Plan.h"
+#include "Playing.h"
 #include "RunReport.h"
 #include "Track.h"
 
@@ -17,6 +18,9 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
 // Adds what came out to the plan's facts. size: of the file, octets.
 void AddFileFacts(nlohmann::json& facts, const Options& options, std::optional<Track>& video,
                   std::optional<Track>& audio, std::uint64_t size);
+
+// Adds what was played.
+void AddPlayed(nlohmann::json& facts, const Played& played);
 
 // The closing line: "film.mkv: 6.02 s, 433 frames, 387 kB, verified". length: of the media, 100 ns.
 std::string ClosingLine(const Options& options, std::optional<Track>& video, std::optional<Track>& audio,

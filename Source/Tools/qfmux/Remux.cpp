@@ -28,34 +28,12 @@
 #include "ToolError.h"
 #include "Track.h"
 #include "TrackSetup.h"
+#include "Verification.h"
 #include "Verify.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// What the plug-in leaves unsaid: whether all octets arrived. Throws ToolError when they did not.
-void CheckOutput(const Options& options, const StagedFile& output, std::optional<Track>& video,
-                 std::optional<Track>& audio, Progress& progress) {
-    const std::string path = output.Path().string();
-    std::uint64_t sent = 0;
-    if (video) sent += video->Digest().TotalOctets();
-    if (audio) sent += audio->Digest().TotalOctets();
-    std::optional<std::string> fault = CheckSegmentSize(path);
-    if (fs::file_size(output.Path()) < sent || fault) {
-        throw ToolError(kExitOutput, "cannot write '" + options.m_Output + "': " + output.WriteFailure() +
-                                         "; the unfinished file was removed");
-    }
-    if (options.m_Verify == VerifyMode::Fast) fault = CheckTracks(path, video.has_value(), audio.has_value());
-    if (options.m_Verify == VerifyMode::Full) {
-        fault = CheckBlocks(path, video ? &video->Digest() : nullptr, video && video->HasUnits(),
-                            audio ? &audio->Digest() : nullptr, progress);
-    }
-    if (fault) {
-        throw ToolError(kExitVerification,
-                        "'" + options.m_Output + "' did not come out right and was removed: " + *fault);
-    }
-}
 
 // Keeps what is there when a signal has come. Throws ToolError that says so. length: of the media so far, 100 ns.
 [[noreturn]] void EndBySignal(StagedFile& output, std::int64_t length, RunReport& report) {
@@ -142,7 +120,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
 
     std::optional<Track> video;
     std::optional<Track> audio;
-    OpenTracks(plan, options.m_Verify == VerifyMode::Full, video, audio);
+    OpenTracks(plan, options.m_Verify != VerifyMode::None, video, audio);
     if (video && !video->HasFrame()) {
         report.Warn("the video stream has no frames and is left out");
         video.reset();
@@ -187,6 +165,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     const std::int64_t zero = ToMilliseconds(first + shift);
     const double limit = std::isfinite(options.m_Duration) ? options.m_Duration * 1e7 : 9e18;
 
+    Verification verification(options, extent.m_Length, video, audio);
     std::uint64_t octets = 0;
     std::int64_t position = 0;
     std::int64_t end = 0; // of the last frame
@@ -204,7 +183,9 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
             track.LeaveOutInFront();
         } else if (ToMilliseconds(track.Time() + shift) >= zero) {
             end = std::max(end, track.Time() + track.Next().m_Duration - first);
-            track.Send(host, file.Handle(), shift);
+            if (track.Send(host, file.Handle(), shift)) {
+                verification.Take(videoIsNext, track.Next(), ToMilliseconds(track.Time() + shift) - zero);
+            }
             track.Advance();
         } else {
             track.LeaveOut();
@@ -218,11 +199,12 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     if (video) WarnOfFront(*video, audio, report);
     WarnOfTracks(video, audio, report);
     progress.Begin("verify");
-    CheckOutput(options, output, video, audio, progress);
+    verification.Check(output, progress, report);
     if (SignalGuard::Caught() != 0) EndBySignal(output, end, report);
     const std::uint64_t size = fs::file_size(output.Path());
     output.Keep(options.m_Sync);
     AddFileFacts(report.Facts(), options, video, audio, size);
+    AddPlayed(report.Facts(), verification.Play());
     progress.Finish();
     report.Close(ClosingLine(options, video, audio, end, size));
     return report.HasWarnings() ? kExitWarnings : kExitDone;

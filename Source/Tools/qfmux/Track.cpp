@@ -31,7 +31,7 @@ void Track::LeaveOutInFront() {
     Advance();
 }
 
-void Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
+bool Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
     AVPacket& packet = *m_Next.m_Packet;
     const auto packetSize = static_cast<std::size_t>(packet.size);
     MEDIA_FRAME frame{};
@@ -44,7 +44,7 @@ void Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
         frame.audioSize = packet.size;
         Expect(frame.timestamp, true, packet.data, packetSize);
         host.WriteAudioPacket(handle, frame, nullptr);
-        return;
+        return packetSize > 0;
     }
     if (!m_HasSent && !m_Next.m_Access.m_IsClosed) m_Begin = m_Next.m_Presentation;
     m_HasSent = true;
@@ -72,6 +72,7 @@ void Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
         }
     }
     host.WriteVideoPacket(handle, frame);
+    return frame.videoSize > 0;
 }
 
 void Track::Expect(std::int64_t time, bool isKey, const std::uint8_t* data, std::size_t size) {

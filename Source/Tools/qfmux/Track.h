@@ -48,8 +48,8 @@ public:
     // Whether its frames are H.264 with lengths in front of all units.
     bool IsWithLengths() const { return m_Plan.m_Choice.m_Framing == Framing::Lengths; }
 
-    // Hands the next frame to the plug-in, its times moved by shift.
-    void Send(HostCalls& host, void* handle, std::int64_t shift);
+    // Hands the next frame to the plug-in, its times moved by shift. Returns whether it becomes a block.
+    bool Send(HostCalls& host, void* handle, std::int64_t shift);
 
 private:
     // Notes a block that the file must hold.

@@ -139,13 +139,14 @@ void TrackReader::Examine(Frame& frame) {
     }
     bool isWhole = false;
     if (m_LengthSize > 0) frame.m_Units = SplitLengths(packet.data, size, m_LengthSize, isWhole);
-    frame.m_IsFramed = m_LengthSize == 4 && isWhole;
+    frame.m_IsFramed = m_LengthSize == 4;
     if (!isWhole) {
         // Some files say one form and have the other.
         std::vector<NalUnit> units = QfHost::SplitUnits(packet.data, size);
         const bool beginsSo = !units.empty() && units.front().m_pData - packet.data <= 4;
         if (m_LengthSize == 0 || beginsSo) {
             frame.m_Units = std::move(units);
+            frame.m_IsFramed = false;
         } else {
             ++m_Damaged;
         }

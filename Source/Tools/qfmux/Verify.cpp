@@ -5,7 +5,7 @@
 #include <fstream>
 #include <new>
 
-#include "AvPtr.h"
+#include "RawFile.h"
 #include "SignalGuard.h"
 
 extern "C" {
@@ -13,22 +13,6 @@ extern "C" {
 }
 
 namespace {
-
-struct OpenResult {
-    AvPtr<AVFormatContext> m_Context;
-    std::string m_Error;
-};
-
-// Opens a file for its blocks as they stand: nothing parsed, nothing guessed.
-OpenResult OpenRaw(const std::string& path) {
-    AVFormatContext* context = avformat_alloc_context();
-    if (context == nullptr) throw std::bad_alloc();
-    context->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
-    const int result =
-        avformat_open_input(&context, ("file:" + path).c_str(), av_find_input_format("matroska"), nullptr);
-    if (result < 0) return {nullptr, "it does not open: " + AvReason(result)};
-    return {AvPtr<AVFormatContext>(context), ""};
-}
 
 std::string Difference(const char* kind, const TrackDigest& sent, const TrackDigest& found) {
     const std::string name = std::string(kind) + ": ";
@@ -61,41 +45,25 @@ std::optional<std::string> CheckSegmentSize(const std::string& path) {
     return "its Segment says " + std::to_string(size) + " octets, the file has " + std::to_string(present);
 }
 
-std::optional<std::string> CheckTracks(const std::string& path, bool hasVideo, bool hasAudio) {
-    const OpenResult file = OpenRaw(path);
-    if (file.m_Context == nullptr) return file.m_Error;
-    bool foundVideo = false;
-    bool foundAudio = false;
-    for (unsigned i = 0; i < file.m_Context->nb_streams; ++i) {
-        const AVMediaType type = file.m_Context->streams[i]->codecpar->codec_type;
-        foundVideo = foundVideo || type == AVMEDIA_TYPE_VIDEO;
-        foundAudio = foundAudio || type == AVMEDIA_TYPE_AUDIO;
-    }
-    if (foundVideo == hasVideo && foundAudio == hasAudio) return std::nullopt;
-    return "its tracks are not those that were written";
-}
-
 std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, bool hasUnits,
                                        const TrackDigest* audio, Progress& progress) {
-    const OpenResult file = OpenRaw(path);
-    if (file.m_Context == nullptr) return file.m_Error;
+    RawFile file(path);
+    if (!file.Error().empty()) return file.Error();
     TrackDigest foundVideo(true);
     TrackDigest foundAudio(true);
     const AvPtr<AVPacket> packet(av_packet_alloc());
     if (packet == nullptr) throw std::bad_alloc();
     std::uint64_t octets = 0;
-    for (int result = 0; (result = av_read_frame(file.m_Context.get(), packet.get())) != AVERROR_EOF;) {
+    for (int result = 0; (result = file.Next(*packet)) != AVERROR_EOF;) {
         if (SignalGuard::Caught() != 0) return std::nullopt; // the caller knows
         if (result < 0) return "it does not read to its end: " + AvReason(result);
-        const AVMediaType type = file.m_Context->streams[packet->stream_index]->codecpar->codec_type;
+        const AVMediaType type = file.Context()->streams[packet->stream_index]->codecpar->codec_type;
         TrackDigest& digest = type == AVMEDIA_TYPE_VIDEO ? foundVideo : foundAudio;
-        // Video-for-Windows tracks carry decoding times.
-        digest.Block(packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts, (packet->flags & AV_PKT_FLAG_KEY) != 0);
+        digest.Block(RawFile::Time(*packet), (packet->flags & AV_PKT_FLAG_KEY) != 0);
         const auto size = static_cast<std::size_t>(packet->size);
         if (type == AVMEDIA_TYPE_VIDEO && hasUnits) {
             bool isWhole = true;
             for (const NalUnit& unit : SplitLengths(packet->data, size, 4, isWhole)) digest.Unit(unit);
-            if (!isWhole) return "a picture's units are not as long as they say";
         } else {
             digest.Octets(packet->data, size);
         }

@@ -10,9 +10,6 @@
 // Checks that the Segment's size agrees with the file's length. Returns what is wrong, or nothing.
 std::optional<std::string> CheckSegmentSize(const std::string& path);
 
-// Opens the file with libavformat and checks that it has those kinds of tracks. Returns what is wrong, or nothing.
-std::optional<std::string> CheckTracks(const std::string& path, bool hasVideo, bool hasAudio);
-
 // Reads the file back and compares each track with what it must hold; null for no such track.
 // hasUnits: whether the video track's frames are units of H.264 behind lengths. Returns what is wrong, or nothing.
 std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, bool hasUnits,

@@ -1,0 +1,40 @@
+// Whether a finished file plays as its source does.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Decoding.h"
+#include "Excerpts.h"
+
+// A source's video and audio stream, in this order; null for no such track.
+using SourceStreams = std::array<const AVCodecParameters*, 2>;
+
+struct Played {
+    std::optional<std::string> m_Fault; // what is wrong with the file
+    std::vector<std::string> m_Notes;   // what could not be played
+    std::uint64_t m_Places = 0;         // where playing began
+    std::uint64_t m_Pictures = 0;       // that were equal
+    std::uint64_t m_Samples = 0;
+};
+
+// Seeks to each excerpt in the file and compares what libavcodec makes of both.
+Played PlayExcerpts(const std::string& path, const Excerpts& excerpts, const SourceStreams& sources);
+
+// Decodes a source from end to end while it goes by, and then the file.
+class WholePlay {
+public:
+    explicit WholePlay(const SourceStreams& sources);
+
+    // To be called for each frame that becomes a block.
+    void Take(bool isVideo, const Frame& frame);
+    Played Compare(const std::string& path);
+
+private:
+    SourceStreams m_Sources;
+    std::array<std::unique_ptr<Decoding>, 2> m_Decodings;
+};

@@ -1,0 +1,66 @@
+#include "Verification.h"
+
+#include <filesystem>
+#include <functional>
+#include <future>
+
+#include "TimeLine.h"
+#include "ToolError.h"
+#include "Verify.h"
+
+namespace {
+
+SourceStreams StreamsOf(const std::optional<Track>& video, const std::optional<Track>& audio) {
+    SourceStreams streams{};
+    if (video) streams[0] = video->Plan().m_pStream->codecpar;
+    if (audio) streams[1] = audio->Plan().m_pStream->codecpar;
+    return streams;
+}
+
+} // namespace
+
+Verification::Verification(const Options& options, std::int64_t length, std::optional<Track>& video,
+                           std::optional<Track>& audio)
+    : m_Options(options), m_Video(video), m_Audio(audio) {
+    // Start codes lose units, and are for testing a plug-in.
+    if (!options.m_H264.empty()) return;
+    if (options.m_Verify == VerifyMode::Full) {
+        m_Excerpts.emplace(video.has_value(), ToMilliseconds(length),
+                           video && video->Reader().Parameters().codec_id == AV_CODEC_ID_MPEG4);
+    }
+    if (options.m_Verify == VerifyMode::Decode) m_Whole = std::make_unique<WholePlay>(StreamsOf(video, audio));
+}
+
+void Verification::Take(bool isVideo, const Frame& frame, std::int64_t time) {
+    if (m_Excerpts) m_Excerpts->Take(isVideo, frame, time);
+    if (m_Whole != nullptr) m_Whole->Take(isVideo, frame);
+}
+
+void Verification::Check(const StagedFile& output, Progress& progress, RunReport& report) {
+    const std::string path = output.Path().string();
+    std::uint64_t sent = 0;
+    if (m_Video) sent += m_Video->Digest().TotalOctets();
+    if (m_Audio) sent += m_Audio->Digest().TotalOctets();
+    std::optional<std::string> fault = CheckSegmentSize(path);
+    if (std::filesystem::file_size(output.Path()) < sent || fault) {
+        throw ToolError(kExitOutput, "cannot write '" + m_Options.m_Output + "': " + output.WriteFailure() +
+                                         "; the unfinished file was removed");
+    }
+    if (m_Options.m_Verify == VerifyMode::None) return;
+    // Both at once, as playing takes the longer of the two.
+    std::future<Played> playing;
+    if (m_Excerpts) {
+        playing =
+            std::async(std::launch::async, PlayExcerpts, path, std::cref(*m_Excerpts), StreamsOf(m_Video, m_Audio));
+    }
+    fault = CheckBlocks(path, m_Video ? &m_Video->Digest() : nullptr, m_Video && m_Video->HasUnits(),
+                        m_Audio ? &m_Audio->Digest() : nullptr, progress);
+    if (playing.valid()) m_Played = playing.get();
+    if (m_Whole != nullptr && !fault) m_Played = m_Whole->Compare(path);
+    if (!fault) fault = m_Played.m_Fault;
+    if (fault) {
+        throw ToolError(kExitVerification,
+                        "'" + m_Options.m_Output + "' did not come out right and was removed: " + *fault);
+    }
+    for (const std::string& note : m_Played.m_Notes) report.Note(note);
+}
