@@ -167,7 +167,7 @@ Played PlayExcerpts(const std::string& path, const Excerpts& excerpts, const Sou
     return played;
 }
 
-WholePlay::WholePlay(const SourceStreams& sources) : m_Sources(sources) {
+WholePlay::WholePlay(const SourceStreams& sources) {
     for (std::size_t i = 0; i < sources.size(); ++i) {
         if (sources[i] != nullptr) m_Decodings[i] = std::make_unique<Decoding>(*sources[i], nullptr, 0);
     }
@@ -175,9 +175,9 @@ WholePlay::WholePlay(const SourceStreams& sources) : m_Sources(sources) {
 
 void WholePlay::Take(bool isVideo, const Frame& frame) { m_Decodings[isVideo ? 0 : 1]->Take(frame.Source()); }
 
-Played WholePlay::Compare(const std::string& path) {
+Played WholePlay::Compare(const std::string& path, const SourceStreams& sources) {
     Played played;
-    const SourceStreams playable = Playable(m_Sources, played);
+    const SourceStreams playable = Playable(sources, played);
     RawFile file(path);
     if (!file.Error().empty()) {
         played.m_Fault = file.Error();

@@ -32,9 +32,9 @@ public:
 
     // To be called for each frame that becomes a block.
     void Take(bool isVideo, const Frame& frame);
-    Played Compare(const std::string& path);
+    // sources: those to be compared.
+    Played Compare(const std::string& path, const SourceStreams& sources);
 
 private:
-    SourceStreams m_Sources;
     std::array<std::unique_ptr<Decoding>, 2> m_Decodings;
 };

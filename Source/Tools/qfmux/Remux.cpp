@@ -183,7 +183,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
             track.LeaveOutInFront();
         } else if (ToMilliseconds(track.Time() + shift) >= zero) {
             end = std::max(end, track.Time() + track.Next().m_Duration - first);
-            if (track.Send(host, file.Handle(), shift)) {
+            if (track.Send(host, file.Handle(), shift) && !track.SetupHasChanged()) {
                 verification.Take(videoIsNext, track.Next(), ToMilliseconds(track.Time() + shift) - zero);
             }
             track.Advance();

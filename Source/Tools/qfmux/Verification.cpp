@@ -13,7 +13,8 @@ namespace {
 SourceStreams StreamsOf(const std::optional<Track>& video, const std::optional<Track>& audio) {
     SourceStreams streams{};
     if (video) streams[0] = video->Plan().m_pStream->codecpar;
-    if (audio) streams[1] = audio->Plan().m_pStream->codecpar;
+    // Behind a change players go on with the first set-up data, which is told.
+    if (audio && !audio->SetupHasChanged()) streams[1] = audio->Plan().m_pStream->codecpar;
     return streams;
 }
 
@@ -56,7 +57,7 @@ void Verification::Check(const StagedFile& output, Progress& progress, RunReport
     fault = CheckBlocks(path, m_Video ? &m_Video->Digest() : nullptr, m_Video && m_Video->HasUnits(),
                         m_Audio ? &m_Audio->Digest() : nullptr, progress);
     if (playing.valid()) m_Played = playing.get();
-    if (m_Whole != nullptr && !fault) m_Played = m_Whole->Compare(path);
+    if (m_Whole != nullptr && !fault) m_Played = m_Whole->Compare(path, StreamsOf(m_Video, m_Audio));
     if (!fault) fault = m_Played.m_Fault;
     if (fault) {
         throw ToolError(kExitVerification,

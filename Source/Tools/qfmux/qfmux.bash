@@ -8,7 +8,7 @@ _qfmux() {
     case $previous in
     --format) mapfile -t COMPREPLY < <(compgen -W 'mkv hmkv mka webm' -- "$current") ;;
     --h264) mapfile -t COMPREPLY < <(compgen -W 'H264 N264 A264 I264 havc' -- "$current") ;;
-    --verify) mapfile -t COMPREPLY < <(compgen -W 'full fast none' -- "$current") ;;
+    --verify) mapfile -t COMPREPLY < <(compgen -W 'full decode none' -- "$current") ;;
     --progress) mapfile -t COMPREPLY < <(compgen -W 'auto bar json none' -- "$current") ;;
     --tracks | --aspect | --duration) COMPREPLY=() ;;
     *)
