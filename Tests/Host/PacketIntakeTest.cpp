@@ -514,4 +514,34 @@ TEST_F(PacketIntake, WritingStartsWhenBothKindsHaveComeAndFiveBlocksWait) {
     }
 }
 
+TEST_F(PacketIntake, EachWayOfTakingAFrameStartsWriting) {
+    const struct {
+        const char* m_What;
+        FourCC m_Format;
+        FourCC m_Video;
+        const char* m_Frame;
+        int m_Frames; // that it takes
+    } rows[] = {
+        {"as it stands", kMkv, MakeFourCC("Xvid"), "01", 5},
+        {"slices, one to a frame", kMkv, MakeFourCC("N264"), "00 00 00 01 65 11", 5},
+        {"slices, five to a frame", kMkv, MakeFourCC("N264"),
+         "00 00 00 01 65 11 00 00 00 01 65 12 00 00 00 01 65 13 00 00 00 01 65 14 00 00 00 01 65 15", 1},
+        {"rewritten whole", kMkv, MakeFourCC("H264"), "00 00 00 01 65 11", 5},
+        {"H.264 with lengths", kMkv, MakeFourCC("H264"), "00 00 00 02 65 11", 5},
+        {"WebM, as it stands", MakeFourCC("WEBM"), MakeFourCC("VP8 "), "01", 1},
+        {"WebM, slices", MakeFourCC("WEBM"), MakeFourCC("N264"), "00 00 00 01 65 11", 1},
+        {"WebM, slices of the other code", MakeFourCC("WEBM"), MakeFourCC("A264"), "00 00 00 01 65 11", 1},
+    };
+    for (const auto& row : rows) {
+        for (const bool written : {false, true}) {
+            HostSession session(m_Plugin, MakeJob(row.m_Format, row.m_Video, MakeFourCC("AAC ")));
+            EXPECT_EQ(session.Audio(Hex("21"), 0, 200000), 1);
+            for (int i = 0; i < row.m_Frames - (written ? 0 : 1); ++i) {
+                EXPECT_GT(session.Video(Hex(row.m_Frame), i * 400000, 400000), 0) << row.m_What;
+            }
+            EXPECT_EQ(TracksAreWritten(session), written) << row.m_What;
+        }
+    }
+}
+
 } // namespace

@@ -57,4 +57,22 @@ TEST_F(HeldMemory, WhatOneCrowdedClusterTookIsGivenBack) {
     }
 }
 
+// Blocks are used again, large pictures are not kept in them.
+TEST_F(HeldMemory, WhatLargePicturesTookIsGivenBack) {
+    for (const FourCC format : {MakeFourCC("MKV "), MakeFourCC("WEBM")}) {
+        SCOPED_TRACE(format);
+        Create(format, MakeFourCC("VP8 "));
+        Octets octet = Hex("11");
+        Octets large(1 << 20, 0x22);
+        for (int i = 0; i < 100; ++i) Video(octet, i * kSecond / 10);
+        const std::size_t before = HeapMeter::LiveOctets();
+        for (int i = 100; i < 110; ++i) Video(large, i * kSecond / 10);
+        EXPECT_GT(HeapMeter::LiveOctets(), before + 5 * large.size()) << "while the cluster is being assembled";
+        for (int i = 110; i < 140; ++i) Video(octet, i * kSecond / 10);
+        EXPECT_LT(HeapMeter::LiveOctets(), before + 20000) << "once it is written, and the next one too";
+        m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
+        m_pHandle = nullptr;
+    }
+}
+
 } // namespace
