@@ -187,6 +187,18 @@ TYPED_TEST(MuxerReuse, LateSetUpDataGoesIntoEachFilesOwnTracks) {
     }
 }
 
+std::uint32_t CreateWithoutAJob(MKVMuxer& muxer) { return muxer.CreateMediaFile(L"none", nullptr, nullptr); }
+std::uint32_t CreateWithoutAJob(WebmMuxer1& muxer) { return muxer.CreateMediaFile(L"none", nullptr); }
+
+TYPED_TEST(MuxerReuse, ACreationWithoutAJobFinishesTheOpenFile) {
+    this->Open(Job(true, false));
+    for (int i = 0; i < 7; ++i) this->Video(i * 400000);
+    EXPECT_EQ(CreateWithoutAJob(this->m_Muxer), 0U);
+    const Ebml::File file(ReadFile(this->m_Directory / this->m_Name)); // while the muxer lives
+    EXPECT_EQ(Ebml::Describe(Ebml::Check(file)), "");
+    EXPECT_EQ(file.Blocks().size(), 7U);
+}
+
 // What an outsider wrote in front goes under the header.
 TYPED_TEST(MuxerReuse, TheHeaderStandsAtTheFilesStart) {
     this->Open(Job(true, false));
