@@ -227,6 +227,19 @@ TEST_F(FileExTest, ReadsNothingFromAFileOpenedForWriting) {
     EXPECT_EQ(m_File.Read(m_Buffer, 3), 0U);
 }
 
+// What is read lies behind what was written, in every mode: octets that are gathered go out first.
+TEST_F(FileExTest, ReadsBehindWhatWasWritten) {
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    WriteText(m_File, "0123456789");
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 0U);
+    EXPECT_TRUE(Holds("a.mkv", "0123456789")) << "on the disk before the read";
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "rb+"), 1U);
+    WriteText(m_File, "ab");
+    EXPECT_EQ(m_File.Seek(0, SEEK_CUR), 0);
+    EXPECT_EQ(m_File.Read(m_Buffer, 3), 3U);
+    EXPECT_EQ(std::string(m_Buffer, 3), "234");
+}
+
 TEST_F(FileExTest, OpensAPathWithoutADot) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(m_Directory / ".");

@@ -88,6 +88,49 @@ protected:
 using Muxers = testing::Types<MKVMuxer, WebmMuxer1>;
 TYPED_TEST_SUITE(MuxerReuse, Muxers, ClassNames);
 
+TYPED_TEST(MuxerReuse, CreationResetsWhatBelongsToOneFile) {
+    TypeParam& muxer = this->m_Muxer;
+    this->Open(Job(true, true));
+    muxer.CloseMediaFile();
+    muxer.m_HeaderWritten = muxer.m_VideoStarted = muxer.m_AudioStarted = muxer.m_TracksWritten = 7;
+    muxer.m_NoBlockYet = 0;
+    muxer.m_FirstBlockTime = muxer.m_LastWriteTime = muxer.m_CueTrack = muxer.m_CueBlockNumber = 7;
+    muxer.m_LastCueClusterPos = muxer.m_LastCueTime = 7;
+    muxer.m_SegmentPos = muxer.m_SegmentDataPos = muxer.m_InfoPos = muxer.m_TracksPos = muxer.m_ReservedSize = 7;
+    muxer.m_AudioDuration = 7;
+
+    this->Open(Job(true, true));
+    EXPECT_EQ(muxer.m_HeaderWritten, 0U);
+    EXPECT_EQ(muxer.m_VideoStarted, 0U);
+    EXPECT_EQ(muxer.m_AudioStarted, 0U);
+    EXPECT_EQ(muxer.m_TracksWritten, 0U);
+    EXPECT_EQ(muxer.m_NoBlockYet, 1U);
+    EXPECT_EQ(muxer.m_FirstBlockTime, 0);
+    EXPECT_EQ(muxer.m_LastWriteTime, 0);
+    EXPECT_EQ(muxer.m_CueTrack, 0);
+    EXPECT_EQ(muxer.m_LastCueClusterPos, -1);
+    EXPECT_EQ(muxer.m_LastCueTime, -1);
+    EXPECT_EQ(muxer.m_CueBlockNumber, 0);
+    EXPECT_EQ(muxer.m_SegmentPos, 0);
+    EXPECT_EQ(muxer.m_SegmentDataPos, 0);
+    EXPECT_EQ(muxer.m_InfoPos, 0);
+    EXPECT_EQ(muxer.m_TracksPos, 0);
+    EXPECT_EQ(muxer.m_ReservedSize, 0);
+    EXPECT_EQ(muxer.m_AudioDuration, 7) << "the muxer's, deliberately";
+    EXPECT_EQ(muxer.m_Streams.size(), 2U);
+    EXPECT_EQ(muxer.m_pVideoStream, muxer.m_Streams.front().get());
+    EXPECT_EQ(muxer.m_pAudioStream, muxer.m_Streams.back().get());
+
+    this->Open(Job(false, true));
+    EXPECT_EQ(muxer.m_pVideoStream, nullptr);
+    EXPECT_EQ(muxer.m_VideoStarted, 1U) << "there is none to wait for";
+    EXPECT_EQ(muxer.m_AudioStarted, 0U);
+    this->Open(Job(true, false));
+    EXPECT_EQ(muxer.m_pAudioStream, nullptr);
+    EXPECT_EQ(muxer.m_VideoStarted, 0U);
+    EXPECT_EQ(muxer.m_AudioStarted, 1U);
+}
+
 TYPED_TEST(MuxerReuse, EachFileHasAHeaderAndItsOwnTracks) {
     for (const auto& [hasVideo, hasAudio] : {std::pair{true, true}, {true, false}, {false, true}, {true, true}}) {
         this->Open(Job(hasVideo, hasAudio));
