@@ -90,17 +90,20 @@ TEST_F(Log, FileThatDoesNotOpenWithItsPath) {
     const struct {
         const char* m_What;
         std::wstring m_Path;
+        int m_Why; // errno
     } rows[] = {
-        {"no such directory", root + L"none/a.mkv"},
-        {"a directory", root + L"folder"},
-        {"an empty path", L""},
-        {"not ASCII", root + L"nirgendwo \u00E4\u4E16\U0001F600/a.mkv"},
-        {"signs of a format", root + L"none/100%s%n%d%%.mkv"},
-        {"a name longer than any file system takes", root + std::wstring(3000, L'x')},
+        {"no such directory", root + L"none/a.mkv", ENOENT},
+        {"a directory", root + L"folder", EISDIR},
+        {"an empty path", L"", ENOENT},
+        {"not ASCII", root + L"nirgendwo \u00E4\u4E16\U0001F600/a.mkv", ENOENT},
+        {"signs of a format", root + L"none/100%s%n%d%%.mkv", ENOENT},
+        {"a name longer than any file system takes", root + std::wstring(3000, L'x'), ENAMETOOLONG},
     };
     for (const FourCC format : {MakeFourCC("MKV "), MakeFourCC("HMKV"), MakeFourCC("MKA "), MakeFourCC("WEBM")}) {
         for (const auto& row : rows) {
+            errno = 0;
             EXPECT_EQ(Create(row.m_Path.c_str(), format), nullptr) << row.m_What;
+            EXPECT_EQ(errno, row.m_Why) << row.m_What;
             EXPECT_EQ(m_Log.Take(), Messages{L"TWLogEx: qf_mkv.dll: Create media file[" + row.m_Path + L"] failed"})
                 << row.m_What;
         }

@@ -29,7 +29,7 @@ constexpr FourCC MakeFourCC(const char (&text)[5]) {
 
 /// One video stream. The muxer copies it whole.
 struct VideoParam {
-    FourCC fourCC;              ///< H264 I264 A264 N264 havc MP1V MP2V MP4V Xvid "VP8 ", or any other code
+    FourCC fourCC;              ///< H264 I264 A264 N264 havc MP1V MP2V MP4V Xvid "VP8 ", else Video-for-Windows
     std::int32_t width;         ///< pixels
     std::int32_t height;        ///< pixels; negative for a bottom-up picture, whose magnitude counts
     double frameRate;           ///< frames per second, greater than 0
@@ -40,7 +40,7 @@ struct VideoParam {
 
 /// One audio stream.
 struct AudioParam {
-    FourCC fourCC;              ///< "AAC " "AC3 " "MP3 " MP2A "DTS " "PCM " VBIS (Vorbis), or any other code
+    FourCC fourCC;              ///< "AAC " "AC3 " "MP3 " MP2A "DTS " "PCM " VBIS (Vorbis), else WAVEFORMATEX
     std::int32_t sampleRate;    ///< samples per second
     std::int32_t channels;      ///< channels
     unsigned char host12[12];   ///< the host's own
@@ -50,7 +50,7 @@ struct AudioParam {
 
 /// One output job. A host's own record may be longer.
 struct EncodeParam {
-    VideoParam videoParam;      ///< not looked at when the job has no video
+    VideoParam videoParam;      ///< without video its fourCC counts still: "VP8 " makes the DocType "webm"
     AudioParam audioParam;      ///< not looked at when the job has no audio
     std::uint32_t disableVideo; ///< non-zero: the job has no video stream
     std::uint32_t disableAudio; ///< non-zero: the job has no audio stream

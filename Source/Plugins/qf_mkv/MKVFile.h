@@ -37,7 +37,7 @@ ConversionResult UTF8toW(const char* source, int sourceLength, wchar_t* target, 
 // Longest text that the plug-in converts, in units of the target; what is longer is cut at a whole character.
 constexpr int kTextCapacity = 2047;
 
-// The UTF-8 form of a wide text, empty for null. The name is older than the platform's 32-bit wide strings.
+// The UTF-8 form of a wide text, empty for null. Its units are the platform's 32-bit ones, whatever the name says.
 std::string UTF16To8(const wchar_t* text);
 
 // The same on the stack, for where no memory may be asked for.

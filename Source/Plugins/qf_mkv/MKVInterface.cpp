@@ -1,6 +1,7 @@
 #include "MKVInterface.h"
 
 #include <array>
+#include <cerrno>
 #include <memory>
 #include <new>
 #include <typeinfo>
@@ -97,8 +98,10 @@ void* CreateWith(std::uint32_t isWebm, const wchar_t* path, const EncodeParam* p
         return nullptr;
     }
     if (!Create(*muxer, path, param)) {
+        const int why = errno;
         muxer.reset();
         HostLog::Get().TWLogEx(L"qf_mkv.dll: Create media file[%s] failed", path);
+        errno = why;
         return nullptr;
     }
     return static_cast<IStream*>(muxer.release());

@@ -7,7 +7,8 @@
 /// The life of a file: CreateMediaFile; WriteVosData and WritezXPSData with codec set-up data, best before the first
 /// frame; WriteVideoPacket and WriteAudioPacket with frames, each kind in decoding order; CloseMediaFile.
 /// Calls come from one thread at a time. std::bad_alloc is the only exception that leaves the library; the call has
-/// then taken nothing in (an H.264 frame may have had its start codes overwritten), and the handle stays usable.
+/// then taken nothing in (an H.264 frame may have had its start codes overwritten), and the handle stays usable. A host
+/// that is not C++ cannot catch it: there it ends the process.
 #pragma once
 
 #include "HostRecords.h"
@@ -24,7 +25,8 @@
 
 extern "C" {
 
-/// The formats: "MKV ", HMKV, "MKA " and WEBM, then the terminator.
+/// The formats: "MKV ", HMKV, "MKA " and WEBM, then the terminator. "MKA " has no video: its videoEncoders,
+/// WriteVideoPacket and WritezXPSData are null. SetMuxParam is null in all records but the first, spare in all.
 /// \return FormatArray, the library's own, valid while it is loaded
 QF_ENTRY FileFormatInfo* GetFileFormats();
 
@@ -92,11 +94,19 @@ QF_ENTRY int SetMuxParam(MuxParam* param);
 
 /// Creates a file for a job. Nothing is written before the first frames. Replaces a file that is there. A path whose
 /// last extension begins ".iso:" is a pseudo-file: all calls succeed and nothing is written.
+///
+/// Any codec is taken with any format. Codes that FourCC lists do not name, VP9, HEVC, AV1, Opus and FLAC among them,
+/// become Video-for-Windows and WAVEFORMATEX tracks, in WEBM too.
+///
+/// The file's date is local time, not UTC: it counts from midnight of 2001-01-01 with summer time claimed for it. It is
+/// an hour ahead where mktime takes one off for that claim, as the GNU C library's does in all zones, UTC included.
+///
 /// \param path UTF-32, ended by a zero; cut at 2,047 octets of UTF-8
 /// \param param the job, copied
 /// \return the handle, the host's until CloseMediaFile ends it. Null, with a message in the host's log, for a format
 /// that is not in the table, a file that does not open and lack of memory for the muxer; null without a message for a
-/// null argument
+/// null argument. For a file that does not open errno says why; otherwise it means nothing
+/// \throws std::bad_alloc: there is no handle; an empty file may have been created
 QF_ENTRY void* CreateMediaFile(const wchar_t* path, const EncodeParam* param);
 
 /// Takes one video frame in and copies it. On the H.264 start-code paths the frame's start codes are overwritten with
@@ -119,8 +129,11 @@ QF_ENTRY int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* frame
 
 /// Set-up data of audio, copied. AAC: the AudioSpecificConfig (ISO/IEC 14496-3). Vorbis: the three header packets,
 /// laced as in Matroska's CodecPrivate. Data for other codecs is ignored. After the first frames have been written the
-/// room is fixed: 1,024 octets for AAC, 10,240 for Vorbis, or what came before; what does not fit is ignored. \param
-/// handle an open file, or null \param data the octets, the host's; or null \param length octets at data
+/// room is fixed: 1,024 octets for AAC, 10,240 for Vorbis, or as many as came before. What does not fit is ignored.
+/// \param handle an open file, or null
+/// \param data the octets, the host's; or null
+/// \param length octets at data
+/// \throws std::bad_alloc: nothing has been taken in, and the handle stays usable
 QF_ENTRY void WriteVosData(void* handle, unsigned char* data, int length);
 
 /// Set-up data of video, copied. H.264: one picture and one sequence parameter set, NAL units without start codes.
@@ -132,11 +145,12 @@ QF_ENTRY void WriteVosData(void* handle, unsigned char* data, int length);
 /// \param pictureSetLength octets at pictureSet
 /// \param sequenceSet the sequence parameter set or sequence header, the host's; or null
 /// \param sequenceSetLength octets at sequenceSet
+/// \throws std::bad_alloc: nothing has been taken in, and the handle stays usable
 QF_ENTRY void WritezXPSData(void* handle, unsigned char* pictureSet, int pictureSetLength, unsigned char* sequenceSet,
                             int sequenceSetLength);
 
-/// Completes and closes the file and ends the handle. Does not fail and does not report: a file whose disk is full, or
-/// for whose index memory ran out, ends where it could be written.
+/// Completes and closes the file and ends the handle. Does not fail and does not report. A file whose disk was full,
+/// for however short a time, ends there, and its Segment's size is unknown. Blocks without memory are left out.
 /// \param handle an open file of either kind, whatever IsWebm says; or null, for which nothing happens
 /// \param progress accepted and never called
 /// \param argument accepted and never used
