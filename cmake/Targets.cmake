@@ -37,3 +37,15 @@ function(qf_harden target)
                               $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
     endif()
 endfunction()
+
+# What guides a fuzzer: it counts the branches that an input takes.
+function(qf_instrument target)
+    if(QF_FUZZ)
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+    endif()
+endfunction()
+
+# What runs once, such as a command line, takes longer to optimise than to run.
+function(qf_optimise_little target)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+endfunction()

@@ -16,13 +16,14 @@ need_packages() {
         "${missing[@]}" >/dev/null
 }
 
-# Configures and builds a preset; its words are shown only when it fails.
+# Configures and builds a preset, all of it or the targets that $targets names; its words are shown only when it fails.
+targets=all
 build_preset() { # preset, then options for the configuration
     local preset=$1 log
     shift
     log=$(mktemp)
     # What a plain cmake would leave out for want of a package counts as failed here.
-    if ! { cmake --preset "$preset" "$@" && cmake --build --preset "$preset"; } >"$log" 2>&1 ||
+    if ! { cmake --preset "$preset" "$@" && cmake --build --preset "$preset" --target $targets; } >"$log" 2>&1 ||
         grep -q 'is missing: built' "$log"; then
         cat "$log" >&2
         rm -f "$log"

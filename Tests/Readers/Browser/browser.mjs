@@ -1,4 +1,4 @@
-// Headless Chromium with one page that holds one <video>, and the server that it reads from. Every wait is bounded.
+// Headless Chromium; each of its pages holds one <video> and has a server of its own. Every wait is bounded.
 import { mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -140,10 +140,32 @@ const arguments_ = [
 // NaN without a range.
 export const rangeStart = (range) => Number(/^bytes=(\d+)-/.exec(range)?.[1]);
 
-// Runs `use` with a browser that reads from the folder; whatever happens, nothing is left behind. The sandbox needs
-// rights that containers and root do not have; all that is loaded here is our own.
+// Runs `use` with a browser, given as withPage below; whatever happens, nothing is left behind. The sandbox needs rights
+// that containers and root do not have; all that is loaded here is our own.
+export async function withBrowser(use) {
+    const home = mkdtempSync(join(tmpdir(), 'qf-browser-'));
+    let context = null;
+    try {
+        context = await chromium.launchPersistentContext(join(home, 'profile'), {
+            executablePath: '/usr/bin/chromium',
+            chromiumSandbox: false,
+            args: arguments_,
+            env: { ...process.env, HOME: home },
+            viewport: { width: 640, height: 480 },
+            timeout: 30000,
+        });
+        context.setDefaultTimeout(15000);
+        await use((...rest) => withPage(context, ...rest));
+    } finally {
+        if (context) await within(15000, 'closing the browser', context.close());
+        rmSync(home, { recursive: true, force: true, maxRetries: 5 });
+    }
+}
+
+// Runs `use` with a new page that reads from the folder. The server's port is new as well, so that nothing that the
+// browser keeps of other pages' files is taken for this one's.
 // gap: the octets [from, to) of a file do not come: an answer that leads there stalls, as on a slow line.
-export async function withBrowser(folder, use, gap = [0, 0]) {
+async function withPage(context, folder, use, gap = [0, 0]) {
     const responses = [];
     // Of each answer that has begun: [path, the Range asked for, the status it got]
     const ranges = () =>
@@ -174,20 +196,10 @@ export async function withBrowser(folder, use, gap = [0, 0]) {
         ],
     });
     server.server.prependListener('request', (request, response) => responses.push(response));
-    const home = mkdtempSync(join(tmpdir(), 'qf-browser-'));
-    let context = null;
+    let tab = null;
     try {
         await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
-        context = await chromium.launchPersistentContext(join(home, 'profile'), {
-            executablePath: '/usr/bin/chromium',
-            chromiumSandbox: false,
-            args: arguments_,
-            env: { ...process.env, HOME: home },
-            viewport: { width: 640, height: 480 },
-            timeout: 30000,
-        });
-        context.setDefaultTimeout(15000);
-        const tab = context.pages()[0] ?? (await context.newPage());
+        tab = await context.newPage();
         await tab.goto(`http://127.0.0.1:${server.server.address().port}/`);
         const call = (name, ...args) =>
             within(
@@ -197,10 +209,9 @@ export async function withBrowser(folder, use, gap = [0, 0]) {
             );
         await use({ call, ranges, screenshot: () => tab.locator('video').screenshot() });
     } finally {
-        if (context) await within(15000, 'closing the browser', context.close());
+        if (tab) await within(15000, 'closing a page', tab.close());
         server.server.closeAllConnections?.();
         server.close();
-        rmSync(home, { recursive: true, force: true, maxRetries: 5 });
     }
 }
 
