@@ -25,61 +25,129 @@ install(
     DESTINATION ${package_folder}
     COMPONENT dev)
 install(FILES ${PROJECT_BINARY_DIR}/qf_mkv.pc DESTINATION ${pkgconfig_folder} COMPONENT dev)
-install(FILES Docs/HostGuide.md Docs/FileLayout.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qf-mkv-dev COMPONENT dev)
+# A page goes into a package with its links: to pages beside it, to the installed headers, or, where nothing is
+# installed, to nothing.
+function(qf_install_pages component package) # then the pages of Docs, whose neighbours these are
+    foreach(page ${ARGN})
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS Docs/${page})
+        file(READ Docs/${page} text)
+        string(REGEX REPLACE "\\]\\(\\.\\./Source/Plugins/qf_mkv/([A-Za-z]+\\.h)\\)" "](../../../include/qf_mkv/\\1)" text
+                             "${text}")
+        file(GLOB others RELATIVE ${PROJECT_SOURCE_DIR}/Docs Docs/*.md)
+        list(REMOVE_ITEM others ${ARGN})
+        foreach(other ${others})
+            string(REGEX REPLACE "\\[([^]]*)\\]\\(${other}(#[^)]*)?\\)" "\\1" text "${text}")
+        endforeach()
+        file(WRITE ${PROJECT_BINARY_DIR}/pages/${package}/${page} "${text}")
+        install(
+            FILES ${PROJECT_BINARY_DIR}/pages/${package}/${page}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
+            COMPONENT ${component})
+    endforeach()
+endfunction()
 
-# The tools: each manual page, with the program that it describes and the program's completion. The 32-bit ones go by
-# names of their own, since both word sizes of a tool are wanted on one machine.
+# What Debian asks of each package: its licence, and when it was made. SOURCE_DATE_EPOCH sets the time.
+function(qf_install_legal component package)
+    install(
+        FILES cmake/copyright
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
+        COMPONENT ${component})
+    install(CODE "set(QF_PACKAGE ${package})\nset(QF_VERSION ${PROJECT_VERSION})" COMPONENT ${component})
+    install(SCRIPT cmake/Changelog.cmake COMPONENT ${component})
+endfunction()
+
+qf_install_legal(plugin qf-mkv-plugin)
+qf_install_legal(dev qf-mkv-dev)
+qf_install_pages(dev qf-mkv-dev HostGuide.md FileLayout.md)
+# The guide's host as a file.
+file(READ Docs/HostGuide.md guide)
+string(REGEX MATCH "\n```cpp\n" fence "${guide}")
+string(FIND "${guide}" "${fence}" begin)
+string(LENGTH "${fence}" length)
+math(EXPR begin "${begin} + ${length}")
+string(SUBSTRING "${guide}" ${begin} -1 guide)
+string(FIND "${guide}" "\n```" end)
+string(SUBSTRING "${guide}" 0 ${end} guide)
+file(WRITE ${PROJECT_BINARY_DIR}/pages/host.cpp "${guide}\n")
+install(
+    FILES ${PROJECT_BINARY_DIR}/pages/host.cpp
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qf-mkv-dev/examples
+    COMPONENT dev)
+
+# The tools: each manual page, with the program that it describes and the program's completion. Those that need media
+# libraries are packages of their own. The 32-bit ones go by names of their own, since both word sizes of a tool are
+# wanted on one machine.
 set(tools_package qf-mkv-tools)
 set(tool_suffix "")
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
     set(tool_suffix -i386)
     string(APPEND tools_package ${tool_suffix})
 endif()
+find_program(QF_GZIP gzip REQUIRED)
 file(GLOB pages CONFIGURE_DEPENDS Docs/man/*.1)
-set(tools_found FALSE)
+set(tool_components "")
 foreach(page ${pages})
     cmake_path(GET page STEM tool)
     if(NOT TARGET ${tool})
         continue()
     endif()
-    set(tools_found TRUE)
+    set(component tools)
+    set(package ${tools_package})
+    if(tool MATCHES "^(qfmux|qfmap)$")
+        set(component ${tool})
+        set(package ${tool})
+    endif()
+    if(NOT component IN_LIST tool_components)
+        list(APPEND tool_components ${component})
+        qf_install_legal(${component} ${package})
+    endif()
     add_dependencies(shipped ${tool})
+    set(program ${CMAKE_INSTALL_BINDIR}/${tool}${tool_suffix})
     install(
         PROGRAMS $<TARGET_FILE:${tool}>
         RENAME ${tool}${tool_suffix}
         DESTINATION ${CMAKE_INSTALL_BINDIR}
-        COMPONENT tools)
+        COMPONENT ${component})
+    # What is installed under another name than its target's is not stripped by CPack.
+    install(CODE "if(CMAKE_INSTALL_DO_STRIP)
+        execute_process(COMMAND ${CMAKE_STRIP} \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${program}\"
+                        COMMAND_ERROR_IS_FATAL ANY)
+    endif()" COMPONENT ${component})
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${page})
+    set(packed ${PROJECT_BINARY_DIR}/pages/${tool}${tool_suffix}.1.gz)
+    execute_process(COMMAND ${QF_GZIP} -9nc ${page} OUTPUT_FILE ${packed} COMMAND_ERROR_IS_FATAL ANY)
     install(
-        FILES ${page}
-        RENAME ${tool}${tool_suffix}.1
+        FILES ${packed}
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-        COMPONENT tools)
+        COMPONENT ${component})
     set(completion Source/Tools/${tool}/${tool}.bash)
     if(NOT tool_suffix AND EXISTS ${PROJECT_SOURCE_DIR}/${completion})
         install(
             FILES ${completion}
             RENAME ${tool}
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-            COMPONENT tools)
+            COMPONENT ${component})
     endif()
 endforeach()
 if(TARGET qfmux)
+    qf_install_pages(qfmux qfmux Timestamps.md Readers.md Scaling.md)
     install(
-        FILES Docs/Timestamps.md Docs/Readers.md Docs/SessionFormat.md Docs/Scaling.md Docs/qfmux-array.sbatch
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${tools_package}
-        COMPONENT tools)
+        FILES Docs/qfmux-array.sbatch
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qfmux
+        COMPONENT qfmux)
+endif()
+if(TARGET qfreplay)
+    qf_install_pages(tools ${tools_package} SessionFormat.md)
 endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "The qf_mkv maintainers <maintainers@qf-mkv.invalid>")
+set(CPACK_PACKAGE_CONTACT "The qf_mkv authors <authors@qf-mkv.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES TRUE)
 set(CPACK_THREADS 0)
 set(CPACK_COMPONENTS_ALL plugin dev)
-if(tools_found)
-    list(APPEND CPACK_COMPONENTS_ALL tools)
-endif()
+list(APPEND CPACK_COMPONENTS_ALL ${tool_components})
 set(CPACK_DEB_COMPONENT_INSTALL TRUE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS TRUE)
@@ -105,9 +173,24 @@ what CMake and pkg-config find them by.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "qf-mkv-plugin (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS qf-mkv-plugin)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-    "command line tools around the qf_mkv plug-in
-Hosts for the shell: what writes files through the plug-in, repeats recorded
-calls and examines it.")
+    "tools that examine the qf_mkv plug-in
+qfcheck asks any build of the plug-in whether it keeps its interface; qfreplay
+repeats the recorded calls of a host. Neither needs a media library.")
+
+set(CPACK_DEBIAN_QFMUX_PACKAGE_NAME qfmux)
+set(CPACK_DEBIAN_QFMUX_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_QFMUX_PACKAGE_DEPENDS "qf-mkv-plugin (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_QFMUX_DESCRIPTION
+    "remuxer to Matroska and WebM
+Puts the streams of any media file that libavformat reads into a Matroska or
+WebM file, by way of the qf_mkv plug-in, and compares what it wrote.")
+
+set(CPACK_DEBIAN_QFMAP_PACKAGE_NAME qfmap)
+set(CPACK_DEBIAN_QFMAP_PACKAGE_SECTION video)
+set(CPACK_COMPONENT_QFMAP_DESCRIPTION
+    "drawings of how Matroska and WebM files are laid out
+Prints or draws the parts, clusters, tracks, key frames and cues of any such
+file, whoever wrote it, and finds tracks that lag or have gaps.")
 include(CPack)

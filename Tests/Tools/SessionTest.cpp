@@ -76,12 +76,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SessionTest, SamplesReplayAlikeInBothBuilds) {
     for (const auto& [clip, output] : {std::pair{"h264-aac.mp4", "a.mkv"}, std::pair{"vp8-vorbis.webm", "a.webm"}}) {
-        ASSERT_EQ(RunCommand(Quoted(QF_QFMUX) + " --record " + Quoted(Path("session")) + " " +
+        ASSERT_EQ(RunCommand(Quoted(QF_QFMUX) + " --overwrite --record " + Quoted(Path("session")) + " " +
                              Quoted(std::string(QF_SAMPLES "/") + clip) + " " + Quoted(Path(output)))
                       .m_ExitCode,
                   0);
         for (const auto& [build, name] : {std::pair{kNative, "native"}, std::pair{kRecord, "i386"}}) {
-            ASSERT_EQ(build.Replay(Quoted(Path("session")) + " " + Quoted(Path(name)) + " " + m_Pinned).m_ExitCode, 0);
+            ASSERT_EQ(build.Replay("--overwrite " + Quoted(Path("session")) + " " + Quoted(Path(name)) + " " + m_Pinned)
+                          .m_ExitCode,
+                      0);
         }
         EXPECT_TRUE(ReadFile(Path("native")) == ReadFile(Path("i386"))) << clip;
     }

@@ -189,21 +189,26 @@ int HostCalls::WriteAudioPacket(void* handle, const MEDIA_FRAME& frame, int* fra
 
 void HostCalls::WriteVosData(void* handle, std::vector<std::uint8_t> data) {
     const int size = static_cast<int>(data.size());
+    json kept = m_Writer != nullptr ? m_Writer->Store(data.data(), size) : nullptr;
     m_Plugin.WriteVosData(handle, data.data(), size);
-    if (m_Writer == nullptr) return;
-    Record({{"call", "WriteVosData"}, {"file", FileNumber(handle)}, {"data", m_Writer->Store(data.data(), size)}});
+    Record({{"call", "WriteVosData"}, {"file", FileNumber(handle)}, {"data", std::move(kept)}});
 }
 
 void HostCalls::WritezXPSData(void* handle, std::vector<std::uint8_t> pictureSet,
                               std::vector<std::uint8_t> sequenceSet) {
     const int pictureSize = static_cast<int>(pictureSet.size());
     const int sequenceSize = static_cast<int>(sequenceSet.size());
+    json picture;
+    json sequence;
+    if (m_Writer != nullptr) {
+        picture = m_Writer->Store(pictureSet.data(), pictureSize);
+        sequence = m_Writer->Store(sequenceSet.data(), sequenceSize);
+    }
     m_Plugin.WritezXPSData(handle, pictureSet.data(), pictureSize, sequenceSet.data(), sequenceSize);
-    if (m_Writer == nullptr) return;
     Record({{"call", "WritezXPSData"},
             {"file", FileNumber(handle)},
-            {"pictureSet", m_Writer->Store(pictureSet.data(), pictureSize)},
-            {"sequenceSet", m_Writer->Store(sequenceSet.data(), sequenceSize)}});
+            {"pictureSet", std::move(picture)},
+            {"sequenceSet", std::move(sequence)}});
 }
 
 void HostCalls::CloseMediaFile(void* handle) {

@@ -25,7 +25,7 @@ int Run(int argc, char** argv) {
     app.add_option("PLUGIN", path, "the plug-in's file, of this program's word size")->required();
     app.add_option("SESSION", session, "the recorded session")->required();
     app.add_option("OUTPUT", output, "the file to write")->required();
-    app.add_option("--rand", rand, "what the plug-in's rand() returns first; then one more each time")
+    app.add_option("--rand", rand, "N, which the plug-in's rand() returns first; then N + 1, then 1, 2, 3, ...")
         ->check(CLI::Range(0, 1 << 30));
     app.add_option("--time", time, "the time that the plug-in sees, in seconds since 1970, UTC");
     app.add_flag("--check", check, "compare each result with the recorded one; the first that differs ends it");
