@@ -1,6 +1,6 @@
 # After cpack: two things of Debian's that this version of CMake cannot say.
 #
-# Multi-Arch: the plug-in and the headers of both ABIs lie side by side, and a tool serves hosts of any.
+# Multi-Arch: the plug-in, the library and the headers of both ABIs lie side by side, and a tool serves hosts of any.
 # Depends: an i386 build on an amd64 machine runs on amd64's 32-bit libraries, which dpkg-shlibdeps then names. What an
 # i386 package depends on are their twins, the same sources in the same versions.
 foreach(deb IN LISTS CPACK_PACKAGE_FILES)
@@ -10,7 +10,7 @@ foreach(deb IN LISTS CPACK_PACKAGE_FILES)
     file(READ ${tree}/DEBIAN/control control)
     string(REGEX REPLACE "lib32(gcc-s1|stdc\\+\\+6)" "lib\\1" control "${control}")
     string(REPLACE "libc6-i386" "libc6" control "${control}")
-    if(deb MATCHES "/(qf-mkv-tools|qfmux|qfmap)")
+    if(deb MATCHES "/(qf-mkv-tools|qfmux|qfmap)|_all\\.deb")
         set(kind foreign)
     else()
         set(kind same)

@@ -33,6 +33,7 @@ function(qf_install_pages component package) # then the pages of Docs, whose nei
         file(READ Docs/${page} text)
         string(REGEX REPLACE "\\]\\(\\.\\./Source/Plugins/qf_mkv/([A-Za-z]+\\.h)\\)" "](../../../include/qf_mkv/\\1)" text
                              "${text}")
+        string(REPLACE "](../Source/Host/qf_host.h)" "](../../../include/qf_host.h)" text "${text}")
         file(GLOB others RELATIVE ${PROJECT_SOURCE_DIR}/Docs Docs/*.md)
         list(REMOVE_ITEM others ${ARGN})
         foreach(other ${others})
@@ -73,6 +74,44 @@ install(
     FILES ${PROJECT_BINARY_DIR}/pages/host.cpp
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qf-mkv-dev/examples
     COMPONENT dev)
+
+# The C library over it: find_package(qf_host) and pkg-config.
+add_dependencies(shipped qf_host qf_host_static)
+install(
+    TARGETS qf_host qf_host_static
+    EXPORT qf_host
+    LIBRARY DESTINATION ${QF_LIBRARY_FOLDER} COMPONENT host NAMELINK_COMPONENT hostdev
+    ARCHIVE DESTINATION ${QF_LIBRARY_FOLDER} COMPONENT hostdev
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT hostdev)
+set(package_folder ${QF_LIBRARY_FOLDER}/cmake/qf_host)
+configure_file(cmake/qf_host.pc.in qf_host.pc @ONLY)
+configure_package_config_file(cmake/qf_hostConfig.cmake.in qf_hostConfig.cmake INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(
+    qf_hostConfigVersion.cmake VERSION ${QF_HOST_VERSION} COMPATIBILITY SameMajorVersion)
+install(EXPORT qf_host NAMESPACE qf_host:: FILE qf_hostTargets.cmake DESTINATION ${package_folder} COMPONENT hostdev)
+install(
+    FILES ${PROJECT_BINARY_DIR}/qf_hostConfig.cmake ${PROJECT_BINARY_DIR}/qf_hostConfigVersion.cmake
+    DESTINATION ${package_folder}
+    COMPONENT hostdev)
+install(FILES ${PROJECT_BINARY_DIR}/qf_host.pc DESTINATION ${pkgconfig_folder} COMPONENT hostdev)
+
+qf_install_legal(host libqf-host${QF_HOST_MAJOR})
+qf_install_legal(hostdev libqf-host-dev)
+qf_install_pages(hostdev libqf-host-dev HostGuide.md)
+
+# The Python package over that: one for all ABIs, made with the 64-bit ones.
+if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
+    install(
+        DIRECTORY Source/Bindings/python/qf_mkv
+        DESTINATION lib/python3/dist-packages
+        COMPONENT python
+        FILES_MATCHING
+        PATTERN "*.py"
+        PATTERN "py.typed")
+    install(DIRECTORY Source/Bindings/python/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/python3-qf-mkv
+            COMPONENT python USE_SOURCE_PERMISSIONS)
+    qf_install_legal(python python3-qf-mkv)
+endif()
 
 # The tools: each manual page, with the program that it describes and the program's completion. Those that need media
 # libraries are packages of their own. The 32-bit ones go by names of their own, since both word sizes of a tool are
@@ -146,7 +185,10 @@ set(CPACK_PACKAGE_CONTACT "The qf_mkv authors <authors@qf-mkv.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES TRUE)
 set(CPACK_THREADS 0)
-set(CPACK_COMPONENTS_ALL plugin dev)
+set(CPACK_COMPONENTS_ALL plugin dev host hostdev)
+if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
+    list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 list(APPEND CPACK_COMPONENTS_ALL ${tool_components})
 set(CPACK_DEB_COMPONENT_INSTALL TRUE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -170,6 +212,35 @@ set(CPACK_COMPONENT_DEV_DESCRIPTION
     "headers for hosts of the qf_mkv plug-in
 The records and functions that cross the boundary, the developer's guide, and
 what CMake and pkg-config find them by.")
+
+set(CPACK_DEBIAN_HOST_PACKAGE_NAME libqf-host${QF_HOST_MAJOR})
+set(CPACK_DEBIAN_HOST_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "qf-mkv-plugin (= ${PROJECT_VERSION})")
+# What packages of programs that link it depend on; and the loader's cache is renewed when it is installed.
+file(CONFIGURE OUTPUT debian/shlibs CONTENT "libqf_host @QF_HOST_MAJOR@ libqf-host@QF_HOST_MAJOR@ (>= @PROJECT_VERSION@)\n")
+file(CONFIGURE OUTPUT debian/triggers CONTENT "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
+set(CPACK_COMPONENT_HOST_DESCRIPTION
+    "C library that writes Matroska and WebM files
+Programs hand it compressed frames with their times; it writes a .mkv, .mka or
+.webm file of them through the qf_mkv plug-in, many files at once.")
+
+set(CPACK_DEBIAN_HOSTDEV_PACKAGE_NAME libqf-host-dev)
+set(CPACK_DEBIAN_HOSTDEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_HOSTDEV_PACKAGE_DEPENDS "libqf-host${QF_HOST_MAJOR} (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_HOSTDEV_DESCRIPTION
+    "header and static library of libqf_host
+What programs that write Matroska and WebM files through libqf_host are built
+with, and what CMake and pkg-config find it by.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-qf-mkv)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), libqf-host${QF_HOST_MAJOR} (>= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "Python package that writes Matroska and WebM files
+Compressed frames, from PyAV for example, become a .mkv, .mka or .webm file.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)

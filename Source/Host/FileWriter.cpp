@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "HostError.h"
-#include "SignalShield.h"
 #include "WholeFile.h"
 
 namespace QfHost {
@@ -190,7 +189,6 @@ bool FileWriter::MustWait(const Track& track) const {
 }
 
 void FileWriter::HandOver() {
-    const SignalShield shield;
     for (Track* track = NextTrack(); track != nullptr && !MustWait(*track); track = NextTrack()) {
         if (m_pHandle == nullptr) Begin();
         Hand(*track, track->m_Held.front());
@@ -293,7 +291,6 @@ void FileWriter::EndTrack(int number) {
 
 void FileWriter::CloseHandle() noexcept {
     if (m_pHandle == nullptr) return;
-    const SignalShield shield;
     m_pFormat->CloseMediaFile(std::exchange(m_pHandle, nullptr), nullptr, nullptr);
 }
 
@@ -304,7 +301,6 @@ void FileWriter::Close() {
     }
     if (!m_HasFailed) HandOver();
     CloseHandle();
-    const SignalShield shield;
     if (m_Watch.Octets() == 0) {
         throw HostError(QF_ERROR_EMPTY, "'" + m_Target->Path() + "' is empty: no packet was written");
     }

@@ -21,6 +21,7 @@
 #include "HostError.h"
 #include "Job.h"
 #include "PluginPool.h"
+#include "SignalShield.h"
 
 using namespace QfHost;
 
@@ -53,6 +54,7 @@ int Fail(qf_error code, const char* text) {
 
 template <class Body>
 int Guarded(Body body) noexcept {
+    const SignalShield shield;
     try {
         body();
         return QF_OK;
@@ -97,7 +99,12 @@ std::string InstalledPlugin() {
             if (std::filesystem::exists(folder / name, ignored)) return (folder / name).string();
         }
     }
-    return QF_INSTALLED_PLUGIN;
+    // A program that has the library in itself may lie anywhere.
+    for (const char* prefix : {QF_PREFIX, "/usr/local"}) {
+        const std::filesystem::path path = std::filesystem::path(prefix) / QF_PLUGIN_BELOW_PREFIX;
+        if (std::filesystem::exists(path, ignored)) return path.string();
+    }
+    return "/usr/" QF_PLUGIN_BELOW_PREFIX;
 }
 
 const qf_plugin::Format* FormatAt(const qf_plugin* plugin, size_t format) {
@@ -351,14 +358,16 @@ int qf_file_end_track(qf_file* file, int track) {
 uint64_t qf_file_left_out(const qf_file* file) { return file != nullptr ? file->m_Writer.LeftOut() : 0; }
 
 int qf_file_close(qf_file* file) {
-    const std::unique_ptr<qf_file> owner(file);
     return Guarded([&] {
+        const std::unique_ptr<qf_file> owner(file);
         Need(file, "file");
         file->m_Writer.Close();
     });
 }
 
 void qf_file_discard(qf_file* file) {
-    const std::unique_ptr<qf_file> owner(file);
-    if (file != nullptr) file->m_Writer.Discard();
+    if (file == nullptr) return;
+    const SignalShield shield;
+    file->m_Writer.Discard();
+    delete file;
 }

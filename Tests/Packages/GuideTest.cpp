@@ -1,5 +1,5 @@
-// What Docs/HostGuide.md says is so: its host compiles with the two headers alone and writes a whole file, its
-// positions are those of the records, its names those of the library.
+// What Docs/HostGuide.md says is so: its programs and command lines write whole files, its host compiles with the two
+// headers alone, its positions are those of the records, its names those of the library.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -27,13 +27,16 @@ std::string Text(const std::string& path) {
 
 std::string Guide() { return Text("Docs/HostGuide.md"); }
 
-// The one block of C++ of the document.
-std::string Host() {
+// The document's blocks of a language, in their order.
+std::vector<std::string> Blocks(const std::string& language) {
     const std::string guide = Guide();
-    const std::string fence = "```cpp\n";
-    const std::size_t begin = guide.find(fence) + fence.size();
-    EXPECT_EQ(guide.find(fence, begin), std::string::npos);
-    return guide.substr(begin, guide.find("```", begin) - begin);
+    const std::string fence = "\n```" + language + "\n";
+    std::vector<std::string> blocks;
+    for (std::size_t at = guide.find(fence); at != std::string::npos; at = guide.find(fence, at)) {
+        at += fence.size();
+        blocks.push_back(guide.substr(at, guide.find("```", at) - at));
+    }
+    return blocks;
 }
 
 // The cells of the table with this first row; code marks and blanks around them are left out.
@@ -66,7 +69,8 @@ protected:
         for (const char* header : {"HostRecords.h", "MKVInterface.h"}) {
             WriteFile(m_Directory / header, ReadFile(std::string(QF_SOURCE "/Source/Plugins/qf_mkv/") + header));
         }
-        const std::string host = Host();
+        ASSERT_EQ(Blocks("cpp").size(), 1U);
+        const std::string host = Blocks("cpp")[0];
         WriteFile(m_Directory / "host.cpp", {host.begin(), host.end()});
         const CommandResult result =
             RunCommand("cd " + Quoted(m_Directory / "") +
@@ -114,6 +118,80 @@ TEST_F(GuideHost, SaysWhatIsMissing) {
     EXPECT_EQ(result.m_ExitCode, 1);
     EXPECT_NE(result.m_Output.find("none.so"), std::string::npos) << result.m_Output;
 }
+
+// The ten lines of each way, as they stand on the page, with what the page has drawn first.
+class GuideLines : public ::testing::Test {
+protected:
+    std::string Path(const std::string& name) const { return Quoted(m_Directory / name); }
+    void Save(const std::string& name, const std::string& text) const {
+        WriteFile(m_Directory / name, {text.begin(), text.end()});
+    }
+    // In the folder with the streams, with what was built first on all paths.
+    CommandResult Run(const std::string& line) const {
+        return RunCommand(
+            "cd " + Path("") +
+            " && ln -sf " QF_STREAMS "/picture.ivf " QF_STREAMS "/picture.h264 " QF_STREAMS "/sound.ac3 . "
+            "&& export PATH=" QF_BIN ":$PATH LD_LIBRARY_PATH=" QF_BIN " PYTHONPATH=" QF_SOURCE
+            "/Source/Bindings/python GST_PLUGIN_PATH=" QF_BIN "/gstreamer-1.0 GST_REGISTRY=$PWD/registry.bin; " +
+            line);
+    }
+    // Kinds and numbers of a film's packets.
+    std::string Packets() const {
+        return RunCommand(
+                   "ffprobe -v error -count_packets -show_entries stream=codec_name,nb_read_packets -of csv=p=0 " +
+                   Path("film.mkv") + " 2>&1")
+            .m_Output;
+    }
+
+    TempDirectory m_Directory;
+};
+
+TEST_F(GuideLines, OfCWriteAFilm) {
+    ASSERT_EQ(Blocks("c").size(), 1U);
+    Save("film.c", Blocks("c")[0]);
+    const CommandResult built =
+        Run(QF_COMPILER " " QF_COMPILER_FLAGS " -x c -std=c11 -Wall -Wextra -Werror -I" QF_SOURCE
+                        "/Source/Host film.c -o film -L" QF_BIN " -lqf_host 2>&1");
+    ASSERT_EQ(built.m_ExitCode, 0) << built.m_Output;
+    EXPECT_EQ(Run("./film picture.ivf sound.ac3 film.mkv 2>&1").m_Output, "film.mkv: whole\n");
+    EXPECT_EQ(Packets(), "vp8,1000\nac3,1250\n");
+    const Ebml::File film(ReadFile(m_Directory / "film.mkv"));
+    EXPECT_EQ(Ebml::Describe(Ebml::Check(film)), "");
+    EXPECT_EQ(film.BlocksOf(2).at(1249).Time(), 1249 * 32);
+    const CommandResult failed = Run("./film picture.ivf sound.ac3 . 2>&1");
+    EXPECT_EQ(failed.m_ExitCode, 1);
+    EXPECT_NE(failed.m_Output.find("QF_ERROR_FORMAT: "), std::string::npos) << failed.m_Output;
+}
+
+#ifdef QF_GUIDE_TOOLS
+TEST_F(GuideLines, OfPythonWriteFilms) {
+    const std::vector<std::string> blocks = Blocks("python");
+    ASSERT_EQ(blocks.size(), 2U);
+    const char* const packets[] = {"vp8,1000\n", "pcm_s16le,100\n"};
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        Save("film.py", blocks[i]);
+        const CommandResult result = Run("/usr/bin/python3 -B film.py picture.ivf film.mkv 2>&1");
+        EXPECT_EQ(result.m_Output, "");
+        EXPECT_EQ(result.m_ExitCode, 0);
+        EXPECT_EQ(Packets(), packets[i]);
+    }
+    // It is the package's example.
+    const std::string example = Text("Source/Bindings/python/examples/remux");
+    EXPECT_EQ(example.substr(example.find("import sys")), blocks[0]);
+}
+
+TEST_F(GuideLines, OfTheShellWriteFilms) {
+    const std::vector<std::string> blocks = Blocks("sh");
+    ASSERT_EQ(blocks.size(), 2U);
+    const char* const packets[] = {"h264,100\naac,189\n", "vp8,1000\nac3,1250\n"};
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        Save("lines.sh", blocks[i]);
+        const CommandResult result = Run("sh -e lines.sh 2>&1");
+        EXPECT_EQ(result.m_ExitCode, 0) << result.m_Output;
+        EXPECT_EQ(Packets(), packets[i]);
+    }
+}
+#endif
 
 struct Place {
     std::size_t m_Position;
