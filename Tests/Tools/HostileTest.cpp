@@ -270,7 +270,7 @@ TEST_F(HostileTest, IsOneLineWhateverANameStandsFor) {
         {"in.mp4 --overwrite soft.mkv", 3, "is an input"},
         {"in.mp4 --overwrite ./../" + m_Directory.operator/("").parent_path().filename().string() + "/soft.mkv", 3,
          "is an input"},
-        {"in.mp4 dangling.mkv", 0, "dangling.mkv: 3.0"}, // what it points at comes into being
+        {"in.mp4 -q dangling.mkv; ls nowhere.mkv", 0, "nowhere.mkv"}, // it stands for what it points at
         {"in.mp4 -y ring.mkv", 4, "symbolic links"},
         {"in.mp4 $'folder\\xff/a.mkv'", 4, "not in UTF-8"},
         {"in.mp4 /dev/null", 3, "choose the output format"},

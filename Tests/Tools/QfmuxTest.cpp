@@ -113,7 +113,7 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair{Clip{"h264-pcm.mov", "mkv", "", kAvc, kPcm, 0}, Sound::Decoded},
                     std::pair{Clip{"h264-slices.mp4", "mkv", "", kAvc, "A_AAC", 0}, Sound::Octets},
                     std::pair{Clip{"h264-intra.mp4", "mkv", "", kAvc, "A_AAC", 0}, Sound::Octets},
-                    std::pair{Clip{"raw.h264", "mkv", "", kAvc, nullptr, 1}, Sound::None},
+                    std::pair{Clip{"raw.h264", "mkv", "", kAvc, nullptr, 0}, Sound::None},
                     std::pair{Clip{"h264-aac.mp4", "mkv", "--h264 N264", kAvc, "A_AAC", 0}, Sound::Octets},
                     std::pair{Clip{"h264-aac.ts", "mkv", "--h264 A264", kAvc, "A_AAC", 0}, Sound::Decoded},
                     std::pair{Clip{"h264-aac.mp4", "mkv", "--h264 I264", kAvc, "A_AAC", 0}, Sound::Octets},
@@ -624,22 +624,25 @@ TEST_F(QfmuxTest, ProgressIsOneObjectALine) {
     EXPECT_NE(bar.m_Output.find('%'), std::string::npos);
     for (const char* mode : {"", "--progress none "}) {
         const CommandResult plain =
-            Qfmux(mode + std::string("-y ") + Quoted(ClipPath("h264-aac.mp4")) + " " + Quoted(Path("a.mkv")));
-        EXPECT_EQ(plain.m_Output, "qfmux: " + Path("a.mkv") + ": 3.02 s, 217 frames, 123 kB, verified\n")
-            << "no bar where there is no terminal";
+            Qfmux(mode + std::string("-y ") + Quoted(ClipPath("h264-mp3.avi")) + " " + Quoted(Path("a.mkv")));
+        EXPECT_TRUE(std::regex_match(
+            plain.m_Output, std::regex("qfmux: .*/a[.]mkv: 3[.][0-9]+ s, [0-9]+ frames, [0-9]+ kB, verified\n")))
+            << plain.m_Output;
+        EXPECT_EQ(plain.m_Output.find('%'), std::string::npos) << "no bar where there is no terminal";
     }
 }
 
 TEST_F(QfmuxTest, VerboseQuietSyncAndVerifyModes) {
     const std::string files = Quoted(ClipPath("raw.h264")) + " " + Quoted(Path("a.mkv"));
     EXPECT_NE(Qfmux("-v " + files).m_Output.find("h264 as 'H264' (V_MPEG4/ISO/AVC)"), std::string::npos);
-    const CommandResult quiet = Qfmux("-qy " + files);
+    const CommandResult quiet =
+        Qfmux("-q --aspect 2.39:1 " + Quoted(ClipPath("vp8.ivf")) + " " + Quoted(Path("a.webm")));
     EXPECT_EQ(quiet.m_Output, "");
     EXPECT_EQ(quiet.m_ExitCode, 1) << "a warning that is not said is a warning all the same";
-    EXPECT_EQ(Qfmux("--sync --overwrite " + files).m_ExitCode, 1);
+    EXPECT_EQ(Qfmux("--sync --overwrite " + files).m_ExitCode, 0);
     for (const char* mode : {"full", "decode", "none"}) {
         const CommandResult result = QfmuxResult("--json --overwrite --verify " + std::string(mode) + " " + files);
-        EXPECT_EQ(result.m_ExitCode, 1);
+        EXPECT_EQ(result.m_ExitCode, 0);
         EXPECT_EQ(json::parse(result.m_Output)["verified"], mode);
     }
 }

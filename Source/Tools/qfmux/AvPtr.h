@@ -16,6 +16,7 @@ struct AvDeleter {
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
     void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+    void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
 template <class Object>

@@ -60,9 +60,11 @@ void MediaFile::Open(bool looksFar) {
     CheckReading(result, m_Path);
     m_Context.reset(context);
     // Before libavformat looks into the frames for more.
-    m_WithSetup.clear();
+    m_Declared.clear();
     for (unsigned i = 0; i < context->nb_streams; ++i) {
-        if (context->streams[i]->codecpar->extradata_size > 0) m_WithSetup.insert(static_cast<int>(i));
+        m_Declared.emplace_back(avcodec_parameters_alloc());
+        if (m_Declared.back() == nullptr) throw std::bad_alloc();
+        CheckReading(avcodec_parameters_copy(m_Declared.back().get(), context->streams[i]->codecpar), m_Path);
     }
     CheckReading(avformat_find_stream_info(context, nullptr), m_Path);
 }
@@ -88,7 +90,15 @@ std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
     return streams;
 }
 
-bool MediaFile::HasSetup(const AVStream* stream) const { return m_WithSetup.count(stream->index) > 0; }
+const AVCodecParameters* MediaFile::Declared(const AVStream* stream) const {
+    const auto index = static_cast<std::size_t>(stream->index);
+    return index < m_Declared.size() ? m_Declared[index].get() : nullptr;
+}
+
+bool MediaFile::HasSetup(const AVStream* stream) const {
+    const AVCodecParameters* const declared = Declared(stream);
+    return declared != nullptr && declared->extradata_size > 0;
+}
 
 double MediaFile::FrameRate(AVStream* stream) const {
     const AVRational rate = av_guess_frame_rate(m_Context.get(), stream, nullptr);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -30,6 +29,9 @@ public:
     std::int64_t Origin() const;
     // Whether the container keeps codec set-up data for the stream, outside its frames.
     bool HasSetup(const AVStream* stream) const;
+    // What the container tells of the stream, before libavformat has looked into its frames. Null for a stream that
+    // shows there alone.
+    const AVCodecParameters* Declared(const AVStream* stream) const;
     // Frames per second of a video stream, 25 when the file does not tell.
     double FrameRate(AVStream* stream) const;
 
@@ -38,5 +40,5 @@ private:
 
     std::string m_Path;
     AvPtr<AVFormatContext> m_Context;
-    std::set<int> m_WithSetup; // indexes of streams
+    std::vector<AvPtr<AVCodecParameters>> m_Declared; // by the stream's index
 };

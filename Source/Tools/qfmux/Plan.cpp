@@ -127,7 +127,7 @@ Acceptance Accepts(const CodecChoice& choice, bool isWebm, const EncoderEntry* l
 
 // Throws ToolError for a codec that the format does not take.
 void CheckAccepted(const CodecChoice& choice, const std::string& codec, const std::string& kind, bool isWebm,
-                   const std::string& format, const EncoderEntry* list, bool force, RunReport& report) {
+                   const std::string& format, const EncoderEntry* list, bool force, bool isAlone, RunReport& report) {
     const Acceptance acceptance = Accepts(choice, isWebm, list);
     if (acceptance == Acceptance::Listed) return;
     if (acceptance == Acceptance::OwnIdentifier) {
@@ -135,14 +135,13 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
                     ": it is written, though the plug-in does not list it");
         return;
     }
+    const std::string hint = isAlone ? "" : " (--no-" + kind + " leaves it out)";
     const std::string takes = "format '" + format + "' takes " + Joined(Codes(list));
     if (choice.m_FourCC == 0) {
-        throw ToolError(kExitError, kind + " codec " + codec + " has no code to write it under; " + takes);
+        throw ToolError(kExitError, kind + " codec " + codec + " has no code to write it under; " + takes + hint);
     }
     const std::string name = kind + " codec " + codec + " ('" + FourCCText(choice.m_FourCC) + "')";
-    if (!force) {
-        throw ToolError(kExitError, name + " is refused: " + takes + " (--force-codec writes it all the same)");
-    }
+    if (!force) throw ToolError(kExitError, name + " is refused: " + takes + hint);
     report.Warn(name + " is written by force as " + choice.m_CodecID + ": " + takes);
 }
 
@@ -185,8 +184,11 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
             });
         if (!candidate) return std::nullopt;
         const CodecChoice choice = choiceOf(*candidate);
+        const AVMediaType other = type == AVMEDIA_TYPE_VIDEO ? AVMEDIA_TYPE_AUDIO : AVMEDIA_TYPE_VIDEO;
+        const bool hasOther = std::any_of(inputs.begin(), inputs.end(),
+                                          [&](const auto& input) { return !input->Streams(other).empty(); });
         CheckAccepted(choice, avcodec_get_name(candidate->m_pStream->codecpar->codec_id), KindName(type), plan.IsWebm(),
-                      format, list, options.m_ForceCodec, report);
+                      format, list, options.m_ForceCodec, !hasOther, report);
         return PlannedTrack{candidate->m_pFile, candidate->m_pStream, choice};
     };
     plan.m_Video = take(AVMEDIA_TYPE_VIDEO, options.m_VideoIndex, options.m_NoVideo, plan.m_pFormat->videoEncoders);

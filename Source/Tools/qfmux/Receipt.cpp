@@ -3,13 +3,7 @@
 #include <cstdio>
 #include <iterator>
 
-namespace {
-
-std::string Counted(int count, const std::string& what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
-} // namespace
+#include "LossText.h"
 
 void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report) {
     if (video && video->SlicesWereSplit()) {
@@ -24,15 +18,15 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
         if (!*track) continue;
         const std::string& path = (*track)->Plan().m_pFile->Path();
         if ((*track)->Reader().TimesWereMade()) {
-            report.Warn(path + " has no time stamps: they follow the order of its frames and its frame rate");
+            report.Note(path + " has no time stamps: they follow from the order of its frames and its frame rate");
         }
         if (const int damaged = (*track)->Reader().Damaged(); damaged > 0) {
-            report.Warn(Counted(damaged, "damaged frame") + " of " + path + (damaged == 1 ? " was" : " were") +
-                        " left out");
+            report.Warn(Counted(static_cast<std::size_t>(damaged), "damaged frame") + " of " + path +
+                        (damaged == 1 ? " was" : " were") + " left out");
         }
         if (const int leftOut = (*track)->LeftOut(); leftOut > 0) {
-            report.Warn(Counted(leftOut, "frame") + " of " + path + (leftOut == 1 ? " was" : " were") +
-                        " left out: the file's time starts behind them");
+            report.Warn(Counted(static_cast<std::size_t>(leftOut), "frame") + " of " + path +
+                        (leftOut == 1 ? " was" : " were") + " left out: the file's time starts behind them");
         }
         if ((*track)->Reader().Jumps() > 0) {
             report.Warn("the times of " + path + " jump: what comes behind a jump follows on what is in front of it");

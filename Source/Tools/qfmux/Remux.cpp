@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Extent.h"
+#include "FrameLosses.h"
 #include "Front.h"
 #include "Messages.h"
 #include "Plan.h"
@@ -94,7 +95,6 @@ int Tell(const Plan& plan, const Options& options, RunReport& report) {
     for (const std::string& line : PlanAsLines(plan)) text += "  " + Clean(line) + "\n";
     for (const Loss& loss : plan.m_Lost) {
         text += "  " + Clean(loss.m_Text) + "\n";
-        report.Lose(loss, false);
     }
     if (!options.m_Json) PutResult(text);
     const std::string reason = WhyNotWritable(options.m_Output, options.m_Overwrite);
@@ -109,6 +109,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     for (const std::string& path : options.m_Inputs) inputs.push_back(std::make_shared<MediaFile>(path));
     const Plan plan = MakePlan(options, FormatsOf(plugin), inputs, report);
     report.Facts() = PlanAsJson(plan, options);
+    for (const Loss& loss : plan.m_Lost) report.Lose(loss);
     if (options.m_DryRun) return Tell(plan, options, report);
 
     const SignalGuard signals;
@@ -116,7 +117,6 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     const Extent extent = EstimateExtent(plan, options);
     output.NeedRoom(extent.m_Octets);
     for (const std::string& line : PlanAsLines(plan)) report.Detail(line);
-    for (const Loss& loss : plan.m_Lost) report.Lose(loss);
 
     std::optional<Track> video;
     std::optional<Track> audio;
@@ -168,7 +168,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     Verification verification(options, extent.m_Length, video, audio);
     std::uint64_t octets = 0;
     std::int64_t position = 0;
-    std::int64_t end = 0; // of the last frame
+    FrameLosses losses;
     Progress progress(options.m_Progress, options.m_Quiet, extent.m_Length);
     const auto isDue = [&](const std::optional<Track>& track) {
         return track && track->HasFrame() && static_cast<double>(track->Next().m_Decode - start) < limit;
@@ -182,7 +182,8 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
         if (track.IsLeading()) {
             track.LeaveOutInFront();
         } else if (ToMilliseconds(track.Time() + shift) >= zero) {
-            end = std::max(end, track.Time() + track.Next().m_Duration - first);
+            const std::int64_t time = track.Time() - first;
+            losses.Add(videoIsNext, track.Next().m_Access.m_IsKey, time, time + track.Next().m_Duration);
             if (track.Send(host, file.Handle(), shift) && !track.SetupHasChanged()) {
                 verification.Take(videoIsNext, track.Next(), ToMilliseconds(track.Time() + shift) - zero);
             }
@@ -194,18 +195,20 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
         if (progress.Update(position, octets)) output.CheckRoom();
     }
     file.Close();
-    if (SignalGuard::Caught() != 0) EndBySignal(output, end, report);
+    if (SignalGuard::Caught() != 0) EndBySignal(output, losses.Length(), report);
 
     if (video) WarnOfFront(*video, audio, report);
     WarnOfTracks(video, audio, report);
+    for (const Loss& loss : losses.Tell(output.Path().string(), plan.IsWebm())) report.Lose(loss);
     progress.Begin("verify");
     verification.Check(output, progress, report);
-    if (SignalGuard::Caught() != 0) EndBySignal(output, end, report);
+    if (SignalGuard::Caught() != 0) EndBySignal(output, losses.Length(), report);
     const std::uint64_t size = fs::file_size(output.Path());
     output.Keep(options.m_Sync);
     AddFileFacts(report.Facts(), options, video, audio, size);
     AddPlayed(report.Facts(), verification.Play());
     progress.Finish();
-    report.Close(ClosingLine(options, video, audio, end, size));
+    report.TellLosses();
+    report.Close(ClosingLine(options, video, audio, losses.Length(), size));
     return report.HasWarnings() ? kExitWarnings : kExitDone;
 }

@@ -16,13 +16,17 @@ void RunReport::Warn(const std::string& text) {
     if (!m_Quiet) Say("warning: " + text);
 }
 
-void RunReport::Lose(const Loss& loss, bool isTold) {
-    static constexpr const char* kWeights[] = {"as asked", "note", "warning"};
-    const bool isWarning = loss.m_Weight == LossWeight::Warning;
-    m_HasWarnings = m_HasWarnings || isWarning;
-    m_Lost.push_back(
-        {{"kind", loss.m_Kind}, {"text", loss.m_Text}, {"weight", kWeights[static_cast<int>(loss.m_Weight)]}});
-    if (isTold && !m_Quiet && loss.m_Weight != LossWeight::AsAsked) Say((isWarning ? "warning: " : "") + loss.m_Text);
+void RunReport::Lose(const Loss& loss) {
+    m_HasWarnings = m_HasWarnings || loss.m_Weight == LossWeight::Warning;
+    m_Losses.push_back(loss);
+}
+
+void RunReport::TellLosses() const {
+    if (m_Quiet) return;
+    for (const Loss& loss : m_Losses) {
+        if (loss.m_Weight == LossWeight::Note) Say(loss.m_Text);
+        if (loss.m_Weight == LossWeight::Warning) Say("warning: " + loss.m_Text);
+    }
 }
 
 void RunReport::Detail(const std::string& text) {
@@ -35,7 +39,12 @@ void RunReport::Close(const std::string& text) {
 
 nlohmann::json RunReport::AsJson(int exitCode, const std::string& error) const {
     nlohmann::json json = m_Facts;
-    json["lost"] = m_Lost;
+    json["lost"] = nlohmann::json::array();
+    for (const Loss& loss : m_Losses) {
+        static constexpr const char* kWeights[] = {"as asked", "note", "warning"};
+        json["lost"].push_back(
+            {{"kind", loss.m_Kind}, {"text", loss.m_Text}, {"weight", kWeights[static_cast<int>(loss.m_Weight)]}});
+    }
     json["notes"] = m_Notes;
     json["warnings"] = m_Warnings;
     json["exitCode"] = exitCode;

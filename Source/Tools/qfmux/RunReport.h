@@ -16,8 +16,10 @@ public:
     void Note(const std::string& text);
     // Something that is not as it should be; the run ends with exit code 1. Each text is said once.
     void Warn(const std::string& text);
-    // Something that the file does not have. isTold: on stderr.
-    void Lose(const Loss& loss, bool isTold = true);
+    // Something that the file does not have. TellLosses says it.
+    void Lose(const Loss& loss);
+    // For a file that has come into being: of others nobody needs to know.
+    void TellLosses() const;
     // For --verbose.
     void Detail(const std::string& text);
     // The last line of a run that is done.
@@ -37,6 +39,6 @@ private:
     bool m_HasWarnings = false;
     std::vector<std::string> m_Notes;
     std::vector<std::string> m_Warnings;
-    nlohmann::json m_Lost = nlohmann::json::array();
+    std::vector<Loss> m_Losses;
     nlohmann::json m_Facts = nlohmann::json::object();
 };

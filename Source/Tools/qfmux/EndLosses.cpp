@@ -1,0 +1,92 @@
+#include "EndLosses.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+#include "IsoTracks.h"
+#include "StreamEnds.h"
+
+extern "C" {
+#include <libavutil/avstring.h>
+#include <libavutil/channel_layout.h>
+}
+
+namespace {
+
+void Tell(Losses& losses, const char* kind, LossWeight weight, const std::string& text) {
+    losses.push_back({kind, text, weight});
+}
+
+std::string SamplesText(std::uint64_t samples, int rate) {
+    char text[48];
+    std::snprintf(text, sizeof text, "%llu samples (%.1f ms)", static_cast<unsigned long long>(samples),
+                  rate > 0 ? 1000.0 * static_cast<double>(samples) / rate : 0.0);
+    return text;
+}
+
+void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTrack& iso, Losses& losses) {
+    const AVCodecParameters& parameters = *audio.m_pStream->codecpar;
+    const int rate = parameters.sample_rate;
+    std::uint64_t end = ends.m_EndSamples;
+    // Frames that lie behind the edit are left out as a whole.
+    if (end == 0 && iso.m_TimeScale == static_cast<std::uint32_t>(rate) && parameters.frame_size > 0) {
+        end = std::min<std::uint64_t>(iso.m_HiddenEnd, static_cast<std::uint64_t>(parameters.frame_size) - 1);
+    }
+    std::vector<std::string> parts;
+    if (ends.m_StartSamples > 0) parts.push_back(SamplesText(ends.m_StartSamples, rate) + " at the start");
+    if (end > 0) parts.push_back(SamplesText(end, rate) + " at the end");
+    if (!parts.empty()) {
+        Tell(losses, "trimming", LossWeight::Note,
+             "players will hear sound that the source has them leave out: " + Joined(parts));
+    }
+    const bool hasGain = av_stream_get_side_data(audio.m_pStream, AV_PKT_DATA_REPLAYGAIN, nullptr) != nullptr;
+    if (hasGain || Value(audio.m_pStream->metadata, "REPLAYGAIN_TRACK_GAIN") != nullptr) {
+        Tell(losses, "volume", LossWeight::Note, "the replay gain is lost: players will not level the volume");
+    }
+    // Other codecs tell it in their frames; of PCM the file has but the number of its channels.
+    AVChannelLayout usual{};
+    av_channel_layout_default(&usual, parameters.ch_layout.nb_channels);
+    const bool isPcm = av_get_exact_bits_per_sample(parameters.codec_id) > 0;
+    if (isPcm && parameters.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC &&
+        av_channel_layout_compare(&usual, &parameters.ch_layout) > 0) {
+        char name[64] = "";
+        av_channel_layout_describe(&parameters.ch_layout, name, sizeof name);
+        Tell(losses, "channel layout", LossWeight::Note,
+             std::string("the channel layout ") + name + " is lost: players will take the usual one");
+    }
+}
+
+} // namespace
+
+void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) {
+    std::vector<std::string> edits;
+    for (const PlannedTrack* track : tracks) {
+        const AVStream* const stream = track->m_pStream;
+        const bool isSound = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+        const char* const format = track->m_pFile->Context()->iformat->name;
+        IsoTrack iso;
+        if (av_match_name("mov", format) != 0) {
+            iso = ReadIsoTracks(track->m_pFile->Path())[static_cast<std::uint32_t>(stream->id)];
+        }
+        StreamEnds ends;
+        // Others tell of no ends.
+        for (const char* name : {"mov", "matroska", "mp3", "ogg", "flac", "caf"}) {
+            if (av_match_name(name, format) == 0) continue;
+            ends = ReadStreamEnds(*track->m_pFile, stream);
+        }
+        if (isSound) TellOfSound(*track, ends, iso, losses);
+        if (ends.m_HiddenFrames > 0 && !isSound) {
+            edits.push_back(Counted(static_cast<std::size_t>(ends.m_HiddenFrames), "picture") +
+                            " in front of its start will be shown");
+        }
+        if (iso.m_MediaEdits > 1) {
+            edits.push_back("of its " + std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream) +
+                            " the edges may be wrong");
+        }
+        if (iso.m_ChangesSpeed) edits.push_back("the speed of " + KindName(stream) + " is not changed");
+    }
+    if (!edits.empty()) {
+        Tell(losses, "edit list", LossWeight::Warning, "the edit list is not wholly followed: " + Joined(edits));
+    }
+}

@@ -1,0 +1,41 @@
+#include "FrameLosses.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "MatroskaHeader.h"
+
+namespace {
+
+constexpr std::int64_t kSecond = 10000000;
+// Players round, and the last frame may be shown for a while.
+constexpr double kTolerance = 0.1; // s
+
+} // namespace
+
+void FrameLosses::Add(bool isVideo, bool isKey, std::int64_t start, std::int64_t end) {
+    m_Length = std::max(m_Length, end);
+    if (!isVideo) return;
+    m_HasVideo = true;
+    m_LongestGap = std::max(m_LongestGap, start - m_LastKey);
+    if (isKey) m_LastKey = start;
+}
+
+Losses FrameLosses::Tell(const std::string& path, bool isWebm) const {
+    Losses losses;
+    char text[120];
+    const double length = static_cast<double>(m_Length) / kSecond;
+    const double told = ReadMatroskaHeader(path).m_Duration;
+    if (length - told > kTolerance) {
+        std::snprintf(text, sizeof text, "the file says that it ends after %.2f s of %.2f s: some players stop there",
+                      told, length);
+        losses.push_back({"length", text, LossWeight::Note});
+    }
+    if (isWebm && m_HasVideo && m_LongestGap > kSecond) {
+        std::snprintf(text, sizeof text,
+                      "after a seek players may show nothing for up to %.1f s: the key frames are that far apart",
+                      static_cast<double>(m_LongestGap) / kSecond);
+        losses.push_back({"seeking", text, LossWeight::Note});
+    }
+    return losses;
+}

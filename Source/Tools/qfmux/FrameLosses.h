@@ -1,0 +1,24 @@
+// Losses that show only while the frames go by.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "LossText.h"
+
+class FrameLosses {
+public:
+    // A frame went into the file. Times of its block, 100 ns, in the order of decoding.
+    void Add(bool isVideo, bool isKey, std::int64_t start, std::int64_t end);
+
+    // How long the film is, 100 ns.
+    std::int64_t Length() const { return m_Length; }
+    // path: of the finished file. isWebm: readers seek to any frame in it, and not to a key frame.
+    Losses Tell(const std::string& path, bool isWebm) const;
+
+private:
+    std::int64_t m_Length = 0;
+    std::int64_t m_LastKey = 0;
+    std::int64_t m_LongestGap = 0; // between key frames
+    bool m_HasVideo = false;
+};

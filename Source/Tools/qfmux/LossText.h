@@ -1,0 +1,21 @@
+// Words for what a file will not have.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "AvPtr.h"
+#include "Loss.h"
+
+using Losses = std::vector<Loss>;
+
+// "1 chapter", "2 chapters".
+std::string Counted(std::size_t count, const std::string& what);
+std::string Joined(const std::vector<std::string>& words);
+// "video", "audio", ...
+std::string KindName(const AVStream* stream);
+// A tag's words, null when it has none.
+const char* Value(const AVDictionary* tags, const char* key);
+// Whether the stream is a cover, which is no video.
+bool IsCover(const AVStream& stream);

@@ -1,0 +1,127 @@
+#include "MatroskaHeader.h"
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <limits>
+
+namespace {
+
+constexpr std::uint64_t kEbml = 0x1A45DFA3;
+constexpr std::uint64_t kSegment = 0x18538067;
+constexpr std::uint64_t kCluster = 0x1F43B675;
+constexpr std::uint64_t kInfo = 0x1549A966;
+constexpr std::uint64_t kTimestampScale = 0x2AD7B1;
+constexpr std::uint64_t kDuration = 0x4489;
+constexpr std::uint64_t kTracks = 0x1654AE6B;
+constexpr std::uint64_t kTrackEntry = 0xAE;
+constexpr std::uint64_t kVideo = 0xE0;
+constexpr std::uint64_t kPixelCrops[] = {0x54AA, 0x54BB, 0x54CC, 0x54DD};
+
+constexpr int kMostElements = 10000; // in front of the frames there are few
+
+class Elements {
+public:
+    explicit Elements(const std::string& path) : m_File(path, std::ios::binary) {}
+
+    // Visits the elements from the place at hand to `end`; visit reads or ignores the contents, and returns false to
+    // stop.
+    using Visit = std::function<bool(std::uint64_t identifier, std::uint64_t end)>;
+    void Each(std::uint64_t end, const Visit& visit) {
+        while (m_At < end && ++m_Visited < kMostElements) {
+            const std::uint64_t identifier = Number(false);
+            const std::uint64_t size = Number(true);
+            if (!m_File || size > end - m_At) return;
+            const std::uint64_t behind = m_At + size;
+            if (!visit(identifier, behind)) return;
+            m_At = behind;
+            m_File.seekg(static_cast<std::streamoff>(m_At));
+        }
+    }
+
+    std::uint64_t Unsigned(std::uint64_t end) {
+        std::uint64_t value = 0;
+        while (m_At < end && m_File) value = value * 256 + Octet();
+        return value;
+    }
+
+    // In four octets or eight.
+    double Float(std::uint64_t end) {
+        const bool isShort = end - m_At == 4;
+        const std::uint64_t bits = Unsigned(end);
+        const auto shortBits = static_cast<std::uint32_t>(bits);
+        float shortValue = 0;
+        double value = 0;
+        std::memcpy(&shortValue, &shortBits, sizeof shortValue);
+        std::memcpy(&value, &bits, sizeof value);
+        return isShort ? double{shortValue} : value;
+    }
+
+private:
+    std::uint64_t Octet() {
+        ++m_At;
+        return static_cast<std::uint64_t>(m_File.get()) % 256;
+    }
+
+    // RFC 8794, variable-size integers; an unknown size reaches as far as can be.
+    std::uint64_t Number(bool isSize) {
+        const std::uint64_t first = Octet();
+        int length = 1;
+        for (std::uint64_t mark = 0x80; length <= 8 && (first & mark) == 0; mark /= 2) ++length;
+        if (length > 8) m_File.setstate(std::ios::failbit);
+        std::uint64_t value = isSize ? first & (0xFFU >> length) : first;
+        bool isUnknown = isSize && value == (0xFFU >> length);
+        for (int i = 1; i < length && m_File; ++i) {
+            const std::uint64_t next = Octet();
+            isUnknown = isUnknown && next == 0xFF;
+            value = value * 256 + next;
+        }
+        return isUnknown ? std::numeric_limits<std::int64_t>::max() - m_At : value;
+    }
+
+    std::ifstream m_File;
+    std::uint64_t m_At = 0;
+    int m_Visited = 0;
+};
+
+} // namespace
+
+MatroskaHeader ReadMatroskaHeader(const std::string& path) {
+    MatroskaHeader header;
+    Elements elements(path);
+    double ticks = 0;
+    std::uint64_t scale = 1000000; // ns in a tick
+    const auto visitInfo = [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier == kTimestampScale) scale = elements.Unsigned(end);
+        if (identifier == kDuration) ticks = elements.Float(end);
+        return true;
+    };
+    const auto visitVideo = [&](std::uint64_t identifier, std::uint64_t end) {
+        for (const std::uint64_t crop : kPixelCrops) {
+            if (identifier == crop && elements.Unsigned(end) > 0) header.m_Crops.back() = true;
+        }
+        return true;
+    };
+    const auto visitTrack = [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier != kVideo) return true;
+        header.m_Crops.push_back(false);
+        elements.Each(end, visitVideo);
+        return true;
+    };
+    const auto visitTracks = [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier == kTrackEntry) elements.Each(end, visitTrack);
+        return true;
+    };
+    const auto visitSegment = [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier == kInfo) elements.Each(end, visitInfo);
+        if (identifier == kTracks) elements.Each(end, visitTracks);
+        return identifier != kCluster;
+    };
+    elements.Each(std::numeric_limits<std::int64_t>::max(), [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier == kSegment) elements.Each(end, visitSegment);
+        return identifier == kEbml;
+    });
+    header.m_Duration = ticks * static_cast<double>(scale) / 1e9;
+    return header;
+}

@@ -1,0 +1,186 @@
+#include "PictureLosses.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "FirstPicture.h"
+#include "IsoTracks.h"
+#include "MatroskaHeader.h"
+
+extern "C" {
+#include <libavutil/avstring.h>
+#include <libavutil/display.h>
+#include <libavutil/pixdesc.h>
+#include <libavutil/spherical.h>
+#include <libavutil/stereo3d.h>
+}
+
+namespace {
+
+void Tell(Losses& losses, const char* kind, const std::string& text) {
+    losses.push_back({kind, text, LossWeight::Warning});
+}
+
+// Of the stream, null when it has none of that type or size.
+template <class Data>
+const Data* SideData(const AVStream* stream, AVPacketSideDataType type, std::size_t least = sizeof(Data)) {
+    std::size_t size = 0;
+    const std::uint8_t* const data = av_stream_get_side_data(stream, type, &size);
+    return data != nullptr && size >= least ? reinterpret_cast<const Data*>(data) : nullptr;
+}
+
+bool HasSideData(const AVStream* stream, AVPacketSideDataType type) {
+    return av_stream_get_side_data(stream, type, nullptr) != nullptr;
+}
+
+// By how many degrees players turn the pictures, and whether they show them as a mirror does.
+std::string Turn(const AVStream* stream) {
+    const auto* const data = SideData<std::uint8_t>(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t));
+    if (data == nullptr) return "";
+    std::int32_t matrix[9];
+    std::memcpy(matrix, data, sizeof matrix);
+    const double area = static_cast<double>(matrix[0]) * matrix[4] - static_cast<double>(matrix[1]) * matrix[3];
+    if (area < 0) return "mirroring";
+    const double degrees = av_display_rotation_get(matrix);
+    const long turn = std::isnan(degrees) ? 0 : std::labs(std::lround(degrees));
+    return turn == 0 ? "" : "rotation by " + std::to_string(turn) + " degrees";
+}
+
+// Whether each picture has a second one beside it in the file, which tells how transparent it is.
+bool HasAlpha(const AVStream* stream) {
+    const char* const mode = Value(stream->metadata, "alpha_mode");
+    return mode != nullptr && std::strcmp(mode, "0") != 0;
+}
+
+// What only the container tells of the colours. picture: decoded without it; null where that cannot be.
+std::vector<std::string> LostColours(const AVCodecParameters& declared, const AVFrame* picture) {
+    std::vector<std::string> lost;
+    if (declared.color_primaries != AVCOL_PRI_UNSPECIFIED &&
+        (picture == nullptr || picture->color_primaries != declared.color_primaries)) {
+        lost.push_back(std::string("primaries ") + av_color_primaries_name(declared.color_primaries));
+    }
+    if (declared.color_trc != AVCOL_TRC_UNSPECIFIED &&
+        (picture == nullptr || picture->color_trc != declared.color_trc)) {
+        lost.push_back(std::string("transfer ") + av_color_transfer_name(declared.color_trc));
+    }
+    if (declared.color_space != AVCOL_SPC_UNSPECIFIED &&
+        (picture == nullptr || picture->colorspace != declared.color_space)) {
+        lost.push_back(std::string("matrix ") + av_color_space_name(declared.color_space));
+    }
+    // Where frames tell nothing players take the limited range.
+    const AVColorRange told = picture == nullptr ? AVCOL_RANGE_UNSPECIFIED : picture->color_range;
+    const bool isLimited = declared.color_range == AVCOL_RANGE_MPEG && told == AVCOL_RANGE_UNSPECIFIED;
+    if (declared.color_range != AVCOL_RANGE_UNSPECIFIED && declared.color_range != told && !isLimited) {
+        lost.push_back(std::string("range ") + av_color_range_name(declared.color_range));
+    }
+    return lost;
+}
+
+bool TellsColours(const AVCodecParameters& declared) {
+    return declared.color_primaries != AVCOL_PRI_UNSPECIFIED || declared.color_trc != AVCOL_TRC_UNSPECIFIED ||
+           declared.color_space != AVCOL_SPC_UNSPECIFIED || declared.color_range != AVCOL_RANGE_UNSPECIFIED;
+}
+
+bool Has(const AVFrame* picture, AVFrameSideDataType type) {
+    return picture != nullptr && av_frame_get_side_data(picture, type) != nullptr;
+}
+
+void TellOfColours(const PlannedTrack& video, Losses& losses) {
+    const AVStream* const stream = video.m_pStream;
+    const AVCodecParameters* const declared = video.m_pFile->Declared(stream);
+    const auto* const stereo = SideData<AVStereo3D>(stream, AV_PKT_DATA_STEREO3D);
+    const bool isStereo = stereo != nullptr && stereo->type != AV_STEREO3D_2D;
+    const bool hasMastering = HasSideData(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
+    const bool hasLight = HasSideData(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
+    const bool hasColours = declared != nullptr && TellsColours(*declared);
+    if (!isStereo && !hasMastering && !hasLight && !hasColours) return;
+    const AvPtr<AVFrame> picture = DecodeFirstPicture(*video.m_pFile, stream);
+    if (hasColours) {
+        const std::vector<std::string> lost = LostColours(*declared, picture.get());
+        if (!lost.empty()) {
+            Tell(losses, "colour",
+                 "colour data that the frames do not have is lost: " + Joined(lost) + "; players will guess it");
+        }
+    }
+    std::vector<std::string> lost;
+    if (hasMastering && !Has(picture.get(), AV_FRAME_DATA_MASTERING_DISPLAY_METADATA)) {
+        lost.emplace_back("mastering display");
+    }
+    if (hasLight && !Has(picture.get(), AV_FRAME_DATA_CONTENT_LIGHT_LEVEL)) lost.emplace_back("content light level");
+    if (!lost.empty()) {
+        Tell(losses, "HDR", "HDR data that the frames do not have is lost: " + Joined(lost));
+    }
+    if (isStereo && !Has(picture.get(), AV_FRAME_DATA_STEREO3D)) {
+        Tell(losses, "stereo 3D",
+             std::string("stereo 3D (") + av_stereo3d_type_name(stereo->type) +
+                 ") is lost: players will show both pictures at once");
+    }
+}
+
+// Frames of these codecs tell whether they are interlaced, and how.
+bool FramesTellFields(AVCodecID codec) {
+    switch (codec) {
+    case AV_CODEC_ID_H264:
+    case AV_CODEC_ID_MPEG1VIDEO:
+    case AV_CODEC_ID_MPEG2VIDEO:
+    case AV_CODEC_ID_MPEG4:
+    case AV_CODEC_ID_HEVC:
+    case AV_CODEC_ID_VC1:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Whether the container tells players to leave out edges of the pictures.
+bool HasCrop(const PlannedTrack& video) {
+    const AVFormatContext& context = *video.m_pFile->Context();
+    if (av_match_name("mov", context.iformat->name) != 0) {
+        return ReadIsoTracks(video.m_pFile->Path())[static_cast<std::uint32_t>(video.m_pStream->id)].m_HasCrop;
+    }
+    if (av_match_name("matroska", context.iformat->name) == 0) return false;
+    std::size_t number = 0; // among the video streams
+    for (unsigned i = 0; context.streams[i] != video.m_pStream; ++i) {
+        const AVStream& other = *context.streams[i];
+        if (other.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !IsCover(other)) ++number;
+    }
+    const std::vector<bool> crops = ReadMatroskaHeader(video.m_pFile->Path()).m_Crops;
+    return number < crops.size() && crops[number];
+}
+
+} // namespace
+
+void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses) {
+    const AVStream* const stream = video.m_pStream;
+    if (plan.m_Aspect && !plan.WritesAspect()) {
+        Tell(losses, "aspect",
+             "the display aspect " + std::to_string(plan.m_Aspect->m_X) + ":" + std::to_string(plan.m_Aspect->m_Y) +
+                 " is lost: players will show square pixels");
+    }
+    if (const std::string turn = Turn(stream); !turn.empty()) {
+        Tell(losses, "rotation", "the " + turn + " is lost: players will show the pictures as they were recorded");
+    }
+    if (HasCrop(video)) {
+        Tell(losses, "cropping", "the cropping is lost: players will show the edges of the pictures too");
+    }
+    if (HasAlpha(stream)) {
+        Tell(losses, "transparency", "transparency is lost: players will show the pictures opaque");
+    }
+    TellOfColours(video, losses);
+    if (HasSideData(stream, AV_PKT_DATA_DOVI_CONF)) {
+        Tell(losses, "Dolby Vision", "the configuration of Dolby Vision is lost: players will show the base layer");
+    }
+    if (HasSideData(stream, AV_PKT_DATA_ICC_PROFILE)) {
+        Tell(losses, "colour profile", "the ICC colour profile is lost");
+    }
+    if (const auto* const spherical = SideData<AVSphericalMapping>(stream, AV_PKT_DATA_SPHERICAL)) {
+        Tell(losses, "projection",
+             std::string("the spherical projection (") + av_spherical_projection_name(spherical->projection) +
+                 ") is lost: players will show the pictures flat");
+    }
+    if (stream->codecpar->field_order > AV_FIELD_PROGRESSIVE && !FramesTellFields(stream->codecpar->codec_id)) {
+        Tell(losses, "field order", "the field order is lost: players will show the pictures without deinterlacing");
+    }
+}

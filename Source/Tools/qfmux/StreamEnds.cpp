@@ -1,0 +1,61 @@
+#include "StreamEnds.h"
+
+#include <algorithm>
+#include <new>
+
+extern "C" {
+#include <libavutil/avstring.h>
+#include <libavutil/intreadwrite.h>
+}
+
+namespace {
+
+// Packets that are read for it, so that a badly interleaved file costs no more.
+constexpr int kMostPackets = 1000;
+// What lies behind it is read for the end of the sound.
+constexpr std::int64_t kEnd = AV_TIME_BASE;
+
+bool SeeksCheaply(const AVFormatContext& context, const AVStream* stream) {
+    const char* const name = context.iformat->name;
+    // Matroska files without an index would be read from front to back.
+    return av_match_name("ogg", name) != 0 || av_match_name("mp3", name) != 0 ||
+           avformat_index_get_entries_count(stream) > 1;
+}
+
+} // namespace
+
+StreamEnds ReadStreamEnds(const MediaFile& file, const AVStream* stream) {
+    StreamEnds ends;
+    AVFormatContext* opened = nullptr;
+    if (avformat_open_input(&opened, ("file:" + file.Path()).c_str(), nullptr, nullptr) < 0) return ends;
+    const AvPtr<AVFormatContext> context(opened);
+    const AvPtr<AVPacket> packet(av_packet_alloc());
+    if (packet == nullptr) throw std::bad_alloc();
+    if (stream->index >= static_cast<int>(context->nb_streams)) return ends;
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        context->streams[i]->discard = static_cast<int>(i) == stream->index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+    // Samples to leave out at the start and at the end of a packet, in four octets each.
+    const auto samples = [&](int offset) -> std::uint32_t {
+        std::size_t size = 0;
+        const std::uint8_t* const data = av_packet_get_side_data(packet.get(), AV_PKT_DATA_SKIP_SAMPLES, &size);
+        return data != nullptr && size >= 8 ? AV_RL32(data + offset) : 0;
+    };
+    bool isHidden = true;
+    for (int i = 0; isHidden && i < kMostPackets && av_read_frame(context.get(), packet.get()) >= 0; ++i) {
+        ends.m_StartSamples = std::max(ends.m_StartSamples, samples(0));
+        isHidden = (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
+        if (isHidden) ++ends.m_HiddenFrames;
+        av_packet_unref(packet.get());
+    }
+    const bool isSound = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    if (!isSound || !SeeksCheaply(*context, context->streams[stream->index])) return ends;
+    const std::int64_t start = context->start_time != AV_NOPTS_VALUE ? context->start_time : 0;
+    const std::int64_t target = start + std::max<std::int64_t>(0, context->duration - kEnd);
+    if (av_seek_frame(context.get(), -1, target, AVSEEK_FLAG_BACKWARD) < 0) return ends;
+    for (int i = 0; i < kMostPackets && av_read_frame(context.get(), packet.get()) >= 0; ++i) {
+        ends.m_EndSamples = samples(4);
+        av_packet_unref(packet.get());
+    }
+    return ends;
+}

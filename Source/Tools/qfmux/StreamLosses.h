@@ -1,0 +1,12 @@
+// Streams that a file will not have.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "LossText.h"
+#include "Options.h"
+#include "Plan.h"
+
+void TellOfStreams(const Plan& plan, const std::vector<std::shared_ptr<MediaFile>>& inputs, const Options& options,
+                   Losses& losses);
