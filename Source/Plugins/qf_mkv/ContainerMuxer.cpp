@@ -94,7 +94,6 @@ ContainerMuxer<Stream>::~ContainerMuxer() {
 
 template <class Stream>
 bool ContainerMuxer<Stream>::OpenMediaFile(const wchar_t* path, const EncodeParam& param) {
-    CloseMediaFile();
     KeepSpareSeekEntries(3);
     m_pFile = std::make_unique<FileEx>();
     if (m_pFile->Open(path, "wb") == 0) return false;

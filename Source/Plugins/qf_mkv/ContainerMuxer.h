@@ -109,8 +109,8 @@ public:
 protected:
     explicit ContainerMuxer(const MuxerProfile& profile) : m_Profile(profile) {}
 
-    // Finishes any open file, opens path and resets what belongs to one file. Returns false when the file does not
-    // open.
+    // Opens path and resets what belongs to one file; an open file has been closed before. Returns false when the file
+    // does not open.
     bool OpenMediaFile(const wchar_t* path, const EncodeParam& param);
     // Builds a track of what is behind the record and adds it, unless it reports a failure, which none does.
     // Returns the track, or null.

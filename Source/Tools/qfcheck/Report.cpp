@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "ElfFile.h"
+#include "Messages.h"
+#include "XmlText.h"
 
 namespace {
 
@@ -35,34 +37,6 @@ std::string Fixed(double seconds) {
     char text[32];
     std::snprintf(text, sizeof text, "%.3f", seconds);
     return text;
-}
-
-// The plug-in's words may be anything: JSON's own writer makes UTF-8 of them first.
-std::string ValidUtf8(const std::string& text) {
-    using nlohmann::json;
-    const std::string quoted = json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-    return json::parse(quoted).get<std::string>();
-}
-
-// Text and attributes of XML 1.0, which has no control characters but three.
-std::string Xml(const std::string& text) {
-    std::string escaped;
-    for (const char c : ValidUtf8(text)) {
-        if (c == '&') {
-            escaped += "&amp;";
-        } else if (c == '<') {
-            escaped += "&lt;";
-        } else if (c == '>') {
-            escaped += "&gt;";
-        } else if (c == '"') {
-            escaped += "&quot;";
-        } else if (c == '\n') {
-            escaped += "&#10;";
-        } else {
-            escaped += c == '\t' || static_cast<unsigned char>(c) >= 0x20 ? c : '?';
-        }
-    }
-    return escaped;
 }
 
 } // namespace
@@ -99,13 +73,13 @@ std::string AsJson(const std::string& plugin, const std::vector<Result>& results
                          {"failed", Count(results, Outcome::Failed)},
                          {"skipped", Count(results, Outcome::Skipped)},
                          {"checks", std::move(checks)}};
-    return report.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    return AsText(report);
 }
 
 std::string AsJUnit(const std::string& plugin, const std::vector<Result>& results) {
     std::string xml =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n<testsuite name=\"qfcheck\" package=\"" +
-        Xml(plugin) + "\" tests=\"" + std::to_string(results.size()) + "\" failures=\"" +
+        XmlText(plugin) + "\" tests=\"" + std::to_string(results.size()) + "\" failures=\"" +
         std::to_string(Count(results, Outcome::Failed)) + "\" errors=\"0\" skipped=\"" +
         std::to_string(Count(results, Outcome::Skipped)) + "\" time=\"" + Fixed(Seconds(results)) + "\">\n";
     for (const Result& result : results) {
@@ -118,7 +92,7 @@ std::string AsJUnit(const std::string& plugin, const std::vector<Result>& result
             continue;
         }
         const char* const element = result.m_Outcome == Outcome::Failed ? "failure" : "skipped";
-        xml += std::string("><") + element + " message=\"" + Xml(result.m_Message) + "\"/></testcase>\n";
+        xml += std::string("><") + element + " message=\"" + XmlText(result.m_Message) + "\"/></testcase>\n";
     }
     return xml + "</testsuite>\n</testsuites>\n";
 }

@@ -6,12 +6,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "CommandLine.h"
 #include "ElfFile.h"
+#include "Messages.h"
 #include "Report.h"
 #include "Runner.h"
 #include "ToolError.h"
@@ -27,11 +28,6 @@ constexpr const char* kExamples = R"(Examples:
 
 Exit codes: 0 all passed, 2 the file cannot be checked by this program, 3 usage, 4 the report cannot be written, 5 some
 failed, 128+n ended by signal n)";
-
-int Fail(ExitCode code, const std::string& message) {
-    std::fprintf(stderr, "qfcheck: %s\n", message.substr(0, message.find('\n')).c_str());
-    return code;
-}
 
 std::vector<const Check*> Chosen(const std::vector<std::string>& patterns) {
     std::vector<const Check*> chosen;
@@ -91,7 +87,7 @@ int Run(int argc, char** argv) {
     app.add_flag("--json", json, "one JSON object on stdout instead of lines");
     app.add_option("--junit", junit, "write a JUnit report there as well")->type_name("FILE");
     app.add_flag("--list", list, "say what is asked, and end");
-    app.add_option("--only", only, "ask only what has this name, * and ? for what one likes; may be given again")
+    app.add_option("--only", only, "ask only what has this name, where * and ? are wildcards; may be given again")
         ->type_name("NAME")
         ->allow_extra_args(false);
     app.add_option("--timeout", timeLimit, "seconds that one check may take, 10 by default")
@@ -99,17 +95,7 @@ int Run(int argc, char** argv) {
         ->check(CLI::Range(0.1, 86400.0));
     app.set_version_flag("--version", "qfcheck " QF_VERSION ", " + std::to_string(kWordSize) + "-bit");
     app.footer(kExamples);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        std::fputs(app.help().c_str(), stdout);
-        return kExitDone;
-    } catch (const CLI::CallForVersion& version) {
-        std::printf("%s\n", version.what());
-        return kExitDone;
-    } catch (const CLI::ParseError& error) {
-        return Fail(kExitUsage, error.what());
-    }
+    if (!Parse(app, argc, argv)) return kExitDone;
 
     try {
         const std::vector<const Check*> checks = Chosen(only);
@@ -117,15 +103,13 @@ int Run(int argc, char** argv) {
             for (const Check* check : checks) std::printf("%-26s %s\n", check->m_Name, check->m_Summary);
             return kExitDone;
         }
-        if (plugin.empty()) return Fail(kExitUsage, "PLUGIN is missing; --help has examples");
+        if (plugin.empty()) throw ToolError(kExitUsage, "PLUGIN is missing; --help has examples");
         const std::string why = WhyNotALibrary(plugin);
-        if (!why.empty()) return Fail(kExitError, why);
+        if (!why.empty()) throw ToolError(kExitError, why);
         Runner runner(std::filesystem::absolute(plugin).string(), timeLimit);
         const std::vector<Result> results = RunAll(runner, checks, json);
-        std::printf("%s", json ? AsJson(plugin, results).c_str() : (Summary(results) + "\n").c_str());
+        PutResult(json ? AsJson(plugin, results) : Summary(results) + "\n");
         if (!junit.empty()) WriteReport(junit, AsJUnit(plugin, results));
-        if (std::fflush(stdout) != 0)
-            return Fail(kExitOutput, std::string("cannot write to stdout: ") + std::strerror(errno));
         const bool isGood = std::none_of(results.begin(), results.end(),
                                          [](const Result& result) { return result.m_Outcome == Outcome::Failed; });
         return isGood ? kExitDone : kExitVerification;
@@ -137,11 +121,5 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return Run(argc, argv);
-    } catch (const ToolError& error) {
-        return Fail(error.m_Code, error.what());
-    } catch (const std::exception& error) {
-        return Fail(kExitError, error.what());
-    }
+    return RunTool([&] { return Run(argc, argv); });
 }

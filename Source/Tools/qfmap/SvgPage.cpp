@@ -1,6 +1,7 @@
 #include "SvgPage.h"
 
 #include "Words.h"
+#include "XmlText.h"
 
 namespace {
 
@@ -27,29 +28,6 @@ text{fill:#e6edf3}.bg{fill:#0d1117}.soft{fill:#9aa4ae}.grid{stroke:#2a313a}.axis
 </style>
 )";
 
-std::string Escaped(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
 } // namespace
 
 std::string SvgPage::At(double x, double y) { return Number(x, 1) + " " + Number(y, 1); }
@@ -57,12 +35,12 @@ std::string SvgPage::At(double x, double y) { return Number(x, 1) + " " + Number
 void SvgPage::Rect(const std::string& names, double x, double y, double width, double height, const std::string& tip) {
     m_Body += "<rect class=\"" + names + "\" x=\"" + Number(x, 1) + "\" y=\"" + Number(y, 1) + "\" width=\"" +
               Number(width, 1) + "\" height=\"" + Number(height, 1) + "\"";
-    m_Body += tip.empty() ? "/>\n" : "><title>" + Escaped(tip) + "</title></rect>\n";
+    m_Body += tip.empty() ? "/>\n" : "><title>" + XmlText(tip) + "</title></rect>\n";
 }
 
 void SvgPage::Text(const std::string& names, double x, double y, const std::string& text, const std::string& more) {
     m_Body += "<text" + (names.empty() ? "" : " class=\"" + names + "\"") + " x=\"" + Number(x, 1) + "\" y=\"" +
-              Number(y, 1) + "\"" + more + ">" + Escaped(text) + "</text>\n";
+              Number(y, 1) + "\"" + more + ">" + XmlText(text) + "</text>\n";
 }
 
 void SvgPage::Path(const std::string& names, const std::string& data, const std::string& more) {
@@ -72,7 +50,7 @@ void SvgPage::Path(const std::string& names, const std::string& data, const std:
 std::string SvgPage::Finished(double height, const std::string& title, const std::string& description) const {
     const std::string size = std::to_string(kWidth) + "\" height=\"" + Number(height, 0);
     return "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + size + "\" viewBox=\"0 0 " + std::to_string(kWidth) +
-           " " + Number(height, 0) + "\" role=\"img\">\n<title>" + Escaped(title) + "</title>\n<desc>" +
-           Escaped(description) + "</desc>\n" + kStyle + "<rect class=\"bg\" width=\"" + size + "\"/>\n" + m_Body +
+           " " + Number(height, 0) + "\" role=\"img\">\n<title>" + XmlText(title) + "</title>\n<desc>" +
+           XmlText(description) + "</desc>\n" + kStyle + "<rect class=\"bg\" width=\"" + size + "\"/>\n" + m_Body +
            "</svg>\n";
 }
