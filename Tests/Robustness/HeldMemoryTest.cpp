@@ -75,4 +75,32 @@ TEST_F(HeldMemory, WhatLargePicturesTookIsGivenBack) {
     }
 }
 
+// Small frames are put into the blocks of a cluster that has been written, each track's into its own.
+TEST_F(HeldMemory, SmallFramesOfTwoTracksAskForNoMemory) {
+    for (const FourCC format : {MakeFourCC("MKV "), MakeFourCC("WEBM")}) {
+        SCOPED_TRACE(format);
+        const EncodeParam job = MakeJob(format, MakeFourCC("VP8 "), MakeFourCC("VBIS"));
+        m_pHandle = m_Plugin.CreateMediaFile((m_Directory / "file").wstring().c_str(), &job);
+        Octets octets(200, 0x11);
+        const auto second = [&](std::int64_t start) {
+            MEDIA_FRAME frame{};
+            frame.videoData = frame.audioData = octets.data();
+            frame.videoSize = frame.audioSize = 200;
+            frame.frameFlags = kKey;
+            frame.duration = 400000;
+            for (int i = 0; i < 25; ++i) {
+                frame.timestamp = start + i * 400000;
+                m_Plugin.WriteVideoPacket(m_pHandle, &frame);
+                m_Plugin.WriteAudioPacket(m_pHandle, &frame, nullptr);
+            }
+        };
+        for (int i = 0; i < 4; ++i) second(i * kSecond);
+        HeapMeter::FailAfter(0);
+        for (int i = 4; i < 104; ++i) second(i * kSecond);
+        EXPECT_LT(HeapMeter::Allocations(), 100 * 12) << "the indexes of a hundred clusters, nothing for 5,000 frames";
+        m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
+        m_pHandle = nullptr;
+    }
+}
+
 } // namespace

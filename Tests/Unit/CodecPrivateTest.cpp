@@ -190,4 +190,20 @@ TEST(FindSequenceHeader, IsTheModelForRandomRuns) {
     }
 }
 
+// Of any sets, also of some that no memory holds: their octets are not looked at.
+TEST(AvcRecordSize, IsThatOfTheRecord) {
+    const Octets octets(1000, 0x67);
+    for (const std::size_t picture : {0U, 1U, 4U, 1000U}) {
+        for (const std::size_t sequence : {0U, 1U, 3U, 4U, 1000U}) {
+            const ByteView pictureSet{octets.data(), picture};
+            const ByteView sequenceSet{octets.data(), sequence};
+            EXPECT_EQ(AvcRecordSize(pictureSet, sequenceSet),
+                      AvcDecoderConfigurationRecord(pictureSet, sequenceSet).size())
+                << picture << " and " << sequence;
+        }
+    }
+    const ByteView huge{octets.data(), 0x7FFFFFFF};
+    EXPECT_EQ(AvcRecordSize(huge, huge), 0x7FFFFFFFULL + 9 + 0x7FFFFFFFULL + 2) << "beyond 32 bits";
+}
+
 } // namespace
