@@ -113,6 +113,13 @@ if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
     qf_install_legal(python python3-qf-mkv)
 endif()
 
+# The GStreamer element over it, where GStreamer looks for plug-ins.
+if(TARGET gstqfmkv)
+    add_dependencies(shipped gstqfmkv)
+    install(TARGETS gstqfmkv LIBRARY DESTINATION ${QF_LIBRARY_FOLDER}/gstreamer-1.0 COMPONENT gstreamer)
+    qf_install_legal(gstreamer gstreamer1.0-qf-mkv)
+endif()
+
 # The tools: each manual page, with the program that it describes and the program's completion. Those that need media
 # libraries are packages of their own. The 32-bit ones go by names of their own, since both word sizes of a tool are
 # wanted on one machine.
@@ -189,6 +196,9 @@ set(CPACK_COMPONENTS_ALL plugin dev host hostdev)
 if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
     list(APPEND CPACK_COMPONENTS_ALL python)
 endif()
+if(TARGET gstqfmkv)
+    list(APPEND CPACK_COMPONENTS_ALL gstreamer)
+endif()
 list(APPEND CPACK_COMPONENTS_ALL ${tool_components})
 set(CPACK_DEB_COMPONENT_INSTALL TRUE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -222,8 +232,8 @@ file(CONFIGURE OUTPUT debian/triggers CONTENT "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
 set(CPACK_COMPONENT_HOST_DESCRIPTION
     "C library that writes Matroska and WebM files
-Programs hand it compressed frames with their times; it writes a .mkv, .mka or
-.webm file of them through the qf_mkv plug-in, many files at once.")
+Programs hand it compressed frames with their times; it writes a Matroska or
+WebM file of them through the qf_mkv plug-in, many files at once.")
 
 set(CPACK_DEBIAN_HOSTDEV_PACKAGE_NAME libqf-host-dev)
 set(CPACK_DEBIAN_HOSTDEV_PACKAGE_SECTION libdevel)
@@ -241,6 +251,16 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), libqf-host${QF_HOST_M
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "Python package that writes Matroska and WebM files
 Compressed frames, from PyAV for example, become a .mkv, .mka or .webm file.")
+
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-qf-mkv)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
+# dpkg-shlibdeps knows the packages of installed libraries; this one's is being made, so it is named here.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS "libqf-host${QF_HOST_MAJOR} (>= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION
+    "GStreamer element that writes Matroska and WebM files
+qfmkvsink writes a stream of pictures and one of sound into a Matroska or WebM
+file through the qf_mkv plug-in.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)

@@ -36,7 +36,7 @@ build_preset() { # preset, then options for the configuration
 build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev)
 tool_packages=(libavformat-dev libavcodec-dev libavutil-dev libxxhash-dev libebml-dev libmatroska-dev)
 reader_packages=(ffmpeg mkvtoolnix)
-packaging_packages=(g++-multilib dpkg-dev file lintian)
+packaging_packages=(g++-multilib dpkg-dev file lintian libgstreamer1.0-dev)
 browser_packages=(chromium)
 # Node from elsewhere will do, from version 18 on.
 command -v node >/dev/null || browser_packages+=(nodejs)
