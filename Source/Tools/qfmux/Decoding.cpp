@@ -35,7 +35,15 @@ Decoding::Decoding(const AVCodecParameters& parameters, const std::vector<std::u
 }
 
 void Decoding::Take(const AVPacket& packet) {
-    if (m_Codec != nullptr && packet.size > 0) Send(&packet);
+    if (m_Codec == nullptr || packet.size == 0) return;
+    if ((packet.flags & AV_PKT_FLAG_DISCARD) == 0) {
+        Send(&packet);
+        return;
+    }
+    const AvPtr<AVPacket> shown(av_packet_clone(&packet));
+    if (shown == nullptr) throw std::bad_alloc();
+    shown->flags &= ~AV_PKT_FLAG_DISCARD;
+    Send(shown.get());
 }
 
 void Decoding::End() {

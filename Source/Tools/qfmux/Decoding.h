@@ -10,7 +10,7 @@
 #include "AvPtr.h"
 
 // Decodes packets and keeps a count and a hash of the pictures or samples that come out. Nothing is skipped, not even
-// the samples that a container tells players to leave out.
+// the pictures and samples that a container tells players to leave out.
 class Decoding {
 public:
     // setup: instead of the parameters' own set-up data, or null. threads: 0 for as many as there are processors.

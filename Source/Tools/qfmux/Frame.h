@@ -22,5 +22,6 @@ struct Frame {
     AccessPoint m_Access;
     std::vector<NalUnit> m_Units; // of H.264, in the packet
     bool m_IsFramed = false;      // the packet has lengths of 4 octets in front of the units
+    bool m_IsOtherSound = false;  // its rate or channels are not those of the first
     std::shared_ptr<const std::vector<std::uint8_t>> m_NewSetup; // set-up data that hold from here, null for the same
 };

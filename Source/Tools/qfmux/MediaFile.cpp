@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "Surroundings.h"
 #include "TimeLine.h"
@@ -10,6 +11,7 @@
 extern "C" {
 #include <libavutil/avstring.h>
 #include <libavutil/avutil.h>
+#include <libavutil/parseutils.h>
 }
 
 namespace {
@@ -49,6 +51,8 @@ MediaFile::MediaFile(const std::string& path) : m_Path(path) {
 void MediaFile::Open(bool looksFar) {
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) throw std::bad_alloc();
+    auto errors = std::make_unique<ReadErrors>();
+    errors->Watch(*context);
     AVDictionary* options = nullptr;
     if (looksFar) {
         context->probesize = std::int64_t{256} << 20;
@@ -59,6 +63,7 @@ void MediaFile::Open(bool looksFar) {
     av_dict_free(&options);
     CheckReading(result, m_Path);
     m_Context.reset(context);
+    m_Errors = std::move(errors);
     // Before libavformat looks into the frames for more.
     m_Declared.clear();
     for (unsigned i = 0; i < context->nb_streams; ++i) {
@@ -78,6 +83,19 @@ bool MediaFile::IsKnown(const AVStream* stream) {
 std::int64_t MediaFile::Origin() const {
     const bool countsFromAnywhere = HasLooseTimes() || av_match_name("flv", m_Context->iformat->name) != 0;
     return countsFromAnywhere ? HostTime(std::max<std::int64_t>(0, m_Context->start_time), {1, AV_TIME_BASE}) : 0;
+}
+
+std::int64_t MediaFile::PromisedLength(const AVStream* stream, bool isAlone) const {
+    if (m_Context->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return 0;
+    // Matroska has the length of a track in a tag, if at all, and else that of the whole.
+    if (av_match_name("matroska", m_Context->iformat->name) != 0) {
+        const AVDictionaryEntry* const tag = av_dict_get(stream->metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
+        std::int64_t length = 0;
+        if (tag != nullptr && av_parse_time(&length, tag->value, 1) >= 0) return HostTime(length, {1, AV_TIME_BASE});
+    } else if (stream->duration > 0) {
+        return HostTime(stream->duration, stream->time_base);
+    }
+    return isAlone ? HostTime(std::max<std::int64_t>(0, m_Context->duration), {1, AV_TIME_BASE}) : 0;
 }
 
 std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "AvPtr.h"
+#include "ReadErrors.h"
 
 // Throws ToolError with the file's name and the reason.
 [[noreturn]] void FailReading(const std::string& path, const std::string& reason);
@@ -25,6 +27,13 @@ public:
     static bool IsKnown(const AVStream* stream);
     // Whether its times may jump by design and count from anywhere, as those of broadcasts do.
     bool HasLooseTimes() const { return (m_Context->iformat->flags & AVFMT_TS_DISCONT) != 0; }
+    // Whether packets may have faults that decoders hide, so that a damaged one is better than none.
+    bool MayBeDamaged() const { return HasLooseTimes(); }
+    // What libavformat has complained of so far.
+    const ReadErrors& Errors() const { return *m_Errors; }
+    // How long the header says that the stream is, 100 ns; 0 when it does not.
+    // isAlone: no stream but the chosen ones counts for the length of the whole.
+    std::int64_t PromisedLength(const AVStream* stream, bool isAlone) const;
     // When it begins, 100 ns, for formats that count from anywhere; else 0.
     std::int64_t Origin() const;
     // Whether the container keeps codec set-up data for the stream, outside its frames.
@@ -39,6 +48,7 @@ private:
     void Open(bool looksFar);
 
     std::string m_Path;
+    std::unique_ptr<ReadErrors> m_Errors;
     AvPtr<AVFormatContext> m_Context;
     std::vector<AvPtr<AVCodecParameters>> m_Declared; // by the stream's index
 };

@@ -1,5 +1,6 @@
 #include "PacketSource.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -42,7 +43,11 @@ int PacketSource::Next(int stream, AVPacket& packet) {
     }
     while (m_End == 0) {
         m_End = av_read_frame(m_File->Context(), &packet);
-        if (m_End < 0) break;
+        if (m_End < 0) {
+            if (m_End != AVERROR_EOF) m_Failure = AvReason(m_End);
+            m_End = AVERROR_EOF;
+            break;
+        }
         const auto chosen = m_Chosen.find(packet.stream_index);
         // One stream's times may tell how another's are meant.
         if (chosen != m_Chosen.end()) {
@@ -52,6 +57,12 @@ int PacketSource::Next(int stream, AVPacket& packet) {
             av_packet_unref(&packet);
             continue;
         }
+        // Cut off by the end of the file.
+        if ((packet.flags & AV_PKT_FLAG_CORRUPT) != 0 && !m_File->MayBeDamaged()) {
+            av_packet_unref(&packet);
+            continue;
+        }
+        Measure(chosen->second, packet, m_File->Context()->streams[packet.stream_index]->time_base);
         if (packet.stream_index == stream) {
             ++own.m_Taken;
             return 0;
@@ -69,6 +80,29 @@ int PacketSource::Next(int stream, AVPacket& packet) {
 int PacketSource::Jumps(int stream) const {
     const Chosen& chosen = m_Chosen.at(stream);
     return chosen.m_Alone != nullptr ? chosen.m_Alone->Jumps(stream) : m_TimeLine.Jumps();
+}
+
+std::int64_t PacketSource::Length(int stream) const {
+    const Chosen& chosen = m_Chosen.at(stream);
+    if (chosen.m_Alone != nullptr) return chosen.m_Alone->Length(stream);
+    return chosen.m_First ? chosen.m_End - *chosen.m_First : 0;
+}
+
+bool PacketSource::HasAllStreams() const {
+    const AVFormatContext& context = *m_File->Context();
+    for (unsigned i = 0; i < context.nb_streams; ++i) {
+        const bool isPicture = (context.streams[i]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+        if (!isPicture && m_Streams.count(static_cast<int>(i)) == 0) return false;
+    }
+    return true;
+}
+
+void PacketSource::Measure(Chosen& chosen, const AVPacket& packet, AVRational timeBase) {
+    const std::int64_t stamp = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+    if (stamp == AV_NOPTS_VALUE) return;
+    const std::int64_t time = HostTime(stamp, timeBase);
+    chosen.m_First = std::min(chosen.m_First.value_or(time), time);
+    chosen.m_End = std::max(chosen.m_End, time + HostTime(std::max<std::int64_t>(0, packet.duration), timeBase));
 }
 
 int PacketSource::OpenForItself(int stream, AVPacket& packet) {

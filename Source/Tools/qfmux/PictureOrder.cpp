@@ -5,8 +5,8 @@
 
 #include "TimeLine.h"
 
-PictureOrder::PictureOrder(const AVCodecParameters& parameters)
-    : m_IsH264(parameters.codec_id == AV_CODEC_ID_H264), m_Codec(avcodec_alloc_context3(nullptr)),
+PictureOrder::PictureOrder(const AVCodecParameters& parameters, std::int64_t lag)
+    : m_IsH264(parameters.codec_id == AV_CODEC_ID_H264), m_Lag(lag), m_Codec(avcodec_alloc_context3(nullptr)),
       m_Parser(av_parser_init(parameters.codec_id)) {
     if (m_Codec == nullptr || m_Parser == nullptr || avcodec_parameters_to_context(m_Codec.get(), &parameters) < 0) {
         throw std::bad_alloc();
@@ -43,7 +43,7 @@ void PictureOrder::PlaceEarliest() {
     }
     earliest->m_Placed = true;
     Frame& frame = earliest->m_Frame;
-    if (!earliest->m_IsTold) frame.m_Presentation = m_Next.value_or(m_DecodeTimes.front());
+    if (!earliest->m_IsTold) frame.m_Presentation = m_Next.value_or(m_DecodeTimes.front() + m_Lag);
     if (earliest->m_IsTold || m_Next) m_Next = frame.m_Presentation + frame.m_Duration;
     m_DecodeTimes.pop_front();
     --m_Unplaced;

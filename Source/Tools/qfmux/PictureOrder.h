@@ -17,7 +17,8 @@
 // that frames may be taken apart behind it, as those of MPEG-4 are.
 class PictureOrder {
 public:
-    explicit PictureOrder(const AVCodecParameters& parameters);
+    // lag: how much later than its turn to be decoded the n-th picture is presented, 100 ns.
+    PictureOrder(const AVCodecParameters& parameters, std::int64_t lag);
 
     // Whether there is a rule for the codec.
     static bool Knows(AVCodecID codec);
@@ -38,6 +39,7 @@ private:
     void PlaceEarliest();
 
     bool m_IsH264;
+    std::int64_t m_Lag;
     AvPtr<AVCodecContext> m_Codec;
     AvPtr<AVCodecParserContext> m_Parser;
     std::deque<Held> m_Held;

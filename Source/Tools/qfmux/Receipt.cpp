@@ -20,10 +20,6 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
         if ((*track)->Reader().TimesWereMade()) {
             report.Note(path + " has no time stamps: they follow from the order of its frames and its frame rate");
         }
-        if (const int damaged = (*track)->Reader().Damaged(); damaged > 0) {
-            report.Warn(Counted(static_cast<std::size_t>(damaged), "damaged frame") + " of " + path +
-                        (damaged == 1 ? " was" : " were") + " left out");
-        }
         if (const int leftOut = (*track)->LeftOut(); leftOut > 0) {
             report.Warn(Counted(static_cast<std::size_t>(leftOut), "frame") + " of " + path +
                         (leftOut == 1 ? " was" : " were") + " left out: the file's time starts behind them");

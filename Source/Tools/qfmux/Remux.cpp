@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "Damage.h"
 #include "Extent.h"
 #include "FrameLosses.h"
 #include "Front.h"
@@ -198,6 +199,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     if (SignalGuard::Caught() != 0) EndBySignal(output, losses.Length(), report);
 
     if (video) WarnOfFront(*video, audio, report);
+    WarnOfDamage(video, audio, std::isfinite(options.m_Duration), report);
     WarnOfTracks(video, audio, report);
     for (const Loss& loss : losses.Tell(output.Path().string(), plan.IsWebm())) report.Lose(loss);
     progress.Begin("verify");

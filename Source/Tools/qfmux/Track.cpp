@@ -39,7 +39,7 @@ bool Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
     frame.duration = m_Next.m_Duration;
     if (!m_IsVideo) {
         if (m_Setup.empty()) m_Setup = m_Reader.SetupData();
-        m_SetupHasChanged = m_SetupHasChanged || m_Reader.SetupData() != m_Setup;
+        m_SetupHasChanged = m_SetupHasChanged || m_Next.m_IsOtherSound || m_Reader.SetupData() != m_Setup;
         frame.audioData = packet.data;
         frame.audioSize = packet.size;
         Expect(frame.timestamp, true, packet.data, packetSize);
@@ -57,9 +57,10 @@ bool Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
         frame.videoSize = packet.size;
     } else if (IsWithLengths()) {
         m_Frames.Take(m_Next);
+        if (m_Frames.Units().empty()) return false;
         frame.videoData = m_Frames.Data();
         frame.videoSize = static_cast<std::int32_t>(m_Frames.Size());
-        if (!m_Frames.Units().empty()) BeginBlock(frame.timestamp, isKey);
+        BeginBlock(frame.timestamp, isKey);
         for (const NalUnit& unit : m_Frames.Units()) m_Digest.Unit(unit);
     } else {
         rewritten = QfHost::WithLongStartCodes(m_Next.m_Units);

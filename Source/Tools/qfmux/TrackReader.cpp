@@ -17,6 +17,14 @@ extern "C" {
 namespace {
 
 constexpr const char* kEncrypted = "it is encrypted";
+constexpr std::int64_t kLeastGap = 1000000; // 0.1 s, in sound that should have none
+
+// What the header in front of an AAC frame (ISO/IEC 13818-7, ADTS) says of profile, sample rate and channels; 0 when
+// there is none.
+std::uint32_t AdtsHeader(const AVPacket& packet) {
+    if (packet.size < 4 || packet.data[0] != 0xFF || (packet.data[1] & 0xF6) != 0xF0) return 0;
+    return 0xFF0000U + (packet.data[2] & 0xFDU) * 256U + (packet.data[3] & 0xC0U);
+}
 
 // Whether the container says so of the stream. ISO files say it of each frame instead.
 bool IsEncrypted(const AVStream* stream) {
@@ -47,7 +55,7 @@ TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, 
                           : 1;
     // Broadcasts need not tell the time of each picture.
     if (out.codec_id == AV_CODEC_ID_H264 && m_Source->File().HasLooseTimes()) {
-        m_Order = std::make_unique<PictureOrder>(out);
+        m_Order = std::make_unique<PictureOrder>(out, 0);
     }
 }
 
@@ -65,7 +73,6 @@ bool TrackReader::NextPacket(Frame& frame) {
         if (filtered != AVERROR(EAGAIN)) FailReading(Path(), AvReason(filtered));
 
         const int read = m_Source->Next(m_pStream->index, *frame.m_Packet);
-        if (read < 0 && read != AVERROR_EOF) FailReading(Path(), AvReason(read));
         if (read == 0 && m_HasFilter) {
             frame.m_Source.reset(av_packet_clone(frame.m_Packet.get()));
             if (frame.m_Source == nullptr) throw std::bad_alloc();
@@ -133,6 +140,11 @@ void TrackReader::Examine(Frame& frame) {
     }
     const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
     const AVCodecID codec = Parameters().codec_id;
+    if (codec == AV_CODEC_ID_AAC && m_HasFilter) {
+        const std::uint32_t header = AdtsHeader(frame.Source());
+        if (m_AdtsHeader == 0) m_AdtsHeader = header;
+        frame.m_IsOtherSound = header != 0 && header != m_AdtsHeader;
+    }
     if (codec != AV_CODEC_ID_H264) {
         frame.m_Access = FindAccessPoint(codec, packet.data, size, isKey, m_Source->File().HasSetup(m_pStream));
         return;
@@ -173,7 +185,10 @@ bool TrackReader::ReadFrame(Frame& frame) {
         const AVCodecParameters& parameters = Parameters();
         if (!hasPresentation && m_Order == nullptr && parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
             if (PictureOrder::Knows(parameters.codec_id)) {
-                m_Order = std::make_unique<PictureOrder>(parameters);
+                // Where the file has decoding times, decoders give a picture when they have those that it waits for.
+                const bool isTold = next.m_Packet->dts != AV_NOPTS_VALUE;
+                m_Order =
+                    std::make_unique<PictureOrder>(parameters, isTold ? parameters.video_delay * m_FrameDuration : 0);
             } else if (parameters.video_delay > 0) {
                 FailReading(Path(), "its pictures are reordered and have no time stamps");
             }
@@ -199,6 +214,10 @@ bool TrackReader::Next(Frame& frame) {
         const std::int64_t tick = av_rescale_q(1, m_Filter->time_base_out, kHostTimeBase);
         if (distance > 0 && std::abs(distance - frame.m_Duration) <= tick) {
             frame.m_Duration = static_cast<std::int32_t>(distance);
+        }
+        if (m_Source->File().HasLooseTimes() && distance - frame.m_Duration > kLeastGap) {
+            ++m_Gaps;
+            m_GapLength += distance - frame.m_Duration;
         }
     }
     return true;

@@ -25,8 +25,17 @@ public:
 
     // The stream lacks time stamps, and they were made from the order of its frames and its rate.
     bool TimesWereMade() const { return m_TimesWereMade && !m_TimesWereTold; }
-    // Frames that were left out since they are damaged.
+    // Frames that a filter left out since they are damaged, and those with units that are cut off.
     int Damaged() const { return m_Damaged; }
+    // Of what was read, and what the file's header promises, 100 ns; 0 for no promise.
+    std::int64_t Length() const { return m_Source->Length(m_pStream->index); }
+    std::int64_t PromisedLength() const {
+        return m_Source->File().PromisedLength(m_pStream, m_Source->HasAllStreams());
+    }
+    // Of a broadcast's sound: places where more than 0.1 s is missing, and how much in all, 100 ns.
+    int Gaps() const { return m_Gaps; }
+    std::int64_t GapLength() const { return m_GapLength; }
+    const std::string& Failure() const { return m_Source->Failure(); }
     int Jumps() const { return m_Source->Jumps(m_pStream->index); }
 
     // Reads the next frame; false at the end. Throws ToolError for a damaged file or one without time stamps.
@@ -58,6 +67,9 @@ private:
     bool m_TimesWereMade = false;
     bool m_TimesWereTold = false;
     int m_Damaged = 0;
+    int m_Gaps = 0;
+    std::int64_t m_GapLength = 0;
+    std::uint32_t m_AdtsHeader = 0;        // the fixed part of the first, 0 for none
     std::unique_ptr<PictureOrder> m_Order; // where frames may lack their presentation times
     Frame m_Ahead;                         // read and not handed out
     bool m_HasAhead = false;

@@ -1,0 +1,85 @@
+#include "Damage.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <set>
+#include <string>
+
+namespace {
+
+constexpr std::int64_t kSecond = 10000000; // 100 ns
+
+struct Findings {
+    std::int64_t m_Length = 0;   // of what was read, 100 ns
+    std::int64_t m_Promised = 0; // by the file's header, 100 ns; 0 for nothing
+    int m_Packets = 0;
+    int m_Others = 0;
+    int m_Gaps = 0;               // in the sound
+    std::int64_t m_GapLength = 0; // 100 ns
+    std::string m_Failure;        // what ended reading before the end of the file
+};
+
+void Add(Findings& findings, const TrackReader& reader) {
+    findings.m_Length = std::max(findings.m_Length, reader.Length());
+    findings.m_Promised = std::max(findings.m_Promised, reader.PromisedLength());
+    findings.m_Packets += reader.Damaged();
+    findings.m_Gaps += reader.Gaps();
+    findings.m_GapLength += reader.GapLength();
+    if (findings.m_Failure.empty()) findings.m_Failure = reader.Failure();
+}
+
+// Headers are rounded, and some writers count from another beginning: where nothing else is wrong much must be missing.
+bool IsShort(const Findings& findings) {
+    const bool isDamaged = findings.m_Packets + findings.m_Others > 0 || !findings.m_Failure.empty();
+    const std::int64_t missing = findings.m_Promised - findings.m_Length;
+    return missing > (isDamaged ? kSecond / 4 : std::max(kSecond, findings.m_Promised / 10));
+}
+
+std::string Counted(int count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::string Words(const Findings& findings) {
+    std::string words;
+    const auto add = [&words](const std::string& more) { words += (words.empty() ? "" : ", ") + more; };
+    const auto seconds = [](std::int64_t length) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(length) / kSecond);
+        return std::string(text);
+    };
+    if (IsShort(findings)) {
+        add("ends after " + seconds(findings.m_Length) + " of " + seconds(findings.m_Promised));
+    } else if (!findings.m_Failure.empty()) {
+        add("ends after " + seconds(findings.m_Length));
+    }
+    if (!findings.m_Failure.empty()) words += " (" + findings.m_Failure + ")";
+    if (findings.m_Packets > 0) {
+        add("has " + Counted(findings.m_Packets, "damaged packet"));
+    } else if (findings.m_Others > 0 && words.empty()) {
+        add("is damaged in " + Counted(findings.m_Others, "place"));
+    }
+    if (findings.m_Gaps > 0) {
+        add("lacks " + seconds(findings.m_GapLength) + " of sound in " + Counted(findings.m_Gaps, "place"));
+    }
+    return words;
+}
+
+} // namespace
+
+void WarnOfDamage(const std::optional<Track>& video, const std::optional<Track>& audio, bool isCut, RunReport& report) {
+    std::set<const MediaFile*> told;
+    for (const auto* track : {&video, &audio}) {
+        if (!*track || !told.insert((*track)->Plan().m_pFile.get()).second) continue;
+        const MediaFile& file = *(*track)->Plan().m_pFile;
+        Findings findings;
+        findings.m_Packets = file.Errors().Packets();
+        findings.m_Others = file.Errors().Others();
+        for (const auto* other : {&video, &audio}) {
+            if (*other && (*other)->Plan().m_pFile.get() == &file) Add(findings, (*other)->Reader());
+        }
+        if (isCut) findings.m_Promised = 0;
+        const std::string words = Words(findings);
+        if (!words.empty()) report.Warn(file.Path() + " " + words);
+    }
+}
