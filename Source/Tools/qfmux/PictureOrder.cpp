@@ -5,9 +5,9 @@
 
 #include "TimeLine.h"
 
-PictureOrder::PictureOrder(const AVCodecParameters& parameters, std::int64_t lag)
-    : m_IsH264(parameters.codec_id == AV_CODEC_ID_H264), m_Lag(lag), m_Codec(avcodec_alloc_context3(nullptr)),
-      m_Parser(av_parser_init(parameters.codec_id)) {
+PictureOrder::PictureOrder(const AVCodecParameters& parameters, std::size_t lag, std::int64_t frameDuration)
+    : m_IsH264(parameters.codec_id == AV_CODEC_ID_H264), m_Lag(lag), m_FrameDuration(frameDuration),
+      m_Codec(avcodec_alloc_context3(nullptr)), m_Parser(av_parser_init(parameters.codec_id)) {
     if (m_Codec == nullptr || m_Parser == nullptr || avcodec_parameters_to_context(m_Codec.get(), &parameters) < 0) {
         throw std::bad_alloc();
     }
@@ -43,10 +43,16 @@ void PictureOrder::PlaceEarliest() {
     }
     earliest->m_Placed = true;
     Frame& frame = earliest->m_Frame;
-    if (!earliest->m_IsTold) frame.m_Presentation = m_Next.value_or(m_DecodeTimes.front() + m_Lag);
+    if (!earliest->m_IsTold) frame.m_Presentation = m_Next.value_or(DecodeTime());
     if (earliest->m_IsTold || m_Next) m_Next = frame.m_Presentation + frame.m_Duration;
     m_DecodeTimes.pop_front();
     --m_Unplaced;
+}
+
+// Of the picture whose turn it is when the next one is presented.
+std::int64_t PictureOrder::DecodeTime() const {
+    if (m_Lag < m_DecodeTimes.size()) return m_DecodeTimes[m_Lag];
+    return m_DecodeTimes.back() + static_cast<std::int64_t>(m_Lag - m_DecodeTimes.size() + 1) * m_FrameDuration;
 }
 
 void PictureOrder::Flush() {

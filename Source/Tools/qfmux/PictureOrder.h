@@ -17,8 +17,8 @@
 // that frames may be taken apart behind it, as those of MPEG-4 are.
 class PictureOrder {
 public:
-    // lag: how much later than its turn to be decoded the n-th picture is presented, 100 ns.
-    PictureOrder(const AVCodecParameters& parameters, std::int64_t lag);
+    // lag: by how many pictures the presentation is behind the decoding. frameDuration: 100 ns.
+    PictureOrder(const AVCodecParameters& parameters, std::size_t lag, std::int64_t frameDuration);
 
     // Whether there is a rule for the codec.
     static bool Knows(AVCodecID codec);
@@ -37,9 +37,11 @@ private:
         bool m_Placed;
     };
     void PlaceEarliest();
+    std::int64_t DecodeTime() const;
 
     bool m_IsH264;
-    std::int64_t m_Lag;
+    std::size_t m_Lag;
+    std::int64_t m_FrameDuration;
     AvPtr<AVCodecContext> m_Codec;
     AvPtr<AVCodecParserContext> m_Parser;
     std::deque<Held> m_Held;

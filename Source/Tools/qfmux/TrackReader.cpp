@@ -55,7 +55,7 @@ TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, 
                           : 1;
     // Broadcasts need not tell the time of each picture.
     if (out.codec_id == AV_CODEC_ID_H264 && m_Source->File().HasLooseTimes()) {
-        m_Order = std::make_unique<PictureOrder>(out, 0);
+        m_Order = std::make_unique<PictureOrder>(out, 0, m_FrameDuration);
     }
 }
 
@@ -187,8 +187,8 @@ bool TrackReader::ReadFrame(Frame& frame) {
             if (PictureOrder::Knows(parameters.codec_id)) {
                 // Where the file has decoding times, decoders give a picture when they have those that it waits for.
                 const bool isTold = next.m_Packet->dts != AV_NOPTS_VALUE;
-                m_Order =
-                    std::make_unique<PictureOrder>(parameters, isTold ? parameters.video_delay * m_FrameDuration : 0);
+                const auto lag = static_cast<std::size_t>(isTold ? std::max(0, parameters.video_delay) : 0);
+                m_Order = std::make_unique<PictureOrder>(parameters, lag, m_FrameDuration);
             } else if (parameters.video_delay > 0) {
                 FailReading(Path(), "its pictures are reordered and have no time stamps");
             }
