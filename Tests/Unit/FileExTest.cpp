@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Octets.h"
+#include "StdioHook.h"
 #include "TempDirectory.h"
 #include "VirtualSlot.h"
 
@@ -225,6 +226,22 @@ TEST_F(FileExTest, ReadsNothingFromAFileOpenedForWriting) {
     WriteText(m_File, "abc");
     m_File.Seek(0, SEEK_SET);
     EXPECT_EQ(m_File.Read(m_Buffer, 3), 0U);
+}
+
+// Small writes reach stdio in whole pages, wherever one lies across the buffer's end.
+TEST_F(FileExTest, SmallWritesGoOutInWholePages) {
+    std::vector<std::size_t> sizes;
+    StdioHook::SetWrite([&](const void* octets, std::size_t size, std::size_t count, std::FILE* stream) {
+        sizes.push_back(size * count);
+        return StdioHook::Write(octets, size, count, stream);
+    });
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    for (int write = 0; write < 40000; ++write) WriteText(m_File, "seventh");
+    m_File.Close();
+    StdioHook::SetWrite({});
+    ASSERT_EQ(sizes.size(), 5U) << "280,000 octets";
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(sizes[i], 65536U);
+    EXPECT_EQ(sizes[4], 280000U - 4 * 65536U);
 }
 
 // What is read lies behind what was written, in every mode: octets that are gathered go out first.

@@ -133,6 +133,19 @@ TEST(CBlock, LacesTwoFramesAndMore) {
     EXPECT_EQ(MakeBlock<CBlock>(0xA1, 1, {300, 20}).Size(false), 327U);
 }
 
+TEST(CBlock, LacesAFrameWhoseSizeTakesMoreThan65535Octets) {
+    const std::size_t large = 255 * 65536;
+    CBlock block(0xA1);
+    block.m_TrackNumber.m_Length = 1;
+    block.m_Frames.emplace_back(0).m_Data = Repeated(large, 1);
+    block.m_Frames.emplace_back(0).m_Data = Repeated(2, 2);
+    const Octets expected =
+        Join({Hex("81 0000 02 02"), Repeated(65536, 0xFF), Hex("00"), Repeated(large, 1), Hex("02 02")});
+    const Octets written = Written(block);
+    ASSERT_EQ(written.size(), 1 + 4 + expected.size());
+    EXPECT_TRUE(Octets(written.begin() + 5, written.end()) == expected);
+}
+
 TEST(SimpleBlock, CountsLacingButWritesNone) {
     for (const LaceRow& row : kLaceRows) {
         const auto block = MakeBlock<SimpleBlock>(0xA3, 1, row.m_Frames);

@@ -404,4 +404,12 @@ TEST(CID, ReportsItsWrite) {
     EXPECT_EQ(CID(0xAE).HeaderWrite(&stream), 0);
 }
 
+TEST(Values, WhatHasNoOctetsIsNotWritten) {
+    MemoryStream stream;
+    stream.m_Status = 7;
+    EXPECT_EQ(CLength(std::uint64_t{1} << 56).Write(&stream), 0);
+    EXPECT_EQ(CID(0).Write(&stream), 0);
+    EXPECT_TRUE(stream.m_WriteSizes.empty());
+}
+
 } // namespace

@@ -88,6 +88,65 @@ protected:
 using Muxers = testing::Types<MKVMuxer, WebmMuxer1>;
 TYPED_TEST_SUITE(MuxerReuse, Muxers, ClassNames);
 
+TYPED_TEST(MuxerReuse, ConstructionSetsFirstValues) {
+    const TypeParam muxer;
+    EXPECT_EQ(muxer.m_pFile, nullptr);
+    EXPECT_TRUE(muxer.m_Streams.empty());
+    EXPECT_EQ(muxer.m_pVideoStream, nullptr);
+    EXPECT_EQ(muxer.m_pAudioStream, nullptr);
+    EXPECT_EQ(muxer.m_HeaderWritten, 0U);
+    EXPECT_EQ(muxer.m_VideoStarted, 0U);
+    EXPECT_EQ(muxer.m_AudioStarted, 0U);
+    EXPECT_EQ(muxer.m_TracksWritten, 0U);
+    EXPECT_EQ(muxer.m_NoBlockYet, 1U);
+    EXPECT_EQ(muxer.m_FirstBlockTime, 0);
+    EXPECT_EQ(muxer.m_LastWriteTime, 0);
+    EXPECT_EQ(muxer.m_CueTrack, 0);
+    EXPECT_EQ(muxer.m_LastCueClusterPos, -1);
+    EXPECT_EQ(muxer.m_LastCueTime, -1);
+    EXPECT_EQ(muxer.m_CueBlockNumber, 0);
+    EXPECT_EQ(muxer.m_AudioDuration, 0);
+    EXPECT_EQ(muxer.m_SegmentPos, 0);
+    EXPECT_EQ(muxer.m_SegmentDataPos, 0);
+    EXPECT_EQ(muxer.m_InfoPos, 0);
+    EXPECT_EQ(muxer.m_TracksPos, 0);
+    EXPECT_EQ(muxer.m_ReservedSize, 0);
+    EXPECT_EQ(muxer.m_VideoParam.fourCC, 0U);
+}
+
+TEST(MKVMuxer, ConstructionSetsFirstValues) {
+    const MKVMuxer muxer;
+    EXPECT_EQ(muxer.m_FirstVideoFrame, 1U);
+    EXPECT_EQ(muxer.m_LosslessH264, 0U);
+    EXPECT_EQ(muxer.m_IsH264, 0U);
+    EXPECT_EQ(muxer.m_NalBufferUsed, 0);
+    EXPECT_EQ(muxer.m_NalBufferSize, 0);
+    EXPECT_EQ(muxer.m_pNalBuffer, nullptr);
+}
+
+TYPED_TEST(MuxerReuse, NoFrameIsTakenAsNone) {
+    TypeParam& muxer = this->m_Muxer;
+    for (const bool isOpen : {false, true}) {
+        if (isOpen) this->Open(Job(true, true));
+        EXPECT_EQ(muxer.WriteVideoPacket(nullptr), 0);
+        EXPECT_EQ(muxer.WriteN264Packet(nullptr), 0);
+        EXPECT_EQ(muxer.WriteAudioPacket(nullptr, nullptr), 0);
+    }
+    EXPECT_EQ(muxer.m_VideoStarted, 0U);
+    EXPECT_EQ(muxer.m_AudioDuration, 0);
+    MEDIA_FRAME frame{};
+    this->Open(Job(false, false));
+    EXPECT_EQ(muxer.WriteVideoPacket(&frame), 0);
+    EXPECT_EQ(muxer.WriteN264Packet(&frame), 0);
+}
+
+TEST(MKVMuxer, NoFrameIsRewrittenAsNone) {
+    MKVMuxer muxer;
+    MEDIA_FRAME frame{};
+    EXPECT_EQ(muxer.WriteLossless264Packet(nullptr), 0);
+    EXPECT_EQ(muxer.WriteLossless264Packet(&frame), 0);
+}
+
 TYPED_TEST(MuxerReuse, CreationResetsWhatBelongsToOneFile) {
     TypeParam& muxer = this->m_Muxer;
     this->Open(Job(true, true));

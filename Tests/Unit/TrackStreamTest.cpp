@@ -571,6 +571,11 @@ TEST(MatroskaStream, OnlySubtitlesHaveADuration) {
     EXPECT_EQ(stream.m_Queue.back().m_BlockDuration.m_Value, 40U);
     Write(stream, Hex("01"), 2000000, 2405000, 1);
     EXPECT_EQ(stream.m_Queue.back().m_BlockDuration.m_Value, 41U);
+    for (const std::uint64_t type : {1U, 2U, 16U, 18U, 33U, 273U}) {
+        stream.m_pTrackEntry->m_TrackType.m_Value = type;
+        Write(stream, Hex("01"), 3000000, 3405000, 1);
+        EXPECT_FALSE(stream.m_Queue.back().m_BlockDuration.m_IsSet) << type;
+    }
 }
 
 TYPED_TEST(AnyStream, SurvivesAnyTime) {
