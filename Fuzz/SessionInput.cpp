@@ -6,6 +6,8 @@
 namespace {
 
 using Kind = HostCall::Kind;
+using Model::FourCC;
+using Model::MakeFourCC;
 
 constexpr std::size_t kMostCalls = 250; // the model's time grows with their square
 constexpr std::int64_t kMs = 10000;     // of the host's time units
@@ -70,23 +72,23 @@ private:
 
     void Create(int slot) {
         Add(Kind::CloseMediaFile, slot); // of what the slot may hold
-        EncodeParam job;
-        std::memset(&job, static_cast<int>(m_Input.Octet()), sizeof job);
+        Model::EncodeParam job;
+        const Octets hosts = {static_cast<unsigned char>(m_Input.Octet())};
         job.formatFourCC = Code(kFormats);
-        job.videoParam = {Code(kVideoCodes), 320, 240, 25.0, {}, 24, {}};
-        job.audioParam = {Code(kAudioCodes), 44100, 2, {}, 16, {}};
+        job.videoParam = {Code(kVideoCodes), 320, 240, 25.0, 24};
+        job.audioParam = {Code(kAudioCodes), 44100, 2, 16};
         const unsigned choice = m_Input.Octet();
         job.disableVideo = choice % 4 == 1 ? choice : 0;
         job.disableAudio = choice % 4 == 2 ? choice : 0;
         if (choice % 64 == 3) job.disableVideo = job.disableAudio = 1;
         if (choice / 64 % 2 == 1) {
-            VideoParam& video = job.videoParam;
+            Model::VideoParam& video = job.videoParam;
             video.width = m_Input.Number32();
             video.height = m_Input.Number32();
             const std::uint64_t bits = m_Input.Bits(8);
             std::memcpy(&video.frameRate, &bits, sizeof bits);
             video.bitCount = m_Input.Number32();
-            AudioParam& audio = job.audioParam;
+            Model::AudioParam& audio = job.audioParam;
             audio.sampleRate = m_Input.Number32();
             audio.channels = m_Input.Number32();
             audio.bitsPerSample = m_Input.Number32();
@@ -98,7 +100,8 @@ private:
                     : path % 8 == 3 ? ReferenceModel::Path::DiscImage
                                     : ReferenceModel::Path::Opens;
         call.nullRecord = path % 8 == 4;
-        call.encodeParam = std::make_shared<const EncodeParam>(job);
+        call.encodeParam = std::make_shared<const Model::EncodeParam>(job);
+        call.hostOctets = hosts;
         // The track identifiers of both streams, if it comes to that.
         for (int i = 0; i < 2; ++i) {
             const auto chance = path / 8 % 2 == 1 ? m_Input.Bits(4) : 1 + m_Session.randValues.size();

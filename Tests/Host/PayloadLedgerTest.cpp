@@ -32,9 +32,11 @@ std::string Judge(const std::vector<Frame>& frames) {
 
     PayloadLedger ledger;
     ledger.Begin();
+    Model::EncodeParam told;
+    told.videoParam.fourCC = job.videoParam.fourCC;
     HostCall create;
     create.path = ReferenceModel::Path::Opens;
-    create.encodeParam = std::make_shared<const EncodeParam>(job);
+    create.encodeParam = std::make_shared<const Model::EncodeParam>(told);
     ledger.Created(create, true);
     for (std::size_t i = 0; i < frames.size(); ++i) {
         HostCall call;

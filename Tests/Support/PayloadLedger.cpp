@@ -25,8 +25,8 @@ bool IsLossless(unsigned type) { return IsSlice(type) || (type >= 7 && type <= 9
 } // namespace
 
 void PayloadLedger::Created(const HostCall& call, bool opened) {
-    const EncodeParam& job = *call.encodeParam;
-    m_IsWebm = !call.nullRecord && call.path != ReferenceModel::Path::Null && job.formatFourCC == MakeFourCC("WEBM");
+    const Model::EncodeParam& job = *call.encodeParam;
+    m_IsWebm = !call.nullRecord && call.path != ReferenceModel::Path::Null && job.formatFourCC == Model::MakeFourCC("WEBM");
     Book& book = m_Books.at(static_cast<std::size_t>(call.slot));
     book = {};
     book.m_IsOpen = opened;
@@ -46,13 +46,13 @@ std::vector<PayloadLedger::Block> PayloadLedger::BlocksOf(const HostCall& call, 
     const Octets frame = Visible(call.data);
     if (call.kind == HostCall::Kind::WriteVideoPacket) {
         if (!book.m_HasVideo) return blocks;
-        const FourCC code = book.m_VideoCode;
-        if (book.m_FirstVideoFrame && !book.m_IsWebm && code == MakeFourCC("H264")) {
+        const Model::FourCC code = book.m_VideoCode;
+        if (book.m_FirstVideoFrame && !book.m_IsWebm && code == Model::MakeFourCC("H264")) {
             book.m_StartCodes = ModelFindStartCode(frame, 0, static_cast<int>(frame.size())) >= 0;
         }
         book.m_FirstVideoFrame = false;
-        if (code == MakeFourCC("N264") || code == MakeFourCC("A264") ||
-            (code == MakeFourCC("I264") && !book.m_IsWebm)) {
+        if (code == Model::MakeFourCC("N264") || code == Model::MakeFourCC("A264") ||
+            (code == Model::MakeFourCC("I264") && !book.m_IsWebm)) {
             for (const Octets& unit : ModelSplit(IsSlice, frame).m_Units) add(unit, timestamp);
         } else if (book.m_StartCodes) {
             Octets kept;

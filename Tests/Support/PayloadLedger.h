@@ -33,7 +33,7 @@ private:
         bool m_IsWebm = false;
         bool m_HasVideo = false;
         bool m_HasAudio = false;
-        FourCC m_VideoCode = 0;
+        Model::FourCC m_VideoCode = 0;
         bool m_FirstVideoFrame = true;
         bool m_StartCodes = false;                 // an H264 job whose first frame had one
         std::array<std::vector<Block>, 2> m_Taken; // video, audio

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "FakeEnvironment.h"
+#include "HostCallRecords.h"
 
 namespace {
 
@@ -100,7 +101,7 @@ void SessionComparison::Make(const HostCall& call) {
         m_pModel->SetTime(call.clock);
         break;
     case HostCall::Kind::SetMuxParam: {
-        MuxParam param = call.muxParam;
+        MuxParam param = OptionsOf(call);
         Compare("result", m_Plugin.SetMuxParam(call.nullRecord ? nullptr : &param),
                 m_pModel->SetMuxParam(call.nullRecord ? nullptr : &call.muxParam));
         break;
@@ -136,7 +137,7 @@ void SessionComparison::Make(const HostCall& call) {
 
 void SessionComparison::Create(const HostCall& call, Slot& slot) {
     const std::wstring path = PathOf(call.slot, call.path).wstring();
-    auto param = std::make_unique<EncodeParam>(*call.encodeParam); // gone when the call is over
+    auto param = std::make_unique<EncodeParam>(JobOf(call)); // gone when the call is over
     slot.path = call.path;
     slot.pluginHandle = m_Plugin.CreateMediaFile(call.path == ReferenceModel::Path::Null ? nullptr : path.c_str(),
                                                  call.nullRecord ? nullptr : param.get());
@@ -150,21 +151,22 @@ void SessionComparison::Write(const HostCall& call, const Slot& slot) {
     Copy ofPlugin(call.data);
     Copy ofModel(call.data);
     std::vector<int> sizes = call.frameSizes;
-    MEDIA_FRAME frame = call.frame;
+    MEDIA_FRAME frame = FrameOf(call);
     (isVideo ? frame.videoSize : frame.audioSize) = call.data.length;
-    const MEDIA_FRAME* const record = call.nullRecord ? nullptr : &frame;
-    const auto point = [&](Copy& at) { (isVideo ? frame.videoData : frame.audioData) = at.Data(); };
-
-    point(ofPlugin);
+    (isVideo ? frame.videoData : frame.audioData) = ofPlugin.Data();
     const MEDIA_FRAME before = frame;
+    MEDIA_FRAME* const record = call.nullRecord ? nullptr : &frame;
     int result = isVideo ? m_Plugin.WriteVideoPacket(slot.pluginHandle, record)
                          : m_Plugin.WriteAudioPacket(slot.pluginHandle, record, call.isSplit ? sizes.data() : nullptr);
     if (std::memcmp(&before, &frame, sizeof frame) != 0) Report("the frame's record was written to");
     if (sizes != call.frameSizes) Report("the table of sizes was written to");
-    point(ofModel);
+    Model::Frame told = call.frame;
+    told.data = ofModel.Data();
+    told.size = call.data.length;
+    const Model::Frame* const model = call.nullRecord ? nullptr : &told;
     const int expected =
-        isVideo ? m_pModel->WriteVideoPacket(slot.modelHandle, record)
-                : m_pModel->WriteAudioPacket(slot.modelHandle, record, call.isSplit ? sizes.data() : nullptr);
+        isVideo ? m_pModel->WriteVideoPacket(slot.modelHandle, model)
+                : m_pModel->WriteAudioPacket(slot.modelHandle, model, call.isSplit ? sizes.data() : nullptr);
     if (m_Forgery == Forgery::Result) ++result;
     if (m_Forgery == Forgery::Buffer && !ofPlugin.octets.empty()) ofPlugin.octets.back() ^= 1;
     Compare("result", result, expected);

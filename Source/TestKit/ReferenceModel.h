@@ -1,6 +1,6 @@
 // What the plug-in has to do, said a second time and in the plainest way: a model that takes the same calls as the
 // exported functions, keeps each file as one string of octets and builds every element as a string inside a string.
-// It shares the host's records with the plug-in and nothing else, so that a mistake has to be made twice to go unseen.
+// It shares nothing with the plug-in, so that a mistake has to be made twice to go unseen.
 //
 // Chance and the clock are given to it. There are no real paths: the caller says what would become of one.
 #pragma once
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "HostRecords.h"
+#include "ModelRecords.h"
 
 using Octets = std::vector<unsigned char>;
 
@@ -30,10 +30,10 @@ public:
     void SetTime(std::int64_t secondsSince1970) { m_Now = secondsSince1970; }
 
     // The exported functions. A handle is a number, 0 for none. Frames are rewritten in place where the plug-in does.
-    int SetMuxParam(const MuxParam* param);
-    int CreateMediaFile(Path path, const EncodeParam* param);
-    int WriteVideoPacket(int handle, const MEDIA_FRAME* frame);
-    int WriteAudioPacket(int handle, const MEDIA_FRAME* frame, const int* frameSizes);
+    int SetMuxParam(const Model::MuxParam* param);
+    int CreateMediaFile(Path path, const Model::EncodeParam* param);
+    int WriteVideoPacket(int handle, const Model::Frame* frame);
+    int WriteAudioPacket(int handle, const Model::Frame* frame, const int* frameSizes);
     void WriteVosData(int handle, const unsigned char* data, int length);
     void WritezXPSData(int handle, const unsigned char* pictureSet, int pictureSetLength,
                        const unsigned char* sequenceSet, int sequenceSetLength);
@@ -41,7 +41,7 @@ public:
     Octets CloseMediaFile(int handle);
 
     // The exported data.
-    const MuxParam& StoredMuxParam() const { return m_MuxParam; }
+    const Model::MuxParam& StoredMuxParam() const { return m_MuxParam; }
     std::uint32_t IsWebm() const { return m_IsWebm; }
 
     // How often each named turn of the rules was taken, by every file of this model.
@@ -55,13 +55,13 @@ private:
     File* Find(int handle, const char* misrouted);
     void Reach(const char* turn) { ++m_Reached[turn]; }
 
-    void AddVideoTrack(File& file, const VideoParam& param);
-    void AddAudioTrack(File& file, const AudioParam& param);
+    void AddVideoTrack(File& file, const Model::VideoParam& param);
+    void AddAudioTrack(File& file, const Model::AudioParam& param);
     int Queue(File& file, Track& track, const unsigned char* data, std::int64_t size, std::int64_t start,
               std::int64_t end, bool key);
     void DerivePrivate(Track& track, const Octets& frame);
-    int WriteUnits(File& file, const MEDIA_FRAME& frame);
-    int WriteLossless(File& file, const MEDIA_FRAME& frame);
+    int WriteUnits(File& file, const Model::Frame& frame);
+    int WriteLossless(File& file, const Model::Frame& frame);
     // Returns whether the data was stored.
     bool StorePrivate(File& file, Track& track, const Octets& data);
     Octets TracksElement(const File& file) const;
@@ -75,7 +75,7 @@ private:
     std::vector<int> m_RandValues;
     std::size_t m_NextRand = 0;
     std::int64_t m_Now;
-    MuxParam m_MuxParam{};
+    Model::MuxParam m_MuxParam{};
     std::uint32_t m_IsWebm = 0;
     int m_LastHandle = 0;
     std::map<int, std::unique_ptr<File>> m_Files;

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "HostRecords.h"
+#include "ModelRecords.h"
 #include "ReferenceModel.h"
 
 // What a host points to, and the length it tells: never more than the octets there are.
@@ -33,10 +33,11 @@ struct HostCall {
     int slot = 0;            // which of the host's handles; one that is empty holds null
     bool nullRecord = false; // null instead of the record
     std::int64_t clock = 0;
-    MuxParam muxParam{};
+    Model::MuxParam muxParam;
     ReferenceModel::Path path = ReferenceModel::Path::Opens;
-    std::shared_ptr<const EncodeParam> encodeParam;
-    MEDIA_FRAME frame{};  // without its pointer and size, which `data` gives; other fields hold anything
+    std::shared_ptr<const Model::EncodeParam> encodeParam;
+    Model::Frame frame;   // without its pointer and size, which `data` gives
+    Octets hostOctets;    // the host's own in the record, over and over; zeros when empty
     HostBuffer data;      // of the frame; of WriteVosData; the picture set of WritezXPSData
     HostBuffer sequence;  // the sequence set
     bool isSplit = false; // frameSizes is given

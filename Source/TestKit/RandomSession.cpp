@@ -10,6 +10,10 @@
 namespace {
 
 using Kind = HostCall::Kind;
+using Model::EncodeParam;
+using Model::FourCC;
+using Model::MakeFourCC;
+using Model::MuxParam;
 using Calls = std::vector<HostCall>;
 
 constexpr std::int32_t kMin32 = std::numeric_limits<std::int32_t>::min();
@@ -17,6 +21,8 @@ constexpr std::int32_t kMax32 = std::numeric_limits<std::int32_t>::max();
 constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kMax64 = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kSecond = 10000000; // of the host's time units
+constexpr std::size_t kJobOctets = 12432;  // of the host's record
+constexpr std::size_t kFrameOctets = 128;  // of the larger record, and more
 
 // Chance. The library's distributions differ from one library to the next; these do not. For the same reason no two
 // throws stand where their order is the compiler's choice: in one argument list or on two sides of an operator.
@@ -286,8 +292,8 @@ private:
     }
 
     HostCall& AddCreateOrdinary(Calls& calls, const Job& job) {
+        const Octets hosts = m_Dice.Some(kJobOctets);
         EncodeParam param;
-        m_Dice.Fill(&param, sizeof param);
         param.formatFourCC = m_OrdinaryFormat;
         param.videoParam.fourCC = job.video;
         param.videoParam.width = m_Dice.Pick({320, 640, 720, 1280, 1920});
@@ -304,12 +310,13 @@ private:
         param.disableAudio = kinds == 0 ? 1 : 0;
         // A job without video seldom fills its video parameters in.
         if (audioOnly && m_Dice.Percent(70)) param.videoParam.fourCC = 0;
-        return AddCreate(calls, job.slot, param);
+        return AddCreate(calls, job.slot, param, hosts);
     }
 
     HostCall& AddCreate(Calls& calls, const Job& job) {
+        const Octets hosts = m_Dice.Some(kJobOctets);
         EncodeParam param;
-        m_Dice.Fill(&param, sizeof param);
+        std::memcpy(&param.videoParam.bitCount, &hosts[44], sizeof param.videoParam.bitCount); // anything
         param.formatFourCC = m_Dice.Pick({MakeFourCC("MKV "), MakeFourCC("MKV "), MakeFourCC("HMKV"),
                                           MakeFourCC("MKA "), MakeFourCC("WEBM"), MakeFourCC("WEBM")});
         if (m_Dice.OneIn(40)) param.formatFourCC = static_cast<FourCC>(m_Dice.Bits());
@@ -327,7 +334,7 @@ private:
         const int kinds = m_Dice.Between32(0, 15); // mostly both
         param.disableVideo = kinds < 3 ? m_Dice.Pick({1U, 0x80000000U}) : 0;
         param.disableAudio = kinds == 2 || kinds == 3 || kinds == 4 ? m_Dice.Pick({1U, 0x80000000U}) : 0;
-        HostCall& call = AddCreate(calls, job.slot, param);
+        HostCall& call = AddCreate(calls, job.slot, param, hosts);
         if (m_Dice.OneIn(25)) {
             call.path = m_Dice.Pick({ReferenceModel::Path::Null, ReferenceModel::Path::DoesNotOpen,
                                      ReferenceModel::Path::DiscImage, ReferenceModel::Path::DiscImage});
@@ -336,8 +343,9 @@ private:
         return call;
     }
 
-    HostCall& AddCreate(Calls& calls, int slot, const EncodeParam& param) {
+    HostCall& AddCreate(Calls& calls, int slot, const EncodeParam& param, const Octets& hosts) {
         HostCall& call = Add(calls, Kind::CreateMediaFile, slot);
+        call.hostOctets = hosts;
         call.encodeParam = std::make_shared<const EncodeParam>(param);
         return call;
     }
@@ -537,9 +545,7 @@ private:
     HostCall& AddFrame(Calls& calls, Kind kind, int slot, std::int64_t timestamp, std::int32_t duration,
                        Octets octets) {
         HostCall& call = Add(calls, kind, slot);
-        unsigned char hosts[128]; // one number of throws whatever the record's size is
-        m_Dice.Fill(hosts, sizeof hosts);
-        std::memcpy(&call.frame, hosts, sizeof call.frame);
+        call.hostOctets = m_Dice.Some(kFrameOctets);
         call.frame.timestamp = timestamp;
         call.frame.duration = duration;
         call.data = Whole(std::move(octets));

@@ -11,6 +11,9 @@
 
 namespace {
 
+using Model::FourCC;
+using Model::MakeFourCC;
+
 // Arithmetic that wraps.
 
 std::int64_t Plus(std::int64_t a, std::int64_t b) {
@@ -170,7 +173,7 @@ Octets SequenceHeader(const Octets& data) {
 bool IsAvc(const std::string& codec) { return codec == "V_MPEG4/ISO/AVC"; }
 bool IsMpeg(const std::string& codec) { return codec == "V_MPEG1" || codec == "V_MPEG2"; }
 
-std::int64_t FrameEnd(const MEDIA_FRAME& frame) {
+std::int64_t FrameEnd(const Model::Frame& frame) {
     return Plus(frame.timestamp, frame.duration < 1 ? 1 : frame.duration);
 }
 
@@ -248,8 +251,8 @@ ReferenceModel::~ReferenceModel() = default;
 
 // The calls.
 
-int ReferenceModel::SetMuxParam(const MuxParam* param) {
-    m_MuxParam = param != nullptr ? *param : MuxParam{};
+int ReferenceModel::SetMuxParam(const Model::MuxParam* param) {
+    m_MuxParam = param != nullptr ? *param : Model::MuxParam{};
     const std::int32_t x = m_MuxParam.displayAspectX;
     const std::int32_t y = m_MuxParam.displayAspectY;
     if (x == 0 || y == 0) {
@@ -265,7 +268,7 @@ int ReferenceModel::SetMuxParam(const MuxParam* param) {
     return m_MuxParam.displayAspectY;
 }
 
-int ReferenceModel::CreateMediaFile(Path path, const EncodeParam* param) {
+int ReferenceModel::CreateMediaFile(Path path, const Model::EncodeParam* param) {
     m_IsWebm = 0;
     if (path == Path::Null || param == nullptr) {
         Reach("create: null argument");
@@ -308,17 +311,17 @@ int ReferenceModel::CreateMediaFile(Path path, const EncodeParam* param) {
     return m_LastHandle;
 }
 
-int ReferenceModel::WriteVideoPacket(int handle, const MEDIA_FRAME* frame) {
+int ReferenceModel::WriteVideoPacket(int handle, const Model::Frame* frame) {
     File* const file = frame != nullptr ? Find(handle, "misrouted video frame") : nullptr;
     if (file == nullptr) return 0;
     if (!file->video) {
         Reach("video frame without a track");
         return 0;
     }
-    unsigned char* const data = frame->videoData;
+    unsigned char* const data = frame->data;
     const FourCC code = file->videoCode;
     if (!file->isWebm && std::exchange(file->firstVideoFrame, false)) {
-        if (code == MakeFourCC("H264") && data != nullptr && FindStartCode(data, 0, frame->videoSize) >= 0) {
+        if (code == MakeFourCC("H264") && data != nullptr && FindStartCode(data, 0, frame->size) >= 0) {
             file->lossless = true;
             Reach("lossless decided");
         }
@@ -332,7 +335,7 @@ int ReferenceModel::WriteVideoPacket(int handle, const MEDIA_FRAME* frame) {
         result = WriteLossless(*file, *frame);
     } else {
         if (!file->isWebm && code == MakeFourCC("H264")) Reach("H264 taken as it stands");
-        result = Queue(*file, *file->video, data, frame->videoSize, frame->timestamp, FrameEnd(*frame),
+        result = Queue(*file, *file->video, data, frame->size, frame->timestamp, FrameEnd(*frame),
                        frame->frameFlags != 0);
     }
     if (result > 0) {
@@ -345,7 +348,7 @@ int ReferenceModel::WriteVideoPacket(int handle, const MEDIA_FRAME* frame) {
     return result;
 }
 
-int ReferenceModel::WriteAudioPacket(int handle, const MEDIA_FRAME* frame, const int* frameSizes) {
+int ReferenceModel::WriteAudioPacket(int handle, const Model::Frame* frame, const int* frameSizes) {
     File* const file = frame != nullptr ? Find(handle, "misrouted audio frame") : nullptr;
     if (file == nullptr) return 0;
     const std::int32_t duration = frame->duration;
@@ -359,13 +362,13 @@ int ReferenceModel::WriteAudioPacket(int handle, const MEDIA_FRAME* frame, const
         const std::int32_t count = frameSizes[0];
         std::int64_t offset = 0;
         Reach(count <= 0 ? "split: count 0 or less" : count == 1 ? "split: count 1" : "split: many");
-        for (std::int32_t i = 0; i < count && frame->audioData != nullptr; ++i) {
+        for (std::int32_t i = 0; i < count && frame->data != nullptr; ++i) {
             const std::int32_t size = frameSizes[i + 1];
             if (size <= 0) {
                 Reach("split: empty entry");
                 continue;
             }
-            if (frame->audioSize > 0 && offset + size > frame->audioSize) {
+            if (frame->size > 0 && offset + size > frame->size) {
                 Reach("split: past the end");
                 break;
             }
@@ -373,12 +376,12 @@ int ReferenceModel::WriteAudioPacket(int handle, const MEDIA_FRAME* frame, const
             if (duration / count < 1) Reach("split: duration smaller than the count");
             const std::int64_t start = Plus(frame->timestamp, Quotient32(Times32(duration, i), count));
             const std::int64_t length = std::max(Quotient32(duration, count), 1);
-            total += Queue(*file, *file->audio, frame->audioData + offset, size, start, Plus(start, length), true);
+            total += Queue(*file, *file->audio, frame->data + offset, size, start, Plus(start, length), true);
             offset += size;
         }
     } else {
         total =
-            Queue(*file, *file->audio, frame->audioData, frame->audioSize, frame->timestamp, FrameEnd(*frame), true);
+            Queue(*file, *file->audio, frame->data, frame->size, frame->timestamp, FrameEnd(*frame), true);
     }
     if (total > 0) {
         file->audioStarted = true;
@@ -484,7 +487,7 @@ ReferenceModel::File* ReferenceModel::Find(int handle, const char* misrouted) {
 
 // Tracks.
 
-void ReferenceModel::AddVideoTrack(File& file, const VideoParam& param) {
+void ReferenceModel::AddVideoTrack(File& file, const Model::VideoParam& param) {
     FourCC compression = param.fourCC;
     bool isVideoForWindows = false;
     std::string codec;
@@ -554,7 +557,7 @@ void ReferenceModel::AddVideoTrack(File& file, const VideoParam& param) {
     file.video = std::move(track);
 }
 
-void ReferenceModel::AddAudioTrack(File& file, const AudioParam& param) {
+void ReferenceModel::AddAudioTrack(File& file, const Model::AudioParam& param) {
     std::string codec = "A_MS/VFW/FOURCC";
     const char* turn = "codec other audio";
     if (param.fourCC == MakeFourCC("MP2A")) codec = turn = "A_MPEG/L2";
@@ -659,12 +662,12 @@ void ReferenceModel::DerivePrivate(Track& track, const Octets& frame) {
     }
 }
 
-int ReferenceModel::WriteUnits(File& file, const MEDIA_FRAME& frame) {
+int ReferenceModel::WriteUnits(File& file, const Model::Frame& frame) {
     const int total = Split(
-        frame.videoData, frame.videoSize, [](int type) { return type == 1 || type == 5; },
+        frame.data, frame.size, [](int type) { return type == 1 || type == 5; },
         [&](const Unit& unit) {
             Reach(unit.type == 5 ? "unit: IDR slice" : "unit: slice");
-            Queue(file, *file.video, frame.videoData + unit.begin, unit.length, frame.timestamp, FrameEnd(frame),
+            Queue(file, *file.video, frame.data + unit.begin, unit.length, frame.timestamp, FrameEnd(frame),
                   unit.type == 5);
         },
         [this](const char* turn) { Reach(turn); });
@@ -672,13 +675,13 @@ int ReferenceModel::WriteUnits(File& file, const MEDIA_FRAME& frame) {
     return total;
 }
 
-int ReferenceModel::WriteLossless(File& file, const MEDIA_FRAME& frame) {
+int ReferenceModel::WriteLossless(File& file, const Model::Frame& frame) {
     Octets kept;
     const int total = Split(
-        frame.videoData, frame.videoSize,
+        frame.data, frame.size,
         [](int type) { return type == 1 || type == 5 || type == 7 || type == 8 || type == 9; },
         [&](const Unit& unit) {
-            const unsigned char* const begin = frame.videoData + unit.begin;
+            const unsigned char* const begin = frame.data + unit.begin;
             kept.insert(kept.end(), begin, begin + unit.length);
         },
         [this](const char* turn) { Reach(turn); });
