@@ -1,5 +1,5 @@
-// The host's records as the interface words them, without positions and without the octets that are the host's own: what
-// a model of the plug-in is told, and what a session is made of before a host lays it out in memory.
+// The host's records as the interface words them, without positions and without the octets that are the host's own:
+// what a model of the plug-in is told, and what a session is made of before a host lays it out in memory.
 #pragma once
 
 #include <cstdint>

@@ -335,8 +335,8 @@ int ReferenceModel::WriteVideoPacket(int handle, const Model::Frame* frame) {
         result = WriteLossless(*file, *frame);
     } else {
         if (!file->isWebm && code == MakeFourCC("H264")) Reach("H264 taken as it stands");
-        result = Queue(*file, *file->video, data, frame->size, frame->timestamp, FrameEnd(*frame),
-                       frame->frameFlags != 0);
+        result =
+            Queue(*file, *file->video, data, frame->size, frame->timestamp, FrameEnd(*frame), frame->frameFlags != 0);
     }
     if (result > 0) {
         file->videoStarted = true;
@@ -380,8 +380,7 @@ int ReferenceModel::WriteAudioPacket(int handle, const Model::Frame* frame, cons
             offset += size;
         }
     } else {
-        total =
-            Queue(*file, *file->audio, frame->data, frame->size, frame->timestamp, FrameEnd(*frame), true);
+        total = Queue(*file, *file->audio, frame->data, frame->size, frame->timestamp, FrameEnd(*frame), true);
     }
     if (total > 0) {
         file->audioStarted = true;
@@ -678,8 +677,7 @@ int ReferenceModel::WriteUnits(File& file, const Model::Frame& frame) {
 int ReferenceModel::WriteLossless(File& file, const Model::Frame& frame) {
     Octets kept;
     const int total = Split(
-        frame.data, frame.size,
-        [](int type) { return type == 1 || type == 5 || type == 7 || type == 8 || type == 9; },
+        frame.data, frame.size, [](int type) { return type == 1 || type == 5 || type == 7 || type == 8 || type == 9; },
         [&](const Unit& unit) {
             const unsigned char* const begin = frame.data + unit.begin;
             kept.insert(kept.end(), begin, begin + unit.length);

@@ -26,7 +26,8 @@ bool IsLossless(unsigned type) { return IsSlice(type) || (type >= 7 && type <= 9
 
 void PayloadLedger::Created(const HostCall& call, bool opened) {
     const Model::EncodeParam& job = *call.encodeParam;
-    m_IsWebm = !call.nullRecord && call.path != ReferenceModel::Path::Null && job.formatFourCC == Model::MakeFourCC("WEBM");
+    m_IsWebm =
+        !call.nullRecord && call.path != ReferenceModel::Path::Null && job.formatFourCC == Model::MakeFourCC("WEBM");
     Book& book = m_Books.at(static_cast<std::size_t>(call.slot));
     book = {};
     book.m_IsOpen = opened;

@@ -143,6 +143,64 @@ TEST_F(Mutants, SpoiledCallsAreCaught) {
     EXPECT_GE(m_Caught, 60);
 }
 
+// What shows in certain jobs, in large frames and in long files only, and what happens to the host's process.
+TEST_F(Mutants, HiddenSpoilsAreCaught) {
+    const struct {
+        const char* m_What;
+        const char* m_Check;
+        const char* m_Words;
+    } rows[] = {
+        {"changes-the-umask", "process.untouched", "CreateMediaFile changed the umask from"},
+        {"changes-the-directory", "process.untouched", "CreateMediaFile changed the current directory from"},
+        {"changes-the-locale", "process.untouched", R"(CreateMediaFile changed the locale from "C" to "C.UTF-8")"},
+        {"changes-the-environment", "process.untouched", "CreateMediaFile changed the environment from"},
+        {"ignores-a-signal", "process.untouched", "CreateMediaFile changed the handlers of signals from"},
+        {"blocks-signals", "process.untouched", "CreateMediaFile changed the blocked signals from"},
+        {"starts-a-thread", "process.untouched", "CreateMediaFile changed the number of threads started from"},
+        {"seeds-chance", "process.untouched", "CreateMediaFile changed the number of calls of srand from"},
+        {"rounds-up", "process.untouched", "CreateMediaFile changed the rounding of floating-point numbers"},
+        {"prints", "process.silent", R"(the plug-in wrote to stdout: "spoiled)"},
+        {"prints-at-the-end", "process.silent", R"(the plug-in wrote to stderr: "spoiled)"},
+        {"leaves-a-descriptor", "process.descriptors", "(/dev/null) stays open"},
+        {"changes-its-table", "process.tables", "CreateMediaFile changed FormatArray"},
+        {"changes-the-locale-at-load", "process.loading", "loading the library changed the locale"},
+        {"stays-loaded", "process.unloading", "the library stays in memory when it is unloaded"},
+        {"aborts-at-the-end", "process.ending", "a program that has closed its files does not end well"},
+        {"thread-of-the-creator", "process.any-thread", "the result of WriteVideoPacket is 0"},
+        {"leaks-each-file", "memory.leaks", "octets of memory stay behind after each"},
+        {"leaks-each-frame", "memory.leaks", "octets of memory stay behind after each file"},
+        {"holds-each-frame", "memory.bounded", "KiB more of memory"},
+        {"frame-lost-without-memory", "memory.exhausted", "no memory for allocation"},
+        {"needs-memory-to-close", "memory.exhausted", "CloseMediaFile threw std::bad_alloc"},
+        {"written-at-the-end", "disk.as-it-goes", "the file on the disk has 0 clusters, expected at least 5"},
+        {"flag-of-one-only", "flag.any-number", "the result of WriteVideoPacket is 0"},
+        {"sixteen-files", "files.many", "CreateMediaFile returned null"},
+        {"name-cut", "create.name", "the file's name is"},
+        {"nobody-may-read", "create.mode", "the permissions of the file"},
+        {"uid-of-zeros", "jobs.video-codes", "TrackEntry[0]/TrackUID"},
+        {"video-row-swapped", "jobs.video-codes", "TrackEntry[0]/CodecID"},
+        {"audio-row-swapped", "jobs.audio-codes", "CodecID"},
+        {"channels-cut", "jobs.numbers", "Audio/Channels"},
+        {"height-without-sign", "jobs.numbers", "TrackEntry[0]/CodecPrivate"},
+        {"doc-type-of-sound", "jobs.doc-type", "in EBML, length"},
+        {"options-for-one-file", "jobs.options", "m_MuxParam is"},
+        {"large-frame-spoiled", "octets.large", "Block, payload octet 65540"},
+        {"every-frame-rewritten", "octets.h264-forms", "WriteVideoPacket of 102 octets, timestamp 0: "},
+        {"late-set-up-cut", "octets.set-up", "in Segment/Tracks, length"},
+        {"packed-frames-as-one", "octets.packed", "the result is"},
+        {"late-cue-off", "times.hours", "Segment/Cues/CuePoint[2999]/CueTrackPositions[0]/CueClusterPosition"},
+        {"late-cluster-off", "times.minutes", "Segment/Cluster[70]/Timestamp"},
+        {"times-of-32-bits", "times.far", "Cluster"},
+        {"times-of-a-day", "times.hours", "Cluster[2879]"},
+        {"times-below-zero-cut", "times.negative", "times below zero"},
+        {"no-duration", "times.duration", "Segment/Info/Duration"},
+        {"frame-lost", "order.queues", "one kind of media first"},
+        {"tenth-frame-spoiled", "random.1", "random session 1,"},
+    };
+    for (const auto& row : rows) ExpectCaught(Spoiled(row.m_What), row.m_Check, row.m_Words);
+    EXPECT_EQ(m_Caught, static_cast<int>(std::size(rows)));
+}
+
 TEST_F(Mutants, HangsAreCaught) {
     const struct {
         const char* m_What;
@@ -155,6 +213,12 @@ TEST_F(Mutants, HangsAreCaught) {
     };
     for (const auto& row : rows) ExpectCaught(Spoiled(row.m_What), row.m_Check, row.m_Words, "--timeout 2");
     EXPECT_EQ(m_Caught, static_cast<int>(std::size(rows)));
+    // Three of them are enough.
+    const CheckRun run = Qfcheck(Spoiled("hang-in-close"), "--only load --only 'close.*' --only 'log.*' --timeout 0.5");
+    EXPECT_EQ(run.m_ExitCode, 5);
+    EXPECT_EQ(run.m_Report.value("failed", 0), 3);
+    EXPECT_GT(run.m_Report.value("skipped", 0), 3);
+    EXPECT_EQ(run.m_Report["checks"].back()["message"], "left out: three checks have hung");
 }
 
 TEST_F(Mutants, OtherExportsAreCaught) {
@@ -175,6 +239,12 @@ TEST_F(Mutants, OtherExportsAreCaught) {
         ExpectCaught(folder / (std::string(row.m_What) + ".so"), row.m_Check, row.m_Words);
     }
     EXPECT_EQ(m_Caught, static_cast<int>(std::size(rows)));
+    // A library without the names is asked for nothing but its exports.
+    const CheckRun run = Qfcheck(QF_FOREIGN, "");
+    EXPECT_EQ(run.m_ExitCode, 5);
+    EXPECT_EQ(run.m_Report.value("passed", 0), 1);
+    EXPECT_EQ(run.m_Report.value("failed", 0), 2);
+    EXPECT_EQ(run.m_Report["checks"].back()["message"], "left out: exports.names failed");
     // What does not need the missing name is not disturbed.
     EXPECT_EQ(Qfcheck(folder / "export-missing.so", "--only 'session.*' --only 'log.f*'").m_ExitCode, 0);
 }
@@ -182,9 +252,9 @@ TEST_F(Mutants, OtherExportsAreCaught) {
 TEST_F(Mutants, WhatCannotBeAskedIsSkippedAndNotPassed) {
     const CheckRun run = Qfcheck(std::filesystem::path(QF_MUTANTS) / "own-operator-new.so", "");
     EXPECT_EQ(run.m_ExitCode, 0) << run.m_Report;
-    EXPECT_EQ(run.m_Report.value("skipped", 0), 1);
+    EXPECT_EQ(run.m_Report.value("skipped", 0), 2);
     for (const json& check : run.m_Report["checks"]) {
-        if (check["name"] != "log.no-memory") continue;
+        if (check["name"] != "log.no-memory" && check["name"] != "memory.exhausted") continue;
         EXPECT_EQ(check["outcome"], "skipped");
         EXPECT_EQ(check["message"], "the plug-in has an operator new of its own");
     }
@@ -253,11 +323,11 @@ TEST_F(Mutants, DamagedLibrariesAreCaught) {
 
 TEST_F(Mutants, ACrashIsNeverTheEndOfQfcheck) {
     for (const char* what : {"exit-in-close", "abort-in-close", "crash-in-close", "past-the-host-record"}) {
-        const CheckRun run = Qfcheck(Spoiled(what), "");
+        const CheckRun run = Qfcheck(Spoiled(what), "--only 'c*' --only 'null.*' --only 'session.*' --only 'tables.*'");
         EXPECT_EQ(run.m_ExitCode, 5);
-        EXPECT_GT(run.m_Report.value("checks", json::array()).size(), 60U) << what;
+        EXPECT_GT(run.m_Report.value("checks", json::array()).size(), 30U) << what;
         EXPECT_GT(run.m_Report.value("failed", 0), 5) << what;
-        EXPECT_GT(run.m_Report.value("passed", 0), 10) << what;
+        EXPECT_GE(run.m_Report.value("passed", 0), 10) << what;
     }
 }
 

@@ -3,9 +3,13 @@
 // spoils nothing.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cfenv>
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -13,8 +17,10 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Plugin.h"
@@ -40,10 +46,10 @@ const Plugin& Real() {
 }
 
 bool Spoils(const char* what) {
-    static const std::string name = [] {
+    static const std::string& name = *[] { // never destroyed: it is asked for at the end, too
         Dl_info info{};
         dladdr(&FormatArray, &info);
-        return std::filesystem::path(info.dli_fname).stem().string();
+        return new std::string(std::filesystem::path(info.dli_fname).stem().string());
     }();
     return name == what;
 }
@@ -53,10 +59,13 @@ struct OpenFile {
     std::wstring m_Path;
     int m_Calls = 0;                  // for frames
     unsigned char* m_pKept = nullptr; // into the host's memory
+    std::vector<Bytes> m_Held = {};
+    std::thread::id m_Creator = std::this_thread::get_id();
 };
 
 std::map<void*, OpenFile> g_Files;
 int g_FileCount = 0;
+void* volatile g_pLeaked = nullptr;
 int g_Frame = 0;
 
 // Options and flag are the real plug-in's during a call, and this one's before and after it.
@@ -64,7 +73,7 @@ class InStep {
 public:
     InStep() {
         *Real().m_pMuxParam = m_MuxParam;
-        *Real().m_pIsWebm = IsWebm;
+        *Real().m_pIsWebm = Spoils("flag-of-one-only") && IsWebm != 1 ? 0 : IsWebm;
     }
     ~InStep() {
         m_MuxParam = *Real().m_pMuxParam;
@@ -84,9 +93,41 @@ void CopyList(EncoderEntry (&own)[N], const EncoderEntry* real) {
     std::copy_n(real, N, own);
 }
 
+// What a plug-in may do to the process of its host.
+void SpoilProcess() {
+    if (Spoils("changes-the-umask")) umask(0);
+    if (Spoils("changes-the-directory")) static_cast<void>(chdir("/"));
+    if (Spoils("changes-the-locale")) std::setlocale(LC_ALL, "C.UTF-8");
+    if (Spoils("changes-the-environment")) setenv("QF_SPOILED", "1", 1);
+    if (Spoils("ignores-a-signal")) std::signal(SIGPIPE, SIG_IGN);
+    if (Spoils("blocks-signals")) {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    }
+    if (Spoils("starts-a-thread")) std::thread([] {}).join();
+    if (Spoils("seeds-chance")) std::srand(1);
+    if (Spoils("rounds-up")) std::fesetround(FE_UPWARD);
+    if (Spoils("prints")) std::puts("spoiled");
+    if (Spoils("leaves-a-descriptor")) static_cast<void>(open("/dev/null", O_RDONLY));
+    if (Spoils("changes-its-table")) FormatArray[0].extension[1] = L'M';
+}
+
+// Runs when the library is unloaded, or the program ends with it.
+__attribute__((destructor)) void SpoilTheEnd() {
+    if (Spoils("prints-at-the-end")) std::fputs("spoiled\n", stderr);
+    if (Spoils("aborts-at-the-end")) std::abort();
+}
+
 // Runs when the library is loaded.
 __attribute__((constructor)) void FillTables() {
     if (Spoils("hang-at-load")) pause();
+    if (Spoils("changes-the-locale-at-load")) std::setlocale(LC_ALL, "C.UTF-8");
+    if (Spoils("stays-loaded")) {
+        Dl_info info{};
+        dladdr(&FormatArray, &info);
+        dlopen(info.dli_fname, RTLD_NOW);
+    }
     const Plugin& real = Real();
     CopyList(MKVAudioEncoders, real.m_pMKVAudioEncoders);
     CopyList(MKVVideoEncoders, real.m_pMKVVideoEncoders);
@@ -126,8 +167,18 @@ __attribute__((constructor)) void FillTables() {
     if (Spoils("flag-set-at-load")) IsWebm = 1;
 }
 
-// UTF-8, whatever the locale.
-std::filesystem::path Narrow(const std::wstring& path) { return std::u32string(path.begin(), path.end()); }
+// UTF-8, whatever the locale and whatever the path.
+std::string Narrow(const std::wstring& path) {
+    std::string text;
+    for (const wchar_t character : path) {
+        const auto code = static_cast<std::uint32_t>(character);
+        const unsigned more = code < 0x80 ? 0 : code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+        constexpr unsigned kLead[] = {0, 0xC0, 0xE0, 0xF0};
+        text += static_cast<char>(kLead[more] | code >> (6 * more));
+        for (unsigned i = more; i-- > 0;) text += static_cast<char>(0x80 | (code >> (6 * i) & 0x3F));
+    }
+    return text;
+}
 
 Bytes ReadOctets(const std::wstring& path) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(Narrow(path).c_str(), "rb"), std::fclose);
@@ -180,6 +231,17 @@ void SpoilFile(const std::wstring& path) {
         change({0x82, 0x00, 0x78, 0x00}, 2, 5);
     } else if (Spoils("seek-entry-off")) {
         change({0x53, 0xAB, 0x84, 0x16, 0x54, 0xAE, 0x6B, 0x53, 0xAC, 0x82}, 11, 1);
+    } else if (Spoils("uid-of-zeros")) {
+        const auto uid = Find(file, {0x73, 0xC5, 0x84});
+        if (uid != file.end()) std::fill_n(uid + 3, 4, static_cast<unsigned char>(0));
+    } else if (Spoils("late-cue-off")) {
+        // In the last cue of many.
+        const Bytes cue = {0xF7, 0x81, 0x01, 0xF1, 0x83};
+        const auto last = std::find_end(file.begin(), file.end(), cue.begin(), cue.end());
+        if (last != file.end()) last[7] = static_cast<unsigned char>(last[7] + 1);
+    } else if (Spoils("late-cluster-off")) {
+        // Of the file's second minute.
+        change({0xE7, 0x83, 0x01, 0x11, 0x70}, 4, 1);
     } else if (Spoils("no-cues")) {
         // A Void lies in their place.
         const Bytes id = {0x1C, 0x53, 0xBB, 0x6B};
@@ -253,6 +315,7 @@ int SetMuxParam(MuxParam* param) {
 
 void* CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
     const InStep inStep;
+    if (path != nullptr && param != nullptr) SpoilProcess();
     if (Spoils("crash-at-null-path") && path == nullptr) Crash();
     std::wstring where = path != nullptr ? path : L"";
     EncodeParam job{};
@@ -264,6 +327,18 @@ void* CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
         auto* const record = const_cast<EncodeParam*>(param);
         (&record->formatFourCC)[1] = 0;
     }
+    if (Spoils("video-row-swapped") && job.videoParam.fourCC == MakeFourCC("MP2V")) {
+        job.videoParam.fourCC = MakeFourCC("MP1V");
+    }
+    if (Spoils("audio-row-swapped") && job.audioParam.fourCC == MakeFourCC("DTS ")) {
+        job.audioParam.fourCC = MakeFourCC("AC3 ");
+    }
+    if (Spoils("channels-cut") && job.audioParam.channels > 2) job.audioParam.channels = 2;
+    if (Spoils("height-without-sign")) job.videoParam.height = std::abs(job.videoParam.height);
+    if (Spoils("doc-type-of-sound") && job.disableVideo != 0) job.videoParam.fourCC = 0;
+    if (Spoils("sixteen-files") && g_Files.size() >= 16) return nullptr;
+    if (Spoils("name-cut") && where.size() > 1023) where.resize(1023);
+    if (Spoils("written-at-the-end")) where += L".part";
     if (Spoils("no-display-size")) Real().m_pMuxParam->muxFlags = 0;
     void* handle = Real().CreateMediaFile(path != nullptr ? where.c_str() : nullptr, param != nullptr ? &job : nullptr);
     if (Spoils("a-handle-for-nothing") && handle == nullptr && !where.empty() && param != nullptr) {
@@ -271,7 +346,16 @@ void* CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
     }
     if (handle == nullptr) return handle;
     ++g_FileCount;
-    g_Files[handle] = {where, 0, nullptr};
+    if (Spoils("written-at-the-end")) WriteOctets(path, {});
+    if (Spoils("nobody-may-read")) chmod(Narrow(where).c_str(), 0600);
+    if (Spoils("options-for-one-file")) Real().m_pMuxParam->muxFlags = 0;
+    if (Spoils("leaks-each-file")) g_pLeaked = std::malloc(1);
+    try {
+        g_Files[handle] = {where};
+    } catch (const std::bad_alloc&) {
+        Real().CloseMediaFile(handle, nullptr, nullptr);
+        throw;
+    }
     return handle;
 }
 
@@ -287,10 +371,17 @@ int WriteVideoPacket(void* handle, const MEDIA_FRAME* frame) {
     Bytes octets(frame->videoData, frame->videoData + size);
     ++g_Frame;
     ++file.m_Calls;
+    if (Spoils("thread-of-the-creator") && file.m_Creator != std::this_thread::get_id()) return 0;
+    if (Spoils("leaks-each-frame")) g_pLeaked = std::malloc(1);
+    if (Spoils("holds-each-frame")) file.m_Held.push_back(octets);
+    if (Spoils("times-of-32-bits")) copy.timestamp = static_cast<std::int32_t>(copy.timestamp);
+    if (Spoils("times-of-a-day")) copy.timestamp %= 864000000000;
+    if (Spoils("times-below-zero-cut")) copy.timestamp = std::max<std::int64_t>(copy.timestamp, 0);
     const bool takesCopy = (Spoils("tenth-frame-spoiled") && g_Frame == 10) || Spoils("frame-not-rewritten") ||
-                           Spoils("start-codes-cut") || Spoils("other-files-frame");
+                           Spoils("start-codes-cut") || Spoils("other-files-frame") || Spoils("large-frame-spoiled");
     if (takesCopy && size > 0) {
         if (Spoils("tenth-frame-spoiled")) octets.back() = static_cast<unsigned char>(~octets.back());
+        if (Spoils("large-frame-spoiled") && size > 0x10000) octets[0x10000] ^= 1U;
         if (Spoils("other-files-frame") && g_Files.size() > 1 && file.m_Calls == 3) octets.back() ^= 1U;
         copy.videoData = octets.data();
     }
@@ -304,7 +395,13 @@ int WriteVideoPacket(void* handle, const MEDIA_FRAME* frame) {
         static_cast<void>(next);
     }
     if (Spoils("second-file-spoiled") && g_FileCount > 1 && file.m_Calls == 2) copy.timestamp += 10000;
-    const int result = Real().WriteVideoPacket(handle, &copy);
+    int result = 0;
+    try {
+        result = Real().WriteVideoPacket(handle, &copy);
+    } catch (const std::bad_alloc&) {
+        if (!Spoils("frame-lost-without-memory")) throw;
+        result = frame->videoSize;
+    }
     return Spoils("video-result") && result > 0 ? 1 : result;
 }
 
@@ -328,6 +425,7 @@ int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* sizes) {
 void WriteVosData(void* handle, unsigned char* data, int size) {
     const InStep inStep;
     if (Spoils("throws-at-null") && data == nullptr) throw std::runtime_error("no data");
+    if (Spoils("late-set-up-cut")) size = std::min(size, 1024);
     if (Spoils("late-set-up-ignored") && handle != nullptr && g_Frame > 0) return;
     Real().WriteVosData(handle, data, size);
 }
@@ -352,6 +450,11 @@ void CloseMediaFile(void* handle, ProgressCallback progress, void* argument) {
         if (Spoils("crash-in-close") && g_Frame > 0) Crash();
         if (Spoils("exit-in-close")) std::exit(0);
         if (Spoils("abort-in-close")) std::abort();
+        if (Spoils("needs-memory-to-close")) {
+            auto* const memory = new char[100];
+            g_pLeaked = memory;
+            delete[] memory;
+        }
         if (Spoils("calls-back") && progress != nullptr) progress(argument, 0, 0, 0);
     }
     const auto file = g_Files.find(handle);
@@ -361,7 +464,15 @@ void CloseMediaFile(void* handle, ProgressCallback progress, void* argument) {
     }
     if (!Spoils("never-closes")) Real().CloseMediaFile(handle, progress, argument);
     if (file == g_Files.end()) return;
-    SpoilFile(file->second.m_Path);
+    try {
+        SpoilFile(file->second.m_Path);
+    } catch (const std::bad_alloc&) {
+        // It is not spoiled then.
+    }
+    if (Spoils("written-at-the-end")) {
+        const std::wstring part = file->second.m_Path;
+        std::filesystem::rename(Narrow(part), Narrow(part.substr(0, part.size() - 5)));
+    }
     if (Spoils("leaves-it-open")) static_cast<void>(open(Narrow(file->second.m_Path).c_str(), O_RDONLY));
     if (Spoils("flag-cleared-by-close")) *Real().m_pIsWebm = 0;
     g_Files.erase(file);

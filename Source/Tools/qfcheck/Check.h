@@ -34,3 +34,5 @@ std::vector<Check> BadCallChecks();
 std::vector<Check> LifeChecks();
 std::vector<Check> FrameChecks();
 std::vector<Check> SessionChecks();
+std::vector<Check> ModelChecks();
+std::vector<Check> ProcessChecks();

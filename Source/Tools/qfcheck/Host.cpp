@@ -1,11 +1,15 @@
 #include "Host.h"
 
 #include <dlfcn.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <sstream>
+#include <type_traits>
 
 void Require(bool condition, const std::string& text) {
     if (!condition) throw Failure(text);
@@ -62,14 +66,35 @@ std::string CodeText(FourCC code) {
     return text;
 }
 
-void Trail::Enter(const std::string& function) const {
-    const std::string line = ">" + function + "\n";
-    if (write(m_Descriptor, line.data(), line.size()) < 0) return; // nobody watches
+Trail::Trail(int descriptor) {
+    void* const memory = mmap(nullptr, sizeof(Marks), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (memory == MAP_FAILED) throw std::runtime_error(std::string("mmap: ") + std::strerror(errno));
+    m_pMarks = static_cast<Marks*>(memory); // zeros
 }
 
-void Trail::Leave() const {
-    if (write(m_Descriptor, "<\n", 2) < 0) return;
+int Trail::MakeFile() {
+    const int descriptor = memfd_create("qfcheck-trail", MFD_CLOEXEC);
+    if (descriptor < 0 || ftruncate(descriptor, sizeof(Marks)) != 0) {
+        throw std::runtime_error(std::string("cannot watch a process: ") + std::strerror(errno));
+    }
+    return descriptor;
 }
+
+void Trail::Clear() const {
+    m_pMarks->m_Count = 0;
+    Leave();
+}
+
+void Trail::Enter(const std::string& function) const {
+    ++m_pMarks->m_Count;
+    std::snprintf(m_pMarks->m_Name, sizeof m_pMarks->m_Name, "%s", function.c_str());
+}
+
+void Trail::Leave() const { m_pMarks->m_Name[0] = '\0'; }
+
+std::string Trail::Function() const { return {m_pMarks->m_Name, strnlen(m_pMarks->m_Name, sizeof m_pMarks->m_Name)}; }
+
+unsigned Trail::Count() const { return m_pMarks->m_Count; }
 
 void Host::Load() {
     if (m_pLibrary != nullptr) return;
@@ -79,6 +104,15 @@ void Host::Load() {
     if (m_pLibrary == nullptr) throw Failure(std::string("the loader says: ") + dlerror());
 }
 
+void Host::Unload() {
+    m_Trail.Enter("dlclose");
+    const int result = dlclose(m_pLibrary);
+    m_Trail.Leave();
+    m_pLibrary = nullptr;
+    m_Functions.clear();
+    if (result != 0) throw Failure(std::string("the loader says: ") + dlerror());
+}
+
 void* Host::Data(const char* name) {
     Load();
     void* const address = dlsym(m_pLibrary, name);
@@ -86,7 +120,11 @@ void* Host::Data(const char* name) {
     return address;
 }
 
-void* Host::Function(const char* function) { return Data(Interface::ExportOf(function)); }
+void* Host::Function(const char* function) {
+    void*& address = m_Functions[function];
+    if (address == nullptr) address = Data(Interface::ExportOf(function));
+    return address;
+}
 
 template <class Result, class... Arguments>
 Result Host::Call(const char* function, Arguments... arguments) {
@@ -98,7 +136,16 @@ Result Host::Call(const char* function, Arguments... arguments) {
     m_Trail.Enter(function);
     const Mark mark{m_Trail};
     try {
-        return entry(arguments...);
+        if (!m_Manner) return entry(arguments...);
+        if constexpr (std::is_void_v<Result>) {
+            m_Manner(function, [&] { entry(arguments...); });
+        } else {
+            Result result{};
+            m_Manner(function, [&] { result = entry(arguments...); });
+            return result;
+        }
+    } catch (const Failure&) {
+        throw;
     } catch (const std::exception& error) {
         throw Failure(std::string(function) + " threw an exception: " + error.what());
     } catch (...) {

@@ -2,8 +2,11 @@
 // noticed at once.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -49,15 +52,31 @@ using FourCC = std::uint32_t;
 FourCC Code(const std::string& text);
 std::string CodeText(FourCC code);
 
-// Notes which function of the plug-in is running, for whoever watches this process.
+// Which function of the plug-in is running, in memory that outlives the process: a file that whoever watches the
+// process has opened for it.
 class Trail {
 public:
-    explicit Trail(int descriptor) : m_Descriptor(descriptor) {}
+    // descriptor: of that file. Throws std::runtime_error when it cannot be mapped.
+    explicit Trail(int descriptor);
+    // A new file without a name. Throws std::runtime_error.
+    static int MakeFile();
+
+    void Clear() const;
     void Enter(const std::string& function) const;
     void Leave() const;
 
+    // The function that is running, or was when the process ended; empty for none.
+    std::string Function() const;
+    // How many have been entered.
+    unsigned Count() const;
+
 private:
-    int m_Descriptor;
+    struct Marks {
+        std::atomic<unsigned> m_Count;
+        char m_Name[252];
+    };
+
+    Marks* m_pMarks;
 };
 
 using Interface::Record;
@@ -75,8 +94,15 @@ public:
 
     const Trail& Marks() const { return m_Trail; }
 
+    // How functions of the plug-in are called from now on: gets the plain name and the call, which it makes. Directly,
+    // when empty. May throw a Failure.
+    using Manner = std::function<void(const std::string& function, const std::function<void()>& call)>;
+    void CallBy(Manner manner) { m_Manner = std::move(manner); }
+
     // Loads the plug-in if it is not yet; a Failure with the loader's words if it cannot be.
     void Load();
+    // Gives the library back to the loader.
+    void Unload();
 
     // What an exported name stands for; a Failure if there is none. function: the plain name.
     void* Data(const char* name);
@@ -111,5 +137,7 @@ private:
     std::string m_Plugin;
     std::filesystem::path m_Directory;
     Trail m_Trail;
+    Manner m_Manner;
     void* m_pLibrary = nullptr;
+    std::map<const char*, void*> m_Functions; // by the place of their plain names
 };

@@ -1,5 +1,6 @@
 // Files from creation to closing: failures, closing in every state, and the flag that says what was created last.
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <set>
@@ -46,14 +47,108 @@ void NotOpened(Host& host) {
     Trial(host, "MKA ").Run();
 }
 
-void Names(Host& host) {
-    const std::wstring path = host.PathOf("") + L"\u00E4 \u4E16 \U0001F600.mkv";
-    const char* const name = "\xC3\xA4 \xE4\xB8\x96 \xF0\x9F\x98\x80.mkv";
+// Creates and closes a file of this name in the check's directory, and returns the names that are there then.
+std::set<std::string> NamesAfter(Host& host, const fs::path& directory, const std::wstring& name) {
     const Record job = MakeJob("MKV ", "Xvid", "");
+    const std::wstring path = host.PathOf("") + name;
     void* const handle = host.CreateMediaFile(path.c_str(), &job);
-    Require(handle != nullptr, "CreateMediaFile of a name beyond ASCII returned null");
+    Require(handle != nullptr, "CreateMediaFile of " + Text(name) + " returned null");
     host.CloseMediaFile(handle);
-    Require(fs::exists(host.Directory() / name), "the file's name is not the path in UTF-8");
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        names.insert(entry.path().filename().string());
+        fs::remove(entry.path());
+    }
+    return names;
+}
+
+void RequireName(const std::set<std::string>& names, const std::string& expected) {
+    Require(names == std::set<std::string>{expected}, "the file's name is " +
+                                                          Text(names.empty() ? "" : *names.begin()) +
+                                                          ", expected the path in UTF-8, " + Text(expected));
+}
+
+void Names(Host& host) {
+    const struct {
+        std::wstring m_Name;
+        const char* m_Utf8;
+    } rows[] = {
+        {L"\u00E4 \u4E16 \U0001F600.mkv", "\xC3\xA4 \xE4\xB8\x96 \xF0\x9F\x98\x80.mkv"},
+        {{0x7F, 0x80, 0xFF, 0x100}, "\x7F\xC2\x80\xC3\xBF\xC4\x80"},
+        {{0x7FF, 0x800, 0xFFFD, 0xFFFF}, "\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD\xEF\xBF\xBF"},
+        {{0x10000, 0x10FFFF}, "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
+        // Single surrogates are taken as they are; what is no character becomes U+FFFD.
+        {{'a', 0xD800, 0xDFFF}, "a\xED\xA0\x80\xED\xBF\xBF"},
+        {{'a', 0x110000, 'b'}, "a\xEF\xBF\xBD\x62"},
+        {{'a', static_cast<wchar_t>(0x80000000U), 'b'}, "a\xEF\xBF\xBD\x62"},
+        {L"%s%n 100% \\ \"'", "%s%n 100% \\ \"'"},
+        {L"no extension", "no extension"},
+        // Not the last extension, or not quite the one of a disc.
+        {L"a.iso:b.mkv", "a.iso:b.mkv"},
+        {L"a.iso", "a.iso"},
+        {L"a.is:", "a.is:"},
+        {L"a.isoo:", "a.isoo:"},
+        {L"aiso:", "aiso:"},
+    };
+    for (const auto& row : rows) RequireName(NamesAfter(host, host.Directory(), row.m_Name), row.m_Utf8);
+    for (const wchar_t* name : {L"a.iso:", L"a.ISO:", L"a.mkv.iSo:/b", L".iso:x"}) {
+        Require(NamesAfter(host, host.Directory(), name).empty(), "a path with .iso: left a file");
+    }
+
+    // Paths are cut at 2047 octets, in front of the character that does not fit.
+    fs::path directory = host.Directory();
+    while (directory.string().size() < 2030) {
+        const std::size_t rest = 2037 - directory.string().size();
+        directory /= std::string(rest > 250 ? 200 : rest, 'd');
+        fs::create_directory(directory);
+    }
+    const std::string deep = directory.string().substr(host.Directory().string().size() + 1) + "/";
+    const std::size_t room = 2047 - directory.string().size() - 1;
+    const std::wstring prefix(deep.begin(), deep.end());
+    RequireName(NamesAfter(host, directory, prefix + std::wstring(room, L'x')), std::string(room, 'x'));
+    RequireName(NamesAfter(host, directory, prefix + std::wstring(room, L'x') + L"yz"), std::string(room, 'x'));
+    RequireName(NamesAfter(host, directory, prefix + std::wstring(room - 2, L'x') + L"\u4E16z"),
+                std::string(room - 2, 'x'));
+}
+
+// Everybody may read it whom the umask lets.
+void Mode(Host& host) {
+    for (const mode_t mask : {0U, 022U, 077U}) {
+        const mode_t before = umask(mask);
+        const Record job = MakeJob("MKV ", "Xvid", "");
+        void* const handle = host.CreateMediaFile(host.PathOf("file").c_str(), &job);
+        umask(before);
+        host.CloseMediaFile(handle);
+        const auto mode = static_cast<unsigned>(fs::status(host.Directory() / "file").permissions());
+        RequireEqual(mode, 0666U & ~mask, "the permissions of the file, as a decimal number,");
+        fs::remove(host.Directory() / "file");
+    }
+}
+
+// The file goes on when its name or the current directory changes.
+void Moves(Host& host) {
+    const fs::path other = host.Directory() / "other";
+    fs::create_directory(other);
+    for (const char* format : kFormats) {
+        Trial trial(host, format);
+        trial.SetUp();
+        trial.Feed(0, 40);
+        fs::rename(host.Directory() / "file", other / "moved");
+        WriteFile(host.Directory() / "file", Hex("01"));
+        fs::current_path(other);
+        trial.Feed(40);
+        host.CloseMediaFile(trial.Output().Handle());
+        fs::current_path(host.Directory());
+        RequireEqual(ReadFile(host.Directory() / "file"), Hex("01"), "another file that has taken the name");
+        Ebml::File file(ReadFile(other / "moved"));
+        const std::vector<Ebml::Problem> problems = Ebml::Check(file);
+        Require(problems.empty(), "a file that was renamed while it was open: " + Ebml::Describe(problems));
+    }
+    const Record job = MakeJob("MKV ", "Xvid", "");
+    void* const handle = host.CreateMediaFile(L"other/./relative.mkv", &job);
+    Require(handle != nullptr, "CreateMediaFile of a relative path returned null");
+    host.CloseMediaFile(handle);
+    Require(fs::exists(other / "relative.mkv"), "a relative path does not start from the current directory");
 }
 
 void Replaces(Host& host) {
@@ -231,6 +326,22 @@ void FlagOfTheLast(Host& host) {
     RequireEqual(*host.IsWebm(), 0U, "IsWebm after null");
 }
 
+// Any number but 0 means WebM.
+void FlagOfAnyNumber(Host& host) {
+    for (const FourCC flag : {1U, 2U, 0x80000000U, 0xFFFFFFFFU}) {
+        Trial webm(host, "WEBM");
+        *host.IsWebm() = flag;
+        webm.Run();
+        Trial matroska(host, "MKV ");
+        *host.IsWebm() = flag;
+        const std::string what = " of an MKV file while IsWebm is " + Text(flag);
+        RequireEqual(matroska.Output().Audio(Hex("01"), 0), 0, "WriteAudioPacket" + what);
+        RequireEqual(matroska.Output().Video(Hex("01"), 0), 0, "WriteVideoPacket" + what);
+        *host.IsWebm() = 0;
+        matroska.Run();
+    }
+}
+
 // A handle that the flag does not name: every call is refused, and closing finishes the file.
 void WrongKindIsRefused(Host& host) {
     for (const char* format : kFormats) {
@@ -264,7 +375,9 @@ std::vector<Check> LifeChecks() {
         {"create.null", "no file without a path or a job", NullArguments},
         {"create.unknown-format", "no file of a format that is not in the table", UnknownFormats},
         {"create.not-opened", "no handle where no file can be", NotOpened},
-        {"create.name", "the path is UTF-32 and the name UTF-8", Names},
+        {"create.name", "the path is UTF-32 and the name UTF-8, of 2047 octets at most", Names},
+        {"create.mode", "the umask alone decides who may read a file", Mode},
+        {"create.moves", "a file that is renamed while it is open is finished where it is", Moves},
         {"create.replaces", "an existing file is replaced", Replaces},
         {"create.iso", "a path with .iso: takes everything and writes nothing", PseudoFile},
         {"create.no-streams", "streams that are disabled take nothing", NoStreams},
@@ -277,6 +390,7 @@ std::vector<Check> LifeChecks() {
         {"close.releases", "a closed file is not open any more", ReleasesTheFile},
         {"close.full-disk", "a full disk is not told and harms nobody", FullDisk},
         {"flag.last-created", "IsWebm says what kind of file was created last", FlagOfTheLast},
+        {"flag.any-number", "any flag but 0 means WebM", FlagOfAnyNumber},
         {"flag.refuses", "a handle of the other kind is refused and finished all the same", WrongKindIsRefused},
     };
 }

@@ -1,31 +1,10 @@
 // Every message of the plug-in, which of the log's two functions brings it, and where the log is looked for.
 #include <dlfcn.h>
 
-#include <new>
-
 #include "Check.h"
+#include "HeapMeter.h"
 #include "LogReader.h"
 #include "OutputFile.h"
-
-namespace {
-
-bool g_NoMemory = false;
-int g_Refused = 0;
-
-} // namespace
-
-// A plug-in that takes its memory from the shared standard library meets this one.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    if (g_NoMemory) {
-        ++g_Refused;
-        return nullptr;
-    }
-    try {
-        return ::operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
 
 namespace {
 
@@ -84,6 +63,23 @@ void UnknownFormat(Host& host) {
         RequireMessages(log, {L"TWLogEx: qf_mkv.dll: Can't find the file format[" + wide + L"]."},
                         "CreateMediaFile of " + Text(format));
     }
+    // The code's octets are UTF-8, up to where they are none.
+    const struct {
+        const char* m_Code;
+        const wchar_t* m_Wide;
+    } rows[] = {{"\xC3\xA4\xC3\xB6", L"\u00E4\u00F6"},
+                {"\xF0\x9F\x98\x80", L"\U0001F600"},
+                {"a\xE4\xB8\x96", L"a\u4E16"},
+                {"ab\xC3 ", L"ab"},
+                {"\xFFxyz", L""},
+                {"AB", L"AB"}};
+    for (const auto& row : rows) {
+        Record job = MakeJob("MKV ", "H264", "AAC ");
+        job.Set("formatFourCC", Code(row.m_Code));
+        host.CreateMediaFile(host.PathOf("file").c_str(), &job);
+        RequireMessages(log, {L"TWLogEx: qf_mkv.dll: Can't find the file format[" + std::wstring(row.m_Wide) + L"]."},
+                        "CreateMediaFile of a code beyond ASCII");
+    }
 }
 
 void FileThatDoesNotOpen(Host& host) {
@@ -107,11 +103,10 @@ void NoMemory(Host& host) {
     for (const char* format : kFormats) {
         const std::wstring path = host.PathOf("file");
         const Record job = MakeJob(format, "H264", "AAC ");
-        g_Refused = 0;
-        g_NoMemory = true;
+        HeapMeter::RefuseNothrow(true);
         void* const handle = host.CreateMediaFile(path.c_str(), &job);
-        g_NoMemory = false;
-        if (g_Refused == 0) throw CannotCheck("the plug-in has an operator new of its own");
+        HeapMeter::RefuseNothrow(false);
+        if (HeapMeter::Refused() == 0) throw CannotCheck("the plug-in has an operator new of its own");
         Require(handle == nullptr, "CreateMediaFile returned a handle without memory for one");
         RequireMessages(log, {L"TWLog: qf_mkv.dll: Not enough memory to create avi writer."},
                         std::string("CreateMediaFile of ") + format + " without memory");

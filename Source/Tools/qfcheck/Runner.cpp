@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -35,27 +36,12 @@ void Say(int descriptor, const std::string& words) {
     }
 }
 
-// What a process says of itself: a trail of ">function" and "<", then '=', a letter and a text up to the end.
+// What a process said of its check: a letter and a text; and the function of the plug-in that it was in.
 struct Report {
-    std::string m_Function; // that is running
-    char m_Verdict = 0;
+    char m_Verdict;
     std::string m_Text;
+    std::string m_Function;
 };
-
-Report ReadReport(const std::string& words) {
-    Report report;
-    for (std::size_t at = 0; at < words.size();) {
-        if (words[at] == '=') {
-            report.m_Verdict = at + 1 < words.size() ? words[at + 1] : '\0';
-            report.m_Text = words.substr(std::min(at + 2, words.size()));
-            return report;
-        }
-        const std::size_t end = std::min(words.find('\n', at), words.size());
-        report.m_Function = words[at] == '>' ? words.substr(at + 1, end - at - 1) : "";
-        at = end + 1;
-    }
-    return report;
-}
 
 std::string InFunction(const Report& report) {
     return report.m_Function.empty() ? " outside the plug-in's functions" : " in " + report.m_Function;
@@ -143,6 +129,8 @@ Runner::SignalWatch::SignalWatch() {
 
 Runner::Runner(std::string plugin, double timeLimit) : m_Plugin(std::move(plugin)), m_TimeLimit(timeLimit) {}
 
+Runner::~Runner() { close(m_TrailFile); }
+
 // The program to run for a check that wants a log, copied to where that log lies: the plug-in looks for it beside the
 // running executable.
 std::filesystem::path Runner::PlaceFor(Log log) {
@@ -162,6 +150,7 @@ Result Runner::Run(const Check& check) {
     if (check.m_Log != Log::Unwatched) program = PlaceFor(check.m_Log).string();
     if (check.m_Log == Log::None) WriteFile(directory / "TW_Log.so", LogLibrary());
 
+    m_Trail.Clear();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error(std::strerror(errno));
     const Clock::time_point start = Clock::now();
@@ -171,12 +160,11 @@ Result Runner::Run(const Check& check) {
     if (pid == 0) {
         close(ends[0]);
         Settle(directory.string());
-        if (program.empty()) MakeCheck(check, m_Plugin, directory.string(), ends[1]);
-        fcntl(ends[1], F_SETFD, 0);
-        const std::string descriptor = std::to_string(ends[1]);
+        if (program.empty()) MakeCheck(check, m_Plugin, directory.string(), {ends[1], m_TrailFile});
+        for (const int kept : {ends[1], m_TrailFile}) fcntl(kept, F_SETFD, 0);
         execl(program.c_str(), program.c_str(), kMakeOneCheck, check.m_Name, m_Plugin.c_str(), directory.c_str(),
-              descriptor.c_str(), nullptr);
-        Say(ends[1], std::string("=sa copy of qfcheck does not run from ") + program + ": " + std::strerror(errno));
+              std::to_string(ends[1]).c_str(), std::to_string(m_TrailFile).c_str(), nullptr);
+        Say(ends[1], std::string("sa copy of qfcheck does not run from ") + program + ": " + std::strerror(errno));
         _exit(127);
     }
     close(ends[1]);
@@ -185,12 +173,19 @@ Result Runner::Run(const Check& check) {
     std::string words;
     bool inTime = true;
     Process process(pid);
+    unsigned calls = 0;
+    double lastCall = 0; // when it was noticed
     while (!process.HasEnded() && inTime) {
         pollfd waiting{ends[0], POLLIN, 0};
         poll(&waiting, 1, 5);                              // milliseconds
         if ((waiting.revents & POLLHUP) != 0) usleep(200); // it is about to end
         Drain(ends[0], words);
-        inTime = seconds() < m_TimeLimit;
+        // However slow the machine is, each call gets its time.
+        if (m_Trail.Count() != calls) {
+            calls = m_Trail.Count();
+            lastCall = seconds();
+        }
+        inTime = seconds() - lastCall < m_TimeLimit;
         if (g_Signal != 0) {
             close(ends[0]);
             throw Interrupted{g_Signal};
@@ -202,30 +197,32 @@ Result Runner::Run(const Check& check) {
     std::error_code ignored;
     std::filesystem::remove_all(directory, ignored);
 
-    Result result = Judge(ReadReport(words), process.Status(), inTime ? 0 : m_TimeLimit);
+    const Report report{words.empty() ? '\0' : words[0], words.substr(std::min<std::size_t>(words.size(), 1)),
+                        m_Trail.Function()};
+    Result result = Judge(report, process.Status(), inTime ? 0 : m_TimeLimit);
     result.m_pCheck = &check;
     result.m_Seconds = seconds();
     return result;
 }
 
-void MakeCheck(const Check& check, const std::string& plugin, const std::string& directory, int descriptor) {
-    std::string verdict = "=p";
+void MakeCheck(const Check& check, const std::string& plugin, const std::string& directory, Ends ends) {
+    std::string verdict = "p";
     try {
-        Host host(plugin, directory, Trail(descriptor));
+        Host host(plugin, directory, Trail(ends.m_Trail));
         check.m_pRun(host);
     } catch (const CannotCheck& error) {
-        verdict = std::string("=s") + error.what();
+        verdict = std::string("s") + error.what();
     } catch (const std::exception& error) { // a Failure, or what a file lacks
-        verdict = std::string("=f") + error.what();
+        verdict = std::string("f") + error.what();
     }
-    Say(descriptor, verdict);
+    Say(ends.m_Verdict, verdict);
     _exit(0);
 }
 
 void MakeOneCheck(char** arguments) {
     for (const Check& check : AllChecks()) {
         if (std::string(check.m_Name) != arguments[0]) continue;
-        MakeCheck(check, arguments[1], arguments[2], std::stoi(arguments[3]));
+        MakeCheck(check, arguments[1], arguments[2], {std::stoi(arguments[3]), std::stoi(arguments[4])});
     }
     _exit(127);
 }

@@ -18,8 +18,12 @@ struct Result {
 
 class Runner {
 public:
-    // plugin: an absolute path. Throws std::runtime_error when there is no place for files.
+    // plugin: an absolute path. timeLimit: seconds from one call of the plug-in to the next. Throws std::runtime_error
+    // when there is no place for files.
     Runner(std::string plugin, double timeLimit);
+    ~Runner();
+    Runner(const Runner&) = delete;
+    Runner& operator=(const Runner&) = delete;
 
     // Throws Interrupted when a signal asks qfcheck to end.
     Result Run(const Check& check);
@@ -33,9 +37,11 @@ private:
     };
 
     std::string m_Plugin;
-    double m_TimeLimit; // seconds
+    double m_TimeLimit;
     SignalWatch m_SignalWatch;
     TempDirectory m_Directory;
+    const int m_TrailFile = Trail::MakeFile();
+    const Trail m_Trail{m_TrailFile};
     int m_Count = 0;
 };
 
@@ -43,11 +49,17 @@ struct Interrupted {
     int m_Signal;
 };
 
-// The first argument of a process that is to make one check: its name, the plug-in, the check's directory follow.
+// The first argument of a process that is to make one check: its name, the plug-in, the check's directory and the
+// numbers of Ends follow.
 inline constexpr const char* kMakeOneCheck = "--make-one-check";
 
-// Makes the check and ends the process. The verdict goes to the descriptor.
-[[noreturn]] void MakeCheck(const Check& check, const std::string& plugin, const std::string& directory,
-                            int descriptor);
+// Descriptors of whoever watches the process: a pipe for the verdict, the file of a Trail.
+struct Ends {
+    int m_Verdict;
+    int m_Trail;
+};
+
+// Makes the check and ends the process.
+[[noreturn]] void MakeCheck(const Check& check, const std::string& plugin, const std::string& directory, Ends ends);
 // The same for the words behind kMakeOneCheck.
 [[noreturn]] void MakeOneCheck(char** arguments);

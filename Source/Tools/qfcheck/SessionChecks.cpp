@@ -1,4 +1,6 @@
 // Whole sessions, and more than one file.
+#include <memory>
+
 #include "Check.h"
 #include "Trial.h"
 
@@ -42,6 +44,26 @@ void SideBySide(Host& host) {
     }
 }
 
+// More files at once, and one after the other, than anybody would keep a table of.
+void Many(Host& host) {
+    for (const char* format : kFormats) {
+        std::vector<std::unique_ptr<Trial>> trials;
+        for (int i = 0; i < 70; ++i)
+            trials.push_back(std::make_unique<Trial>(host, format, "file" + std::to_string(i)));
+        for (const auto& trial : trials) trial->SetUp();
+        for (int i = 0; i < 8; ++i) {
+            for (const auto& trial : trials) trial->Feed(i, i + 1);
+        }
+        for (const auto& trial : trials) trial->Finish(8);
+    }
+    for (int i = 0; i < 200; ++i) {
+        Trial trial(host, kFormats[i % 4]);
+        trial.SetUp();
+        trial.Feed(0, 3);
+        trial.Finish(3);
+    }
+}
+
 } // namespace
 
 std::vector<Check> SessionChecks() {
@@ -53,6 +75,7 @@ std::vector<Check> SessionChecks() {
         {"session.host-octets", "the host's own octets of records change nothing", HostsOwnOctets},
         {"files.one-by-one", "one file after another, of every kind", OneAfterAnother},
         {"files.after-failure", "a file after one that could not be created", AfterAFailure},
+        {"files.many", "70 files of one kind open at once, and hundreds one by one", Many},
         {"files.side-by-side", "two files of one kind open at once", SideBySide},
     };
 }

@@ -51,29 +51,50 @@ void WriteReport(const std::string& path, const std::string& words) {
     if (!isWritten || !isClosed) throw ToolError(kExitOutput, "cannot write '" + path + "': " + std::strerror(errno));
 }
 
-// Makes the checks in their turn. One that does not even load the plug-in says the same of all.
+const std::string kLeftOut = "left out: ";
+
+// Whether the rest makes no sense when this check has failed.
+bool IsGround(const Check& check) {
+    const std::string name = check.m_Name;
+    return name == "load" || name == "exports.names";
+}
+
+// Makes the checks in their turn. When one has failed that the others build on, or when three have hung, the rest is
+// left out. A plug-in that does not load fails what was asked of it, if its loading was not.
 std::vector<Result> RunAll(Runner& runner, const std::vector<const Check*>& checks, bool quiet) {
     const Check& load = AllChecks().front();
     const Result loaded = runner.Run(load);
+    std::string reason; // why checks are left out
+    int hangs = 0;
     std::vector<Result> results;
     for (const Check* check : checks) {
+        const bool isOfExports = std::string(check->m_Name).find("exports.") == 0;
         if (check == &load) {
             results.push_back(loaded);
+        } else if (!reason.empty() && !isOfExports) {
+            results.push_back({check, Outcome::Skipped, kLeftOut + reason, 0});
+            continue;
         } else if (loaded.m_Outcome == Outcome::Passed) {
             results.push_back(runner.Run(*check));
         } else {
             results.push_back({check, Outcome::Failed, "the plug-in does not load: " + loaded.m_Message, 0});
         }
+        const Result& result = results.back();
+        if (result.m_Outcome == Outcome::Failed && IsGround(*check)) reason = std::string(check->m_Name) + " failed";
+        if (result.m_Message.find("hangs: ") == 0 && ++hangs == 3) reason = "three checks have hung";
         if (!quiet) {
-            std::printf("%s\n", AsText(results.back()).c_str());
+            std::printf("%s\n", AsText(result).c_str());
             std::fflush(stdout);
         }
     }
+    const auto leftOut = std::count_if(results.begin(), results.end(),
+                                       [](const Result& result) { return result.m_Message.find(kLeftOut) == 0; });
+    if (leftOut > 0 && !quiet) std::printf("skipped  %td other checks: %s\n", leftOut, reason.c_str());
     return results;
 }
 
 int Run(int argc, char** argv) {
-    if (argc == 6 && std::string(argv[1]) == kMakeOneCheck) MakeOneCheck(argv + 2);
+    if (argc == 7 && std::string(argv[1]) == kMakeOneCheck) MakeOneCheck(argv + 2);
 
     CLI::App app("Checks a build of the qf_mkv plug-in, or of any plug-in of its interface, as a host sees it.",
                  "qfcheck");
@@ -90,7 +111,7 @@ int Run(int argc, char** argv) {
     app.add_option("--only", only, "ask only what has this name, where * and ? are wildcards; may be given again")
         ->type_name("NAME")
         ->allow_extra_args(false);
-    app.add_option("--timeout", timeLimit, "seconds that one check may take, 10 by default")
+    app.add_option("--timeout", timeLimit, "seconds that one call of the plug-in may take, 10 by default")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 86400.0));
     app.set_version_flag("--version", "qfcheck " QF_VERSION ", " + std::to_string(kWordSize) + "-bit");

@@ -12,6 +12,8 @@ namespace {
 long g_UntilFailure = 0;
 HeapMeter::Failing g_Failing = HeapMeter::Failing::Once;
 long g_Allocations = 0;
+bool g_RefuseNothrow = false;
+long g_Refused = 0;
 long g_LiveBlocks = 0;
 std::size_t g_LiveOctets = 0;
 std::size_t g_PeakOctets = 0;
@@ -48,6 +50,11 @@ void HeapMeter::FailAfter(long allocations, Failing failing) {
 }
 
 long HeapMeter::Allocations() { return g_Allocations; }
+void HeapMeter::RefuseNothrow(bool refuse) {
+    g_RefuseNothrow = refuse;
+    if (refuse) g_Refused = 0;
+}
+long HeapMeter::Refused() { return g_Refused; }
 long HeapMeter::LiveBlocks() { return g_LiveBlocks; }
 std::size_t HeapMeter::LiveOctets() { return g_LiveOctets; }
 std::size_t HeapMeter::PeakOctets() { return g_PeakOctets; }
@@ -58,7 +65,11 @@ void* operator new(std::size_t size) {
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (!g_RefuseNothrow) return Allocate(size);
+    ++g_Refused;
+    return nullptr;
+}
 void operator delete(void* memory) noexcept { Free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
 // For a constructor that throws under new (std::nothrow); a sanitizer's own would not know where the memory is from.

@@ -1,4 +1,4 @@
-// The test program's operator new and, where it exports its symbols, that of a plug-in it loads: it counts what is
+// A program's operator new and, where it exports its symbols, that of a plug-in it loads: it counts what is
 // live, and fails when it is told to.
 #pragma once
 
@@ -12,6 +12,11 @@ enum class Failing { Once, FromThereOn };
 void FailAfter(long allocations, Failing failing = Failing::Once);
 // Allocations since the last call of FailAfter, those that failed included.
 long Allocations();
+
+// Whether to refuse whoever takes null for an answer, new (std::nothrow).
+void RefuseNothrow(bool refuse);
+// How often that has been done since it was last switched on.
+long Refused();
 
 // What has been allocated and not yet freed. Octets as the C library's heap hands them out.
 long LiveBlocks();

@@ -1,0 +1,59 @@
+// Plays a session on the plug-in and on the model of it in step: every result, every buffer of the host's, the exported
+// data and every file must be the same, to the octet. Time and chance are pinned for both.
+#pragma once
+
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "Host.h"
+#include "RandomSession.h"
+
+class SessionPlayer {
+public:
+    explicit SessionPlayer(Host& host);
+
+    // Throws a Failure that begins with `name` at the first difference. Files are removed.
+    void Play(const RandomSession& session, const std::string& name);
+
+    // Looks at a file that the session has open, before each call but the first of it.
+    void (*m_pWatch)(const std::filesystem::path& file, const HostCall& call) = nullptr;
+
+private:
+    // Memory of the host's for one thing at a time, which ends where closed memory begins and is overwritten when the
+    // next one comes.
+    class Memory {
+    public:
+        // The place of these octets; behind the end of none.
+        unsigned char* Place(const Octets& octets, bool isNull);
+        Octets Copy() const;
+
+    private:
+        std::unique_ptr<GuardedOctets> m_pOctets;
+        std::size_t m_Room = 0;
+        std::size_t m_Used = 0;
+    };
+
+    struct Slot {
+        void* m_pHandle = nullptr;
+        int m_ModelHandle = 0;
+        bool m_HasFile = false;
+        std::filesystem::path m_File;
+        std::string m_Job;
+    };
+
+    void Make(const HostCall& call);
+    void Create(const HostCall& call, Slot& slot);
+    void WriteFrame(const HostCall& call, const Slot& slot);
+    void Close(Slot& slot);
+    Slot& SlotOf(const HostCall& call) { return m_Slots.at(static_cast<std::size_t>(call.slot)); }
+
+    Host& m_Host;
+    ReferenceModel* m_pModel = nullptr;
+    std::array<Slot, RandomSession::kSlots + 1> m_Slots;
+    Memory m_Data;
+    Memory m_MoreData;
+    Record m_Job{"EncodeParam"};
+    Record m_Frame{"MEDIA_FRAME"};
+};
