@@ -1,8 +1,6 @@
 // Files from creation to closing: failures, closing in every state, and the flag that says what was created last.
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <set>
 
 #include "Check.h"
@@ -281,24 +279,6 @@ void ReleasesTheFile(Host& host) {
     Require(OpenFiles(host).empty(), "a file that was not created is open");
 }
 
-// A disk that is full: the plug-in does not tell, and survives it.
-void FullDisk(Host& host) {
-    host.Load();
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    for (const char* format : kFormats) {
-        for (const rlim_t room : {rlim_t{0}, rlim_t{4500}}) {
-            limit.rlim_cur = room;
-            setrlimit(RLIMIT_FSIZE, &limit);
-            OutputFile output(host, MakeJob(format, "", "MP3 "));
-            for (int i = 0; i < 200; ++i) output.TakeAudio(Repeated(200, 0x5A), std::int64_t{i} * kFrameTime);
-            const std::size_t size = output.Close().size();
-            Require(size <= room, "the file is larger than its disk");
-        }
-    }
-}
-
 // ---- the flag
 
 void FlagOfTheLast(Host& host) {
@@ -388,7 +368,6 @@ std::vector<Check> LifeChecks() {
         {"close.one-kind", "closed before one kind of media has come a file is whole", CloseWithoutOneKind},
         {"close.no-callback", "closing calls nobody back", NoCallback},
         {"close.releases", "a closed file is not open any more", ReleasesTheFile},
-        {"close.full-disk", "a full disk is not told and harms nobody", FullDisk},
         {"flag.last-created", "IsWebm says what kind of file was created last", FlagOfTheLast},
         {"flag.any-number", "any flag but 0 means WebM", FlagOfAnyNumber},
         {"flag.refuses", "a handle of the other kind is refused and finished all the same", WrongKindIsRefused},

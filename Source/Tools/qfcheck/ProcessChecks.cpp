@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <functional>
@@ -15,6 +17,7 @@
 #include "Facts.h"
 #include "HeapMeter.h"
 #include "OutputFile.h"
+#include "PinnedEnvironment.h"
 #include "Script.h"
 #include "SessionPlayer.h"
 #include "TempDirectory.h"
@@ -147,6 +150,15 @@ void Descriptors(Host& host) {
                 "descriptor " + descriptor + " stays open");
     }
     RequireEqual(after.size(), before.size(), "the number of open descriptors");
+    // Programs that the host starts do not inherit an open file.
+    Feeder file(host, "MKV ", "Xvid", "AC3 ");
+    file.Create();
+    for (const std::string& descriptor : OpenDescriptors()) {
+        if (descriptor.find(host.Directory().string()) == std::string::npos) continue;
+        Require((fcntl(std::stoi(descriptor), F_GETFD) & FD_CLOEXEC) != 0,
+                "descriptor " + descriptor + " is not closed when the host starts a program");
+    }
+    file.Close();
 }
 
 // Tables and lists are the plug-in's, and the host's to read: no call changes them.
@@ -478,6 +490,66 @@ void ReachesTheDisk(Host& host) {
     }
 }
 
+// As the guide has it: behind the EBML header, the Segment's length is that of the rest of the file.
+bool IsWhole(const Octets& file) {
+    const std::size_t segment = file.size() > 4 ? 5U + (file[4] & 0x7FU) : 0;
+    if (segment == 0 || file.size() < segment + 12) return false;
+    std::uint64_t size = 0;
+    for (std::size_t i = segment + 5; i < segment + 12; ++i) size = size * 256 + file[i];
+    return segment + 12 + size == file.size();
+}
+
+// A file that its storage does not take all of is the beginning of the good one, and nobody takes it for whole: also
+// when there is room again while it is written.
+void FullDisk(Host& host) {
+    constexpr int kFrames = 200;
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const auto giveRoom = [&limit](rlim_t room) {
+        limit.rlim_cur = room;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    };
+    for (const auto& job : kJobs) {
+        const auto write = [&](rlim_t room, bool comesAgain) {
+            PinnedEnvironment::PinRand({1, 2});
+            PinnedEnvironment::PinTime(1700000000);
+            giveRoom(room);
+            Feeder file(host, job.m_Format, job.m_Video, job.m_Audio);
+            Require(file.Create(), "CreateMediaFile returned null");
+            file.SetUp();
+            for (int i = 0; i < kFrames; ++i) {
+                if (i == kFrames / 2 && comesAgain) giveRoom(limit.rlim_max);
+                if (i == kFrames * 3 / 4) file.SetUp();
+                file.Write(i, 700, 400);
+            }
+            file.Close();
+            giveRoom(limit.rlim_max);
+            return file.File();
+        };
+        const Octets whole = write(limit.rlim_max, false);
+        Require(IsWhole(whole), "a file with all the room that it needs is not whole");
+        const std::size_t tracks = Ebml::File(whole).At("Segment/Tracks").m_Offset;
+        const std::size_t size = whole.size();
+        for (const std::size_t room : {std::size_t{0}, std::size_t{1}, std::size_t{30}, std::size_t{4100}, tracks + 10,
+                                       std::size_t{16384}, size / 4, size / 3, size / 2, size - 100, size - 1}) {
+            for (const bool comesAgain : {false, true}) {
+                const std::string what = std::string(job.m_Format) + " with " + job.m_Video + job.m_Audio +
+                                         ", room for " + Text(room) + " of " + Text(size) + " octets" +
+                                         (comesAgain ? ", and more after a while: " : ": ");
+                const Octets file = write(room, comesAgain);
+                if (comesAgain && file == whole) continue; // it came in time
+                Require(!IsWhole(file), what + "the file looks whole and is not");
+                Require(file.size() <= room, what + "the file goes on behind what the disk did not take");
+                const std::size_t from = std::min(tracks, file.size());
+                Require(std::equal(file.begin() + static_cast<std::ptrdiff_t>(from), file.end(),
+                                   whole.begin() + static_cast<std::ptrdiff_t>(from)),
+                        what + "the file is not the beginning of the whole one");
+            }
+        }
+    }
+}
+
 } // namespace
 
 std::vector<Check> ProcessChecks() {
@@ -485,7 +557,7 @@ std::vector<Check> ProcessChecks() {
         {"process.untouched", "no call changes locale, signals, umask, directory, environment, threads", Untouched},
         {"process.loading", "nor do loading and unloading", UntouchedByLoading},
         {"process.silent", "nothing is written to stdout and stderr", Silent},
-        {"process.descriptors", "no descriptor stays open", Descriptors},
+        {"process.descriptors", "no descriptor stays open, or open in programs that the host starts", Descriptors},
         {"process.tables", "no call changes a table or a list", Tables},
         {"process.unloading", "the library goes when it is unloaded, and works when it is loaded again", Unloading},
         {"process.ending", "a program ends in order with the library in it", Ending},
@@ -495,5 +567,6 @@ std::vector<Check> ProcessChecks() {
         {"memory.exhausted", "a call without memory takes nothing in, and may be made again", OutOfMemory},
         {"memory.create", "without memory no file is created, and nothing stays open", NoMemoryToCreate},
         {"disk.as-it-goes", "all but the last seconds are on the disk while a file is written", ReachesTheDisk},
+        {"disk.full", "on a full disk the beginning of a file stays, and never looks whole", FullDisk},
     };
 }
