@@ -1,4 +1,4 @@
-// A host's buffer that notices who goes past its end.
+// A host's buffer that catches every access beyond its end.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 #include "Octets.h"
 
-// A buffer whose last octet is the last one that may be touched: behind it, and well before it, memory is closed, so
-// that a stray access ends the program at once, in builds without sanitizers too.
+// A buffer with inaccessible memory right behind its last octet and well in front of its first one, so that a stray access
+// ends the program at once, in builds without sanitizers too.
 class GuardedOctets {
 public:
     explicit GuardedOctets(const Octets& octets);
@@ -15,7 +15,7 @@ public:
     GuardedOctets(const GuardedOctets&) = delete;
     GuardedOctets& operator=(const GuardedOctets&) = delete;
 
-    // Null for no octets at all: then nothing may be touched.
+    // Null when the buffer has no octets.
     unsigned char* Data() const { return m_pData; }
     std::int32_t Size() const { return m_Size; }
     Octets Copy() const { return {m_pData, m_pData + m_Size}; }

@@ -1,4 +1,4 @@
-// A double of the host's log: it keeps what it is told, for the test program that finds it beside itself.
+// A double of the host's log. It keeps messages for the test program beside which it lies.
 #include <cstdarg>
 #include <cwchar>
 #include <string>
@@ -38,7 +38,7 @@ __attribute__((visibility("default"))) void TWLogEx(const wchar_t* format, ...) 
     Messages().push_back(L"TWLogEx: " + (length < 0 ? std::wstring(L"(unprintable)") : std::wstring(buffer)));
 }
 
-// Moves the oldest message, with the function that brought it in front, into the buffer. Returns false when there is
+// Moves the oldest message, behind the name of the function that logged it, into the buffer. Returns false when there is
 // none.
 __attribute__((visibility("default"))) bool TakeLogMessage(wchar_t* buffer, std::size_t capacity) {
     if (Messages().empty()) return false;

@@ -1,4 +1,4 @@
-// What a log double beside the running program was told.
+// Reads the messages that a log double beside the running program received.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ public:
     LogReader(const LogReader&) = delete;
     LogReader& operator=(const LogReader&) = delete;
 
-    // The messages since the last call, oldest first, each behind the name of the function that brought it.
+    // The messages since the last call, oldest first, each behind the name of the function that logged it.
     std::vector<std::wstring> Take();
 
     // Whether a library of this name in the directory of the running program is loaded.

@@ -1,5 +1,5 @@
-// Octets written down by hand: the vocabulary in which tests and qfcheck say what must be written. Nothing here is the
-// plug-in's.
+// Octets written down by hand, in which tests and qfcheck state what must be written. This code shares nothing with the
+// plug-in.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 using Octets = std::vector<unsigned char>;
 
-// "1A 45 DFA3": two hexadecimal digits for each octet, blanks between them as one likes.
+// Parses two hexadecimal digits for each octet, with optional blanks between octets: "1A 45 DFA3".
 // Throws std::invalid_argument for anything else.
 Octets Hex(const std::string& digits);
 

@@ -1,4 +1,4 @@
-// A directory of one's own, gone with its object.
+// A temporary directory that is removed with its object.
 #pragma once
 
 #include <cstdint>

@@ -1,18 +1,19 @@
-// What a tool meets that it did not make: names of files, and what stands behind them.
+// File names and files from outside, which may be anything.
 #pragma once
 
 #include <string>
 
-// Text on one line that any terminal and any XML reader takes: what is no UTF-8, and control characters, become U+FFFD.
+// Makes a text safe for a line of any terminal and any XML reader: control characters and octets that are not UTF-8 become
+// U+FFFD.
 std::string Clean(const std::string& text);
 
-// Opens what is closed of the three standard streams on /dev/null: a file opened later would take its number, and with
-// it the words meant for the stream.
+// Opens /dev/null for each standard stream that is closed. Otherwise a file that is opened later would take the stream's
+// number and receive its output.
 void OpenStandardStreams();
 
-// Throws std::runtime_error when there is no regular file of that name. What else may stand there, a pipe say, would
-// keep its reader waiting for ever.
+// Throws std::runtime_error when there is no regular file of that name. A pipe, for example, would keep its reader waiting
+// for ever.
 void NeedRegularFile(const std::string& path);
 
-// Whether both names stand for one file, or would if it were there.
+// True when both names refer to the same file, or would if it existed.
 bool IsSameFile(const std::string& one, const std::string& other);

@@ -3,6 +3,6 @@
 
 #include <string>
 
-// Any text as text or as an attribute of XML 1.0. Lines stay lines; what is no UTF-8, and control characters, become
-// U+FFFD.
+// Escapes a text for XML 1.0 content and attributes. Line ends stay; control characters and octets that are not UTF-8
+// become U+FFFD.
 std::string XmlText(const std::string& text);

@@ -1,5 +1,5 @@
-// Time and chance, pinned: a program that links this file has its own rand and time, and with ENABLE_EXPORTS so has a
-// plug-in that it loads. Until they are pinned they are the C library's.
+// Pins time and chance: a program that links this file has its own rand and time, and with ENABLE_EXPORTS a plug-in that
+// it loads uses them too. Until they are pinned, both call the C library.
 #pragma once
 
 #include <cstdint>

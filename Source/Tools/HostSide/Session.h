@@ -23,17 +23,17 @@ public:
     explicit RecordError(const std::string& message) : ToolError(kExitOutput, message) {}
 };
 
-// Throws RecordError, once, when the record cannot be written; what is written after that is dropped.
+// Throws RecordError, once, when the record cannot be written. Later calls are not recorded.
 class SessionWriter {
 public:
-    // Creates the session's text at path and its payloads at path + ".payload". Files that are there give way with
-    // overwrite alone.
+    // Creates the session's text at path and its payloads at path + ".payload". Existing files are replaced only with
+    // overwrite.
     SessionWriter(const std::string& path, const std::string& pluginVersion, bool overwrite);
 
-    // Keeps octets; what comes back goes into the call's line. Null stays null.
+    // Stores octets and returns the reference that goes into the call's line. Null stays null.
     nlohmann::json Store(const void* data, std::int64_t size);
     void Write(const nlohmann::json& line);
-    // Has everything on its way to the disk.
+    // Flushes both files.
     void Flush();
 
 private:
@@ -72,7 +72,7 @@ private:
 };
 
 // Makes the calls of the session at path. Files are created at output, those after the first at output + ".2", ...
-// overwrite: files that are there give way; without it they are a ToolError.
+// overwrite: existing files are replaced; without it an existing file is a ToolError.
 // onResult, if given, gets each line, the line's number from 1 and what the call returned now (null for nothing);
 // returning false ends the replay, after closing what is open.
 void ReplaySession(

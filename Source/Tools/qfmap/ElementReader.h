@@ -1,5 +1,5 @@
-// From element to element of a Matroska file: headers by libebml and libmatroska, payloads only where a value is asked
-// for. Damage and lengths that lead astray are expected.
+// Walks the elements of a Matroska file with libebml and libmatroska. It reads headers, and payloads only of values that
+// a caller asks for. Files may be damaged, and their lengths may be wrong.
 #pragma once
 
 #include <ebml/EbmlElement.h>
@@ -19,20 +19,20 @@ std::uint32_t IdOf() {
     return EBML_ID_VALUE(EBML_ID(Type));
 }
 
-// An element's header, read.
+// The header of an element that was found.
 struct FoundElement {
     static constexpr std::uint64_t kOpen = std::numeric_limits<std::uint64_t>::max(); // the end of an unknown size
 
-    std::unique_ptr<libebml::EbmlElement> m_pElement; // null: no element that fits stands there
+    std::unique_ptr<libebml::EbmlElement> m_pElement; // null when no element that fits is there
     std::uint32_t m_Id = 0;
     std::uint64_t m_Position = 0;
     std::uint64_t m_Payload = 0;
     std::uint64_t m_End = 0;
-    bool m_IsOuter = false; // it belongs to an element further out: what it was looked for in ends here
+    bool m_IsOuter = false; // it belongs to an ancestor, so the parent that was searched ends here
 
     explicit operator bool() const { return m_pElement != nullptr; }
     bool IsOpen() const { return m_End == kOpen; }
-    // Of RFC 9559; the identifier of what is unknown.
+    // The name in RFC 9559, or the identifier in hexadecimal when it has none.
     std::string Name() const;
 };
 
@@ -40,7 +40,7 @@ struct BlockHead {
     std::uint64_t m_Track = 0;
     std::int64_t m_RelativeTime = 0; // ticks
     std::uint64_t m_Frames = 1;
-    bool m_IsKey = false; // as a SimpleBlock says of itself
+    bool m_IsKey = false; // the flag of a SimpleBlock
 };
 
 class ElementReader {
@@ -53,25 +53,26 @@ public:
     std::uint64_t At() const { return m_At; }
     void GoTo(std::uint64_t position) { m_At = position; }
 
-    // The header that stands here, of an element of the whole file or of that parent. The place stays.
+    // Reads the header at the current position, of a top-level element or of a child of that parent. The position does
+    // not move.
     FoundElement Next();
     FoundElement NextIn(const FoundElement& parent);
-    // Calls visit for each child; afterwards the place is where the parent ends. Says whether all of it could be read.
+    // Calls visit for each child and moves to the parent's end. Returns false when part of the parent cannot be read.
     template <class Visit>
     bool ForChildren(const FoundElement& parent, Visit visit);
 
-    // The values of what is found, each its default when it is cut off, far too long or of another type.
+    // The value of an element; the default when it is cut off, far too long or of another type.
     std::uint64_t Unsigned(const FoundElement& found, std::uint64_t otherwise = 0);
     double Float(const FoundElement& found);
     std::string Text(const FoundElement& found);
     std::vector<unsigned char> Binary(const FoundElement& found);
-    // Of a SimpleBlock or Block; nothing when its head is cut off.
+    // Reads the head of a SimpleBlock or Block. Returns nothing when it is cut off.
     std::optional<BlockHead> Block(const FoundElement& found);
 
-    // Four octets as an identifier; those behind the end of the file count as 0.
+    // Four octets as an identifier. Octets beyond the end of the file count as 0.
     std::uint32_t IdAt(std::uint64_t position) const;
-    // Where, between here and `end`, the next element begins that can be told for sure: by an identifier of four
-    // octets. `end` when there is none.
+    // Searches from here to `end` for the next element with a four-octet identifier, which no other data is likely to
+    // imitate. Returns its position, or `end` when there is none.
     std::uint64_t FindNext(std::uint64_t end) const;
 
 private:

@@ -1,4 +1,4 @@
-// How a Matroska or WebM file is laid out, whoever wrote it: its elements, and what its tracks hold where and when.
+// The layout of a Matroska or WebM file by any writer: its elements, and where and when each track has blocks.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +11,17 @@ enum class MapKind {
     EbmlHeader,
     SegmentHeader,
     SeekHead,
-    ClusterIndex, // a SeekHead that names nothing but clusters
+    ClusterIndex, // a SeekHead that lists clusters only
     Void,
     Info,
     Tracks,
     Cluster,
     Cues,
-    Other, // Tags, Chapters, Attachments and what is unknown here
-    Junk   // octets that are no element
+    Other, // Tags, Chapters, Attachments and unknown elements
+    Junk   // octets that belong to no element
 };
 
-// What an element is to a reader of the map, "cluster index" for instance.
+// The name under which the map lists a kind of element, "cluster index" for instance.
 const char* MapKindName(MapKind kind);
 
 // Positions are octets from the start of the file, times are seconds.
@@ -30,8 +30,8 @@ struct MapElement {
     std::string m_Name; // of RFC 9559
     std::uint64_t m_Position;
     std::uint32_t m_HeaderSize;
-    std::uint64_t m_Octets;                  // that are in the file, header included; of the Segment its header alone
-    std::optional<std::uint64_t> m_Declared; // what the header says, header included; nothing for an unknown size
+    std::uint64_t m_Octets;                  // present in the file, header included; the Segment counts its header only
+    std::optional<std::uint64_t> m_Declared; // by its header, header included; nothing for an unknown size
     bool m_IsCut;                            // the file ends before the element does
 
     std::uint64_t End() const { return m_Position + m_Octets; }
@@ -70,7 +70,7 @@ struct MapGap {
     std::uint64_t m_Position; // of the block behind it, or of the last one
 };
 
-// A stretch of the file in which a track's blocks lie more than a second behind another track's.
+// A stretch of the file in which one track's blocks are more than a second later than another track's.
 struct MapLag {
     MapPoint m_First;
     MapPoint m_Last;
@@ -111,14 +111,14 @@ struct FileMap {
     std::vector<MapCluster> m_Clusters;
     std::vector<MapTrack> m_Tracks;
     std::vector<MapCue> m_Cues;
-    std::vector<std::string> m_Problems; // what is not as it should be, one line each
+    std::vector<std::string> m_Problems; // one line each
 
     double FirstTime() const; // of all blocks; 0 for none
     double LastTime() const;
     std::uint64_t KeyFrames() const; // of video tracks
 };
 
-// One row of the table: what, how often, how many octets. The rows add up to the file.
+// One row of the table: a kind of element, its count and its octets. The rows add up to the file's size.
 struct MapShare {
     std::string m_What;
     std::uint64_t m_Count;

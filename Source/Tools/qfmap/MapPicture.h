@@ -5,5 +5,5 @@
 
 #include "Map.h"
 
-// A page of SVG: octets across, time up, a colour for each track. Below 500 KB, however long the film.
+// Returns an SVG page: octets across, time up, a colour for each track. It stays below 500 KB for films of any length.
 std::string MapAsSvg(const FileMap& map);

@@ -1,5 +1,5 @@
-// The plot of a map's picture: octets across, time up; below it key frames and cues, beside it when each track has
-// blocks.
+// The plot in a map's picture: octets across, time up. Key frames and cues are below it; bars beside it show when each
+// track has blocks.
 #pragma once
 
 #include "Map.h"

@@ -5,10 +5,10 @@
 
 #include "Map.h"
 
-// A strip of that many columns, and a table of what takes how many octets.
+// Returns a strip of that many columns and a table of the octets that each kind of element takes.
 std::string MapAsStrip(const FileMap& map, int columns, bool hasColour);
 
-// Of stdout: a terminal's own, else 80.
+// The columns of the terminal on stdout; 80 when stdout is no terminal.
 int TerminalWidth();
-// stdout is a terminal, and NO_COLOR is not set.
+// True when stdout is a terminal and NO_COLOR is not set.
 bool WantsColour();

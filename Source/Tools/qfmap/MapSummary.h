@@ -1,4 +1,4 @@
-// What a picture and a strip of a map both say: its headline, what stands out, and the file as a row of parts.
+// What the picture and the strip share: the headline, the findings, and the file as a row of parts.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +11,18 @@ constexpr std::size_t kMostTracks = 8; // drawn; a file may have any number
 
 std::string FileName(const FileMap& map); // without its folder, fit to be shown
 std::string Headline(const FileMap& map);
-// Its kind, and its number when there are more of the kind.
+// The track's kind, followed by its number when the file has several tracks of that kind.
 std::string TrackName(const MapTrack& track, const FileMap& map);
 
-// What a person should notice.
+// Something that a person should notice.
 struct Finding {
     bool m_IsBad;
     std::string m_Text;
 };
 std::vector<Finding> Findings(const FileMap& map); // most important first
 
-// What is before the clusters, the clusters as one, what is behind them; in a row that is never too long to be drawn.
+// The elements in front of the clusters, the clusters as one part, and the elements behind them. The row is short enough
+// to be drawn.
 struct Part {
     MapKind m_Kind;
     std::string m_Name;

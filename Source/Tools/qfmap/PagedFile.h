@@ -1,4 +1,4 @@
-// A file as libebml reads it: a page at a time, so that skipping from header to header leaves payloads on the disk.
+// A file for libebml that reads a page at a time, so that skipping from header to header leaves payloads on the disk.
 #pragma once
 
 #include <ebml/IOCallback.h>
@@ -7,19 +7,19 @@
 #include <cstdint>
 #include <string>
 
-// Ends the run: that file cannot be read, for that reason.
+// Throws ToolError: the file cannot be read, for that reason.
 [[noreturn]] void FailToRead(const std::string& path, const std::string& reason);
 
 class PagedFile : public libebml::IOCallback {
 public:
-    // Throws ToolError, as reading does, when it cannot be read or is no regular file.
+    // The constructor and all reads throw ToolError when the file cannot be read or is not a regular file.
     explicit PagedFile(const std::string& path);
     ~PagedFile() override;
     PagedFile(const PagedFile&) = delete;
     PagedFile& operator=(const PagedFile&) = delete;
 
     std::uint64_t Size() const { return m_Size; }
-    // Up to size octets from a position, whatever the page holds; fewer at the end of the file.
+    // Reads up to size octets from a position, without changing the page. Returns fewer at the end of the file.
     std::size_t ReadAt(std::uint64_t position, void* buffer, std::size_t size) const;
     void GoTo(std::uint64_t position) { m_At = position; }
 

@@ -1,4 +1,5 @@
-// What the parts of a map's picture agree on: where an octet and a moment are drawn, which tracks are, in what colour.
+// The layout that all parts of a map's picture share: the place of an octet and of a time, the tracks that are drawn, and
+// their colours.
 #pragma once
 
 #include <cstdint>
@@ -16,11 +17,11 @@ public:
     static constexpr double kBottom = 592;
     static constexpr double kWords = 710; // below the plot
 
-    // The map is to outlive it.
+    // The map must outlive the layout.
     explicit PictureLayout(const FileMap& map);
 
     double X(std::uint64_t position) const;
-    double Y(double time) const; // that of the first or last moment for what is beyond
+    double Y(double time) const; // times beyond the first or last are drawn there
     double TimeFrom() const { return m_TimeFrom; }
     double TimeTo() const { return m_TimeTo; }
 

@@ -1,5 +1,4 @@
-// A page of SVG in the making. The names that its shapes take are classes of its style, which has a light and a dark
-// form.
+// Builds an SVG page. Shapes name the classes of its style sheet, which has a light and a dark form.
 #pragma once
 
 #include <string>
@@ -8,13 +7,13 @@ class SvgPage {
 public:
     static constexpr int kWidth = 1200;
 
-    // A point, as the data of a path have it.
+    // A point in the notation of path data.
     static std::string At(double x, double y);
 
-    // Each is drawn over those before it. `tip` is shown when a pointer rests there; `more` is further attributes.
+    // Later shapes cover earlier ones. `tip` is the tooltip; `more` holds further attributes.
     void Rect(const std::string& names, double x, double y, double width, double height, const std::string& tip = "");
     void Text(const std::string& names, double x, double y, const std::string& text, const std::string& more = "");
-    // Nothing for no data.
+    // Draws nothing when the path has no data.
     void Path(const std::string& names, const std::string& data, const std::string& more = "");
 
     // The whole page.

@@ -1,5 +1,5 @@
-// What a map says of its tracks, noted while their blocks go by: pieces, lags and gaps. What is kept does not grow with
-// the number of blocks.
+// Collects the pieces, lags and gaps of each track while the reader passes over its blocks. Memory does not grow with the
+// number of blocks.
 #pragma once
 
 #include <cstdint>
@@ -24,22 +24,22 @@ struct PassingBlock {
 
 class TrackTimes {
 public:
-    // Tracks are added to that map, which has none yet.
+    // Adds tracks to that map, which must have none yet.
     explicit TrackTimes(FileMap& map);
     ~TrackTimes();
     TrackTimes(const TrackTimes&) = delete;
     TrackTimes& operator=(const TrackTimes&) = delete;
 
-    // What Tracks says of a track; frameDuration in ns, 0 for unknown.
+    // Adds a track that the Tracks element describes. frameDuration: ns, 0 for unknown.
     void Describe(std::uint64_t number, const std::string& kind, const std::string& codecID,
                   std::uint64_t frameDuration);
-    // Gives the track whose block it is: an unknown one when it was not described.
+    // Returns the track of the block; adds an unknown track when Tracks does not describe it.
     const MapTrack& Take(const PassingBlock& block);
-    // Times begin anew with each Segment, so what is known of them ends with it. Gaps are found here.
+    // Ends a Segment and finds its gaps. Times begin anew in the next Segment.
     void EndSegment();
 
 private:
-    // The furthest times of all tracks, so that any track knows how far the others are.
+    // The latest times over all tracks, against which a track's lag is measured.
     class Leader {
     public:
         std::optional<double> Others(std::size_t track) const { return track == m_Track ? m_Second : m_First; }
