@@ -6,8 +6,8 @@
 
 #include "Octets.h"
 
-// A buffer with inaccessible memory right behind its last octet and well in front of its first one, so that a stray access
-// ends the program at once, in builds without sanitizers too.
+// A buffer with inaccessible memory right behind its last octet and well in front of its first one, so that a stray
+// access ends the program at once, in builds without sanitizers too.
 class GuardedOctets {
 public:
     explicit GuardedOctets(const Octets& octets);

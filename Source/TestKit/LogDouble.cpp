@@ -38,8 +38,8 @@ __attribute__((visibility("default"))) void TWLogEx(const wchar_t* format, ...) 
     Messages().push_back(L"TWLogEx: " + (length < 0 ? std::wstring(L"(unprintable)") : std::wstring(buffer)));
 }
 
-// Moves the oldest message, behind the name of the function that logged it, into the buffer. Returns false when there is
-// none.
+// Moves the oldest message, behind the name of the function that logged it, into the buffer. Returns false when there
+// is none.
 __attribute__((visibility("default"))) bool TakeLogMessage(wchar_t* buffer, std::size_t capacity) {
     if (Messages().empty()) return false;
     std::swprintf(buffer, capacity, L"%ls", Messages().front().c_str());

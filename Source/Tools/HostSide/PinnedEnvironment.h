@@ -1,5 +1,5 @@
-// Pins time and chance: a program that links this file has its own rand and time, and with ENABLE_EXPORTS a plug-in that
-// it loads uses them too. Until they are pinned, both call the C library.
+// Pins time and chance: a program that links this file has its own rand and time, and with ENABLE_EXPORTS a plug-in
+// that it loads uses them too. Until they are pinned, both call the C library.
 #pragma once
 
 #include <cstdint>

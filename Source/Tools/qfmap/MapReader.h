@@ -6,6 +6,6 @@
 
 #include "Map.h"
 
-// Throws ToolError when the file cannot be read or is not Matroska. The map of a damaged or cut-off file holds what could
-// be read, and m_Problems lists the damage.
+// Throws ToolError when the file cannot be read or is not Matroska. The map of a damaged or cut-off file holds what
+// could be read, and m_Problems lists the damage.
 FileMap ReadFileMap(const std::string& path);

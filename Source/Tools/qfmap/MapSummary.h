@@ -21,8 +21,8 @@ struct Finding {
 };
 std::vector<Finding> Findings(const FileMap& map); // most important first
 
-// The elements in front of the clusters, the clusters as one part, and the elements behind them. The row is short enough
-// to be drawn.
+// The elements in front of the clusters, the clusters as one part, and the elements behind them. The row is short
+// enough to be drawn.
 struct Part {
     MapKind m_Kind;
     std::string m_Name;

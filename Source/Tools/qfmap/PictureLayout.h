@@ -1,5 +1,5 @@
-// The layout that all parts of a map's picture share: the place of an octet and of a time, the tracks that are drawn, and
-// their colours.
+// The layout that all parts of a map's picture share: the place of an octet and of a time, the tracks that are drawn,
+// and their colours.
 #pragma once
 
 #include <cstdint>

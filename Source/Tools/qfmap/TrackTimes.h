@@ -1,5 +1,5 @@
-// Collects the pieces, lags and gaps of each track while the reader passes over its blocks. Memory does not grow with the
-// number of blocks.
+// Collects the pieces, lags and gaps of each track while the reader passes over its blocks. Memory does not grow with
+// the number of blocks.
 #pragma once
 
 #include <cstdint>
