@@ -230,6 +230,24 @@ TEST_F(PacketIntake, SlicesOfOnePictureAndTheNext) {
     EXPECT_FALSE(blocks[4].m_Reference.has_value()); // the unit's type makes the key frame
 }
 
+// Codes whose numbers lie around those of H.264 in start-code form.
+TEST_F(PacketIntake, OtherCodesAreTakenAsTheyStand) {
+    const Octets frame = Hex("00 00 00 01 65 11");
+    for (const FourCC code :
+         {MakeFourCC("0264"), MakeFourCC("@264"), MakeFourCC("B264"), MakeFourCC("M264"), MakeFourCC("O264"),
+          MakeFourCC("J264"), MakeFourCC("AVC1"), MakeFourCC("havc"), FourCC{0}, FourCC{0xFFFFFFFF}}) {
+        for (const FourCC format : {kMkv, MakeFourCC("WEBM")}) {
+            HostSession session(m_Plugin, MakeVideoJob(format, code));
+            EXPECT_EQ(session.Video(frame, 0, 400000), 6) << code;
+            EXPECT_EQ(session.m_HostBuffer, frame) << code;
+        }
+    }
+    // I264 is H.264 in Matroska alone.
+    HostSession session(m_Plugin, MakeVideoJob(MakeFourCC("WEBM"), MakeFourCC("I264")));
+    EXPECT_EQ(session.Video(frame, 0, 400000), 6);
+    EXPECT_EQ(session.m_HostBuffer, frame);
+}
+
 TEST_F(PacketIntake, TypesThatAreKept) {
     for (unsigned type = 0; type < 32; ++type) {
         for (const unsigned importance : {0x00U, 0x60U, 0x80U}) {
@@ -297,6 +315,8 @@ TEST_F(PacketIntake, TheFirstFrameDecidesAboutTheLosslessPath) {
         {"no octets at all", MakeFourCC("H264"), {}, false},
         {"another codec", MakeFourCC("h264"), Hex("00 00 00 01 65 88"), false},
         {"another codec of that kind", MakeFourCC("havc"), Hex("00 00 00 01 65 88"), false},
+        {"a code whose number is below", MakeFourCC("AVC1"), Hex("00 00 00 01 65 88"), false},
+        {"a code just below", MakeFourCC("G264"), Hex("00 00 00 01 65 88"), false},
     };
     for (const auto& row : rows) {
         HostSession session(m_Plugin, MakeVideoJob(kMkv, row.m_FourCC));

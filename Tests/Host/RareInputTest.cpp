@@ -33,6 +33,27 @@ TEST_F(RareInput, PackedAudioWithoutASizeOfItsOwnTrustsItsTable) {
     }
 }
 
+// The record's size is used up frame by frame: the first that would reach past it ends the list.
+TEST_F(RareInput, PackedAudioEndsWithItsOctets) {
+    const struct {
+        const char* m_What;
+        std::vector<int> m_Sizes;
+        int m_Taken;
+    } rows[] = {
+        {"all of it", {2, 2, 2}, 4},
+        {"the second is one too long", {2, 2, 3}, 2},
+        {"the third has nothing left", {3, 2, 2, 1}, 4},
+        {"a shorter one behind it does not count", {3, 3, 2, 1}, 3},
+        {"one octet is left", {3, 2, 1, 1}, 4},
+    };
+    for (const auto& row : rows) {
+        for (const FourCC format : kFormats) {
+            HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
+            EXPECT_EQ(session.PackedAudio(Hex("01 02 03 04"), 0, 600000, row.m_Sizes), row.m_Taken) << row.m_What;
+        }
+    }
+}
+
 TEST_F(RareInput, AFrameWithoutASizeAndWithoutATableIsNone) {
     Octets octets = Hex("01 02");
     for (const FourCC format : kFormats) {
