@@ -137,7 +137,9 @@ void PluginFile::NeedWholeLibrary() const {
     }
 }
 
-PluginLibrary::PluginLibrary(const PluginFile& file, Shared) : m_pLibrary(Load(file.Path(), file.Path())) {}
+void* LoadLibrary(const PluginFile& file) { return Load(file.Path(), file.Path()); }
+
+PluginLibrary::PluginLibrary(const PluginFile& file, Shared) : m_pLibrary(LoadLibrary(file)) {}
 
 PluginLibrary::PluginLibrary(const PluginFile& file, Private) : m_Copy(NamelessFile()), m_pLibrary(nullptr) {
     if (m_Copy.Number() >= 0 && access(NameOf(m_Copy).c_str(), R_OK) == 0) {
@@ -152,7 +154,7 @@ PluginLibrary::PluginLibrary(const PluginFile& file, Private) : m_Copy(NamelessF
 
 PluginLibrary::~PluginLibrary() { dlclose(m_pLibrary); }
 
-void* PluginLibrary::Find(const char* name) const {
+void* PluginLibrary::Needed(const char* name) const {
     void* const symbol = dlsym(m_pLibrary, name);
     if (symbol == nullptr) throw std::runtime_error(std::string("it is no plug-in of this kind: it lacks ") + name);
     return symbol;

@@ -34,9 +34,13 @@ private:
     Descriptor m_File;
 };
 
+// The loader's handle of the library itself, which whoever loads it in this process shares, for dlsym and dlclose.
+// Throws std::runtime_error with the loader's words, std::bad_alloc when it has no memory.
+void* LoadLibrary(const PluginFile& file);
+
 class PluginLibrary {
 public:
-    // The library itself, which whoever loads it in this process shares.
+    // The library itself, see LoadLibrary.
     enum class Shared {};
     // A copy of it with variables of its own.
     enum class Private {};
@@ -51,11 +55,11 @@ public:
     // Throws std::runtime_error when the library has no such name.
     template <class Target>
     void Find(Target& target, const char* name) const {
-        target = reinterpret_cast<Target>(Find(name));
+        target = reinterpret_cast<Target>(Needed(name));
     }
 
 private:
-    void* Find(const char* name) const;
+    void* Needed(const char* name) const;
 
     Descriptor m_Copy; // open while it is loaded: the loader knows a library by its name, which has this number in it
     void* m_pLibrary;

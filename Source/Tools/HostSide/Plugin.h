@@ -2,14 +2,12 @@
 #pragma once
 
 #include "MKVInterface.h"
+#include "PluginLibrary.h"
 
 class Plugin {
 public:
     // Loads the library and looks every name up. Throws std::runtime_error with the loader's words.
     explicit Plugin(const char* path);
-    ~Plugin();
-    Plugin(const Plugin&) = delete;
-    Plugin& operator=(const Plugin&) = delete;
 
     decltype(&::GetFileFormats) GetFileFormats;
     decltype(&::GetEncoders) GetEncoders;
@@ -39,8 +37,5 @@ public:
     std::uint32_t* m_pIsWebm;
 
 private:
-    template <class Target>
-    void Find(Target& target, const char* name);
-
-    void* m_pLibrary;
+    QfHost::PluginLibrary m_Library;
 };

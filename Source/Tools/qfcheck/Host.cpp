@@ -11,6 +11,8 @@
 #include <sstream>
 #include <type_traits>
 
+#include "PluginLibrary.h"
+
 void Require(bool condition, const std::string& text) {
     if (!condition) throw Failure(text);
 }
@@ -99,9 +101,13 @@ unsigned Trail::Count() const { return m_pMarks->m_Count; }
 void Host::Load() {
     if (m_pLibrary != nullptr) return;
     m_Trail.Enter("dlopen");
-    m_pLibrary = dlopen(m_Plugin.c_str(), RTLD_NOW | RTLD_LOCAL);
+    try {
+        m_pLibrary = QfHost::LoadLibrary(QfHost::PluginFile(m_Plugin));
+    } catch (const std::runtime_error& error) {
+        m_Trail.Leave();
+        throw Failure(std::string("the loader says: ") + error.what());
+    }
     m_Trail.Leave();
-    if (m_pLibrary == nullptr) throw Failure(std::string("the loader says: ") + dlerror());
 }
 
 void Host::Unload() {
