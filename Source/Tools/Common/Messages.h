@@ -1,7 +1,7 @@
 // What a tool tells its user: lines on stderr, and results on stdout.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 // One line on stderr behind the program's name, whatever the text holds.

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "CommandLine.h"

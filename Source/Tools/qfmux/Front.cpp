@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "RunReport.h"
 #include "ToolError.h"
 
 void LeaveOutFront(Track& video, std::optional<Track>& audio) {

@@ -3,8 +3,9 @@
 
 #include <optional>
 
-#include "RunReport.h"
 #include "Track.h"
+
+class RunReport;
 
 // Leaves out the pictures in front of the first with which decoding can begin, and the sound in front of that.
 // Throws ToolError when there is no such picture.

@@ -4,9 +4,11 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Losses.h"
+#include "RunReport.h"
 #include "Surroundings.h"
 #include "ToolError.h"
 

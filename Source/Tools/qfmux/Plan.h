@@ -2,7 +2,7 @@
 #pragma once
 
 #include <memory>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,7 +12,8 @@
 #include "MediaFile.h"
 #include "Options.h"
 #include "Plugin.h"
-#include "RunReport.h"
+
+class RunReport;
 
 struct PlannedTrack {
     std::shared_ptr<MediaFile> m_pFile;

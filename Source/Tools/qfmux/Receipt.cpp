@@ -2,8 +2,10 @@
 
 #include <cstdio>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 #include "LossText.h"
+#include "RunReport.h"
 
 void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report) {
     if (video && video->SlicesWereSplit()) {

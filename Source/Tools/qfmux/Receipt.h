@@ -2,15 +2,16 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 
 #include "Options.h"
 #include "Plan.h"
 #include "Playing.h"
-#include "RunReport.h"
 #include "Track.h"
+
+class RunReport;
 
 // Warns of what the tracks met on their way.
 void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report);

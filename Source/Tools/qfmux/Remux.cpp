@@ -22,6 +22,7 @@
 #include "PluginFile.h"
 #include "Progress.h"
 #include "Receipt.h"
+#include "RunReport.h"
 #include "Session.h"
 #include "SignalGuard.h"
 #include "StagedFile.h"

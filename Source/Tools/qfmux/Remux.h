@@ -3,7 +3,8 @@
 
 #include "Options.h"
 #include "Plugin.h"
-#include "RunReport.h"
+
+class RunReport;
 
 // Returns the exit code of a run that ended with its file in place: done, with warnings, or by a signal.
 // Throws ToolError else; then the target is as it was before.

@@ -4,6 +4,7 @@
 #include <functional>
 #include <future>
 
+#include "RunReport.h"
 #include "TimeLine.h"
 #include "ToolError.h"
 #include "Verify.h"

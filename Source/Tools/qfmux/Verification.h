@@ -10,9 +10,10 @@
 #include "Options.h"
 #include "Playing.h"
 #include "Progress.h"
-#include "RunReport.h"
 #include "StagedFile.h"
 #include "Track.h"
+
+class RunReport;
 
 class Verification {
 public:

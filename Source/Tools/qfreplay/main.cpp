@@ -1,6 +1,7 @@
 // qfreplay: makes the calls of a recorded session to any build of the plug-in.
 #include <CLI/CLI.hpp>
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
