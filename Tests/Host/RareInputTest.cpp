@@ -138,6 +138,27 @@ TEST_F(RareInput, FramePeriodsAtTheEndsOfTheirRange) {
     }
 }
 
+// The Duration of a file whose blocks all begin with it is their own.
+TEST_F(RareInput, OneFrameLateInTheHostsTimeHasItsOwnDuration) {
+    for (const FourCC format : kFormats) {
+        for (const std::int64_t start : {std::int64_t{0}, 3600 * kSecond, -3600 * kSecond}) {
+            HostSession session(m_Plugin, MakeVideoJob(format, MakeFourCC("VP8 ")));
+            session.Video(Hex("01"), start, 400000);
+            EXPECT_EQ(session.Finish().Float("Segment/Info/Duration"), 40.0F) << start;
+        }
+    }
+}
+
+TEST_F(RareInput, FramesWithoutUnitsTakeNothingOnThePathsOfH264) {
+    for (const FourCC code : {MakeFourCC("H264"), MakeFourCC("N264"), MakeFourCC("A264"), MakeFourCC("I264")}) {
+        HostSession session(m_Plugin, MakeVideoJob(MakeFourCC("MKV "), code));
+        EXPECT_EQ(session.Video(Hex("00 00 00 01 65 11"), 0, 400000), 6) << code;
+        EXPECT_EQ(session.Video({}, 400000, 400000), 0) << code;
+        EXPECT_EQ(session.Video(Hex("00 00 00 01 06 11"), 800000, 400000), 0) << code;
+        EXPECT_EQ(session.Finish().Blocks().size(), 1U) << code;
+    }
+}
+
 // What reaches the disk while the file is open: each fourth cluster takes those before it along.
 TEST_F(RareInput, EveryFourthClusterReachesTheDisk) {
     for (const FourCC format : kFormats) {

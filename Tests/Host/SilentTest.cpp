@@ -76,4 +76,20 @@ TEST(Silent, NoLogIsLookedForWhereTheProgramsPathCannotBeRead) {
     dlclose(library);
 }
 
+// The last one here: a log stays loaded.
+TEST(Silent, TheLogLiesInTheProgramsFolderWhateverTheProgramsName) {
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    const std::filesystem::path folder = program.parent_path().parent_path();
+    ASSERT_TRUE(std::filesystem::exists(folder / "TW_Log.so"));
+    for (const char* const name : {"host", "my-host", "a.b.c", "-", "a,b", "+0*"}) {
+        const std::string path = folder / name;
+        g_pProgram = path.c_str();
+        LogReader log((folder / "TW_Log.so").c_str());
+        Plugin plugin(QF_PLUGIN);
+        plugin.GetFileFormats();
+        EXPECT_EQ(log.Take().size(), 1U) << name;
+        g_pProgram = nullptr;
+    }
+}
+
 } // namespace

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "EbmlWalker.h"
 #include "MKVMuxer.h"
 #include "SameOctets.h"
 #include "TempDirectory.h"
@@ -50,6 +51,60 @@ TEST(MuxerFinalisation, TheSeekHeadKeepsWhatTheRoomHoldsAndAFillerTakesTheRest) 
         actual.resize(expected.size());
         EXPECT_TRUE(SameOctets(actual, expected)) << row.m_Room;
     }
+}
+
+// The filler's length field, at the edges of its widths. The seek head takes 35 octets.
+TEST(MuxerFinalisation, TheFillersLengthTakesTheFewestOctetsThatFit) {
+    const struct {
+        std::int64_t m_Rest;
+        const char* m_Filler;
+    } rows[] = {
+        {2, "EC 80 00"},       {3, "EC 81 00"},         {126, "EC FC 00"},
+        {127, "EC FC 00"}, // one octet short of the room, deliberately: 124 octets need but one for their length
+        {128, "EC FD 00"},     {129, "EC FE 00"},       {130, "EC 407F 00"},
+        {16382, "EC 7FFB 00"}, {16383, "EC 7FFB 00"},   {16385, "EC 7FFD 00"},
+        {16386, "EC 7FFE 00"}, {16387, "EC 203FFF 00"},
+    };
+    for (const auto& row : rows) {
+        Octets expected = Hex(row.m_Filler);
+        Octets actual = FrontWithRoom(35 + row.m_Rest);
+        actual.erase(actual.begin(), actual.begin() + 35);
+        actual.resize(expected.size());
+        EXPECT_TRUE(SameOctets(actual, expected)) << row.m_Rest;
+    }
+}
+
+// The steps of writing, each by itself.
+TEST(MuxerFinalisation, EachStepReachesTheFile) {
+    const TempDirectory directory;
+    EncodeParam job{};
+    job.videoParam.fourCC = MakeFourCC("VP8 ");
+    job.videoParam.frameRate = 25.0;
+    job.audioParam.fourCC = MakeFourCC("MP3 ");
+    MKVMuxer muxer;
+    ASSERT_EQ(muxer.CreateMediaFile((directory / "a").wstring().c_str(), &job, nullptr), 1U);
+    Octets octets(20000, 0x11);
+    MEDIA_FRAME frame{};
+    frame.videoData = octets.data();
+    frame.videoSize = 20000;
+    frame.frameFlags = 1;
+    for (int i = 0; i < 4; ++i) {
+        frame.timestamp = i * 20000000;
+        muxer.WriteVideoPacket(&frame);
+    }
+    const std::int32_t written = muxer.WritePacket();
+    EXPECT_GT(written, 60000) << "three clusters";
+    EXPECT_EQ(written, muxer.m_pFile->GetPos());
+    EXPECT_EQ(muxer.WritePacket(), 0) << "nothing is queued";
+
+    frame.audioData = octets.data();
+    frame.audioSize = 100;
+    frame.duration = 12340000;
+    muxer.WriteAudioPacket(&frame, nullptr);
+    EXPECT_EQ(muxer.WriteDuration(), 1);
+    muxer.m_pFile->Flush();
+    const Ebml::File file(ReadFile(directory / "a"), Ebml::Ending::CutOff);
+    EXPECT_EQ(file.Float("Segment/Info/Duration"), 1234.0F);
 }
 
 } // namespace

@@ -37,6 +37,15 @@ const StartCodeRow kStartCodeRows[] = {
     {"an octet in between", "0000FF000001", -1},
 };
 
+TEST(FindStartCode, LooksThroughLargeFrames) {
+    for (const std::size_t before : {65532U, 65533U, 65536U, 65540U, 70000U, 200000U}) {
+        Octets octets = Octets(before, 0x02) + Hex("00 00 00 01 65");
+        EXPECT_EQ(FindStartCode(octets.data(), static_cast<int>(octets.size())), octets.data() + before) << before;
+        octets[before] = 2;
+        EXPECT_EQ(FindStartCode(octets.data(), static_cast<int>(octets.size())), nullptr) << before;
+    }
+}
+
 TEST(FindStartCode, Rows) {
     for (const StartCodeRow& row : kStartCodeRows) {
         const HostFrame frame(Hex(row.m_Octets));
