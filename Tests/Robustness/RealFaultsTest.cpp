@@ -224,7 +224,7 @@ TEST_F(RealFaults, DisksThatAreFullForAWhile) {
     for (const SmallJob& job : kJobs) {
         const Octets expected = Undisturbed(job);
         const std::vector<int> results = Results(job);
-        OnDisk(256 << 10, [&](const std::filesystem::path& disk) {
+        OnDisk(512 << 10, [&](const std::filesystem::path& disk) {
             RunUnnoticed(job, disk / "file", results, [&](int call) {
                 if (call == 3) { // before the large frame
                     const auto room = static_cast<std::size_t>(std::filesystem::space(disk).available);

@@ -53,7 +53,7 @@ void SmallSession::Prepare(int number) {
         break;
     case Kind::Video:
         m_Octets = Hex("00 00 00 01 65 01 02 03 04 05 00 00 00 01 41 06 07 08") + Octets{mark, 0xFE, mark};
-        if (mark == kLargeFrame) m_Octets.resize(70000, 0x77);
+        if (mark == kLargeFrame) m_Octets.resize(270000, 0x77);
         m_Record.videoData = m_Octets.data();
         m_Record.videoSize = static_cast<std::int32_t>(m_Octets.size());
         break;

@@ -77,11 +77,11 @@ TEST_F(FileExTest, NothingIsOpenAtFirst) {
     m_File.Close();
 }
 
-// They are gathered in a buffer of 64 KiB: some fit, some just so, some are larger than it.
+// They are gathered in a buffer of 256 KiB: some fit, some just so, some are larger than it.
 TEST_F(FileExTest, WritesOfEachSizeEndUpInTheirOrder) {
     ASSERT_EQ(m_File.Open(Path("sizes").c_str(), "wb"), 1U);
     std::string expected;
-    constexpr unsigned kSizes[] = {1, 65535, 65536, 65537, 3, 65533, 65536, 200000, 131072, 7, 131065};
+    constexpr unsigned kSizes[] = {1, 262143, 262144, 262145, 3, 262141, 262144, 700000, 524288, 7, 524281};
     for (unsigned write = 0; write < 20000; ++write) {
         const unsigned size = write < std::size(kSizes) ? kSizes[write] : write % 17;
         std::string text(size, static_cast<char>('a' + write % 23));
@@ -96,9 +96,9 @@ TEST_F(FileExTest, WritesOfEachSizeEndUpInTheirOrder) {
 TEST_F(FileExTest, AFullDiskShowsInShortCounts) {
     ASSERT_EQ(m_File.Open(L"/dev/full", "wb"), 1U);
     bool fell = false;
-    for (int write = 0; write < 30000 && !fell; ++write) fell = WriteText(m_File, "short") < 5;
+    for (int write = 0; write < 60000 && !fell; ++write) fell = WriteText(m_File, "short") < 5;
     EXPECT_TRUE(fell);
-    EXPECT_LT(WriteText(m_File, std::string(200000, 'x')), 200000U);
+    EXPECT_LT(WriteText(m_File, std::string(700000, 'x')), 700000U);
 }
 
 // The file has ended there, whatever room there is later and wherever the octets should go.

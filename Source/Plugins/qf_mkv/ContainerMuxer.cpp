@@ -380,7 +380,7 @@ void ContainerMuxer<Stream>::PlaceHead(Stream& stream) {
     }
     OpenClusterFor(time);
     if (block.m_TrackNumber.m_Length == static_cast<std::uint64_t>(m_CueTrack)) {
-        if (Stream::MayBeCued(*head)) AddCuePoint(time);
+        if (Stream::MayBeCued(*head) && CueIsDue(time)) AddCuePoint(time);
         ++m_CueBlockNumber;
     }
     if (m_Info.m_Duration.m_Value <= static_cast<float>(stopTime))
@@ -408,12 +408,16 @@ void ContainerMuxer<Stream>::OpenClusterFor(std::int64_t time) {
     m_CueBlockNumber = 0;
 }
 
-// For a candidate of that time: as a rule one cue point for each cluster, at the first. The cluster is written when its
-// span closes, so it will begin where the file ends now.
+// As a rule one cue point for each cluster, at its first candidate.
+template <class Stream>
+bool ContainerMuxer<Stream>::CueIsDue(std::int64_t time) const {
+    return SegmentOffset() != m_LastCueClusterPos || time > WrappingAdd(m_LastCueTime, kClusterSpan);
+}
+
+// The cluster is written when its span closes, so it will begin where the file ends now.
 template <class Stream>
 void ContainerMuxer<Stream>::AddCuePoint(std::int64_t time) {
     const std::int64_t position = SegmentOffset();
-    if (position == m_LastCueClusterPos && time <= WrappingAdd(m_LastCueTime, kClusterSpan)) return;
     CuePoint point{0xBB};
     point.m_CueTime.Set(static_cast<std::uint64_t>(time));
     CueTrackPosition& target = point.m_CueTrackPositions.emplace_back(0xB7);

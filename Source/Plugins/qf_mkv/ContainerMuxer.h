@@ -141,6 +141,7 @@ private:
     Stream* EarliestStream() const;
     void PlaceHead(Stream& stream);
     void OpenClusterFor(std::int64_t time);
+    bool CueIsDue(std::int64_t time) const;
     void AddCuePoint(std::int64_t time);
     void WriteCluster();
     void WriteSeekHeadAndFiller();

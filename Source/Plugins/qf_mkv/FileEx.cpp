@@ -14,8 +14,8 @@ static_assert(sizeof(off_t) == 8, "files pass 2 GiB: build with _FILE_OFFSET_BIT
 
 namespace {
 
-// Holds several seconds of sound, and stays in the processor's cache.
-constexpr unsigned long kBufferSize = 65536;
+// A call of the system for so many octets costs little beside copying them, and they stay in the processor's cache.
+constexpr unsigned long kBufferSize = 262144;
 
 std::unique_ptr<wchar_t[]> CopyText(const wchar_t* text) {
     if (text == nullptr) return nullptr;

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
+#include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -132,7 +134,8 @@ int TrackStream<Block>::WritePacket(const unsigned char* data, int size, std::in
                                     unsigned int keyFrame) {
     const ByteView frame = HostBytes(data, size);
     if (frame.m_Size == 0) return 0;
-    Block& block = BlankBlock();
+    if (m_BlankBlocks.empty()) AddBlankBlock();
+    Block& block = m_BlankBlocks.front();
     BlockBase& header = BlockOf(block);
     header.m_Frames.front().m_Data.assign(frame.m_pData, frame.m_pData + frame.m_Size);
     Bytes& codecPrivate = m_pTrackEntry->m_CodecPrivate.m_Data;
@@ -173,13 +176,10 @@ void TrackStream<Block>::ReturnTo(const Mark& mark) {
 // ---- blocks that are used again
 
 template <class Block>
-Block& TrackStream<Block>::BlankBlock() {
-    if (m_BlankBlocks.empty()) {
-        std::list<Block> fresh;
-        BlockOf(fresh.emplace_back(Block::kId)).m_Frames.emplace_back(0);
-        m_BlankBlocks.splice(m_BlankBlocks.end(), fresh);
-    }
-    return m_BlankBlocks.front();
+void TrackStream<Block>::AddBlankBlock() {
+    std::list<Block> fresh;
+    BlockOf(fresh.emplace_back(Block::kId)).m_Frames.emplace_back(0);
+    m_BlankBlocks.splice(m_BlankBlocks.end(), fresh);
 }
 
 template <class Block>
@@ -197,15 +197,15 @@ void TrackStream<Block>::TakeBack(std::list<Block>& blocks) {
 
 template <class Block>
 void TrackStream<Block>::Renew(Block& block) {
-    std::list<CBinary> frame; // and no second one
-    std::list<CBinary>& frames = BlockOf(block).m_Frames;
-    frame.splice(frame.end(), frames, frames.begin());
-    frame.front().m_ID = 0;
-    Bytes& payload = frame.front().m_Data;
+    std::list<CBinary> frames = std::move(BlockOf(block).m_Frames);
+    frames.erase(std::next(frames.begin()), frames.end());
+    frames.front().m_ID = 0;
+    Bytes& payload = frames.front().m_Data;
     payload.clear();
     if (payload.capacity() > kKeptPayload) Bytes().swap(payload);
-    block = Block{Block::kId};
-    BlockOf(block).m_Frames.swap(frame);
+    std::destroy_at(&block);
+    new (&block) Block{Block::kId};
+    BlockOf(block).m_Frames = std::move(frames);
 }
 
 template class TrackStream<BlockGroup>;

@@ -79,7 +79,7 @@ private:
     Bytes DeriveCodecPrivate(ByteView frame) const;
     // Makes a written block, whoever built it, as good as new, but for the memory of a small frame. It has a frame.
     static void Renew(Block& block);
-    Block& BlankBlock();
+    void AddBlankBlock();
 
     std::list<Block> m_BlankBlocks; // for the frames to come: each as new, with one frame
 };
