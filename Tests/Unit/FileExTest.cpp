@@ -236,12 +236,12 @@ TEST_F(FileExTest, SmallWritesGoOutInWholePages) {
         return StdioHook::Write(octets, size, count, stream);
     });
     ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
-    for (int write = 0; write < 40000; ++write) WriteText(m_File, "seventh");
+    for (int write = 0; write < 160000; ++write) WriteText(m_File, "seventh");
     m_File.Close();
     StdioHook::SetWrite({});
-    ASSERT_EQ(sizes.size(), 5U) << "280,000 octets";
-    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(sizes[i], 65536U);
-    EXPECT_EQ(sizes[4], 280000U - 4 * 65536U);
+    ASSERT_EQ(sizes.size(), 5U) << "1,120,000 octets";
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(sizes[i], 262144U);
+    EXPECT_EQ(sizes[4], 1120000U - 4 * 262144U);
 }
 
 // What is read lies behind what was written, in every mode: octets that are gathered go out first.
