@@ -1,12 +1,14 @@
 // Threads PLUGIN FOLDER: 16 files of all formats, written one after the other and then by 16 threads at once, are the
 // same octet for octet. Time stands still and each thread draws its own random numbers, so that nothing else may
 // differ.
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -44,7 +46,24 @@ Octets Header(unsigned char type) {
     return header;
 }
 
-void WriteOne(qf_plugin* plugin, const std::string& folder, int number) {
+// Where threads wait until so many are there.
+class Gate {
+public:
+    explicit Gate(int expected) : m_Expected(expected) {}
+    void Pass() {
+        std::unique_lock lock(m_Mutex);
+        if (--m_Expected == 0) m_AllAreThere.notify_all();
+        m_AllAreThere.wait(lock, [this] { return m_Expected <= 0; });
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::condition_variable m_AllAreThere;
+    int m_Expected;
+};
+
+// Half of a file is written before the gate: by then all files are open.
+void WriteOne(qf_plugin* plugin, const std::string& folder, int number, Gate& gate) {
     g_Random = number;
     const Kind& kind = kKinds[static_cast<std::size_t>(number) % std::size(kKinds)];
     std::mt19937 random(static_cast<unsigned>(number));
@@ -69,6 +88,7 @@ void WriteOne(qf_plugin* plugin, const std::string& folder, int number) {
         write(QF_AUDIO, Header(static_cast<unsigned char>(type)), QF_NO_TIME, true);
     }
     for (int i = 0; i < 150; ++i) {
+        if (i == 75) gate.Pass();
         const std::int64_t time = i * std::int64_t{400000};
         Octets picture{0, 0, 0, 1, 0x67, 0x64, 0, 0x1F, 0, 0, 1, 0x68, 0xEB, 0, 0, 1, 0x65};
         picture.resize(picture.size() + random() % 3000, static_cast<unsigned char>(i % 128 + 1));
@@ -105,13 +125,18 @@ int main(int count, char** arguments) {
     for (const char* way : {"/serial", "/parallel"}) std::filesystem::create_directories(folder + way);
     qf_plugin* plugin = nullptr;
     Need(qf_plugin_open(arguments[1], &plugin), "the plug-in");
-    for (int i = 0; i < kFiles; ++i) WriteOne(plugin, folder + "/serial", i);
+    for (int i = 0; i < kFiles; ++i) {
+        Gate open(1);
+        WriteOne(plugin, folder + "/serial", i, open);
+    }
     // Twice, the second time with copies of the plug-in that have been used.
     for (int round = 0; round < 2; ++round) {
         std::filesystem::remove_all(folder + "/parallel");
         std::filesystem::create_directories(folder + "/parallel");
+        Gate gate(kFiles);
         std::vector<std::thread> threads;
-        for (int i = 0; i < kFiles; ++i) threads.emplace_back([&, i] { WriteOne(plugin, folder + "/parallel", i); });
+        for (int i = 0; i < kFiles; ++i)
+            threads.emplace_back([&, i] { WriteOne(plugin, folder + "/parallel", i, gate); });
         for (std::thread& thread : threads) thread.join();
         int same = 0;
         for (const auto& entry : std::filesystem::directory_iterator(folder + "/serial")) {
