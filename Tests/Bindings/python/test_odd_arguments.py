@@ -1,6 +1,10 @@
 """Whatever is passed, Python goes on: an exception with the library's words, or Python's own."""
+import copy
+import ctypes
 import itertools
+import pickle
 import resource
+import subprocess
 import sys
 
 import numpy as np
@@ -90,9 +94,36 @@ def test_of_packets(tmp_path):
 
 
 def test_of_a_file_that_is_made_by_hand():
-    for first, second in itertools.product(ODD, repeat=2):
+    for first, second in itertools.product([*ODD, ctypes.c_void_p(5)], repeat=2):
         assert not take(qf_mkv.File, first, second)
     assert not take(qf_mkv.File)
+    assert not take(qf_mkv.File.__new__(qf_mkv.File).close)
+
+
+def test_of_copies(tmp_path):
+    film = qf_mkv.open(tmp_path / "a.mkv", video=qf_mkv.Video("vp8", 320, 180))
+    for copied in (film, qf_mkv.Plugin()):
+        for way in (copy.copy, copy.deepcopy, pickle.dumps):
+            with pytest.raises(TypeError):
+                way(copied)
+    film.discard()
+
+
+def test_of_threads_that_outlive_the_program(tmp_path):
+    program = """
+import sys, threading, qf_mkv
+def write():
+    film = qf_mkv.open(sys.argv[1], video=qf_mkv.Video("vp8", 320, 180))
+    ready.set()
+    while True:
+        film.write_video(bytes(1000))
+ready = threading.Event()
+threading.Thread(target=write, daemon=True).start()
+ready.wait()
+"""
+    for number in range(5):
+        result = subprocess.run([sys.executable, "-c", program, tmp_path / f"{number}.webm"], capture_output=True, text=True)
+        assert result.returncode == 0, result.stderr
 
 
 def test_texts_are_the_librarys(tmp_path):

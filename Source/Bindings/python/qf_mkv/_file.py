@@ -7,7 +7,7 @@ import os
 import threading
 import weakref
 from types import TracebackType
-from typing import Any, SupportsIndex
+from typing import Any, NoReturn, SupportsIndex
 
 from ._errors import Error, StateError
 from ._job import AUDIO, VIDEO, Audio, Job, Video
@@ -45,20 +45,47 @@ def open(
         job.set_rest(format, overwrite, sync, longest_wait)
         handle = ctypes.c_void_p()
         check(lib.qf_file_open(plugin._handle, name, job.handle, ctypes.byref(handle)))
-    return File(os.fsdecode(name), handle)
+    film = File.__new__(File)
+    film._path = os.fsdecode(name)
+    film._state = _State(handle)
+    weakref.finalize(film, film._state.close_quietly)
+    return film
+
+
+class _State:
+    """The library's file, until it is closed: by its user, or when it is forgotten."""
+
+    def __init__(self, handle: ctypes.c_void_p) -> None:
+        self.lock = threading.Lock()
+        self.handle: ctypes.c_void_p | None = handle
+
+    def take(self) -> ctypes.c_void_p | None:
+        handle, self.handle = self.handle, None
+        return handle
+
+    def close_quietly(self) -> None:
+        with self.lock:
+            handle = self.take()
+            if handle is not None:
+                lib.qf_file_close(handle)
 
 
 class File:
     """Made by open(). As a context manager it is closed at the end of the block, which raises WriteError when not all
     of it reached the disk. When the block raises, what was written stays."""
 
-    def __init__(self, path: str, handle: ctypes.c_void_p) -> None:
-        if not isinstance(handle, ctypes.c_void_p) or not handle:
-            raise TypeError("files are made by qf_mkv.open")
-        self.path = path
-        self._lock = threading.Lock()
-        self._handle: ctypes.c_void_p | None = handle
-        self._finalizer = weakref.finalize(self, lib.qf_file_close, handle)
+    _path: str
+    _state: _State
+
+    def __init__(self) -> None:
+        raise TypeError("files are made by qf_mkv.open")
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a file that is being written cannot be copied")
+
+    @property
+    def path(self) -> str:
+        return self._path
 
     def write_video(
         self,
@@ -84,32 +111,32 @@ class File:
     def end_track(self, track: SupportsIndex) -> None:
         """No more packets of VIDEO or AUDIO will come: the other track need not wait for it."""
         number = integer(track, "track")
-        with self._lock:
+        with self._state.lock:
             check(lib.qf_file_end_track(self._open_handle(), number))
 
     @property
     def left_out(self) -> int:
         """How many pictures in front of the file's first block were left out."""
-        with self._lock:
+        with self._state.lock:
             count: int = lib.qf_file_left_out(self._open_handle())
             return count
 
     @property
     def closed(self) -> bool:
-        return self._handle is None
+        return self._state.handle is None
 
     def close(self) -> None:
         """Completes the file. Raises WriteError when not all of it reached the disk, EmptyError when nothing was
         written. Closing a closed file does nothing."""
-        with self._lock:
-            handle = self._take_handle()
+        with self._state.lock:
+            handle = self._state.take()
             if handle is not None:
                 check(lib.qf_file_close(handle))
 
     def discard(self) -> None:
         """Closes the file and removes it. Of a closed file it does nothing."""
-        with self._lock:
-            handle = self._take_handle()
+        with self._state.lock:
+            handle = self._state.take()
             if handle is not None:
                 lib.qf_file_discard(handle)
 
@@ -129,15 +156,9 @@ class File:
         return f"<qf_mkv.File {self.path!r}{' closed' if self.closed else ''}>"
 
     def _open_handle(self) -> ctypes.c_void_p:
-        if self._handle is None:
+        if self._state.handle is None:
             raise StateError(f"'{self.path}' is closed")
-        return self._handle
-
-    def _take_handle(self) -> ctypes.c_void_p | None:
-        handle, self._handle = self._handle, None
-        if handle is not None:
-            self._finalizer.detach()
-        return handle
+        return self._state.handle
 
     def _write(
         self,
@@ -153,5 +174,5 @@ class File:
         packet.dts = NO_TIME if dts is None else integer(dts, "dts", 64)
         packet.duration = 0 if duration is None else integer(duration, "duration", 64)
         packet.is_key = 1 if key else 0
-        with octets(data) as (packet.data, packet.size), self._lock:
+        with octets(data) as (packet.data, packet.size), self._state.lock:
             check(lib.qf_file_write(self._open_handle(), ctypes.byref(packet)))

@@ -7,6 +7,7 @@ import os
 import threading
 import weakref
 from dataclasses import dataclass
+from typing import NoReturn
 
 from ._library import CodecInfo, FormatInfo, check, lib, without_zeros
 
@@ -48,7 +49,8 @@ class Plugin:
         handle = ctypes.c_void_p()
         check(lib.qf_plugin_open(name, ctypes.byref(handle)))
         self._handle = handle
-        self._finalizer = weakref.finalize(self, lib.qf_plugin_close, handle)
+        # Not at the end of the process: threads that go on until then may be opening files.
+        weakref.finalize(self, lib.qf_plugin_close, handle).atexit = False
         self.path: str = os.fsdecode(lib.qf_plugin_path(handle))
         self.version: str = _text(lib.qf_plugin_version(handle))
         self.formats: tuple[Format, ...] = tuple(
@@ -67,6 +69,9 @@ class Plugin:
         return Codec(
             _text(info.name), info.track, _text(info.codec_id), _text(info.description), bool(info.is_listed)
         )
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a plug-in cannot be copied")
 
     def __repr__(self) -> str:
         return f"Plugin({self.path!r})"
