@@ -279,8 +279,11 @@ void FileWriter::Hand(Track& track, HeldFrame& frame) {
     const bool allStarted = !waitsFor(m_pVideo) && !waitsFor(m_pAudio);
     const std::uint64_t least = m_Watch.Note(static_cast<std::uint64_t>(taken), time, allStarted);
     if (least <= m_Target->Length()) return;
+    // Another build of the plug-in may gather more, so the system is asked.
+    const std::string reason = m_Target->WhyNotLonger();
+    if (reason.empty()) return;
     m_HasFailed = true;
-    throw HostError(QF_ERROR_WRITE, "cannot write '" + m_Target->Path() + "': " + m_Target->WhyNotLonger());
+    throw HostError(QF_ERROR_WRITE, "cannot write '" + m_Target->Path() + "': " + reason);
 }
 
 void FileWriter::EndTrack(int number) {
@@ -305,7 +308,9 @@ void FileWriter::Close() {
         throw HostError(QF_ERROR_EMPTY, "'" + m_Target->Path() + "' is empty: no packet was written");
     }
     if (m_HasFailed || !IsWholeFile(m_Target->Number(), m_Watch.Octets())) {
-        throw HostError(QF_ERROR_WRITE, "'" + m_Target->Path() + "' is not whole: " + m_Target->WhyNotLonger());
+        const std::string reason = m_Target->WhyNotLonger();
+        throw HostError(QF_ERROR_WRITE, "'" + m_Target->Path() + "' is not whole: " +
+                                            (reason.empty() ? "a part of it was lost on the way" : reason));
     }
     if (m_Job.m_Syncs) m_Target->Sync();
 }

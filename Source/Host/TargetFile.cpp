@@ -67,7 +67,7 @@ std::uint64_t TargetFile::Length() const {
 std::string TargetFile::WhyNotLonger() const {
     static const char zeros[65536] = {};
     const auto length = static_cast<off_t>(Length());
-    std::string reason = "a part of it was lost on the way";
+    std::string reason;
     // Twice: a first part may still fit.
     for (off_t position = length, i = 0; i < 2; ++i) {
         const ssize_t written = pwrite(m_File.Number(), zeros, sizeof zeros, position);

@@ -18,7 +18,7 @@ public:
     // By which the plug-in opens the very same file, whatever its name and whatever it is called meanwhile.
     std::wstring NameForPlugin() const;
     std::uint64_t Length() const;
-    // What the system says when the file should grow.
+    // What the system says when the file should grow; "" when it grows. The plug-in's writing is not disturbed.
     std::string WhyNotLonger() const;
     // Waits until it is on the disk. Throws HostError.
     void Sync() const;

@@ -7,7 +7,7 @@ namespace QfHost {
 std::uint64_t WriteWatch::Note(std::uint64_t octets, std::int64_t time, bool allStarted) {
     constexpr std::int64_t kCluster = 11000000; // its second, and what rounding may add
     constexpr int kQueued = 10;                 // so many frames of two tracks make one queue full
-    constexpr std::uint64_t kGathered = 65536;
+    constexpr std::uint64_t kGathered = 1 << 20;
     const bool isFirst = m_Octets == 0;
     m_Octets += octets;
     m_Latest = isFirst ? time : std::max(m_Latest, time);

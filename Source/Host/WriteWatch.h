@@ -1,7 +1,7 @@
 // Notices, while a file is being written, that what was handed over does not arrive.
 //
-// The plug-in keeps a second of media in memory and up to five frames of each track, and gathers up to 64 KiB before it
-// writes. What is older must have reached the file.
+// The plug-in keeps a second of media in memory and up to five frames of each track, and gathers some 100 KiB before it
+// writes. What is older should have reached the file.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace QfHost {
 class WriteWatch {
 public:
     // To be called for each frame behind its handing over. time: 100 ns. allStarted: every track has delivered a frame.
-    // Returns how long the file must be by now, when that is worth a look; else 0.
+    // Returns how long the file should be by now, when that is worth a look; else 0.
     std::uint64_t Note(std::uint64_t octets, std::int64_t time, bool allStarted);
     std::uint64_t Octets() const { return m_Octets; }
 
