@@ -1,8 +1,9 @@
 """Turns what measure.py found into a table, a file for spreadsheets and a plot.
 
-    report.py RESULTS FOLDER [DOCUMENT]
+    report.py RESULTS FOLDER [DOCUMENT...]
 
-DOCUMENT: a Markdown file, in which the table takes the place of what stands between its two marks.
+DOCUMENT: a Markdown file, in which the table, or a sentence with its main figures, takes the place of what stands between
+the two marks of either.
 """
 
 import csv
@@ -19,6 +20,7 @@ TITLES = {
 }
 PEERS = ("libwebm", "libmatroska", "libavformat", "libavformat crc")
 MARKS = ("<!-- figures: from here to the next mark written by scripts/bench -->", "<!-- figures end -->")
+SPEED_MARKS = ("<!-- speed: from here to the next mark written by scripts/bench -->", "<!-- speed end -->")
 
 
 def table(head, rows):
@@ -221,6 +223,25 @@ def plot(report, folder):
     subprocess.run(["gnuplot"], input=commands, text=True, check=True)
 
 
+def speed(report):
+    """The main figures, for people who read one sentence."""
+    def microseconds(workload, name):
+        return f"{report.cpu(workload, name) / 1000:.2f}"
+    return (f"**Speed**: a frame of a movie costs {microseconds('movie', 'qf_mkv')} µs and a frame of sound "
+            f"{microseconds('audio', 'qf_mkv')} µs,\nwhere copying it twice and writing it costs "
+            f"{microseconds('movie', 'limit')} and {microseconds('audio', 'limit')} µs.")
+
+
+def put(document, text, marks):
+    with open(document, encoding="utf-8") as file:
+        old = file.read()
+    new, count = re.subn(f"{re.escape(marks[0])}.*{re.escape(marks[1])}", lambda _: f"{marks[0]}\n{text}\n{marks[1]}", old,
+                         flags=re.DOTALL)
+    with open(document, "w", encoding="utf-8") as file:
+        file.write(new)
+    return count
+
+
 def main():
     results, folder = sys.argv[1:3]
     with open(results, encoding="ascii") as file:
@@ -235,14 +256,8 @@ def main():
         writer.writerows(rows)
     plot(report, folder)
     for document in sys.argv[3:]:
-        with open(document, encoding="utf-8") as file:
-            old = file.read()
-        new, count = re.subn(f"{re.escape(MARKS[0])}.*{re.escape(MARKS[1])}",
-                             lambda _: f"{MARKS[0]}\n\n{text}\n{MARKS[1]}", old, flags=re.DOTALL)
-        if count != 1:
+        if put(document, "\n" + text, MARKS) + put(document, speed(report), SPEED_MARKS) != 1:
             raise RuntimeError(f"{document} has no place for the figures")
-        with open(document, "w", encoding="utf-8") as file:
-            file.write(new)
 
 
 main()

@@ -93,6 +93,23 @@ TEST(Pages, NameEachTestProgramThatTheyRun) {
     EXPECT_GT(count, 3);
 }
 
+// scripts/bench writes both; ns in the table, microseconds in the sentence.
+TEST(Pages, QuoteTheFiguresThatWereMeasured) {
+    const std::string readme = Text(kTree / "README.md");
+    const std::string table = Text(kTree / "Docs/Performance.md");
+    const auto measured = [&table](const std::string& workload, const std::string& writer) {
+        const std::size_t section = table.find("\n### " + workload);
+        const std::vector<std::string> cells =
+            Found(table.substr(section), ("\n\\| " + writer + " \\| ([0-9,]+) \\(").c_str());
+        return std::stod(std::regex_replace(cells.at(0), std::regex(","), ""));
+    };
+    const auto quoted = [&readme](const char* expression) { return 1000 * std::stod(Found(readme, expression).at(0)); };
+    EXPECT_NEAR(quoted("a movie costs ([0-9.]+)"), measured("movie", "qf_mkv"), 6);
+    EXPECT_NEAR(quoted("a frame of sound ([0-9.]+)"), measured("audio", "qf_mkv"), 6);
+    EXPECT_NEAR(quoted("writing it costs ([0-9.]+)"), measured("movie", "limit"), 6);
+    EXPECT_NEAR(quoted("writing it costs [0-9.]+ and ([0-9.]+)"), measured("audio", "limit"), 6);
+}
+
 TEST(Pages, OfQfmuxSayWhereThePluginIsInstalled) {
     EXPECT_NE(Text(kTree / "Docs/man/qfmux.1").find(QF_PLUGIN_FROM_TOOLS), std::string::npos) << QF_PLUGIN_FROM_TOOLS;
 }
