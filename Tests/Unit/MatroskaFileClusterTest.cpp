@@ -133,6 +133,27 @@ TEST(CBlock, LacesTwoFramesAndMore) {
     EXPECT_EQ(MakeBlock<CBlock>(0xA1, 1, {300, 20}).Size(false), 327U);
 }
 
+TEST(CBlock, HasATrackNumberOfAnyWidth) {
+    const struct {
+        std::uint64_t m_Track;
+        const char* m_Octets;
+    } rows[] = {
+        {0, "A1 85 80 0102 00 AA"},
+        {126, "A1 85 FE 0102 00 AA"},
+        {127, "A1 86 407F 0102 00 AA"},
+        {std::uint64_t{1} << 48, "A1 8B 03000000000000 0102 00 AA"},
+        {(std::uint64_t{1} << 56) - 1, "A1 8C 01FFFFFFFFFFFFFF 0102 00 AA"},
+        {std::uint64_t{1} << 56, "A1 84 0102 00 AA"}, // has no such form
+    };
+    for (const auto& row : rows) {
+        CBlock block(0xA1);
+        block.m_TrackNumber.m_Length = row.m_Track;
+        block.m_Timecode = 0x102;
+        block.m_Frames.emplace_back(0).m_Data = Hex("AA");
+        EXPECT_TRUE(SameOctets(Written(block), Hex(row.m_Octets))) << row.m_Track;
+    }
+}
+
 TEST(CBlock, LacesAFrameWhoseSizeTakesMoreThan65535Octets) {
     const std::size_t large = 255 * 65536;
     CBlock block(0xA1);
