@@ -1,4 +1,6 @@
 // Memory that the plug-in keeps from frame to frame is given back when it is of no more use.
+#include <new>
+
 #include "HeapMeter.h"
 #include "SmallSession.h"
 
@@ -100,6 +102,39 @@ TEST_F(HeldMemory, SmallFramesOfTwoTracksAskForNoMemory) {
         EXPECT_LT(HeapMeter::Allocations(), 100 * 12) << "the indexes of a hundred clusters, nothing for 5,000 frames";
         m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
         m_pHandle = nullptr;
+    }
+}
+
+// The buffer of a picture for whose larger successor there was no memory is gone: the next picture gets one of its own.
+TEST_F(HeldMemory, ASmallerPictureAfterOneThatFoundNoMemory) {
+    const Octets start = Hex("00 00 00 01 65");
+    for (long failing = 1; failing <= 4; ++failing) {
+        SCOPED_TRACE(failing);
+        Create(MakeFourCC("MKV "), MakeFourCC("H264"));
+        Octets first = start + Octets(1000, 0x11);
+        Octets larger = start + Octets(2000, 0x22);
+        Octets smaller = start + Octets(500, 0x33);
+        Video(first, 0);
+        MEDIA_FRAME frame{};
+        frame.videoData = larger.data();
+        frame.videoSize = static_cast<std::int32_t>(larger.size());
+        frame.frameFlags = kKey;
+        frame.timestamp = 400000;
+        HeapMeter::FailAfter(failing);
+        bool failed = false;
+        try {
+            m_Plugin.WriteVideoPacket(m_pHandle, &frame);
+        } catch (const std::bad_alloc&) {
+            failed = true;
+        }
+        HeapMeter::FailAfter(0);
+        EXPECT_TRUE(failed || failing > 1);
+        Video(smaller, 800000);
+        m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
+        m_pHandle = nullptr;
+        const std::vector<Ebml::Block> blocks = Ebml::File(ReadFile(m_Directory / "file")).Blocks();
+        ASSERT_EQ(blocks.size(), failed ? 2U : 3U);
+        EXPECT_EQ(blocks.back().m_Frame, smaller); // its start code is its length now
     }
 }
 

@@ -141,10 +141,14 @@ TYPED_TEST(MuxerReuse, NoFrameIsTakenAsNone) {
 }
 
 TEST(MKVMuxer, NoFrameIsRewrittenAsNone) {
+    const TempDirectory directory;
     MKVMuxer muxer;
     MEDIA_FRAME frame{};
     EXPECT_EQ(muxer.WriteLossless264Packet(nullptr), 0);
     EXPECT_EQ(muxer.WriteLossless264Packet(&frame), 0);
+    ASSERT_EQ(Create(muxer, (directory / "a").wstring(), Job(true, false)), 1U);
+    EXPECT_EQ(muxer.WriteLossless264Packet(nullptr), 0);
+    EXPECT_EQ(muxer.WriteLossless264Packet(&frame), 0) << "no octets";
 }
 
 TYPED_TEST(MuxerReuse, CreationResetsWhatBelongsToOneFile) {
