@@ -554,6 +554,7 @@ TEST_F(QfmuxTest, FormatIsTakenFromTheExtensionOrTheOption) {
     EXPECT_EQ(formatOf(source + " a.MKA"), "MKA ");
     EXPECT_EQ(formatOf(Quoted(ClipPath("vp8.ivf")) + " a.webm"), "WEBM");
     EXPECT_EQ(formatOf("--format HMKV " + source + " a.mkv"), "HMKV");
+    EXPECT_EQ(formatOf("mux --format mka " + source + " -o a.anything"), "MKA ");
     EXPECT_EQ(formatOf("--format MKA " + source + " a.anything"), "MKA ");
     EXPECT_FALSE(fs::exists("a.mkv"));
 }
@@ -588,10 +589,48 @@ TEST_F(QfmuxTest, AspectReachesTheHeader) {
                           Quoted(Path("a.mkv")))
             .m_Output;
     };
+    EXPECT_EQ(aspect("--aspect 2.39:1 " + Quoted(ClipPath("h264-aac.mp4"))), "239:100\n");
     EXPECT_EQ(aspect("--aspect 21:9 " + Quoted(ClipPath("h264-aac.mp4"))), "7:3\n");
     EXPECT_EQ(aspect(Quoted(ClipPath("h264-wide.mp4"))), "4:3\n") << "the source's, whose pixels are not square";
     const CommandResult webm = Qfmux("--aspect 4:3 " + Quoted(ClipPath("vp8.ivf")) + " " + Quoted(Path("a.webm")));
     EXPECT_EQ(webm.m_ExitCode, 1) << "WebM has no place for it here";
+}
+
+// The best stream that the format takes is taken, not the best of all.
+TEST_F(QfmuxTest, SoundIsTheBestThatTheFormatTakes) {
+    RunCommand("ffmpeg -nostdin -v error -f lavfi -i anullsrc=r=48000:cl=5.1 -f lavfi -i anullsrc=r=48000:cl=mono -t 1 "
+               "-map 0 -map 1 -c:a:0 flac -c:a:1 ac3 " +
+               Quoted(Path("two.mkv")));
+    const CommandResult result = QfmuxResult("--json " + Quoted(Path("two.mkv")) + " " + Quoted(Path("a.mka")));
+    EXPECT_EQ(result.m_ExitCode, 1);
+    const json report = json::parse(result.m_Output);
+    EXPECT_EQ(report["tracks"][0]["codec"], "ac3");
+    EXPECT_EQ(report["lost"][0]["text"], "1 audio stream is left out (the file holds one): #0 (flac)");
+    const CommandResult asked = Qfmux("--tracks a:0 " + Quoted(Path("two.mkv")) + " " + Quoted(Path("b.mka")));
+    EXPECT_EQ(asked.m_ExitCode, 2);
+}
+
+// However a run ends, --json is answered with one object.
+TEST_F(QfmuxTest, EveryEndingIsAnObject) {
+    const std::string clip = Quoted(ClipPath("raw.aac"));
+    std::ofstream(Path("there.mka")) << "old";
+    for (const auto& [arguments, exitCode] :
+         {std::pair{"--no-such-option", 3}, std::pair{"", 3}, std::pair{"missing.mp4 a.mka", 2},
+          std::pair{"--plugin nowhere.so in.aac a.mka", 2}, std::pair{"in.aac there.mka", 4},
+          std::pair{"--dry-run in.aac there.mka", 1}, std::pair{"--dry-run in.aac no/such/folder/a.mka", 1},
+          std::pair{"in.aac a.mka", 0}}) {
+        const CommandResult result = RunCommand("cd " + Quoted(Path("")) + "; ln -sf " + clip + " in.aac; " +
+                                                Quoted(QF_QFMUX) + " --json " + arguments + " 2>words");
+        EXPECT_EQ(result.m_ExitCode, exitCode) << arguments;
+        const json object = json::parse(result.m_Output, nullptr, false);
+        ASSERT_TRUE(object.is_object()) << arguments << ": " << result.m_Output;
+        EXPECT_EQ(object["exitCode"], exitCode);
+        if (exitCode > 1) {
+            EXPECT_EQ("qfmux: " + object["error"].get<std::string>() + "\n", WordsOf(Path("words").c_str()));
+        } else {
+            EXPECT_EQ(object.count("error"), 0U);
+        }
+    }
 }
 
 TEST_F(QfmuxTest, DurationEndsTheFile) {
@@ -747,10 +786,14 @@ TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {
         {"--format AVI " + clip + out, 3, "--format"},
         {"--aspect 16x9 " + clip + out, 3, "--aspect"},
         {"--aspect 0:9 " + clip + out, 3, "--aspect"},
+        {"--aspect 2.39 " + clip + out, 3, "--aspect takes two numbers like 16:9 or 2.39:1"},
         {"--aspect 99999999999:9 " + clip + out, 3, "--aspect"},
         {"--tracks x:0 " + clip + out, 3, "--tracks"},
         {"--tracks a:4294967296 " + clip + out, 3, "--tracks"},
         {"--tracks v:0,v:1 " + clip + out, 3, "--tracks takes one stream of a kind"},
+        {"--tracks v:7 " + clip + out, 3, "--tracks v:7: there is 1 video stream, counted from 0"},
+        {"--tracks v:0 " + clip + " " + Quoted(Path("a.mka")), 3, "format 'MKA' holds no video"},
+        {"formats --tracks v:0", 3, "--tracks"},
         {"--duration -1 " + clip + out, 3, "--duration takes seconds"},
         {"--duration nan " + clip + out, 3, "--duration takes seconds"},
         {"--progress loud " + clip + out, 3, "--progress"},

@@ -38,13 +38,10 @@ void SyncPath(const fs::path& path, int flags) {
 fs::path Followed(const fs::path& name) {
     constexpr int kMostLinks = 40; // as the kernel has it
     std::error_code error;
-    fs::path path = fs::canonical(name, error);
-    if (!error) return path;
-    path = name;
+    fs::path path = name;
     for (int links = 0; fs::is_symlink(fs::symlink_status(path, error)); ++links) {
-        if (links == kMostLinks) return name;
         const fs::path next = fs::read_symlink(path, error);
-        if (error) return name;
+        if (links == kMostLinks || error) return name;
         path = DirectoryOf(path) / next;
     }
     return path;

@@ -34,6 +34,9 @@ bool IsTechnical(const std::string& key) {
     return kKeys.count(name) > 0 || name.rfind("_statistics_", 0) == 0 || name.rfind("replaygain_", 0) == 0;
 }
 
+// Its streams have the tags that other files have.
+bool IsOgg(const MediaFile& file) { return av_match_name("ogg", file.Context()->iformat->name) != 0; }
+
 void AddKeys(std::vector<std::string>& keys, const AVDictionary* tags) {
     const AVDictionaryEntry* entry = nullptr;
     while ((entry = av_dict_get(tags, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
@@ -51,6 +54,13 @@ void TellOfFilm(const Inputs& inputs, const std::vector<const PlannedTrack*>& tr
         chapters += context.nb_chapters;
         if (const char* const title = Value(context.metadata, "title"))
             titles.push_back("'" + std::string(title) + "'");
+        if (IsOgg(*input)) {
+            for (const PlannedTrack* track : tracks) {
+                const char* const title =
+                    track->m_pFile == input ? Value(track->m_pStream->metadata, "title") : nullptr;
+                if (title != nullptr) titles.push_back("'" + std::string(title) + "'");
+            }
+        }
         AddKeys(keys, context.metadata);
         for (unsigned i = 0; i < context.nb_programs; ++i) AddKeys(keys, context.programs[i]->metadata);
     }
@@ -71,7 +81,7 @@ void TellOfTracks(const std::vector<const PlannedTrack*>& tracks, Losses& losses
         const std::string kind = " (" + KindName(stream) + ")";
         const char* const language = Value(stream->metadata, "language");
         if (language != nullptr && std::strcmp(language, "und") != 0) languages.push_back(language + kind);
-        if (const char* const name = Value(stream->metadata, "title"))
+        if (const char* const name = Value(stream->metadata, "title"); name != nullptr && !IsOgg(*track->m_pFile))
             names.push_back("'" + std::string(name) + "'" + kind);
         // A track of the file is one by default, and has no other flag.
         const char* const format = track->m_pFile->Context()->iformat->name;

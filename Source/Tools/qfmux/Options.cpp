@@ -120,7 +120,7 @@ void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
     app.add_option("-o,--output", options.m_Output, "the file to write; then all other names are inputs")
         ->type_name("FILE");
     app.add_option("--format", options.m_Format, "mkv, hmkv, mka or webm; by default the output's extension chooses")
-        ->check(CLI::IsMember({"MKV", "HMKV", "MKA", "WEBM"}, CLI::ignore_case).description(""))
+        ->transform(CLI::IsMember({"MKV", "HMKV", "MKA", "WEBM"}, CLI::ignore_case).description(""))
         ->type_name("WORD");
     app.add_flag("-y,--overwrite", options.m_Overwrite, "replace an existing output once the new one is whole");
 
@@ -157,7 +157,7 @@ void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
 
     app.add_option("--h264", options.m_H264,
                    "hand H.264 over in start-code form, which loses units, as H264, N264, A264, I264 or havc")
-        ->check(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}, CLI::ignore_case).description(""))
+        ->transform(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}, CLI::ignore_case).description(""))
         ->type_name("CODE")
         ->group(kForTests);
     app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not take")->group(kForTests);

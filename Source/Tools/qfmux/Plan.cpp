@@ -138,7 +138,7 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
         return;
     }
     const std::string hint = isAlone ? "" : " (--no-" + kind + " leaves it out)";
-    const std::string takes = "format '" + format + "' takes " + Joined(Codes(list));
+    const std::string takes = "format '" + format + "' lists " + Joined(Codes(list));
     if (choice.m_FourCC == 0) {
         throw ToolError(kExitError, kind + " codec " + codec + " has no code to write it under; " + takes + hint);
     }
@@ -170,10 +170,14 @@ const FileFormatInfo* FormatsOf(const Plugin& plugin) {
 Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Inputs& inputs, RunReport& report) {
     Plan plan;
     plan.m_pFormat = &ChooseFormat(options, formats);
-    const std::string format = FourCCText(plan.m_pFormat->fourCC);
+    std::string format = FourCCText(plan.m_pFormat->fourCC);
+    format.erase(format.find_last_not_of(' ') + 1);
 
     const auto take = [&](AVMediaType type, const std::optional<int>& index, bool leftOut,
                           const EncoderEntry* list) -> std::optional<PlannedTrack> {
+        if (index && list == nullptr) {
+            throw ToolError(kExitUsage, "--tracks: format '" + format + "' holds no " + KindName(type));
+        }
         if (leftOut || list == nullptr) return std::nullopt;
         const auto choiceOf = [&](const Candidate& one) {
             return ChooseCodec(*one.m_pFile, one.m_pStream, options.m_H264);

@@ -38,20 +38,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Ends the run by the signal that has come.
+[[noreturn]] void ThrowSignal(const std::string& what) {
+    const int signal = SignalGuard::Caught();
+    throw ToolError(static_cast<ExitCode>(kExitSignal + signal),
+                    std::string("ended by SIG") + sigabbrev_np(signal) + what);
+}
+
 // Keeps what is there when a signal has come. Throws ToolError that says so. length: of the media so far, 100 ns.
 [[noreturn]] void EndBySignal(StagedFile& output, std::int64_t length, RunReport& report) {
-    const int signal = SignalGuard::Caught();
-    std::string message = std::string("ended by SIG") + sigabbrev_np(signal);
-    if (CheckSegmentSize(output.Path().string())) { // nothing has got so far
-        message += " before anything was written";
-    } else {
-        const std::string partial = output.KeepPartial().string();
-        char seconds[32];
-        std::snprintf(seconds, sizeof seconds, "%.2f s", static_cast<double>(length) / 1e7);
-        message += std::string(": the first ") + seconds + " are in '" + partial + "'";
-        report.Facts()["partial"] = partial;
-    }
-    throw ToolError(static_cast<ExitCode>(kExitSignal + signal), message);
+    if (CheckSegmentSize(output.Path().string())) ThrowSignal(" before anything was written"); // nothing has got so far
+    const std::string partial = output.KeepPartial().string();
+    report.Facts()["partial"] = partial;
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.2f s", static_cast<double>(length) / 1e7);
+    ThrowSignal(std::string(": the first ") + seconds + " are in '" + partial + "'");
 }
 
 // Null when nothing is to be recorded.
@@ -112,9 +113,9 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     const Plan plan = MakePlan(options, FormatsOf(plugin), inputs, report);
     report.Facts() = PlanAsJson(plan, options);
     for (const Loss& loss : plan.m_Lost) report.Lose(loss);
+    if (SignalGuard::Caught() != 0) ThrowSignal(" before anything was written");
     if (options.m_DryRun) return Tell(plan, options, report);
 
-    const SignalGuard signals;
     StagedFile output(options.m_Output, options.m_Overwrite, options.m_Inputs);
     const Extent extent = EstimateExtent(plan, options);
     output.NeedRoom(extent.m_Octets);
@@ -211,7 +212,8 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     AddFileFacts(report.Facts(), options, video, audio, size);
     AddPlayed(report.Facts(), verification.Play());
     progress.Finish();
-    report.TellLosses();
+    if (std::ferror(stdout) != 0) report.Warn("cannot write to stdout");
+    report.Tell();
     report.Close(ClosingLine(options, video, audio, losses.Length(), size));
     return report.HasWarnings() ? kExitWarnings : kExitDone;
 }

@@ -4,10 +4,7 @@
 
 #include "Messages.h"
 
-void RunReport::Note(const std::string& text) {
-    m_Notes.push_back(text);
-    if (!m_Quiet) Say(text);
-}
+void RunReport::Note(const std::string& text) { m_Notes.push_back(text); }
 
 void RunReport::Warn(const std::string& text) {
     if (std::find(m_Warnings.begin(), m_Warnings.end(), text) != m_Warnings.end()) return;
@@ -21,8 +18,9 @@ void RunReport::Lose(const Loss& loss) {
     m_Losses.push_back(loss);
 }
 
-void RunReport::TellLosses() const {
+void RunReport::Tell() const {
     if (m_Quiet) return;
+    for (const std::string& note : m_Notes) Say(note);
     for (const Loss& loss : m_Losses) {
         if (loss.m_Weight == LossWeight::Note) Say(loss.m_Text);
         if (loss.m_Weight == LossWeight::Warning) Say("warning: " + loss.m_Text);

@@ -12,14 +12,14 @@ public:
     void BeQuiet() { m_Quiet = true; }
     void BeVerbose() { m_Verbose = true; }
 
-    // Something worth knowing.
+    // Something worth knowing of a file that comes into being.
     void Note(const std::string& text);
     // Something that is not as it should be; the run ends with exit code 1. Each text is said once.
     void Warn(const std::string& text);
-    // Something that the file does not have. TellLosses says it.
+    // Something that such a file does not have.
     void Lose(const Loss& loss);
-    // For a file that has come into being: of others nobody needs to know.
-    void TellLosses() const;
+    // Says the notes and losses, now that the file is there.
+    void Tell() const;
     // For --verbose.
     void Detail(const std::string& text);
     // The last line of a run that is done.

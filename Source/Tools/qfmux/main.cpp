@@ -10,6 +10,7 @@
 #include "Plugin.h"
 #include "Remux.h"
 #include "RunReport.h"
+#include "SignalGuard.h"
 #include "Surroundings.h"
 #include "ToolError.h"
 
@@ -20,6 +21,7 @@ extern "C" {
 namespace {
 
 int Run(int argc, char** argv, RunReport& report) {
+    const SignalGuard signals;
     const std::optional<Options> options = ParseOptions(argc, argv);
     if (!options) return kExitDone;
     const Plugin plugin(options->m_Plugin.c_str());
