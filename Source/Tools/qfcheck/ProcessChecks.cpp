@@ -445,6 +445,13 @@ void AnyThread(Host& host) {
     host.CallBy(OnAThread);
     for (const char* format : kFormats) Trial(host, format).Run();
     SessionPlayer player(host);
+    Calls calls; // frames larger than the stack
+    calls.Create(Script::Job("MKV ", "H264", "AC3 "));
+    for (int i = 0; i < 4; ++i) {
+        calls.Video(Script::Units({0x65}, 1 << 20, 1), i * 400000).Video(Script::Units({0x41}, 1 << 20, 2), i * 400000);
+        calls.Audio(Frame(1 << 20, 3), i * 400000);
+    }
+    player.Play(calls.Close().Session(), "frames larger than the stack");
     for (std::uint64_t seed = 1; seed <= 20; ++seed) {
         player.Play(MakeRandomSession(seed),
                     "every second call on another thread, random session " + std::to_string(seed));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <string>
 #include <utility>
 
@@ -55,11 +56,8 @@ Model::EncodeParam Job(const std::string& format, const std::string& video, cons
 
 Octets Frame(std::size_t size, unsigned seed) {
     Octets octets(size);
-    std::uint32_t state = seed * 2654435761U + 12345;
-    for (unsigned char& octet : octets) {
-        state = state * 1664525U + 1013904223U;
-        octet = static_cast<unsigned char>(state >> 24);
-    }
+    std::minstd_rand next(seed + 1);
+    for (unsigned char& octet : octets) octet = static_cast<unsigned char>(next() >> 8 & 0xFF);
     return octets;
 }
 
