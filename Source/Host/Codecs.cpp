@@ -7,24 +7,24 @@
 namespace QfHost {
 
 const Codec kCodecs[] = {
-    {"h264", MakeFourCC("H264"), QF_VIDEO, Framing::H264Lengths, "V_MPEG4/ISO/AVC", "H.264"},
-    {"a264", MakeFourCC("A264"), QF_VIDEO, Framing::H264Slices, "V_MPEG4/ISO/AVC", "H.264, a block for each slice"},
-    {"i264", MakeFourCC("I264"), QF_VIDEO, Framing::H264Slices, "V_MPEG4/ISO/AVC", "H.264, a block for each slice"},
-    {"n264", MakeFourCC("N264"), QF_VIDEO, Framing::H264Slices, "V_MPEG4/ISO/AVC", "H.264, a block for each slice"},
-    {"havc", MakeFourCC("havc"), QF_VIDEO, Framing::H264StartCodes, "V_MS/VFW/FOURCC", "H.264 as in AVI"},
-    {"mpeg1", MakeFourCC("MP1V"), QF_VIDEO, Framing::Mpeg12, "V_MPEG1", "MPEG-1 video"},
-    {"mpeg2", MakeFourCC("MP2V"), QF_VIDEO, Framing::Mpeg12, "V_MPEG2", "MPEG-2 video"},
-    {"mpeg4", MakeFourCC("MP4V"), QF_VIDEO, Framing::Mpeg4, "V_MPEG4/ISO/ASP", "MPEG-4 part 2"},
-    {"xvid", MakeFourCC("Xvid"), QF_VIDEO, Framing::Mpeg4, "V_MPEG4/ISO/ASP", "MPEG-4 part 2"},
-    {"vp8", MakeFourCC("VP8 "), QF_VIDEO, Framing::Plain, "V_VP8", "VP8"},
-    {"aac", MakeFourCC("AAC "), QF_AUDIO, Framing::Aac, "A_AAC", "AAC", 1024},
-    {"ac3", MakeFourCC("AC3 "), QF_AUDIO, Framing::Plain, "A_AC3", "AC-3", 1536},
-    {"mp3", MakeFourCC("MP3 "), QF_AUDIO, Framing::Plain, "A_MPEG/L3", "MPEG audio, layer 3", 1152},
-    {"mp2", MakeFourCC("MP2A"), QF_AUDIO, Framing::Plain, "A_MPEG/L2", "MPEG audio, layer 2", 1152},
-    {"dts", MakeFourCC("DTS "), QF_AUDIO, Framing::Plain, "A_DTS", "DTS"},
-    {"pcm", MakeFourCC("PCM "), QF_AUDIO, Framing::Pcm, "A_PCM/INT/LIT", "uncompressed sound, little-endian integers"},
-    {"vorbis", MakeFourCC("VBIS"), QF_AUDIO, Framing::Vorbis, "A_VORBIS", "Vorbis"},
-    {nullptr, 0, QF_VIDEO, Framing::Plain, nullptr, nullptr}};
+    {"h264", "V_MPEG4/ISO/AVC", "H.264", MakeFourCC("H264"), QF_VIDEO, Framing::H264Lengths},
+    {"a264", "V_MPEG4/ISO/AVC", "H.264, a block for each slice", MakeFourCC("A264"), QF_VIDEO, Framing::H264Slices},
+    {"i264", "V_MPEG4/ISO/AVC", "H.264, a block for each slice", MakeFourCC("I264"), QF_VIDEO, Framing::H264Slices},
+    {"n264", "V_MPEG4/ISO/AVC", "H.264, a block for each slice", MakeFourCC("N264"), QF_VIDEO, Framing::H264Slices},
+    {"havc", "V_MS/VFW/FOURCC", "H.264 as in AVI", MakeFourCC("havc"), QF_VIDEO, Framing::H264StartCodes},
+    {"mpeg1", "V_MPEG1", "MPEG-1 video", MakeFourCC("MP1V"), QF_VIDEO, Framing::Mpeg12},
+    {"mpeg2", "V_MPEG2", "MPEG-2 video", MakeFourCC("MP2V"), QF_VIDEO, Framing::Mpeg12},
+    {"mpeg4", "V_MPEG4/ISO/ASP", "MPEG-4 part 2", MakeFourCC("MP4V"), QF_VIDEO, Framing::Mpeg4},
+    {"xvid", "V_MPEG4/ISO/ASP", "MPEG-4 part 2", MakeFourCC("Xvid"), QF_VIDEO, Framing::Mpeg4},
+    {"vp8", "V_VP8", "VP8", MakeFourCC("VP8 "), QF_VIDEO, Framing::Plain},
+    {"aac", "A_AAC", "AAC", MakeFourCC("AAC "), QF_AUDIO, Framing::Aac, 1024},
+    {"ac3", "A_AC3", "AC-3", MakeFourCC("AC3 "), QF_AUDIO, Framing::Plain, 1536},
+    {"mp3", "A_MPEG/L3", "MPEG audio, layer 3", MakeFourCC("MP3 "), QF_AUDIO, Framing::Plain, 1152},
+    {"mp2", "A_MPEG/L2", "MPEG audio, layer 2", MakeFourCC("MP2A"), QF_AUDIO, Framing::Plain, 1152},
+    {"dts", "A_DTS", "DTS", MakeFourCC("DTS "), QF_AUDIO, Framing::Plain},
+    {"pcm", "A_PCM/INT/LIT", "uncompressed sound, little-endian integers", MakeFourCC("PCM "), QF_AUDIO, Framing::Pcm},
+    {"vorbis", "A_VORBIS", "Vorbis", MakeFourCC("VBIS"), QF_AUDIO, Framing::Vorbis},
+    {nullptr, nullptr, nullptr, 0, QF_VIDEO, Framing::Plain}};
 
 const Codec& FindCodec(qf_track track, const std::string& name) {
     for (const Codec* codec = kCodecs; codec->m_Name != nullptr; ++codec) {

@@ -23,11 +23,11 @@ enum class Framing {
 
 struct Codec {
     const char* m_Name;
+    const char* m_CodecID;
+    const char* m_Description;
     FourCC m_FourCC;
     qf_track m_Track;
     Framing m_Framing;
-    const char* m_CodecID;
-    const char* m_Description;
     std::int32_t m_Samples = 0; // of a frame of sound, where all have as many
 
     // Blocks of a Video-for-Windows track carry decoding times.

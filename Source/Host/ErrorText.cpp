@@ -23,6 +23,7 @@ public:
         if (!m_IsMade) return;
         FreeText(pthread_getspecific(m_Key));
         char* const copy = strdup(text);
+        // cppcheck-suppress memleak ; the thread owns the text from here, and FreeText frees it
         if (pthread_setspecific(m_Key, copy != nullptr ? copy : g_NoMemory) == 0) return;
         std::free(copy);
         pthread_setspecific(m_Key, nullptr);

@@ -1,5 +1,4 @@
-#include "QfMkvSink.h"
-
+// qfmkvsink: a GStreamer element that writes its two pads, video_0 and audio_0, into a Matroska or WebM file.
 #include <memory>
 #include <string>
 
@@ -250,11 +249,11 @@ void qf_mkv_sink_class_init(QfMkvSinkClass* sinkClass) {
     gst_type_mark_as_plugin_api(qf_mkv_sink_pad_get_type(), static_cast<GstPluginAPIFlags>(0));
 }
 
-gboolean InitPlugin(GstPlugin* plugin) { return GST_ELEMENT_REGISTER(qfmkvsink, plugin); }
+gboolean InitPlugin(GstPlugin* plugin) {
+    return gst_element_register(plugin, "qfmkvsink", GST_RANK_NONE, qf_mkv_sink_get_type());
+}
 
 } // namespace
-
-GST_ELEMENT_REGISTER_DEFINE(qfmkvsink, "qfmkvsink", GST_RANK_NONE, qf_mkv_sink_get_type())
 
 GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, qfmkv, "Writes Matroska and WebM files with qf_mkv", InitPlugin,
                   QF_PACKAGE_VERSION, "MIT/X11", "qf_mkv", "qf_mkv")
