@@ -1,5 +1,6 @@
 #include "AccessPoint.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -20,14 +21,19 @@ void EachStartCode(const std::uint8_t* data, std::size_t size, See see) {
 AccessPoint FindMpegVideo(const std::uint8_t* data, std::size_t size, bool hasSetup) {
     AccessPoint point;
     bool hasHeader = hasSetup;
+    point.m_Front = size;
     EachStartCode(data, size, [&](unsigned code, const std::uint8_t* behind, std::size_t left) {
-        if (code == 0xB3) hasHeader = true;                                       // sequence header
+        if (code == 0xB3) { // sequence header
+            hasHeader = true;
+            point.m_Front = std::min(point.m_Front, size - left - 4);
+        }
         if (code == 0xB8 && left > 3) point.m_IsClosed = (behind[3] & 0x40) != 0; // group of pictures: closed_gop
         if (code != 0) return true;
         point.m_IsKey = left > 1 && behind[1] / 8 % 8 == 1; // picture_coding_type: I
         return false;
     });
     point.m_IsEntry = point.m_IsKey && hasHeader;
+    if (point.m_Front == size) point.m_Front = 0; // no header
     return point;
 }
 
@@ -51,11 +57,11 @@ AccessPoint FindAccessPoint(AVCodecID codec, const std::uint8_t* data, std::size
     if (codec == AV_CODEC_ID_MPEG1VIDEO || codec == AV_CODEC_ID_MPEG2VIDEO) return FindMpegVideo(data, size, hasSetup);
     if (codec == AV_CODEC_ID_MPEG4) return FindMpeg4(data, size, isKey, hasSetup);
     if (codec == AV_CODEC_ID_VP8) isKey = size > 0 && data[0] % 2 == 0; // RFC 6386, 9.1
-    return {isKey, isKey, true};
+    return {isKey, isKey, true, 0};
 }
 
 AccessPoint FindAccessPoint(const std::vector<NalUnit>& units, bool isKey) {
     const bool isClosed = HasInstantRefresh(units);
     const bool isEntry = isClosed || HasRecoveryPoint(units);
-    return {isEntry || (isKey && IsIntraPicture(units)), isEntry, isClosed};
+    return {isEntry || (isKey && IsIntraPicture(units)), isEntry, isClosed, 0};
 }

@@ -18,6 +18,8 @@ struct AccessPoint {
     bool m_IsEntry = false;
     // The pictures behind it that are presented before it need none in front of it.
     bool m_IsClosed = false;
+    // Octets in front of it in its frame: the rest of a picture that was cut off.
+    std::size_t m_Front = 0;
 };
 
 // isKey: what the container says. hasSetup: whether it keeps set-up data for the stream.

@@ -8,12 +8,14 @@
 #include "ToolError.h"
 
 void LeaveOutFront(Track& video, std::optional<Track>& audio) {
-    if (video.Next().m_Access.m_IsEntry) return;
+    const bool beginsHere = video.Next().m_Access.m_IsEntry;
     while (video.HasFrame() && !video.Next().m_Access.m_IsEntry) video.LeaveOutInFront();
     if (!video.HasFrame()) {
         throw ToolError(kExitError, "cannot use '" + video.Plan().m_pFile->Path() +
                                         "': decoding can begin at none of its pictures");
     }
+    video.CutFront();
+    if (beginsHere) return;
     const std::int64_t begin = video.Next().m_Presentation;
     while (audio && audio->HasFrame() && audio->Next().m_Presentation + audio->Next().m_Duration <= begin) {
         audio->LeaveOutInFront();

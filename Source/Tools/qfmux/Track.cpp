@@ -1,5 +1,6 @@
 #include "Track.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "TimeLine.h"
@@ -29,6 +30,15 @@ void Track::LeaveOutInFront() {
     m_LengthInFront += m_Next.m_Duration;
     m_Frames.LeaveOut(m_Next);
     Advance();
+}
+
+void Track::CutFront() {
+    AVPacket& packet = *m_Next.m_Packet;
+    const auto front = static_cast<int>(m_Next.m_Access.m_Front);
+    if (std::any_of(packet.data, packet.data + front, [](std::uint8_t octet) { return octet != 0; })) ++m_InFront;
+    packet.data += front;
+    packet.size -= front;
+    m_Next.m_Access.m_Front = 0;
 }
 
 bool Track::Send(HostCalls& host, void* handle, std::int64_t shift) {

@@ -41,6 +41,8 @@ public:
     int LeftOut() const { return m_LeftOut; }
     // Instead of sending the next frame and advancing: it cannot be decoded with what comes behind it alone.
     void LeaveOutInFront();
+    // Takes what is in front of the picture out of the next frame: the rest of one that was cut off.
+    void CutFront();
     int InFront() const { return m_InFront; }
     std::int64_t LengthInFront() const { return m_LengthInFront; } // 100 ns
     // Whether the next picture needs some that are in front of the first one sent.
