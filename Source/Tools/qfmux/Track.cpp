@@ -35,7 +35,10 @@ void Track::LeaveOutInFront() {
 void Track::CutFront() {
     AVPacket& packet = *m_Next.m_Packet;
     const auto front = static_cast<int>(m_Next.m_Access.m_Front);
-    if (std::any_of(packet.data, packet.data + front, [](std::uint8_t octet) { return octet != 0; })) ++m_InFront;
+    if (std::any_of(packet.data, packet.data + front, [](std::uint8_t octet) { return octet != 0; })) {
+        ++m_InFront;
+        m_LengthInFront += m_Next.m_Duration;
+    }
     packet.data += front;
     packet.size -= front;
     m_Next.m_Access.m_Front = 0;
