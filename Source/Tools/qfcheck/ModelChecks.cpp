@@ -430,7 +430,7 @@ void NegativeTimes(Host& host) {
             Calls calls;
             calls.Create(job).Video(LengthUnits({0x65}, 9, 1), 0).Audio(Frame(5, 2), 0);
             for (int i = 1; i < 30; ++i) {
-                const std::int64_t time = i * 400000 - (i % 3 == 0 ? back * kMs : 0);
+                const std::int64_t time = i % 3 == 0 ? -back * kMs - 5000 : i * 400000;
                 calls.Video(LengthUnits({0x41}, 9, 1), time, i % 2 == 0).Audio(Frame(5, 2), time - 1);
             }
             player.Play(calls.Close().Session(), "times before the first block's");
