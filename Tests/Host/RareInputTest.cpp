@@ -54,6 +54,30 @@ TEST_F(RareInput, PackedAudioEndsWithItsOctets) {
     }
 }
 
+TEST_F(RareInput, SizesBelowZeroAreNoFramesAndMoveNothing) {
+    for (const FourCC format : kFormats) {
+        HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
+        EXPECT_EQ(session.PackedAudio(Hex("01 02 03 04"), 0, 600000, {5, 2, -1, INT32_MIN, 1, 1}), 4);
+        const std::vector<Ebml::Block> blocks = session.Finish().Blocks();
+        ASSERT_EQ(blocks.size(), 3U);
+        EXPECT_EQ(blocks[0].m_Frame, Hex("01 02"));
+        EXPECT_EQ(blocks[1].m_Frame, Hex("03"));
+        EXPECT_EQ(blocks[2].m_Frame, Hex("04"));
+    }
+}
+
+TEST_F(RareInput, NoRoomForTheVersionIsNone) { EXPECT_EQ(m_Plugin.GetMultiVersion(nullptr), 0); }
+
+// A month has more milliseconds than 32 bits with a sign count.
+TEST_F(RareInput, AMonthHasADuration) {
+    for (const FourCC format : kFormats) {
+        HostSession session(m_Plugin, MakeVideoJob(format, MakeFourCC("VP8 ")));
+        session.Video(Hex("01"), 0, 400000);
+        session.Video(Hex("02"), 30 * 86400 * kSecond, 400000);
+        EXPECT_EQ(session.Finish().Float("Segment/Info/Duration"), 2592000000.0F);
+    }
+}
+
 TEST_F(RareInput, AFrameWithoutASizeAndWithoutATableIsNone) {
     Octets octets = Hex("01 02");
     for (const FourCC format : kFormats) {

@@ -76,6 +76,18 @@ TEST(Silent, NoLogIsLookedForWhereTheProgramsPathCannotBeRead) {
     dlclose(library);
 }
 
+// errno tells a host why its file does not open, whatever looking for a log has met since.
+TEST(Silent, ErrnoIsOfTheFileThatDidNotOpen) {
+    TempDirectory directory;
+    const std::wstring path = (directory / "none/a").wstring();
+    const EncodeParam job = MakeAudioJob(MakeFourCC("MKA "), MakeFourCC("MP3 "));
+    Plugin plugin(QF_PLUGIN);
+    g_pProgram = ""; // reads as an error of its own
+    EXPECT_EQ(plugin.CreateMediaFile(path.c_str(), &job), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    g_pProgram = nullptr;
+}
+
 // The last one here: a log stays loaded.
 TEST(Silent, TheLogLiesInTheProgramsFolderWhateverTheProgramsName) {
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");

@@ -154,6 +154,15 @@ TEST(CBlock, HasATrackNumberOfAnyWidth) {
     }
 }
 
+TEST(CBlock, HasTheLongestStartThatThereIs) {
+    CBlock block(0x1A45DFA3);
+    block.m_TrackNumber.m_Length = (std::uint64_t{1} << 56) - 1;
+    block.m_Frames.emplace_back(0).m_Data = Repeated(3 << 20, 0xAA);
+    Octets start = Written(block);
+    start.resize(19);
+    EXPECT_TRUE(SameOctets(start, Hex("1A45DFA3 1030000B 01FFFFFFFFFFFFFF 0000 00")));
+}
+
 TEST(CBlock, LacesAFrameWhoseSizeTakesMoreThan65535Octets) {
     const std::size_t large = 255 * 65536;
     CBlock block(0xA1);

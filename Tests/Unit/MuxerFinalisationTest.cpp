@@ -74,6 +74,25 @@ TEST(MuxerFinalisation, TheFillersLengthTakesTheFewestOctetsThatFit) {
     }
 }
 
+// Cue points are for the first video entry, whatever number it was given.
+TEST(MuxerFinalisation, TheCueTrackMayHaveANumberOfAnyWidth) {
+    const TempDirectory directory;
+    EncodeParam job{};
+    job.disableAudio = 1;
+    MKVMuxer muxer;
+    ASSERT_EQ(muxer.CreateMediaFile((directory / "a").wstring().c_str(), &job, nullptr), 1U);
+    muxer.m_pVideoStream->m_pTrackEntry->m_TrackNumber.Set((1ULL << 40) + 1);
+    Octets octets = Hex("01");
+    MEDIA_FRAME frame{};
+    frame.videoData = octets.data();
+    frame.videoSize = 1;
+    frame.frameFlags = 1;
+    muxer.WriteVideoPacket(&frame);
+    muxer.WritePacket();
+    ASSERT_EQ(muxer.m_Cues.m_CuePoints.size(), 1U);
+    EXPECT_EQ(muxer.m_Cues.m_CuePoints[0].m_CueTrackPositions[0].m_CueTrack.m_Value, (1ULL << 40) + 1);
+}
+
 // The steps of writing, each by itself.
 TEST(MuxerFinalisation, EachStepReachesTheFile) {
     const TempDirectory directory;
