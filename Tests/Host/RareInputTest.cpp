@@ -66,6 +66,15 @@ TEST_F(RareInput, SizesBelowZeroAreNoFramesAndMoveNothing) {
     }
 }
 
+// Each of two frames has half of the record's 0.9 ms: the last one ends at 0.9 ms, which rounds to 1.
+TEST_F(RareInput, PackedAudioSharesItsDurationOut) {
+    for (const FourCC format : kFormats) {
+        HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
+        EXPECT_EQ(session.PackedAudio(Hex("01 02"), 0, 9000, {2, 1, 1}), 2);
+        EXPECT_EQ(session.Finish().Float("Segment/Info/Duration"), 1.0F);
+    }
+}
+
 TEST_F(RareInput, NoRoomForTheVersionIsNone) { EXPECT_EQ(m_Plugin.GetMultiVersion(nullptr), 0); }
 
 // A month has more milliseconds than 32 bits with a sign count.

@@ -244,6 +244,32 @@ TEST_F(FileExTest, SmallWritesGoOutInWholePages) {
     EXPECT_EQ(sizes[4], 1120000U - 4 * 262144U);
 }
 
+// No two octets of it are alike for long, so that a piece in a wrong place would show.
+TEST_F(FileExTest, LargeWritesKeepTheOrderOfTheirOctets) {
+    std::string pattern(2000000, '\0');
+    for (std::size_t i = 0; i < pattern.size(); ++i) pattern[i] = static_cast<char>(i % 251);
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    std::string expected;
+    for (const std::size_t size : {10U, 600000U, 7U, 262140U, 3U, 262144U, 262150U, 1U, 2000000U}) {
+        const std::string text = pattern.substr(0, size);
+        EXPECT_EQ(WriteText(m_File, text), size);
+        expected += text;
+    }
+    m_File.Close();
+    EXPECT_TRUE(Holds("a.mkv", expected));
+}
+
+TEST_F(FileExTest, AskingForTheLengthMovesNothingBeyond32Bits) {
+    constexpr std::int64_t kFar = 5LL << 30;
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    EXPECT_EQ(m_File.Seek(kFar, SEEK_SET), 0);
+    EXPECT_EQ(WriteText(m_File, "a"), 1U);
+    EXPECT_EQ(m_File.GetLength(), kFar + 1);
+    EXPECT_EQ(WriteText(m_File, "b"), 1U);
+    EXPECT_EQ(m_File.GetLength(), kFar + 2) << "behind the first";
+    m_File.Open(L"none/a", "wb"); // closes it
+}
+
 // What is read lies behind what was written, in every mode: octets that are gathered go out first.
 TEST_F(FileExTest, ReadsBehindWhatWasWritten) {
     ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
