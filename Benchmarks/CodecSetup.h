@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the peers have to be told of a workload's codecs.
 #pragma once
 

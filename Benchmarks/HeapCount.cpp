@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "HeapCount.h"
 
 #include <malloc.h>

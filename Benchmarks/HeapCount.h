@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the heap is asked for, counted by a library that is loaded in front of the C library (LD_PRELOAD), so that
 // programs and figures without it are untouched.
 #pragma once

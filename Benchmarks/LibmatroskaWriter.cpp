@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libmatroska, the way its users call it: SimpleBlocks that own their frames, a cluster for each second, a cue for each
 // key frame (without pictures: for each cluster).
 #include <ebml/EbmlHead.h>

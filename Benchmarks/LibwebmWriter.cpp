@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libwebm's mkvmuxer, as it comes: a cluster for each video key frame, cues, the file completed by seeking back.
 #include <iterator>
 #include <stdexcept>

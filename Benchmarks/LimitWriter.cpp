@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The limit: what any muxer that lets its host reuse the frame's buffer has to do, and nothing else.
 #include <cstdlib>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What leaves a writer: a file, or nothing but its length.
 #pragma once
 

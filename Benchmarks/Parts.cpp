@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The small parts of the plug-in, in the objects that ship, with Google Benchmark.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plug-in, loaded and called as a host does.
 //
 // It writes through stdio alone, so the sink that only counts stands where the C library has its files: fopen gives a

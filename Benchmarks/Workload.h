@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is written: frames that lie ready in memory, in time order, the same ones on every machine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Those who write the frames into a file, all seen in the same way.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes one file of one workload with one writer and says what that cost.
 //     qf_bench WRITER WORKLOAD SECONDS OUTPUT [rehearse]
 // OUTPUT: a path, or - for a sink that only counts. rehearse: the same once before, not measured: the first octets in a

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Measures everything that scripts/bench reports and writes it to one JSON file.
 
     measure.py BUILD BUILD_I386 FOLDER RESULTS

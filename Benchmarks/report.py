@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Turns what measure.py found into a table, a file for spreadsheets and a plot.
 
     report.py RESULTS FOLDER [DOCUMENT...]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One session of qf_bench, measured natively or counted under callgrind."""
 
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Trees of elements with any values in them. Octets and sizes have to be the model's; a tree of what the muxers may
 // write has to be read by the walker without a word of complaint, value by value.
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the fuzz targets share. A target is one source file with one LLVMFuzzerTestOneInput: it reads its input as
 // choices, and aborts when what it tests breaks a promise.
 #pragma once

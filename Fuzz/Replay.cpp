@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Feeds files to a fuzz target, in builds without a fuzzer: the corpus, and what once broke a promise. Takes files and
 // folders of files.
 #include <algorithm>

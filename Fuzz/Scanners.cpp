@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The scanners of video and the splitter of NAL units against a model that takes each step as it is worded.
 #include <cstdint>
 

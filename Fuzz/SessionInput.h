@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host session out of a fuzzer's octets: calls in any order, any values in their records, up to four files at a time.
 // Like a host it never says that it has more octets than it has, and it closes in the end what it opened.
 //

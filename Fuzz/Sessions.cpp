@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Host sessions against the exported functions of the loaded plug-in. Results, buffers and files have to be those of
 // the reference model; by rules that know nothing of it every file has to parse, to add up, and to hold the payload of
 // each track once and in order.

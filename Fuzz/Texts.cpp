@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text converters against a slow model of both directions: results, octets and bounds.
 #include <cstdint>
 #include <string>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # After cpack: two things of Debian's that this version of CMake cannot say.
 #
 # Multi-Arch: the plug-in, the library and the headers of both ABIs lie side by side, and a tool serves hosts of any.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Where things are installed. The library folder has the ABI in its name, so both ABIs lie side by side under any prefix.
 # The plug-in has a folder of its own in it: it is loaded, never linked, and no linker and no ldconfig should find it.
 include(GNUInstallDirs)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What cmake --install puts where, and the .deb packages that cpack makes of it: one for each component.
 include(CMakePackageConfigHelpers)
 # What is installed, without the tests.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The plug-in needs a compiler and nothing else. Tools and tests need packages; without them the rest is built all the
 # same, with a word about what is missing. scripts/test installs them all and asks for every test.
 function(qf_leave_out option missing)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 set(qf_source_folder ${PROJECT_SOURCE_DIR}/Source)
 set(qf_ignorelist ${CMAKE_CURRENT_LIST_DIR}/sanitize.ignorelist)
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The ABI of record on a 64-bit machine: 4-byte pointers, floats that round as written (no x87), 64-bit file offsets and
 # times.
 set(CMAKE_SYSTEM_NAME Linux)

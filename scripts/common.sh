@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the commands of this folder share. Sourced, not run.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

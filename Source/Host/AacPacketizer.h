@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AAC, raw or with ADTS headers (ISO/IEC 14496-3), which are taken off.
 #pragma once
 

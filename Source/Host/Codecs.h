@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The names by which callers know the plug-in's formats and codecs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ErrorText.h"
 
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text of a thread's last error. It is kept without thread_local: where memory is short, the C library ends a
 // process that cannot have its thread's variables.
 #pragma once

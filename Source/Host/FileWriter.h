@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file that is being written: its packets in any order of tracks, and the plug-in's calls in the order that it needs.
 #pragma once
 

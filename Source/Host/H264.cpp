@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "H264.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // H.264 as containers carry it: parameter sets, units and start codes.
 #pragma once
 

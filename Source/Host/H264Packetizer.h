@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // H.264 of any framing, with its parameter sets from set-up data or from the first packet.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a call of the library fails with, from where it is found to the C face.
 #pragma once
 

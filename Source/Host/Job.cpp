@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Job.h"
 
 #include "HostError.h"

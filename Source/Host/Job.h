@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a file will hold and how it is written, as a caller said.
 #pragma once
 

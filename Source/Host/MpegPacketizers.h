@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MPEG-1, MPEG-2 and MPEG-4 part 2 video.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Packetizer.h"
 
 #include "AacPacketizer.h"

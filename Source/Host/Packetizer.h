@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a codec's packets need on their way to the plug-in.
 #pragma once
 

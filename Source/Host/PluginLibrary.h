@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A plug-in's shared library, loaded: the one place where that is done.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PluginPool.h"
 
 #include "MKVInterface.h"

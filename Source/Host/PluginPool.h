@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Copies of one plug-in: every open file has one to itself, since a plug-in's options and its flag of the kind of file
 // are shared by all files that it writes. A copy that is given back serves the next file.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SignalShield.h"
 
 #include <pthread.h>

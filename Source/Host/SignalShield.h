@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // While an object of this class lives, a write beyond the size that files may have, or into a pipe that nobody reads,
 // shows as an error of the write and not as a signal to the thread. Other threads and handlers of the process are left
 // alone. Nor is the thread cancelled meanwhile: nothing would put the file in order.

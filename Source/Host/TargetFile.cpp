@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TargetFile.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file that is being written, as the system sees it: the plug-in says nothing of write errors.
 #pragma once
 

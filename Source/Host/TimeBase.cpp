@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TimeBase.h"
 
 #include "HostError.h"

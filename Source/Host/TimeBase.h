@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The unit in which a caller counts times.
 #pragma once
 

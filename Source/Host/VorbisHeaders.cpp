@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "VorbisHeaders.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three header packets of Vorbis.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Vorbis, with its three header packets laced in the set-up data or in front of the sound.
 #pragma once
 

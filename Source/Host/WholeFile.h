@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether all of a file arrived.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "WriteWatch.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Notices, while a file is being written, that what was handed over does not arrive.
 //
 // The plug-in keeps a second of media in memory and up to five frames of each track, and gathers some 100 KiB before it

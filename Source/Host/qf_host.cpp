@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C face: checks what C cannot, and turns exceptions into codes.
 #pragma GCC visibility push(default) // what leaves the library
 #include "qf_host.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file
 /// Writes Matroska and WebM files through the qf_mkv plug-in: frames in, files out.
 ///

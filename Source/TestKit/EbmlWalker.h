@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A reader of files, for tests and for qfcheck: an EBML (RFC 8794) and Matroska (RFC 9559) walker that shares no code
 // with the writer. It knows exactly the elements that this format may hold and complains, with offset and path, of all
 // else. Files that their writer never finished are read too, when the reader says that it expects one.

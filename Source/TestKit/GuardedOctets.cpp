@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "GuardedOctets.h"
 
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host's buffer that catches every access beyond its end.
 #pragma once
 

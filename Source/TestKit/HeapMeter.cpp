@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "HeapMeter.h"
 
 #include <malloc.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program's operator new and, where it exports its symbols, that of a plug-in it loads: it counts what is
 // live, and fails when it is told to.
 #pragma once

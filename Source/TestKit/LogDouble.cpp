@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A double of the host's log. It keeps messages for the test program beside which it lies.
 #include <cstdarg>
 #include <cwchar>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LogReader.h"
 
 #include <dlfcn.h>

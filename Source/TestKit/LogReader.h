@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads the messages that a log double beside the running program received.
 #pragma once
 

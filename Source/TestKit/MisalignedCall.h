@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hosts built by older compilers for i386 align their stack to 4 octets only. This calls a function as they do.
 #pragma once
 

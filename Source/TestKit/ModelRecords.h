@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host's records as the interface words them, without positions and without the octets that are the host's own:
 // what a model of the plug-in is told, and what a session is made of before a host lays it out in memory.
 #pragma once

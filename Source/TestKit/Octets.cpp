@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Octets.h"
 
 #include <cctype>

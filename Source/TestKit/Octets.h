@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Octets written down by hand, in which tests and qfcheck state what must be written. This code shares nothing with the
 // plug-in.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Host sessions out of a seed: what a host might call, from the ordinary to the absurd. Half of the sessions are what
 // real jobs look like; the others bend every value, order and buffer that a host is free to get wrong, short of owning
 // fewer octets than it says.

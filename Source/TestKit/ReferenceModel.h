@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the plug-in has to do, said a second time and in the plainest way: a model that takes the same calls as the
 // exported functions, keeps each file as one string of octets and builds every element as a string inside a string.
 // It shares nothing with the plug-in, so that a mistake has to be made twice to go unseen.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TempDirectory.h"
 
 #include <stdlib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A temporary directory that is removed with its object.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Odd arguments are codes with a text, and change nothing.
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a full disk does: codes, no signal, and words about it while the file is still open.
 #include <sys/resource.h>
 

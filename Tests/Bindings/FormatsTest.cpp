@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the library says of a plug-in and of itself.
 #include <fstream>
 #include <set>

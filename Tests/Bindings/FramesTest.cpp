@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Packets in the forms in which encoders and containers have them, and the blocks that become of them.
 #include "LibraryTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmkvsink in pipelines and alone.
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C library's handles, freed with their objects, and calls with the arguments that most tests leave alone.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A plug-in, a folder and a file in it that a test reads back.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The test program's malloc, calloc and realloc, and those of every library in it: they fail when they are told to.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Times, and the order in which packets of two tracks become blocks.
 #include "LibraryTest.h"
 

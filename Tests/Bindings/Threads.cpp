@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads PLUGIN FOLDER: 16 files of all formats, written one after the other and then by 16 threads at once, are the
 // same octet for octet. Time stands still and each thread draws its own random numbers, so that nothing else may
 // differ.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loaded into qfmux, makes it wait for each packet, so that a short film takes as long as a long one. A signal is let
 // through.
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the engines' tests share. Sourced, not run.
 set -euo pipefail
 docs=$(realpath "$(dirname "$0")/../../Docs")

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Nothing that a host may pass is fatal. These files need not make sense, but they are whole, and under the sanitizers
 // nobody complains.
 #include "HostTest.h"

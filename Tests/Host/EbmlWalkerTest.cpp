@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The walker itself: that it accepts a whole file, and that each thing it is there to find is found and named.
 #include "EbmlWalker.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions before any muxer comes in: checks, options, the format flag and its routing.
 #include "HostTest.h"
 

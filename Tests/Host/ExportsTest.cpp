@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What leaves the library, and what it asks for, as the public tools nm and readelf say.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What stands in front of the first cluster.
 #include "HostTest.h"
 

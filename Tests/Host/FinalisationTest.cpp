@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What closing settles: the Duration, the index and the seek head with its filler.
 #include "HostTest.h"
 

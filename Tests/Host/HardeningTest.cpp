@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the library that ships is hardened, as readelf and nm see it. Builds with sanitizers have checks of their own.
 #ifdef QF_HARDENED
 

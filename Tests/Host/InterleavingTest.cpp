@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Blocks into clusters: order, spans, cue points.
 #include "HostTest.h"
 

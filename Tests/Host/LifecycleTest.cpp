@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file from creation to close: where nothing is written, where it goes, and what each job creates.
 #include "HostTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every message of the plug-in, and which of the log's two functions brings it.
 #include "HostTest.h"
 #include "LogReader.h"

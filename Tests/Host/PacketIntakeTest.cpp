@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From a host's frame to queued blocks: times, references, H.264 units, packed audio, private data from first frames.
 #include "HostTest.h"
 

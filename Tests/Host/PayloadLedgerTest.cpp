@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The books are worth something only if they can be out of balance.
 #include "PayloadLedger.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random host sessions go through the plug-in and the reference model in step. Every return value, every frame buffer
 // and every file has to be the same.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Input that hosts give seldom, each by a row of its own: random sessions reach it by chance alone.
 #include "HostTest.h"
 

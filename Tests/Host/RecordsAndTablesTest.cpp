@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables that the plug-in shows a host, field by field, and the gaps of the host's records.
 #include "HostTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host whose log has the second of the two names: only libTW_Log.so lies beside this program.
 #include "LogReader.h"
 #include "Plugin.h"

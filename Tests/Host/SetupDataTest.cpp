@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Codec set-up data: before the Tracks element is written it is what was given, afterwards it fits or is dropped.
 #include "HostTest.h"
 

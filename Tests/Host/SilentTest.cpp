@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host without a log: no library of that name lies beside this program.
 #include "FakeEnvironment.h"
 #include "HostSession.h"

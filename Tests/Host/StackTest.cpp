@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hosts built by older compilers for i386 align their stack to 4 octets: every entry point must live with it.
 #include <gtest/gtest.h>
 

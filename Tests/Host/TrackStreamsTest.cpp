@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a job's parameters become track headers.
 #include "HostTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What sets a WebM file apart.
 #include "HostTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole files, octet by octet. What is expected was assembled by hand: every length and position below is a sum that
 // stands beside it, none was ever printed by the program.
 #include "HostTest.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pages name what there is: paths of the tree, links, the installed plug-in, what the sanitizers leave alone.
 #include <gtest/gtest.h>
 

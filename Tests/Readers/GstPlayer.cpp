@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "GstPlayer.h"
 
 #include <gst/gst.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GStreamer as a player: it demuxes and decodes one track of a Matroska file, seeks, and tells what it saw.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "KnownDifferences.h"
 
 #include <fnmatch.h>

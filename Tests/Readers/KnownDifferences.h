@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of Docs/Readers.md in which a reader that differs from what was asked of a file stands by name. The tests
 // read it as it stands there: what it does not name fails, and so does what it names and does not occur.
 #pragma once

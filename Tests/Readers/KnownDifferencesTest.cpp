@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of known differences as the tests of readers understand it.
 #include "KnownDifferences.h"
 

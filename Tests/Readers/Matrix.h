@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The files that public readers are asked about: which clip of picture meets which clip of sound under which codes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What public readers make of our files: every code and every trait, with every reader. Where a reader differs from
 // what was asked of a file, Docs/Readers.md names it; the tests read that table, and a row of it that no longer holds
 // fails as much as a difference that it does not name.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ReaderFacts.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What public readers say of a file, in words of our own, so that they can be compared.
 #pragma once
 

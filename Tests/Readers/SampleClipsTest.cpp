@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sample clips, muxed by qfmux, as public readers see them: every picture and every sound as in the source.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes one real file of any size with the plug-in: pictures and sound of two streams, over and over.
 //     qf_big_file PLUGIN PICTURE.h264 SOUND.ac3 OUTPUT OCTETS
 // Prints the number of pictures that it took until the file had that many octets.

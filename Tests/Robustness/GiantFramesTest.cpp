@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Frames of a gibibyte, and of as many octets as a record can say: how much memory they take, counted. The host's own
 // octets are pages that nobody has written to, which take none.
 #include <gtest/gtest.h>

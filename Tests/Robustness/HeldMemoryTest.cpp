@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory that the plug-in keeps from frame to frame is given back when it is of no more use.
 #include <new>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "InstructionMeter.h"
 
 #include <signal.h>

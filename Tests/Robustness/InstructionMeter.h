@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counts the instructions of a call, one by one: the processor traps behind each of them, and nothing but the work
 // itself is measured. The kernel's own are not counted. Some 25 microseconds for each, so for small calls only.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The check of a closed file that Docs/HostGuide.md gives to hosts.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files of more than 5 GiB: every position that finds the way in them, where 31 and where 32 bits end.
 #include "LargeTest.h"
 

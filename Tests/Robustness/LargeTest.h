@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What tests of large files share: a host that hands the same octets over again and again, into a virtual file.
 #pragma once
 

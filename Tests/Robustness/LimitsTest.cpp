@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // No input makes a call take time or memory out of proportion to its size: the work is counted, in instructions,
 // allocations, octets of heap, and calls and octets of the output file.
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long runs: many files in one process, days of media in one file, and what waits in the queues. With QF_SOAK set, as
 // scripts/soak does, the same at the rates of real media and ten times as often.
 #include <malloc.h>

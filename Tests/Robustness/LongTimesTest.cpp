@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time lines of more than a day, and as far as they go.
 #include "LargeTest.h"
 

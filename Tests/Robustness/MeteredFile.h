@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a plug-in asks of its output file, counted: calls of stdio, writes to the disk and octets. The octets themselves
 // are not kept.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every allocation of a session fails, once or from there on: no call takes half of what it was given, what is tried
 // again comes out as if nothing had happened, and nothing is left behind.
 #include <map>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Faults that are real: full disks, limits of the process, folders that cannot be written, files that go away.
 #include <fcntl.h>
 #include <sched.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commits one fault, named on the command line, that the sanitizers of this build must catch: a build in which one of
 // them is silently missing would pass every other test.
 #include <climits>

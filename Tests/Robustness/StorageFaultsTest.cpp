@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every call that a small session makes to its storage fails once, or from there on, is cut short, or is late: the
 // host's calls return what they always return, the close returns, nothing leaks, other files do not notice, and what
 // had been written when the fault struck is still there and right. After an octet that is not taken nothing more is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is left of a file when its writer is killed: real media is muxed in a child process that sends itself SIGKILL
 // after so many of the host's calls, or at a step of closing, and what is then on disk is read, and played by ffmpeg.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names typed tests after their classes: AnyElement/CuePoint in place of AnyElement/24.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Public tools and our own, run by a test.
 #pragma once
 

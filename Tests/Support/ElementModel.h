@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What elements write, once more: each a string of octets inside a string of octets. The order of children is the
 // elements' own; everything else is said a second time.
 #pragma once

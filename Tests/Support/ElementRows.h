@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tables for the elements of a file: one row says which member is set and what octets that makes.
 #pragma once
 

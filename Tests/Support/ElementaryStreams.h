@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Frames of real media without a media library: the plainest stream formats there are, cut into what a host hands over.
 // What is not of the format ends the test with std::runtime_error.
 #pragma once

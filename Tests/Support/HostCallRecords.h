@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A session's records as a host lays them out in memory, with the host's own octets between the fields.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One output file driven as a host drives it, with everything that goes wrong on the way reported to the running test.
 #pragma once
 

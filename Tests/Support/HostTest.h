@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every host test starts from: the plug-in freshly loaded, chance and time known.
 #pragma once
 

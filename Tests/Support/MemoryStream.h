@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A stream that collects what is written to it, and that can be told to fail.
 #pragma once
 

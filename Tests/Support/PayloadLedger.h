@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keeps the books of one session: which octets of payload each file took in, block by block. What a file then holds has
 // to be just that, each octet once and in order. It knows how frames become blocks and nothing of the layout, which it
 // leaves to the walker.

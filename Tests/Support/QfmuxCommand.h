@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmux and qfmap, as their tests run them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SameOctets.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Octets compared by a test.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host session played on the plug-in and on the reference model in step. Every return value, every frame buffer and
 // every file has to be the same.
 #pragma once

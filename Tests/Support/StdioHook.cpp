@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "StdioHook.h"
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C library's calls for output files, as a plug-in that the test program loads makes them: a test may take their
 // place. Until it does they are the C library's.
 #pragma once

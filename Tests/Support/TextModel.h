@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The text conversions once more, slow and obvious, and both run into targets whose ends are watched.
 #pragma once
 

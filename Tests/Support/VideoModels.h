@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The scanners of video and the splitter of NAL units once more, step by step as they are worded.
 #pragma once
 

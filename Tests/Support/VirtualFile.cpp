@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "VirtualFile.h"
 
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file of any size in seconds: the plug-in opens it by its path and writes it through real stdio, but of what comes
 // out the inside of large frames is only counted and reads as zeros. Everything else is there, octet for octet.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where a virtual function stands in its class's table, 0 for the first (Itanium C++ ABI, member function pointers).
 #pragma once
 

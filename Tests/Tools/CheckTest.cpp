@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfcheck from the command line: the plug-in as it ships passes, reports are what programs expect, errors are one line.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmux keeps the user's film: whatever its source is like, the file plays and seeks.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmux and qfreplay among files, names and plug-ins that mean no good: one clear line, the right exit code, nothing
 // left behind. The damage is drawn from seeds; QF_HOSTILE_RUNS sets how many damaged files are made of each clip.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The layout that qfcheck goes by is the one that the guide documents, in both word sizes, and the one of the headers.
 #include "Interface.h"
 

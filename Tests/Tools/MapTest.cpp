@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmap: what it says of files, ours and others', against an independent reader, and the pictures that it draws.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

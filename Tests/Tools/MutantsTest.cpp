@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Spoiled plug-ins: qfcheck catches each by the question that is about what was spoiled, and says so in plain words.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmux from the outside: what it does with every codec, every option, and everything that can go wrong.
 #include <fcntl.h>
 #include <gtest/gtest.h>

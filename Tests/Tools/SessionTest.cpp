@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Recorded sessions: what was recorded from real media is replayed into both builds of the plug-in, octet by octet
 // alike.
 #include <gtest/gtest.h>

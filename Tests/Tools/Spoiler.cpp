@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A plug-in that passes everything on to the real one, but spoils one thing: what the name of its file says, as
 // "hang-in-close.so". What a host's own check of its file, and what qfcheck, must notice. Under any other name it
 // spoils nothing.

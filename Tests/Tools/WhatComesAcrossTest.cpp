@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables of Docs/WhatComesAcross.md: each row has a source here, and each source a row.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ByteOrder.h"
 
 #include <gtest/gtest.h>

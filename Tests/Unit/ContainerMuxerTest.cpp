@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a muxer does that the exports cannot reach: its stream, a second file, destruction with a file open.
 #include "ContainerMuxer.h"
 

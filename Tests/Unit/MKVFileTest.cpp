@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MKVFile.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Clusters and blocks.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The cue index.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The EBML header, the Segment's header, Info, seek heads, padding and tags.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What holds for every element: the size promised is the size written, nothing but writing is asked of the stream.
 #include "MatroskaFile.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tracks, and what describes one.
 #include <gtest/gtest.h>
 

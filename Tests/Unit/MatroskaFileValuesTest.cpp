@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Identifiers, lengths and values.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The last steps of a file, called out of turn: what is written back into its front.
 #include <gtest/gtest.h>
 

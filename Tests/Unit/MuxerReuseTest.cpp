@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A muxer that writes one file after another. Hosts never see one, for the exports make a muxer for each file; what
 // belongs to one file must not reach into the next.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tracks of both muxers: header values, and the queue.
 #include "TrackStream.h"
 

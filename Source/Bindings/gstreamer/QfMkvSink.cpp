@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmkvsink: a GStreamer element that writes its two pads, video_0 and audio_0, into a Matroska or WebM file.
 #include <memory>
 #include <string>

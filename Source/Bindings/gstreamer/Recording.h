@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One file that qfmkvsink writes: from the first caps to the last buffer of its two tracks.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the sink's pads take, and what a stream's caps say of its track.
 #pragma once
 

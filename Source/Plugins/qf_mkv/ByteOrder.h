@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Octets and integers: the only shifts of the plug-in stand here, and so does the arithmetic that wraps by design.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What decoders need before the first frame, octet by octet: the headers that become a track's CodecPrivate.
 #pragma once
 

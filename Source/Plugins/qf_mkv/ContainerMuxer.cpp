@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ContainerMuxer.h"
 
 #include <algorithm>

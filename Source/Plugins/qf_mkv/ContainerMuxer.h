@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the two muxers share: one output file from creation to close.
 //
 // A file is laid out as EBML header, Segment header, 4,099 reserved octets, Info, Tracks, clusters, Cues and an index

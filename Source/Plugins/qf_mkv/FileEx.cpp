@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FileEx.h"
 
 #include <fcntl.h>

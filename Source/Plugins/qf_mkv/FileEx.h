@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The output file, and the byte stream through which every element writes itself.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host's log: the functions of its library TW_Log, which lies beside the host's executable.
 #pragma once
 

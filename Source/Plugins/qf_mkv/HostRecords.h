@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file
 /// The records that cross the boundary between the host and the plug-in.
 ///

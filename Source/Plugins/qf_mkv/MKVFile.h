@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text conversions between the host's wide strings (UTF-32) and UTF-8 (RFC 3629).
 //
 // The two core converters behave as the Unicode Consortium's reference routines do, but take their bounds by value: a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file
 /// The plug-in's face to a host: tables that say which file formats it writes and which codecs each accepts, and the
 /// functions that write a file. A host loads the library, finds these names in it and includes this header for their

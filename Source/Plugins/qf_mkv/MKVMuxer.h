@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Matroska files: the formats "MKV ", HMKV and "MKA ".
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The elements of a Matroska file (RFC 8794 for EBML, RFC 9559 for Matroska).
 //
 // An element knows its identifier, says how many octets it takes and writes itself at a stream's current position; it

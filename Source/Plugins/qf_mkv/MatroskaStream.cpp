@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MatroskaStream.h"
 
 long MatroskaStream::Init(const VideoParam* video, const MuxParam* mux) {

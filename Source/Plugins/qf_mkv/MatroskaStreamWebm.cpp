@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MatroskaStreamWebm.h"
 
 long MatroskaStreamWebm::Init(const VideoParam* video) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A track of a WebM file.
 #pragma once
 

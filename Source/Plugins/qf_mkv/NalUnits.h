@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // H.264 in start-code form (ISO/IEC 14496-10, Annex B), rewritten in place into length-prefixed form (14496-15).
 #pragma once
 

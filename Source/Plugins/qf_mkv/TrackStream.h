@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One track of an output file: the header values that describe it, and the blocks taken in for it and not yet written.
 #pragma once
 

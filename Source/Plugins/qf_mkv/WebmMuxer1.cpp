@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "WebmMuxer1.h"
 
 using namespace MatroskaWriter;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // WebM files: the format WEBM.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How each tool begins and ends.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the tools end. The same number means the same in all of them.
 #pragma once
 

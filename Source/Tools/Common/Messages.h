@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a tool tells its user: lines on stderr, and results on stdout.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "StagedFile.h"
 
 #include <fcntl.h>

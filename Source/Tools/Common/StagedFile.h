@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file being written: in a folder of its own beside the target until it is whole.
 #pragma once
 

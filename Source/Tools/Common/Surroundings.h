@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // File names and files from outside, which may be anything.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What ends a run of a tool: one line for the user and an exit code.
 #pragma once
 

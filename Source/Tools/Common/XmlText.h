@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Words in XML.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PinnedEnvironment.h"
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pins time and chance: a program that links this file has its own rand and time, and with ENABLE_EXPORTS a plug-in
 // that it loads uses them too. Until they are pinned, both call the C library.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Plugin.h"
 
 Plugin::Plugin(const char* path) : m_Library(QfHost::PluginFile(path), QfHost::PluginLibrary::Shared{}) {

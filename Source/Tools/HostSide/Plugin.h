@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plug-in as a host sees it: loaded from a file, reached through its exported names alone.
 #pragma once
 

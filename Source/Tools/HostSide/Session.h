@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host's calls to the plug-in, recorded while they are made and made again from the record.
 //
 // A session is a text of one JSON object a line, its payloads in a second file beside it; Docs/SessionFormat.md has the

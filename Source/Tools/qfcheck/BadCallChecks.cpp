@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls with null and with values that cannot be: none is fatal, none takes anything in.
 #include <limits>
 

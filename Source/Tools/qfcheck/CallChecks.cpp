@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions that open no file, and the options.
 #include <cstdlib>
 #include <limits>

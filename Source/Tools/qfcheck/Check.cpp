@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Check.h"
 
 const std::vector<Check>& AllChecks() {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What qfcheck asks of a plug-in, one question at a time.
 #pragma once
 

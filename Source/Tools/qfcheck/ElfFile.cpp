@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ElfFile.h"
 
 #include <elf.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A library as a file: whether it is one that this program can load, and which names it exports.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What leaves the library.
 #include <set>
 

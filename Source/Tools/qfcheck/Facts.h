@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a plug-in has no business to change in the process of its host.
 #pragma once
 

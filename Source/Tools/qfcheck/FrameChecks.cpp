@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What becomes of frames: H.264 rewritten in the host's buffer, audio frames in one packet, set-up data that comes
 // late.
 #include "Check.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host of a check: the library loaded, its functions called by their documented names, and what a call must not do
 // noticed at once.
 #pragma once

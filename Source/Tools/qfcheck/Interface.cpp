@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Interface.h"
 
 namespace Interface {

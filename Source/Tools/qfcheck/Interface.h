@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plug-in's interface as Docs/HostGuide.md documents it: positions for both word sizes, exported names and their
 // kinds. Stated here once more and not taken from the plug-in's headers, so that a header that moves a field is noticed
 // too.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files from creation to closing: failures, closing in every state, and the flag that says what was created last.
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every message of the plug-in, which of the log's two functions brings it, and where the log is looked for.
 #include <dlfcn.h>
 

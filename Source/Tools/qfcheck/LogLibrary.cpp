@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LogLibrary.h"
 
 // A host's log is a library beside the host's executable, so the double has to become a file before it can be one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The double of the host's log, carried inside the program.
 #pragma once
 

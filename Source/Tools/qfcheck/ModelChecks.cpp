@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sessions of every kind whose calls and files are compared with those of the model, octet for octet.
 #include <cstdlib>
 #include <ctime>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One output file of the plug-in's, driven as a host drives it.
 #pragma once
 

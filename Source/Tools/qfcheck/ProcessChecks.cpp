@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a plug-in owes the process that it is loaded into, and what it may need there: memory, descriptors, threads.
 #include <dlfcn.h>
 #include <fcntl.h>

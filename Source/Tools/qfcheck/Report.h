@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What came of the checks, for people and for programs.
 #pragma once
 

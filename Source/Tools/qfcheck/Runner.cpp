@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Runner.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs each check in a process of its own, so that whatever the plug-in does there ends nothing but that.
 #pragma once
 

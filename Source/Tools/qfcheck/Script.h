@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A session in the making: the calls of a host, one after another.
 #pragma once
 

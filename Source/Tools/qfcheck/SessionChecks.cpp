@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole sessions, and more than one file.
 #include <memory>
 

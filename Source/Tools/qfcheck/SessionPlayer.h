@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plays a session on the plug-in and on the model of it in step: every result, every buffer of the host's, the exported
 // data and every file must be the same, to the octet. Time and chance are pinned for both.
 #pragma once

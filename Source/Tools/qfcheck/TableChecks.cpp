@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables that a host reads, at their documented positions.
 #include "Check.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A whole session of one format, three seconds of it, and everything that its file must then hold.
 #pragma once
 

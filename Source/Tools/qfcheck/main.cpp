@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfcheck: asks a build of the plug-in, one question at a time, whether it keeps the interface.
 #include <CLI/CLI.hpp>
 #include <fnmatch.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completion of qfcheck's command line for bash.
 _qfcheck() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}

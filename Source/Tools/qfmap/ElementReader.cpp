@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ElementReader.h"
 
 #include <ebml/EbmlBinary.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Walks the elements of a Matroska file with libebml and libmatroska. It reads headers, and payloads only of values
 // that a caller asks for. Files may be damaged, and their lengths may be wrong.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The layout of a Matroska or WebM file by any writer: its elements, and where and when each track has blocks.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file's map as a picture.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plot in a map's picture: octets across, time up. Key frames and cues are below it; bars beside it show when each
 // track has blocks.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MapReader.h"
 
 #include <ebml/EbmlHead.h>

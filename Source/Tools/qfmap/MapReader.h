@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads a file's map with libebml and libmatroska. Payloads are skipped, and memory does not grow with the number of
 // blocks.
 #pragma once

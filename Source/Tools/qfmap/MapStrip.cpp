@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MapStrip.h"
 
 #include <sys/ioctl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file's map as text for the terminal.
 #pragma once
 

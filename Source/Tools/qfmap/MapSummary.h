@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the picture and the strip share: the headline, the findings, and the file as a row of parts.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PagedFile.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file for libebml that reads a page at a time, so that skipping from header to header leaves payloads on the disk.
 #pragma once
 

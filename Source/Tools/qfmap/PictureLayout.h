@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The layout that all parts of a map's picture share: the place of an octet and of a time, the tracks that are drawn,
 // and their colours.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SvgPage.h"
 
 #include "Words.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Builds an SVG page. Shapes name the classes of its style sheet, which has a light and a dark form.
 #pragma once
 

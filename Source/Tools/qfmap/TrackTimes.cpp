@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TrackTimes.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Collects the pieces, lags and gaps of each track while the reader passes over its blocks. Memory does not grow with
 // the number of blocks.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Words and numbers as people read them: text in UTF-8, octets, times, shares.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmap: draws how a Matroska or WebM file is laid out, whoever wrote it.
 #include <CLI/CLI.hpp>
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completion of qfmap's command line for bash.
 _qfmap() {
     local current=${COMP_WORDS[COMP_CWORD]}

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where decoding can begin.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AvPtr.h"
 
 std::string AvReason(int error) {

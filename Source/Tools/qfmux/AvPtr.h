@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Owners of what the media libraries allocate, and their words for errors.
 #pragma once
 

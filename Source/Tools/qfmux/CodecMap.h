@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which code of the plug-in a codec of libavcodec goes by, and what its frames need on the way.
 #pragma once
 

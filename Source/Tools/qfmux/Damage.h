@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether a source is damaged or ends too early.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What libavcodec makes of a stream's packets.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where a file's streams will begin and end otherwise than the source's, and how its sound will be heard.
 #pragma once
 

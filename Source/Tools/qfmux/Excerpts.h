@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Short pieces of the source, kept while it goes by, to be played beside the file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How much there is to do.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the frames of a video stream tell of it by themselves.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One compressed frame on its way from the reader to the plug-in.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FrameLosses.h"
 
 #include <algorithm>

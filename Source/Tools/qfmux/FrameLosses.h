@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Losses that show only while the frames go by.
 #pragma once
 

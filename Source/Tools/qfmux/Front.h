@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where a file begins.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "H264Frames.h"
 
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Frames of H.264 as they go into the file: every unit of the source behind a length of 4 octets.
 #pragma once
 

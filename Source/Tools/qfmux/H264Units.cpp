@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "H264Units.h"
 
 #include <algorithm>

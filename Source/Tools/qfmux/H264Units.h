@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The units of H.264 frames: behind lengths, and what they say of a picture.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What libavformat keeps to itself of an MP4 or QuickTime file's tracks (ISO 14496-12).
 #pragma once
 

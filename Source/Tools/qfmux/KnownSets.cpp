@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "KnownSets.h"
 
 #include <set>

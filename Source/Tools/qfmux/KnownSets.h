@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parameter sets that a stream of H.264 has needed so far.
 #pragma once
 

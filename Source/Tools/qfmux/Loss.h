@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Something that a source has and its file will not.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LossText.h"
 
 std::string Counted(std::size_t count, const std::string& what) {

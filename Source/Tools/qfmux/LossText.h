@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Words for what a file will not have.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a file will not have of its sources.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a Matroska file tells in front of its frames and libavformat keeps to itself (RFC 9559).
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A media file as libavformat opens it, and what streams it has.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The packets of a file's chosen streams, read once for all of them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a file's pictures will be shown otherwise than the source's.
 #pragma once
 

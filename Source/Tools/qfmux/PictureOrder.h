@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // In which order pictures are presented, where their file does not say so.
 #pragma once
 

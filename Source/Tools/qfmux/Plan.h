@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a run will do: which format, which streams, under which codes, and what is left out.
 #pragma once
 

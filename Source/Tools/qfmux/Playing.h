@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether a finished file plays as its source does.
 #pragma once
 

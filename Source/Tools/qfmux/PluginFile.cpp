@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PluginFile.h"
 
 #include <exception>

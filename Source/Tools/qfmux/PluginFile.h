@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plug-in's handle of the file, closed in any case.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How far a run is: a bar on the terminal, or one JSON object a line.
 #pragma once
 

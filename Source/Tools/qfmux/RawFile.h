@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A finished file as libavformat opens it for its blocks as they stand: nothing parsed, nothing guessed.
 #pragma once
 

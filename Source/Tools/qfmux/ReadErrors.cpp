@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ReadErrors.h"
 
 #include <cstdarg>

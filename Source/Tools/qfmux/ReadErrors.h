@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What libavformat complains of while it reads a file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Receipt.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a run has done, for the user.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One run: media files in, a file of the plug-in's out.
 #pragma once
 

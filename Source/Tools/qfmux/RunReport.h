@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a run has to tell its user.
 #pragma once
 

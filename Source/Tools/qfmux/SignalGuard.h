@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What signals do to a run.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the container tells players to leave out at the ends of a stream.
 #pragma once
 

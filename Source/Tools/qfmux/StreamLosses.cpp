@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "StreamLosses.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams that a file will not have.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The times of a file's packets, and how those that jump are mended.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Track.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One stream on its way into the file.
 #pragma once
 

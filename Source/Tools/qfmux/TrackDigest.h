@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the blocks of one track are, boiled down to a few numbers that can be compared.
 #pragma once
 

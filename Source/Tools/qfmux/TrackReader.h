@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One stream's frames in decoding order, each with its times.
 #pragma once
 

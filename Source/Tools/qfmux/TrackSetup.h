@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the plug-in is told of a track in front of its frames.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Verification.h"
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether what came out is the user's film.
 #pragma once
 

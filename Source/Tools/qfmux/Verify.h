@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whether a finished file holds what was sent in.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfmux: puts the streams of media files into a Matroska or WebM file, by way of the plug-in, as a host would.
 #include <cstdlib>
 #include <optional>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completion of qfmux's command line for bash.
 _qfmux() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qfreplay: makes the calls of a recorded session to any build of the plug-in.
 #include <CLI/CLI.hpp>
 

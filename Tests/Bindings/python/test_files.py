@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Files written by the examples and by hand, read back by other people's readers."""
 import array
 import gc

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Whatever is passed, Python goes on: an exception with the library's words, or Python's own."""
 import copy
 import ctypes

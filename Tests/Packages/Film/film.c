@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* film FILE: a second of silence, through the installed plug-in. */
 #include <stdio.h>
 

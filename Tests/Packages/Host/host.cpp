@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The smallest host: one second of silence into a .mka file. It finds all that it calls in the plug-in's own table.
 #include <MKVInterface.h>
 #include <dlfcn.h>

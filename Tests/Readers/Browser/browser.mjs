@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Headless Chromium; each of its pages holds one <video> and has a server of its own. Every wait is bounded.
 import { mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the browser reports against what the source says. Each check throws an AssertionError that says what is wrong.
 import assert from 'node:assert/strict';
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The clips that the browser plays, and what is asked of each. make-clips makes the files of these names: `name`.webm
 // is what qfmux wrote and the browser plays; source-`name`.webm and source-`name`.ogg are what went in, and what the
 // browser's pictures and sound are compared with.

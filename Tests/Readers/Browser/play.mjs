@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opens, plays and seeks one clip of clips.mjs in a browser. The pictures on the screen are left in the folder.
 import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // That the checks can fail: what the browser truly shows of one clip passes with the source's figures, and is refused
 // with any other.
 import assert from 'node:assert/strict';

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One browser plays each clip of clips.mjs, and the checks refuse what is wrong: session.mjs FOLDER [CLIP...].
 import { withBrowser } from './browser.mjs';
 import { clips } from './clips.mjs';

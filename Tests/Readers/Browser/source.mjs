@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a source holds, as ffmpeg and ffprobe tell it, and which of its pictures a browser is to show after a seek.
 import { execFileSync } from 'node:child_process';
 import { existsSync } from 'node:fs';

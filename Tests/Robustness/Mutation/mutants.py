@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Spoils C++ sources, one place at a time: every mutant of a file is one small change that a tired hand could make.
 
 The sources are read as tokens, not parsed: formatted by clang-format, they tell a comparison from a template's bracket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Tries the tests: spoils the plug-in's sources one place at a time and says which faults no test notices.
 
     run.py [--only FILE ...] [--sample N] [--seed S] [--jobs N] [--quick] [--again] [--equivalent] [--report]

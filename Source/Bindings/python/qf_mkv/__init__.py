@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Writes Matroska and WebM files through the qf_mkv plug-in: compressed frames in, files out.
 
     import qf_mkv

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The library's errors as exceptions, each of the built-in kind that it is nearest to."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A file that is being written."""
 
 from __future__ import annotations

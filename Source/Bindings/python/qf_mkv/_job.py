@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a file will hold."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """libqf_host, loaded: its functions with their types, and values checked before they become C's."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A loaded plug-in."""
 
 from __future__ import annotations

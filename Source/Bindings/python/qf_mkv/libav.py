@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Streams and packets of PyAV, and of whatever looks like them, for qf_mkv.
 
 This module does not import PyAV: it reads attributes that its streams, codec contexts and packets have.
