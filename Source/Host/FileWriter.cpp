@@ -225,6 +225,7 @@ void FileWriter::Begin() {
     }
     const std::wstring name = m_Target->NameForPlugin();
     errno = 0;
+    // cppcheck-suppress danglingLifetime ; the plug-in copies both
     m_pHandle = m_pFormat->CreateMediaFile(name.c_str(), &param);
     if (m_pHandle == nullptr && errno == ENOMEM) throw std::bad_alloc();
     if (m_pHandle == nullptr) {

@@ -198,7 +198,8 @@ int qf_job_set_sync(qf_job* job, int sync);
 
 /// How long a packet waits for the other track at most, in milliseconds of media time; 0, as without it, for ever. For
 /// live sources, of which one may fall silent. A packet that comes more than 30 seconds behind what was written is
-/// refused with QF_ERROR_TIME.
+/// refused with QF_ERROR_TIME. A track that will have nothing is ended at once, see qf_file_end_track: until its
+/// first packet all is in memory.
 int qf_job_set_longest_wait(qf_job* job, int32_t milliseconds);
 
 /// Creates the file, empty, or empties the one that is there.
