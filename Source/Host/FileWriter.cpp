@@ -42,6 +42,18 @@ const FileFormatInfo* NeedFormat(const PluginPool::Copy& plugin, FourCC code) {
     return format;
 }
 
+// The plug-in's handle. Throws when there is none.
+void* CreateMediaFile(const FileFormatInfo& format, const TargetFile& target, const EncodeParam& param) {
+    const std::wstring name = target.NameForPlugin();
+    errno = 0;
+    void* const handle = format.CreateMediaFile(name.c_str(), &param);
+    // cppcheck-suppress returnDanglingLifetime ; the plug-in copies both
+    if (handle != nullptr) return handle;
+    if (errno == ENOMEM) throw std::bad_alloc();
+    throw HostError(QF_ERROR_OPEN,
+                    "the plug-in cannot open '" + target.Path() + "': " + std::generic_category().message(errno));
+}
+
 } // namespace
 
 FileWriter::FileWriter(std::shared_ptr<PluginPool> pool, const char* path, const Job& job)
@@ -223,15 +235,8 @@ void FileWriter::Begin() {
         options.displayAspectY = m_Job.m_AspectY;
         matroska->SetMuxParam(&options);
     }
-    const std::wstring name = m_Target->NameForPlugin();
-    errno = 0;
-    // cppcheck-suppress danglingLifetime ; the plug-in copies both
-    m_pHandle = m_pFormat->CreateMediaFile(name.c_str(), &param);
-    if (m_pHandle == nullptr && errno == ENOMEM) throw std::bad_alloc();
-    if (m_pHandle == nullptr) {
-        throw HostError(QF_ERROR_OPEN, "the plug-in cannot open '" + m_Target->Path() +
-                                           "': " + std::generic_category().message(errno));
-    }
+    // cppcheck-suppress danglingLifetime ; the plug-in copies the job
+    m_pHandle = CreateMediaFile(*m_pFormat, *m_Target, param);
 
     std::int64_t start = std::numeric_limits<std::int64_t>::max();
     std::int64_t first = start;
