@@ -76,6 +76,16 @@ TEST_F(RareInput, PackedAudioSharesItsDurationOut) {
     }
 }
 
+// 500 s are more units than 32 bits count.
+TEST_F(RareInput, TheSoundsDurationsAddUpIn64Bits) {
+    for (const FourCC format : kFormats) {
+        HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
+        for (int i = 0; i < 1000; ++i)
+            session.Audio(Hex("21"), i * kSecond / 2, static_cast<std::int32_t>(kSecond / 2));
+        EXPECT_EQ(session.Finish().Float("Segment/Info/Duration"), 500000.0F);
+    }
+}
+
 TEST_F(RareInput, NoRoomForTheVersionIsNone) { EXPECT_EQ(m_Plugin.GetMultiVersion(nullptr), 0); }
 
 // A month has more milliseconds than 32 bits with a sign count.

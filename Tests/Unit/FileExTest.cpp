@@ -271,6 +271,14 @@ TEST_F(FileExTest, AskingForTheLengthMovesNothingBeyond32Bits) {
     m_File.Open(L"none/a", "wb"); // closes it
 }
 
+TEST_F(FileExTest, KnowsItsPositionBehindALargeWriteAtItsEnd) {
+    ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
+    WriteText(m_File, "abc");
+    EXPECT_EQ(m_File.Seek(0, SEEK_END), 0);
+    EXPECT_EQ(WriteText(m_File, std::string(1000000, 'x')), 1000000U);
+    EXPECT_EQ(m_File.GetPos(), 1000003);
+}
+
 // What is read lies behind what was written, in every mode: octets that are gathered go out first.
 TEST_F(FileExTest, ReadsBehindWhatWasWritten) {
     ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);

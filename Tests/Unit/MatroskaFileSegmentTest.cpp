@@ -124,8 +124,9 @@ struct VoidRow {
     const char* m_Header;
 };
 
-const VoidRow kVoidRows[] = {{0, "EC 80"},   {1, "EC 81"},     {63, "EC BF"},     {64, "EC C0"},       {65, "EC C1"},
-                             {126, "EC FE"}, {127, "EC 407F"}, {4096, "EC 5000"}, {20000, "EC 204E20"}};
+const VoidRow kVoidRows[] = {{0, "EC 80"},         {1, "EC 81"},         {63, "EC BF"},       {64, "EC C0"},
+                             {65, "EC C1"},        {126, "EC FE"},       {127, "EC 407F"},    {4096, "EC 5000"},
+                             {20000, "EC 204E20"}, {40000, "EC 209C40"}, {65536, "EC 210000"}};
 
 TEST(Void, IsAHeaderAndZerosInSmallPieces) {
     for (const VoidRow& row : kVoidRows) {

@@ -47,7 +47,7 @@ STAGES = [
     ("Robustness/qf_large_tests", "*"),
     ("Host/qf_host_tests", "RandomSessions.*"),
 ]
-QUICK = 6 # of them, which take two seconds together
+QUICK = 7 # of them, which take some seconds together
 RANDOM_SESSIONS = 300
 KILLERS = 20         # tests that noticed the most faults of a file, which are run before all others
 LIKELY_SECONDS = 3   # of the processor, for these
