@@ -90,8 +90,6 @@ std::string Units(const std::string& file, bool slicesOnly) {
 struct ClipFacts {
     double m_Start = 1e9; // ms
     double m_End = 0;
-    double m_Sum = 0;       // of all durations; one lasts until the next packet where only rounding says otherwise
-    double m_LastStart = 0; // of the last packet in file order
     std::vector<bool> m_Keys;
 };
 
@@ -113,24 +111,16 @@ ClipFacts ProbeClip(const std::string& file) {
     static std::map<std::string, ClipFacts> known;
     if (const auto found = known.find(file); found != known.end()) return found->second;
     const json said = json::parse(RunCommand("ffprobe -v quiet -of json -show_entries "
-                                             "packet=pts_time,dts_time,duration_time,flags:stream=time_base " +
+                                             "packet=pts_time,dts_time,duration_time,flags " +
                                              Quoted(file))
                                       .m_Output);
     ClipFacts facts;
-    const auto timeBase = said["streams"][0]["time_base"].get<std::string>(); // "1/1000"
-    const double tick = 1000 / std::stod(timeBase.substr(2));
-    double last = 0; // the previous packet's duration
     for (const json& packet : said["packets"]) {
         const auto ms = [&packet](const char* name) { return std::stod(packet[name].get<std::string>()) * 1000; };
         const double time = ms(packet.contains("pts_time") ? "pts_time" : "dts_time");
         const double duration = packet.contains("duration_time") ? ms("duration_time") : 0;
         facts.m_Start = std::min(facts.m_Start, time);
         facts.m_End = std::max(facts.m_End, time + duration);
-        const double distance = time - facts.m_LastStart;
-        if (!facts.m_Keys.empty() && std::abs(distance - last) <= tick + 0.001) facts.m_Sum += distance - last;
-        facts.m_Sum += duration;
-        last = duration;
-        facts.m_LastStart = time;
         facts.m_Keys.push_back(packet["flags"].get<std::string>()[0] == 'K');
     }
     if (fs::path(file).extension() == ".avi") facts.m_Keys = IntraPictures(file);
@@ -151,12 +141,6 @@ struct Asked {
             end = std::max(end, facts.m_End);
         }
         m_Duration = std::to_string(end - start);
-        m_Values["<sum of the sound>"] = std::to_string(m_Audio.m_Sum);
-        m_Values["<start of the last frame>"] = std::to_string(m_Video.m_LastStart - start + 1);
-        if (one.m_pAudio != nullptr) {
-            m_Tags.insert(SameValue("duration", m_Duration, m_Values["<sum of the sound>"]) ? "sound fills"
-                                                                                            : "sound does not fill");
-        }
     }
 
     Tags m_Tags;

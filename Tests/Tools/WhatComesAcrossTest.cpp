@@ -161,7 +161,8 @@ std::vector<Source> Sources() {
         {"an edit list that changes the speed", "in.mp4", kCopy + "in.mp4", "out.mkv",
          [] { Patch("in.mp4", Ascii("elst"), Hex("00 00 80 00"), 20); }},
         {"key frames more than a second apart, into WebM", "in.webm", "ln -s WEBM in.webm", "out.webm"},
-        {"pictures without sound, for less than a second", "in.mp4", kPicture + "-c:v libx264 in.mp4"},
+        {"a last picture that stands for more than a second", "in.mp4",
+         "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x64:rate=1/3:duration=9 -c:v libx264 -bf 0 in.mp4"},
     };
 }
 

@@ -106,6 +106,18 @@ int Tell(const Plan& plan, const Options& options, RunReport& report) {
     return report.HasWarnings() ? kExitWarnings : kExitDone;
 }
 
+// The plug-in's Duration is the sum of what audio calls tell, and players go no further. A call without data adds what
+// the film lasts beyond that: sound that begins later, has gaps, ends first, or is not there.
+void SettleLength(HostCalls& host, void* handle, std::int64_t missing) {
+    while (missing != 0) {
+        constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+        MEDIA_FRAME frame{};
+        frame.duration = static_cast<std::int32_t>(std::clamp(missing, -kMost, kMost));
+        missing -= frame.duration;
+        host.WriteAudioPacket(handle, frame, nullptr);
+    }
+}
+
 } // namespace
 
 int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
@@ -173,6 +185,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     std::uint64_t octets = 0;
     std::int64_t position = 0;
     FrameLosses losses;
+    std::int64_t sound = 0; // all its durations
     Progress progress(options.m_Progress, options.m_Quiet, extent.m_Length);
     const auto isDue = [&](const std::optional<Track>& track) {
         return track && track->HasFrame() && static_cast<double>(track->Next().m_Decode - start) < limit;
@@ -188,6 +201,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
         } else if (ToMilliseconds(track.Time() + shift) >= zero) {
             const std::int64_t time = track.Time() - first;
             losses.Add(videoIsNext, track.Next().m_Access.m_IsKey, time, time + track.Next().m_Duration);
+            if (!videoIsNext) sound += track.Next().m_Duration;
             if (track.Send(host, file.Handle(), shift) && !track.SetupHasChanged()) {
                 verification.Take(videoIsNext, track.Next(), ToMilliseconds(track.Time() + shift) - zero);
             }
@@ -198,6 +212,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
         }
         if (progress.Update(position, octets)) output.CheckRoom();
     }
+    SettleLength(host, file.Handle(), losses.Length() - sound);
     file.Close();
     if (SignalGuard::Caught() != 0) EndBySignal(output, losses.Length(), report);
 

@@ -31,7 +31,7 @@ export const clips = {
         last: 59.4,
         tones: true,
     },
-    // Too short for a Duration: see expectedDuration.
+    // Shorter than a second, without sound.
     moment: { size: [320, 180], length: 0.8, seeks: [0.4, 0.1, 0.3], last: 0.3 },
 };
 

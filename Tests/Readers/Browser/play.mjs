@@ -18,12 +18,9 @@ export async function play(folder, name, withPage) {
 
     await withPage(folder, async ({ call, ranges, screenshot }) => {
         const opened = await call('open', url);
-        const duration = source.expectedDuration();
-        checks.checkOpened(opened, clip, duration);
+        checks.checkOpened(opened, clip, source.length);
         if (clip.tones) await call('listen');
         checks.checkPlayed(await call('play', 0.3), opened, clip, Boolean(clip.size));
-        // What has no Duration can be sought in once it has been played.
-        if (duration === null) checks.checkEnd(await call('playToTheEnd'), clip);
 
         for (const seconds of clip.seeks) {
             const frame = frameAfterSeek(seconds);

@@ -53,19 +53,13 @@ export class Source {
         const picture = join(folder, `source-${name}.webm`);
         const ownSound = join(folder, `source-${name}.ogg`);
         this.soundFile = existsSync(ownSound) ? ownSound : picture;
-        const packets = clip.size ? probe(picture, 'v', 'packet=pts_time,flags') : [];
+        const packets = clip.size ? probe(picture, 'v', 'packet=pts_time,duration_time,flags') : [];
         const sounds = clip.rate ? probe(this.soundFile, 'a', 'packet=pts_time,duration_time') : [];
         // The file starts at its first block.
         const base = Math.min(...[...packets, ...sounds].map(([time]) => milliseconds(time)));
-        this.blocks = packets.map(([time, flags]) => ({ time: milliseconds(time) - base, key: flags.includes('K') }));
-        this.lastBlock = Math.max(...[...packets, ...sounds].map(([time]) => milliseconds(time))) - base;
-        // A packet lasts until the next one where that is its duration but for the rounding of the container's times.
-        const tick = this.soundFile === picture ? 0.001 : 1 / clip.rate;
-        this.soundDuration = sounds.reduce((sum, [time, duration], i) => {
-            const told = Number(duration) || 0;
-            const distance = i + 1 < sounds.length ? sounds[i + 1][0] - time : told;
-            return sum + 1000 * (Math.abs(distance - told) <= tick + 1e-6 ? distance : told);
-        }, 0);
+        this.blocks = packets.map(([time, , flags]) => ({ time: milliseconds(time) - base, key: flags.includes('K') }));
+        const ends = [...packets, ...sounds].map(([time, duration]) => Number(time) + (Number(duration) || 0));
+        this.length = Math.max(...ends) - base / 1000; // seconds
         this.frames = clip.size ? probe(picture, 'v', 'frame=pts_time').map(([time]) => milliseconds(time) - base) : [];
         if (!clip.size) return;
         // From the first picture to the last, so that no seeking of ffmpeg's plays a part.
@@ -75,15 +69,6 @@ export class Source {
         const octets = run('ffmpeg', [...args, '-f', 'rawvideo', '-pix_fmt', 'yuv420p', 'pipe:']);
         if (octets.length !== this.frames.length * size) throw new Error(`${picture}: pictures are missing`);
         this.pictures = this.frames.map((_, frame) => toRgb(octets.subarray(frame * size), width, height));
-    }
-
-    // The length in seconds that the browser is to report when it opens the file, or null. A Duration is the sum of
-    // the sound's durations if that lies within a second of the start of the last block; else it is the start of the
-    // last block and 1 ms. Pictures alone that last no longer than a second thus have a Duration of zero, which tells
-    // a browser nothing.
-    expectedDuration() {
-        const far = Math.abs(this.lastBlock - this.soundDuration) > 1000;
-        return (far ? this.lastBlock + 1 : this.soundDuration) / 1000 || null;
     }
 
     // The frame on the screen at a time: the last that has begun.
