@@ -45,8 +45,7 @@ command -v npm >/dev/null || browser_packages+=(npm)
 # What the tests of readers ask besides; gst-discoverer-1.0 is in plugins-base-apps.
 reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-plugins-base
     gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
-    libgstreamer1.0-dev)
-command -v python3 >/dev/null || reader_test_packages+=(python3)
+    libgstreamer1.0-dev mpv python3 python3-av python3-gi python3-numpy gir1.2-gst-plugins-base-1.0)
 # What the tests of the Python package ask: Debian's Python, whichever other lies on the path.
 python_packages=(python3 python3-av python3-numpy python3-pytest mypy)
 # What the tests of costs count with, and what scripts/bench needs besides.
