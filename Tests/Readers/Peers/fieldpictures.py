@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """H.264 in which each field is a picture of its own (ITU-T H.264, field_pic_flag), which no free encoder writes.
 
 Key frames are uncompressed macroblocks, all others repeat the field before but for one macroblock.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Says what a player gets out of a file, in figures that can be compared, and where one file is worse than another.
 
 Everything is told by the samples themselves. The *master* is the clip before it was cut or damaged; a picture is good if

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Decodes a file with ffmpeg's libraries, GStreamer and mpv, whole and after seeks: what each shows, and when.
 
 A picture is a pair of its time in seconds and a key: pictures with equal keys are equal in every sample (for mpv's

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The films that qfmux and its peer are compared by: one row each."""
 
 from dataclasses import dataclass, field

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Makes the films that the rows of rows.py name: drawn and encoded by ffmpeg, then cut or damaged here.
 
 Every function returns a film: the file's path and that of its master, the same film before it was cut or damaged. What
