@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# What the commands of this folder share. Sourced, not run.
+# Functions and package lists that the scripts of this folder share. Sourced, not run.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -17,13 +17,13 @@ need_packages() {
         "${missing[@]}" >/dev/null
 }
 
-# Configures and builds a preset, all of it or the targets that $targets names; its words are shown only when it fails.
+# Configures and builds a preset, all of it or the targets that $targets names. Output is shown only on failure.
 targets=all
 build_preset() { # preset, then options for the configuration
     local preset=$1 log
     shift
     log=$(mktemp)
-    # What a plain cmake would leave out for want of a package counts as failed here.
+    # A part that a plain cmake would leave out for want of a package is a failure here.
     if ! { cmake --preset "$preset" "$@" && cmake --build --preset "$preset" --target $targets; } >"$log" 2>&1 ||
         grep -q 'is missing: built' "$log"; then
         cat "$log" >&2
@@ -42,13 +42,13 @@ browser_packages=(chromium)
 # Node from elsewhere will do, from version 18 on.
 command -v node >/dev/null || browser_packages+=(nodejs)
 command -v npm >/dev/null || browser_packages+=(npm)
-# What the tests of readers ask besides; gst-discoverer-1.0 is in plugins-base-apps.
+# For the tests of readers; gst-discoverer-1.0 is in plugins-base-apps.
 reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-plugins-base
     gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
     libgstreamer1.0-dev mpv python3 python3-av python3-gi python3-numpy gir1.2-gst-plugins-base-1.0)
-# What the tests of the Python package ask: Debian's Python, whichever other lies on the path.
+# For the tests of the Python package, which run with Debian's Python whatever else is on the path.
 python_packages=(python3 python3-av python3-numpy python3-pytest mypy)
-# What the tests of costs count with, and what scripts/bench needs besides.
+# For the tests of costs and, in addition, for scripts/bench.
 cost_packages=(valgrind)
 command -v python3 >/dev/null || cost_packages+=(python3)
 # The engines of Docs/Scaling.md. Debian starts the services of openssh-server and munge when it installs them.
