@@ -72,15 +72,21 @@ void AddFileFacts(nlohmann::json& facts, const Options& options, std::optional<T
 }
 
 void AddPlayed(nlohmann::json& facts, const Played& played) {
-    facts["played"] = {{"places", played.m_Places}, {"pictures", played.m_Pictures}, {"samples", played.m_Samples}};
+    facts["played"] = {{"places", played.m_Places},
+                       {"pictures", played.m_Pictures},
+                       {"samples", played.m_Samples},
+                       {"complete", played.m_Notes.empty()}};
 }
 
 std::string ClosingLine(const Options& options, std::optional<Track>& video, std::optional<Track>& audio,
-                        std::int64_t length, std::uint64_t size) {
+                        const Played& played, std::int64_t length, std::uint64_t size) {
+    const char* const check = options.m_Verify == VerifyMode::None ? "not verified"
+                              : played.m_Notes.empty()             ? "verified"
+                                                                   : "compared, but not all of it could be played";
     std::uint64_t frames = 0;
     for (auto* track : {&video, &audio}) frames += *track ? (*track)->Digest().Blocks() : 0;
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.2f s, ", static_cast<double>(length) / 1e7);
     return options.m_Output + ": " + seconds + std::to_string(frames) + (frames == 1 ? " frame, " : " frames, ") +
-           SizeText(size) + (options.m_Verify == VerifyMode::None ? ", not verified" : ", verified");
+           SizeText(size) + ", " + check;
 }

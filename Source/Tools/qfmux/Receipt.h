@@ -26,4 +26,4 @@ void AddPlayed(nlohmann::json& facts, const Played& played);
 
 // The closing line: "film.mkv: 6.02 s, 433 frames, 387 kB, verified". length: of the media, 100 ns.
 std::string ClosingLine(const Options& options, std::optional<Track>& video, std::optional<Track>& audio,
-                        std::int64_t length, std::uint64_t size);
+                        const Played& played, std::int64_t length, std::uint64_t size);

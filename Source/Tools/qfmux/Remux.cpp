@@ -230,6 +230,6 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     progress.Finish();
     if (std::ferror(stdout) != 0) report.Warn("cannot write to stdout");
     report.Tell();
-    report.Close(ClosingLine(options, video, audio, losses.Length(), size));
+    report.Close(ClosingLine(options, video, audio, verification.Play(), losses.Length(), size));
     return report.HasWarnings() ? kExitWarnings : kExitDone;
 }
