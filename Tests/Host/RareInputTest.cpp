@@ -86,6 +86,21 @@ TEST_F(RareInput, TheSoundsDurationsAddUpIn64Bits) {
     }
 }
 
+// Around the millisecond at which a host's time passes 31 bits.
+TEST_F(RareInput, StreamsAreInterleavedBeyond31Bits) {
+    for (const FourCC format : kFormats) {
+        HostSession session(m_Plugin, MakeJob(format, MakeFourCC("VP8 "), MakeFourCC("VBIS")));
+        const std::int64_t edge = (std::int64_t{1} << 31) * kMillisecond;
+        session.Video(Hex("01"), edge - 10 * kMillisecond, 400000);
+        session.Audio(Hex("02"), edge + 5 * kMillisecond, 400000);
+        const std::vector<Ebml::Block> blocks = session.Finish().Blocks();
+        ASSERT_EQ(blocks.size(), 2U);
+        for (const Ebml::Block& block : blocks) {
+            EXPECT_EQ(block.Time(), block.m_Track == 1 ? 0 : 15);
+        }
+    }
+}
+
 TEST_F(RareInput, NoRoomForTheVersionIsNone) { EXPECT_EQ(m_Plugin.GetMultiVersion(nullptr), 0); }
 
 // A month has more milliseconds than 32 bits with a sign count.
