@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Calls with null and with values that cannot be: none is fatal, none takes anything in.
+// Calls with null and with impossible values: no call is fatal, and no call takes anything in.
 #include <limits>
 
 #include "Check.h"
@@ -173,9 +173,9 @@ std::vector<Check> BadCallChecks() {
         {"null.frame", "a null frame is refused", NullFrames},
         {"null.data", "frames without data or without a size are refused", NoDataOrNoSize},
         {"null.set-up", "set-up data that is null or has no length is ignored", NullSetUp},
-        {"absurd.jobs", "extremes in every field of a job make a sound file", Jobs},
-        {"absurd.times", "extremes of time and duration are survived", Times},
-        {"absurd.size-tables", "tables of sizes that cannot be are refused", SizeTables},
-        {"absurd.start-codes", "frames of start codes and little else stay inside their buffer", OddFrames},
+        {"absurd.jobs", "extreme values in every field of a job make a sound file", Jobs},
+        {"absurd.times", "extreme times and durations do no harm", Times},
+        {"absurd.size-tables", "impossible tables of sizes are refused", SizeTables},
+        {"absurd.start-codes", "frames of hardly more than start codes are processed inside their buffer", OddFrames},
     };
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What qfcheck asks of a plug-in, one question at a time.
+// The checks that qfcheck makes.
 #pragma once
 
 #include <string>
@@ -23,7 +23,7 @@ struct Check {
     Log m_Log = Log::Unwatched;
 };
 
-// All of them, in the order in which they are made. The first asks whether the plug-in loads at all.
+// All checks, in order. The first is whether the plug-in loads at all.
 const std::vector<Check>& AllChecks();
 
 // The parts of that list.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What leaves the library.
+// The names that the library exports.
 #include <set>
 
 #include "Check.h"
@@ -25,7 +25,7 @@ void NamesAreThere(Host& host) {
         if (!isThere) missing += std::string(missing.empty() ? "" : ", ") + wanted.m_Name;
     }
     Require(missing.empty(), "not exported: " + missing);
-    // The loader agrees: names are found by their hash, not by reading the list.
+    // The loader must find the names too: it looks them up by hash and does not read the list.
     for (const Interface::Export& wanted : Interface::kExports) host.Data(wanted.m_Name);
 }
 

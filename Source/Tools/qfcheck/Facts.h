@@ -1,21 +1,22 @@
 // SPDX-License-Identifier: MIT
-// What a plug-in has no business to change in the process of its host.
+// The state of the host's process that a plug-in must not change.
 #pragma once
 
 #include <string>
 #include <utility>
 #include <vector>
 
-// Each with its name, as "the umask".
+// Pairs of a name, such as "the umask", and a value.
 using Facts = std::vector<std::pair<std::string, std::string>>;
 
 Facts FactsOfProcess();
-// Throws a Failure that begins with `what` and names the first fact that is not what it was.
+// Throws a Failure that begins with `what` and names the first fact that has changed.
 void RequireSame(const Facts& before, const Facts& after, const std::string& what);
 
-// Numbers of the descriptors that are open, each with what it stands for.
+// The open descriptors: the number of each and the file behind it.
 std::vector<std::string> OpenDescriptors();
 
-// What this process was asked for since it started, by whomever: these are the program's, in front of the C library's.
+// Calls of pthread_create and srand since the process started, by any library: this program's own versions of these
+// functions stand in front of the C library's.
 int ThreadsStarted();
 int SeedsSet();

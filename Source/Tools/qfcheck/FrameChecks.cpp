@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What becomes of frames: H.264 rewritten in the host's buffer, audio frames in one packet, set-up data that comes
-// late.
+// Frames and set-up data: H.264 rewritten in the host's buffer, audio frames in one packet, late set-up data.
 #include "Check.h"
 #include "OutputFile.h"
 
@@ -152,12 +151,12 @@ void SetUpAgain(Host& host) {
 std::vector<Check> FrameChecks() {
     return {
         {"frames.start-codes", "start codes become lengths, in the host's buffer and in the file", StartCodes},
-        {"frames.other-units", "of a frame in start-code form other units are dropped", DropsOtherUnits},
+        {"frames.other-units", "units other than slices, parameter sets and delimiters are dropped", DropsOtherUnits},
         {"frames.slices", "N264, A264 and I264 become one block for each slice", Slices},
         {"frames.untouched", "all other frames stay as they are", Untouched},
         {"frames.packed-audio", "several audio frames in one packet share its duration", PackedAudio},
         {"frames.rounding", "times are rounded to the millisecond", Rounding},
-        {"set-up.late", "set-up data that comes late takes the room that was kept", LateSetUp},
+        {"set-up.late", "late set-up data is written into the reserved space", LateSetUp},
         {"set-up.again", "set-up data may come again", SetUpAgain},
     };
 }

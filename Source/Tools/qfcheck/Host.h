@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The host of a check: the library loaded, its functions called by their documented names, and what a call must not do
-// noticed at once.
+// The host of a check: loads the library, calls its functions by their documented names and notices forbidden side
+// effects at once.
 #pragma once
 
 #include <atomic>
@@ -53,8 +53,8 @@ using FourCC = std::uint32_t;
 FourCC Code(const std::string& text);
 std::string CodeText(FourCC code);
 
-// Which function of the plug-in is running, in memory that outlives the process: a file that whoever watches the
-// process has opened for it.
+// Records which function of the plug-in is running. The record outlives the process: it lies in a file that the
+// watching process has opened.
 class Trail {
 public:
     // descriptor: of that file. Throws std::runtime_error when it cannot be mapped.
@@ -68,7 +68,7 @@ public:
 
     // The function that is running, or was when the process ended; empty for none.
     std::string Function() const;
-    // How many have been entered.
+    // The number of functions entered so far.
     unsigned Count() const;
 
 private:
@@ -89,29 +89,29 @@ public:
         : m_Plugin(std::move(plugin)), m_Directory(std::move(directory)), m_Trail(trail) {}
 
     const std::string& PluginPath() const { return m_Plugin; }
-    // The check's own, empty at first and gone with it.
+    // The check's own directory: empty at first, removed after the check.
     const std::filesystem::path& Directory() const { return m_Directory; }
     std::wstring PathOf(const std::string& name) const { return (m_Directory / name).wstring(); }
 
     const Trail& Marks() const { return m_Trail; }
 
-    // How functions of the plug-in are called from now on: gets the plain name and the call, which it makes. Directly,
-    // when empty. May throw a Failure.
+    // Calls functions of the plug-in from now on: gets the plain name and the call, and must make the call. An empty
+    // Manner calls directly. May throw a Failure.
     using Manner = std::function<void(const std::string& function, const std::function<void()>& call)>;
     void CallBy(Manner manner) { m_Manner = std::move(manner); }
 
-    // Loads the plug-in if it is not yet; a Failure with the loader's words if it cannot be.
+    // Loads the plug-in unless it is loaded. Throws a Failure with the loader's message.
     void Load();
     // Gives the library back to the loader.
     void Unload();
 
-    // What an exported name stands for; a Failure if there is none. function: the plain name.
+    // The address of an exported name. Throws a Failure if there is none. function: the plain name.
     void* Data(const char* name);
     void* Function(const char* function);
 
     FourCC* IsWebm() { return static_cast<FourCC*>(Data("IsWebm")); }
 
-    // The functions. A record or a table that is only read must be what it was, and no exception may come out.
+    // The functions. None may change a record or a table that it only reads, and none may throw.
     void* GetFileFormats();
     void* GetEncoders();
     int GetMultiVersion(char* buffer);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The plug-in's interface as Docs/HostGuide.md documents it: positions for both word sizes, exported names and their
-// kinds. Stated here once more and not taken from the plug-in's headers, so that a header that moves a field is noticed
-// too.
+// kinds. Deliberately not taken from the plug-in's headers, so that qfcheck also notices a header that moves a field.
 #pragma once
 
 #include <cstddef>
@@ -83,7 +82,7 @@ inline constexpr RecordSize kSizes[] = {
     {"MEDIA_FRAME", 104, 112},     {"FileFormatInfo", 852, 892}, {"EncoderEntry", 8, 8},
 };
 
-// These throw std::logic_error for what there is not: a slip of a check's author.
+// These throw std::logic_error for unknown names: a mistake in a check.
 const Field& FieldOf(const std::string& record, const std::string& name);
 std::size_t SizeOf(const std::string& record);
 
@@ -133,7 +132,7 @@ Value Read(const void* record, const std::string& type, const std::string& name)
     return value;
 }
 
-// A record of the host's, as long as it must be at least and not an octet longer: what lies behind it is closed.
+// A record of the host, of the least length allowed. The memory behind it is inaccessible.
 class Record {
 public:
     // Every octet that belongs to the host holds `gap`; the others are zero.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Files from creation to closing: failures, closing in every state, and the flag that says what was created last.
+// Files from creation to closing: failures, closing in every state, and the flag for the kind created last.
 #include <sys/stat.h>
 
 #include <set>
@@ -110,7 +110,7 @@ void Names(Host& host) {
                 std::string(room - 2, 'x'));
 }
 
-// Everybody may read it whom the umask lets.
+// The umask alone limits who may read the file.
 void Mode(Host& host) {
     for (const mode_t mask : {0U, 022U, 077U}) {
         const mode_t before = umask(mask);
@@ -124,7 +124,7 @@ void Mode(Host& host) {
     }
 }
 
-// The file goes on when its name or the current directory changes.
+// A changed name or current directory does not disturb an open file.
 void Moves(Host& host) {
     const fs::path other = host.Directory() / "other";
     fs::create_directory(other);
@@ -355,21 +355,21 @@ std::vector<Check> LifeChecks() {
     return {
         {"create.null", "no file without a path or a job", NullArguments},
         {"create.unknown-format", "no file of a format that is not in the table", UnknownFormats},
-        {"create.not-opened", "no handle where no file can be", NotOpened},
+        {"create.not-opened", "no handle for a path at which no file can be created", NotOpened},
         {"create.name", "the path is UTF-32 and the name UTF-8, of 2047 octets at most", Names},
         {"create.mode", "the umask alone decides who may read a file", Mode},
         {"create.moves", "a file that is renamed while it is open is finished where it is", Moves},
         {"create.replaces", "an existing file is replaced", Replaces},
         {"create.iso", "a path with .iso: takes everything and writes nothing", PseudoFile},
-        {"create.no-streams", "streams that are disabled take nothing", NoStreams},
-        {"close.at-once", "closed at once a file is empty", CloseAtOnce},
-        {"close.after-set-up", "closed after set-up data a file is empty", CloseAfterSetUp},
-        {"close.queued", "closed with all frames waiting a file is whole", CloseQueued},
-        {"close.in-the-middle", "closed while frames are written a file is whole", CloseInTheMiddle},
-        {"close.one-kind", "closed before one kind of media has come a file is whole", CloseWithoutOneKind},
-        {"close.no-callback", "closing calls nobody back", NoCallback},
-        {"close.releases", "a closed file is not open any more", ReleasesTheFile},
-        {"flag.last-created", "IsWebm says what kind of file was created last", FlagOfTheLast},
+        {"create.no-streams", "disabled streams take no frames", NoStreams},
+        {"close.at-once", "a file closed at once is empty", CloseAtOnce},
+        {"close.after-set-up", "a file closed after set-up data alone is empty", CloseAfterSetUp},
+        {"close.queued", "a file closed with all frames still queued is whole", CloseQueued},
+        {"close.in-the-middle", "a file closed while frames are being written is whole", CloseInTheMiddle},
+        {"close.one-kind", "a file closed before one kind of media has come is whole", CloseWithoutOneKind},
+        {"close.no-callback", "closing never calls the callback", NoCallback},
+        {"close.releases", "closing releases the file's descriptor", ReleasesTheFile},
+        {"flag.last-created", "IsWebm holds the kind of the last file created", FlagOfTheLast},
         {"flag.any-number", "any flag but 0 means WebM", FlagOfAnyNumber},
         {"flag.refuses", "a handle of the other kind is refused and finished all the same", WrongKindIsRefused},
     };

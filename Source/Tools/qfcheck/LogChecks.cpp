@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Every message of the plug-in, which of the log's two functions brings it, and where the log is looked for.
+// Every message of the plug-in, the log function that receives it, and the places where the plug-in looks for the log.
 #include <dlfcn.h>
 
 #include "Check.h"
@@ -64,7 +64,7 @@ void UnknownFormat(Host& host) {
         RequireMessages(log, {L"TWLogEx: qf_mkv.dll: Can't find the file format[" + wide + L"]."},
                         "CreateMediaFile of " + Text(format));
     }
-    // The code's octets are UTF-8, up to where they are none.
+    // The code's octets are read as UTF-8, up to the first invalid octet.
     const struct {
         const char* m_Code;
         const wchar_t* m_Wide;
@@ -142,15 +142,15 @@ void NothingElse(Host& host) {
 
 std::vector<Check> LogChecks() {
     return {
-        {"log.formats", "GetFileFormats says so", FormatsAreLogged, Log::FirstName},
+        {"log.formats", "GetFileFormats is logged", FormatsAreLogged, Log::FirstName},
         {"log.first-name", "TW_Log.so beside the program is taken before libTW_Log.so", FirstName, Log::BothNames},
         {"log.second-name", "libTW_Log.so is taken when it is alone", SecondName, Log::SecondName},
-        {"log.beside-only", "without a log beside the program all works, and none is taken from elsewhere",
+        {"log.beside-only", "without a log beside the program all calls work, and no other log is taken",
          BesideTheProgramOnly, Log::None},
-        {"log.unknown-format", "a format that is not in the table is named", UnknownFormat, Log::FirstName},
-        {"log.not-opened", "a file that does not open is named, whatever its name", FileThatDoesNotOpen,
+        {"log.unknown-format", "a message names the format that is not in the table", UnknownFormat, Log::FirstName},
+        {"log.not-opened", "a message names the file that does not open, whatever its name", FileThatDoesNotOpen,
          Log::FirstName},
-        {"log.no-memory", "lack of memory for a file is told", NoMemory, Log::FirstName},
-        {"log.nothing-else", "no other call says anything", NothingElse, Log::FirstName},
+        {"log.no-memory", "a message reports that there is no memory for a file", NoMemory, Log::FirstName},
+        {"log.nothing-else", "no other call is logged", NothingElse, Log::FirstName},
     };
 }

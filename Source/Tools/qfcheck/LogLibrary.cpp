@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "LogLibrary.h"
 
-// A host's log is a library beside the host's executable, so the double has to become a file before it can be one.
+// A host's log is a library file beside the host's executable, so the double must be written to a file first.
 asm(".pushsection .rodata\n"
     ".hidden qf_log_library\n"
     ".hidden qf_log_library_end\n"

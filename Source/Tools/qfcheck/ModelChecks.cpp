@@ -22,7 +22,7 @@ using Script::Units;
 constexpr std::int64_t kSecond = 1000 * kMs;
 constexpr std::int64_t kHour = 3600 * kSecond;
 
-// ---- what jobs there are
+// ---- jobs
 
 // One second of both kinds of media, with set-up data that most codecs ignore.
 RandomSession Short(const EncodeParam& job, bool early = true) {
@@ -136,7 +136,7 @@ void Options(Host& host) {
     for (const char* format : kFormats) {
         const EncodeParam second = Job(format, "havc", "");
         Calls calls;
-        // Those of the moment at which the file is created count, until others come.
+        // A file has the options that hold at its creation.
         calls.Options(1, 1920, 1080).Slot(1).Create(first).Slot(2);
         calls.Options(3, 4, 3).Slot(0).Create(second).Options(0, 5, 4).Slot(1).Video(Frame(9, 1), 0);
         calls.Slot(0)
@@ -227,7 +227,7 @@ void PackedFrames(Host& host) {
                     calls.PackedAudio(frames, time, duration, sizes);
                     time += 30 * kMs;
                 }
-                // Without a size of its own the record trusts its table.
+                // A record without a size of its own relies on its table.
                 if (sizes.size() < 2 || sizes[1] > 60 || sizes == std::vector<int>{2, 60, 1} || sizes[1] == 59)
                     continue;
                 calls.PackedAudio(frames, time, 600000, sizes, 0);
@@ -252,7 +252,7 @@ void StartCodeForms(Host& host) {
         cutOff, setsOnly, {},         Hex("41"), Hex("00 00 00 01"), Hex("00 00 00 00 01 65 11")};
     for (const char* format : kFormats) {
         for (const char* code : {"H264", "N264", "A264", "I264", "havc", "VP8 "}) {
-            // Each form comes first once: that alone decides for an H264 file.
+            // Each form comes first once: the first frame alone decides the form of an H264 file.
             for (const Octets& first : forms) {
                 Calls calls;
                 calls.Create(Job(format, code, "")).Video(first, 0);
@@ -510,7 +510,7 @@ void Durations(Host& host) {
             for (const bool withAudio : {true, false}) {
                 if (!withVideo && !withAudio) continue;
                 for (const int frames : {1, 2, 5, 24, 25, 26, 27, 50, 51, 100, 300}) {
-                    // What the sound's own durations say, which may not agree with the times.
+                    // The sound's own durations, which may contradict the times.
                     for (const std::int32_t duration : {400000, 0, -1, 200000, 800000, 16777217}) {
                         Calls calls;
                         calls.Create(Job(format, withVideo ? "Xvid" : "", withAudio ? "AC3 " : ""));
@@ -570,7 +570,7 @@ void PseudoFiles(Host& host) {
     }
 }
 
-// Sessions out of seeds: half of them ordinary, half of them with values and orders that a host may get wrong.
+// Sessions made from seeds: half ordinary, half with values and orders that a host may get wrong.
 void Seeds(Host& host, std::uint64_t first) {
     SessionPlayer player(host);
     for (std::uint64_t seed = first; seed < first + 250; ++seed) {
@@ -591,11 +591,11 @@ std::vector<Check> ModelChecks() {
         {"jobs.audio-codes", "every audio code in every format: CodecID, CodecPrivate, all octets", AudioCodes},
         {"jobs.numbers", "sizes, rates, channels and bits of a job reach the file", Numbers},
         {"jobs.doc-type", "the video code names the DocType, even of a job without video", DocTypes},
-        {"jobs.options", "a file has the options of the moment at which it was created", Options},
+        {"jobs.options", "a file has the options that held when it was created", Options},
         {"octets.large", "frames of up to 3 MB", LargeFrames},
         {"octets.sizes", "frames of all sizes at which a length field grows", FrameSizes},
         {"octets.packed", "tables of frame sizes, good and bad", PackedFrames},
-        {"octets.h264-forms", "the first frame of a file decides on its form, for that file alone", StartCodeForms},
+        {"octets.h264-forms", "the first frame of a file alone decides its H.264 form", StartCodeForms},
         {"octets.keys", "key frames, references and cues", Keys},
         {"octets.set-up", "set-up data of all lengths, early, late and again", SetUpData},
         {"octets.mpeg-headers", "MPEG sequence headers are found in frames and in set-up data", MpegHeaders},
@@ -605,11 +605,11 @@ std::vector<Check> ModelChecks() {
         {"times.negative", "times below zero, and before the first block's", NegativeTimes},
         {"times.lagging", "one kind of media behind the other", Lagging},
         {"times.edges", "times on the edges of clusters and milliseconds", Edges},
-        {"times.equal", "thousands of frames of one time", SameTime},
+        {"times.equal", "thousands of frames with the same time", SameTime},
         {"times.date", "the date in several time zones, from 1970 to 2137", Dates},
         {"times.duration", "the Duration with sound and without", Durations},
         {"order.queues", "all frames of one kind before the other kind", Queues},
-        {"order.iso", "a path with .iso: changes no result, and nothing of the next file", PseudoFiles},
+        {"order.iso", "a path with .iso: changes no result and does not affect the next file", PseudoFiles},
         {"random.1", "random sessions 1 to 250", Seeds1},
         {"random.251", "random sessions 251 to 500", Seeds2},
         {"random.501", "random sessions 501 to 750", Seeds3},

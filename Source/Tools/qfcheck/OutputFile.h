@@ -20,17 +20,17 @@ Record MakeJob(const std::string& format, const std::string& video, const std::s
 
 class OutputFile {
 public:
-    // Creates the file; a Failure without a handle. Frames have `gap` in the host's own octets too.
+    // Creates the file. Throws a Failure when there is no handle. The host's own octets in frames hold `gap` too.
     OutputFile(Host& host, const Record& job, const std::string& name = "file", unsigned char gap = 0);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     void* Handle() const { return m_pHandle; }
 
-    // What the frame's octets were after the last Video call.
+    // The frame's octets after the last Video call.
     Octets m_HostBuffer;
 
-    // Octets that are handed over are gone after the call. What is only read must be what it was.
+    // The buffer is freed after the call. Data that the plug-in only reads must stay unchanged.
     int Video(const Octets& octets, std::int64_t timestamp, bool key = true, std::int32_t duration = kFrameTime);
     int Audio(const Octets& octets, std::int64_t timestamp, std::int32_t duration = kFrameTime);
     // frameSizes as the host passes it: a count and the sizes.

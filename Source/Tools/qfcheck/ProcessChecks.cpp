@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a plug-in owes the process that it is loaded into, and what it may need there: memory, descriptors, threads.
+// A plug-in's effects on its host's process: state, memory, descriptors, threads and the disk.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <malloc.h>
@@ -38,7 +38,7 @@ constexpr struct {
 } kJobs[] = {{"MKV ", "H264", "AAC "}, {"MKV ", "N264", "AC3 "}, {"HMKV", "havc", "AC3 "}, {"MKA ", "", "MP3 "},
              {"WEBM", "VP8 ", "VBIS"}, {"HMKV", "MP2V", "VBIS"}, {"WEBM", "", "VBIS"}};
 
-// Both kinds of media from the host's own memory, which the check's own allocations are no part of.
+// Writes both kinds of media from one reused buffer, so that memory that grows is the plug-in's.
 class Feeder {
 public:
     Feeder(Host& host, const std::string& format, const std::string& video, const std::string& audio,
@@ -100,7 +100,7 @@ void WriteFiles(Host& host, int frames) {
     host.CreateMediaFile(nullptr, nullptr);
 }
 
-// ---- what the process is
+// ---- the state of the process
 
 void Untouched(Host& host) {
     host.Load();
@@ -142,7 +142,7 @@ void Silent(Host& host) {
 }
 
 void Descriptors(Host& host) {
-    WriteFiles(host, 10); // what is opened once and stays open
+    WriteFiles(host, 10); // descriptors that are opened once and stay open
     const std::vector<std::string> before = OpenDescriptors();
     WriteFiles(host, 30);
     const std::vector<std::string> after = OpenDescriptors();
@@ -162,7 +162,7 @@ void Descriptors(Host& host) {
     file.Close();
 }
 
-// Tables and lists are the plug-in's, and the host's to read: no call changes them.
+// Tables and lists belong to the plug-in and the host only reads them: no call changes them.
 void Tables(Host& host) {
     const struct {
         const char* m_Name;
@@ -222,7 +222,7 @@ void Unloading(Host& host) {
     RequireEqual(*host.IsWebm(), 0U, "IsWebm when the library has been loaded again");
     Trial(host, "WEBM").Run();
     host.Unload();
-    // A program that ends in order, when the library is gone.
+    // A program that ends in order after it unloaded the library.
     const pid_t child = fork();
     if (child == 0) std::exit(0);
     int status = 0;
@@ -230,7 +230,7 @@ void Unloading(Host& host) {
     Require(WIFEXITED(status) && WEXITSTATUS(status) == 0, "a program that has unloaded the library does not end well");
 }
 
-// And one that has not.
+// A program that ends in order with the library loaded.
 void Ending(Host& host) {
     WriteFiles(host, 10);
     const pid_t child = fork();
@@ -248,7 +248,7 @@ std::size_t InUse() {
     return heap.uordblks + heap.hblkhd;
 }
 
-// What leaks does so each time; what the heap sets aside for itself, only now and then.
+// A leak shows in every round, the heap's own reserves only now and then.
 void RequireNoGrowth(const std::function<void()>& repeated, int times, const std::string& what) {
     std::size_t growth = 0;
     for (int round = 0; round < 4; ++round) {
@@ -289,7 +289,7 @@ void Leaks(Host& host) {
                 },
                 32, std::string("each file '") + path + "'" + name);
         }
-        // While it is open a file grows by its index alone.
+        // An open file may take more memory for its index alone.
         Feeder file(host, job.m_Format, job.m_Video, job.m_Audio);
         file.Create();
         int number = 0;
@@ -361,7 +361,7 @@ void OutOfMemory(Host& host) {
                 total += HeapMeter::Allocations();
                 HeapMeter::FailAfter(0);
             };
-            if (function == "CreateMediaFile") return call(); // asked elsewhere
+            if (function == "CreateMediaFile") return call(); // another check covers it
             try {
                 make();
             } catch (const std::bad_alloc&) {
@@ -393,7 +393,7 @@ void NoMemoryToCreate(Host& host) {
                 try {
                     call();
                 } catch (const std::bad_alloc&) {
-                    // As it may be; the result stays null.
+                    // The exception is allowed; the result stays null.
                 }
                 hasFailed = HeapMeter::Allocations() >= failing;
                 HeapMeter::FailAfter(0);
@@ -507,8 +507,8 @@ bool IsWhole(const Octets& file) {
     return segment + 12 + size == file.size();
 }
 
-// A file that its storage does not take all of is the beginning of the good one, and nobody takes it for whole: also
-// when there is room again while it is written.
+// When the storage is full, the file is the beginning of the complete one and never looks whole, even if space becomes
+// free while the file is being written.
 void FullDisk(Host& host) {
     constexpr int kFrames = 200;
     std::signal(SIGXFSZ, SIG_IGN);
@@ -536,7 +536,7 @@ void FullDisk(Host& host) {
             return file.File();
         };
         const Octets whole = write(limit.rlim_max, false);
-        Require(IsWhole(whole), "a file with all the room that it needs is not whole");
+        Require(IsWhole(whole), "a file with enough room is not whole");
         const std::size_t tracks = Ebml::File(whole).At("Segment/Tracks").m_Offset;
         const std::size_t size = whole.size();
         for (const std::size_t room : {std::size_t{0}, std::size_t{1}, std::size_t{30}, std::size_t{4100}, tracks + 10,
@@ -546,7 +546,7 @@ void FullDisk(Host& host) {
                                          ", room for " + Text(room) + " of " + Text(size) + " octets" +
                                          (comesAgain ? ", and more after a while: " : ": ");
                 const Octets file = write(room, comesAgain);
-                if (comesAgain && file == whole) continue; // it came in time
+                if (comesAgain && file == whole) continue; // space became free in time
                 Require(!IsWhole(file), what + "the file looks whole and is not");
                 Require(file.size() <= room, what + "the file goes on behind what the disk did not take");
                 const std::size_t from = std::min(tracks, file.size());
@@ -563,18 +563,18 @@ void FullDisk(Host& host) {
 std::vector<Check> ProcessChecks() {
     return {
         {"process.untouched", "no call changes locale, signals, umask, directory, environment, threads", Untouched},
-        {"process.loading", "nor do loading and unloading", UntouchedByLoading},
+        {"process.loading", "loading and unloading change none of these either", UntouchedByLoading},
         {"process.silent", "nothing is written to stdout and stderr", Silent},
-        {"process.descriptors", "no descriptor stays open, or open in programs that the host starts", Descriptors},
+        {"process.descriptors", "descriptors are closed, also in programs that the host starts", Descriptors},
         {"process.tables", "no call changes a table or a list", Tables},
-        {"process.unloading", "the library goes when it is unloaded, and works when it is loaded again", Unloading},
+        {"process.unloading", "unloading removes the library, and it works when loaded again", Unloading},
         {"process.ending", "a program ends in order with the library in it", Ending},
         {"process.any-thread", "calls may come from any thread, with a stack of 512 KiB", AnyThread},
         {"memory.leaks", "no file and no frame leaves memory behind", Leaks},
         {"memory.bounded", "memory does not grow with a file's length", BoundedMemory},
-        {"memory.exhausted", "a call without memory takes nothing in, and may be made again", OutOfMemory},
+        {"memory.exhausted", "a call that runs out of memory takes nothing in and may be repeated", OutOfMemory},
         {"memory.create", "without memory no file is created, and nothing stays open", NoMemoryToCreate},
         {"disk.as-it-goes", "all but the last seconds are on the disk while a file is written", ReachesTheDisk},
-        {"disk.full", "on a full disk the beginning of a file stays, and never looks whole", FullDisk},
+        {"disk.full", "on a full disk the beginning of a file stays and never looks whole", FullDisk},
     };
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What came of the checks, for people and for programs.
+// The results of the checks, for people and for programs.
 #pragma once
 
 #include <string>

@@ -32,12 +32,12 @@ void NoteSignal(int signal) { g_Signal = signal; }
 void Say(int descriptor, const std::string& words) {
     for (std::size_t at = 0; at < words.size();) {
         const ssize_t written = write(descriptor, words.data() + at, words.size() - at);
-        if (written <= 0) return; // nobody listens
+        if (written <= 0) return; // the watching process has closed its end
         at += static_cast<std::size_t>(written);
     }
 }
 
-// What a process said of its check: a letter and a text; and the function of the plug-in that it was in.
+// The verdict of a check's process, a letter and a text, and the function of the plug-in that was running.
 struct Report {
     char m_Verdict;
     std::string m_Text;
@@ -72,7 +72,7 @@ Result Judge(const Report& report, int status, double exceeded) {
     return {nullptr, Outcome::Failed, message + InFunction(report), 0};
 }
 
-// The process of one check, killed with all that it may have started when this object goes.
+// The process of one check. The destructor kills it and all processes that it started.
 class Process {
 public:
     explicit Process(pid_t pid) : m_Pid(pid) {}
@@ -99,7 +99,7 @@ private:
     bool m_Ended = false;
 };
 
-// Takes what lies in the pipe without waiting for more.
+// Reads what the pipe holds without waiting for more.
 void Drain(int descriptor, std::string& words) {
     char buffer[4096];
     for (ssize_t n; (n = read(descriptor, buffer, sizeof buffer)) > 0;) {
@@ -107,7 +107,7 @@ void Drain(int descriptor, std::string& words) {
     }
 }
 
-// In the new process, before anything of the plug-in's runs.
+// Called in the new process before any code of the plug-in runs.
 void Settle(const std::string& directory) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -132,8 +132,8 @@ Runner::Runner(std::string plugin, double timeLimit) : m_Plugin(std::move(plugin
 
 Runner::~Runner() { close(m_TrailFile); }
 
-// The program to run for a check that wants a log, copied to where that log lies: the plug-in looks for it beside the
-// running executable.
+// The program to run for a check. For a check with a log, qfcheck is copied beside that log, because the plug-in looks
+// for the log beside the running executable.
 std::filesystem::path Runner::PlaceFor(Log log) {
     const auto directory = m_Directory / ("host-" + std::to_string(static_cast<int>(log)));
     if (std::filesystem::create_directory(directory)) {
@@ -181,7 +181,7 @@ Result Runner::Run(const Check& check) {
         poll(&waiting, 1, 5);                              // milliseconds
         if ((waiting.revents & POLLHUP) != 0) usleep(200); // it is about to end
         Drain(ends[0], words);
-        // However slow the machine is, each call gets its time.
+        // The limit begins anew with each call, however slow the machine is.
         if (m_Trail.Count() != calls) {
             calls = m_Trail.Count();
             lastCall = seconds();
@@ -213,7 +213,7 @@ void MakeCheck(const Check& check, const std::string& plugin, const std::string&
         check.m_pRun(host);
     } catch (const CannotCheck& error) {
         verdict = std::string("s") + error.what();
-    } catch (const std::exception& error) { // a Failure, or what a file lacks
+    } catch (const std::exception& error) { // a Failure, or an element that a file lacks
         verdict = std::string("f") + error.what();
     }
     Say(ends.m_Verdict, verdict);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Runs each check in a process of its own, so that whatever the plug-in does there ends nothing but that.
+// Runs each check in a process of its own, so that a plug-in cannot end more than its check.
 #pragma once
 
 #include <filesystem>
@@ -20,7 +20,7 @@ struct Result {
 class Runner {
 public:
     // plugin: an absolute path. timeLimit: seconds from one call of the plug-in to the next. Throws std::runtime_error
-    // when there is no place for files.
+    // when there is no directory for temporary files.
     Runner(std::string plugin, double timeLimit);
     ~Runner();
     Runner(const Runner&) = delete;
@@ -54,7 +54,7 @@ struct Interrupted {
 // numbers of Ends follow.
 inline constexpr const char* kMakeOneCheck = "--make-one-check";
 
-// Descriptors of whoever watches the process: a pipe for the verdict, the file of a Trail.
+// Descriptors shared with the watching process: a pipe for the verdict, the file of a Trail.
 struct Ends {
     int m_Verdict;
     int m_Trail;
@@ -62,5 +62,5 @@ struct Ends {
 
 // Makes the check and ends the process.
 [[noreturn]] void MakeCheck(const Check& check, const std::string& plugin, const std::string& directory, Ends ends);
-// The same for the words behind kMakeOneCheck.
+// The same for the arguments behind kMakeOneCheck.
 [[noreturn]] void MakeOneCheck(char** arguments);

@@ -45,7 +45,7 @@ void SideBySide(Host& host) {
     }
 }
 
-// More files at once, and one after the other, than anybody would keep a table of.
+// More files, at once and one after the other, than a fixed table would hold.
 void Many(Host& host) {
     for (const char* format : kFormats) {
         std::vector<std::unique_ptr<Trial>> trials;

@@ -40,7 +40,7 @@ Octets OptionOctets(const Model::MuxParam& options) {
     return {octets, octets + sizeof options};
 }
 
-// What the host tells of its buffer. wholly: a length of 0 or below hides nothing.
+// The part of a buffer that the host's length covers. wholly: a length of 0 or below stands for the whole buffer.
 Octets Told(const HostBuffer& buffer, bool wholly = false) {
     if (wholly && buffer.length <= 0) return buffer.octets;
     const std::size_t size = buffer.length > 0 ? static_cast<std::size_t>(buffer.length) : 0;
@@ -56,8 +56,8 @@ std::string Describe(const HostCall& call) {
     return text;
 }
 
-// The difference that others follow from: in the tracks and behind them, in the Info, or in the front, whose lengths
-// and positions change with the rest.
+// The first difference that is not a mere consequence. The tracks and the elements behind them come first, then the
+// Info, then the front, whose lengths and positions change with the rest.
 std::string Difference(const Octets& expected, const Octets& actual) {
     const Ebml::File wanted(expected);
     const Ebml::File found(actual);
@@ -108,7 +108,7 @@ void SessionPlayer::Play(const RandomSession& session, const std::string& name) 
     ReferenceModel model(session.randValues, session.clock);
     m_pModel = &model;
     m_Slots = {};
-    // Nothing is left over from the session before.
+    // Clear what the session before left over.
     m_Host.SetMuxParam(nullptr);
     m_Host.CreateMediaFile(nullptr, nullptr);
     const auto* const options = static_cast<const unsigned char*>(m_Host.Data("m_MuxParam"));

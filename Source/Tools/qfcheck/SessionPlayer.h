@@ -22,11 +22,10 @@ public:
     void (*m_pWatch)(const std::filesystem::path& file, const HostCall& call) = nullptr;
 
 private:
-    // Memory of the host's for one thing at a time, which ends where closed memory begins and is overwritten when the
-    // next one comes.
+    // Host memory for one object at a time. It ends where inaccessible memory begins. The next object overwrites it.
     class Memory {
     public:
-        // The place of these octets; behind the end of none.
+        // Stores the octets and returns their address. Returns the end of the memory when there are none.
         unsigned char* Place(const Octets& octets, bool isNull);
         Octets Copy() const;
 

@@ -6,7 +6,7 @@
 
 #include "OutputFile.h"
 
-// What lies in an element, child by child; a child of the name `except` is passed over.
+// Compares an element's children one by one. A child named `except` is passed over.
 void RequireChildren(const Ebml::File& file, const std::string& path, const Octets& expected,
                      const std::string& except = "");
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// qfcheck: asks a build of the plug-in, one question at a time, whether it keeps the interface.
+// qfcheck: checks, one by one, whether a build of the plug-in keeps the interface.
 #include <CLI/CLI.hpp>
 #include <fnmatch.h>
 
@@ -21,13 +21,13 @@
 namespace {
 
 constexpr const char* kExamples = R"(Examples:
-  qfcheck ./qf_mkv.so                                everything
-  qfcheck --list                                     what is asked
-  qfcheck ./qf_mkv.so --only 'log.*' --only load     a part of it
-  qfcheck ./qf_mkv.so --json > report.json           for a program
-  qfcheck ./qf_mkv.so --junit report.xml             for a build server
+  qfcheck ./qf_mkv.so                                all checks
+  qfcheck --list                                     list the checks
+  qfcheck ./qf_mkv.so --only 'log.*' --only load     some checks
+  qfcheck ./qf_mkv.so --json > report.json           a report for a program
+  qfcheck ./qf_mkv.so --junit report.xml             a report for a build server
 
-Exit codes: 0 all passed, 2 the file cannot be checked by this program, 3 usage, 4 the report cannot be written, 5 some
+Exit codes: 0 all passed, 2 this program cannot check the file, 3 usage, 4 the report cannot be written, 5 some
 failed, 128+n ended by signal n)";
 
 std::vector<const Check*> Chosen(const std::vector<std::string>& patterns) {
@@ -54,14 +54,14 @@ void WriteReport(const std::string& path, const std::string& words) {
 
 const std::string kLeftOut = "left out: ";
 
-// Whether the rest makes no sense when this check has failed.
+// Whether the other checks depend on this one.
 bool IsGround(const Check& check) {
     const std::string name = check.m_Name;
     return name == "load" || name == "exports.names";
 }
 
-// Makes the checks in their turn. When one has failed that the others build on, or when three have hung, the rest is
-// left out. A plug-in that does not load fails what was asked of it, if its loading was not.
+// Makes the checks in order. Leaves out the rest when a check on which the others depend has failed, or when three
+// checks have hung. When the plug-in does not load and "load" was not chosen, every chosen check fails.
 std::vector<Result> RunAll(Runner& runner, const std::vector<const Check*>& checks, bool quiet) {
     const Check& load = AllChecks().front();
     const Result loaded = runner.Run(load);
@@ -107,12 +107,12 @@ int Run(int argc, char** argv) {
     double timeLimit = 10;
     app.add_option("PLUGIN", plugin, "the plug-in's file, of this program's word size");
     app.add_flag("--json", json, "one JSON object on stdout instead of lines");
-    app.add_option("--junit", junit, "write a JUnit report there as well")->type_name("FILE");
-    app.add_flag("--list", list, "say what is asked, and end");
-    app.add_option("--only", only, "ask only what has this name, where * and ? are wildcards; may be given again")
+    app.add_option("--junit", junit, "also write a JUnit report to FILE")->type_name("FILE");
+    app.add_flag("--list", list, "list the checks and exit");
+    app.add_option("--only", only, "make only checks of this name, with * and ? as wildcards; may be repeated")
         ->type_name("NAME")
         ->allow_extra_args(false);
-    app.add_option("--timeout", timeLimit, "seconds that one call of the plug-in may take, 10 by default")
+    app.add_option("--timeout", timeLimit, "time limit for each call of the plug-in, 10 by default")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 86400.0));
     app.set_version_flag("--version", "qfcheck " QF_VERSION ", " + std::to_string(kWordSize) + "-bit");
