@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Octets and integers: the only shifts of the plug-in stand here, and so does the arithmetic that wraps by design.
+// Conversions between octets and integers, the plug-in's only shifts, and the arithmetic that wraps by design.
 #pragma once
 
 #include <cstddef>
@@ -68,7 +68,7 @@ constexpr Int WrappingMultiply(Int a, Int b) {
     return static_cast<Int>(static_cast<Unsigned>(a) * static_cast<Unsigned>(b));
 }
 
-// a / b and a % b for any b but 0. The most negative a by -1, on which the processor traps, wraps to itself and 0.
+// a / b and a % b for any b but 0. The most negative a by -1, on which the processor traps, gives a and 0.
 template <class Int>
 constexpr Int WrappingDivide(Int a, Int b) {
     return b == -1 ? WrappingSubtract(Int{0}, a) : static_cast<Int>(a / b);

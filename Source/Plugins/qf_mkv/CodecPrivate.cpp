@@ -47,7 +47,7 @@ Bytes AvcDecoderConfigurationRecord(ByteView pictureSet, ByteView sequenceSet) {
     const bool hasSequenceSet = sequenceSet.m_Size > 0;
     Bytes record;
     const std::uint64_t size = AvcRecordSize(pictureSet, sequenceSet);
-    // Two sets of 2 GiB: the host's own data, so this is lack of memory and nothing else.
+    // Two sets of 2 GiB may not fit in 32 bits: this is lack of memory.
     if (size > record.max_size()) throw std::bad_alloc();
     record.reserve(static_cast<std::size_t>(size));
 

@@ -23,13 +23,13 @@ namespace {
 
 constexpr std::int64_t kClusterSpan = 1000; // ms
 constexpr std::size_t kClustersToFlush = 4;
-constexpr std::int64_t kEarliestBlockTime = -32768; // ms; what lies before is dropped
+constexpr std::int64_t kEarliestBlockTime = -32768; // ms; earlier blocks are dropped
 constexpr std::uint64_t kReservedPayload = 4096;    // octets kept free for the main seek head
 constexpr unsigned long kVoidId = 0xEC;
 
 std::int64_t ToHostTicks(std::int64_t milliseconds) { return WrappingMultiply(milliseconds, kHostTicksPerMs); }
 
-// A frame lasts one tick at least.
+// A frame lasts at least one tick.
 std::int64_t EndOf(std::int64_t start, std::int32_t duration) {
     return WrappingAdd<std::int64_t>(start, std::max(duration, 1));
 }
@@ -46,8 +46,8 @@ int AllOrNothing(Stream& stream, TakeFrames takeFrames) {
     }
 }
 
-// Nanoseconds since 2001-01-01, counted from local midnight. Summer time is claimed for that midnight, deliberately:
-// where there is such a thing the epoch moves by its offset. Seconds are counted in 32 bits.
+// Nanoseconds since 2001-01-01, counted from local midnight. Summer time is claimed for that midnight, deliberately: in
+// zones that have summer time the epoch moves by its offset. Seconds are counted in 32 bits.
 std::int64_t DateUTC() {
     std::tm epoch{};
     epoch.tm_mday = 1;
@@ -129,7 +129,7 @@ void ContainerMuxer<Stream>::CloseMediaFile() noexcept {
     try {
         if (queued > 0) WritePacket();
     } catch (const std::bad_alloc&) {
-        // The file is completed with what has been placed.
+        // The file is completed with the blocks that have been placed.
     }
     if (m_NoBlockYet == 0) {
         WriteDuration();
@@ -180,7 +180,7 @@ int ContainerMuxer<Stream>::QueueAudio(const MEDIA_FRAME& frame, const int* fram
     };
     if (frameSizes == nullptr) return queue(frame.audioData, frame.audioSize, frame.timestamp, frame.duration);
     if (frame.audioData == nullptr) return 0;
-    // Without a size of its own the record trusts its table.
+    // Without an audioSize the sizes are trusted.
     std::int64_t rest = frame.audioSize > 0 ? frame.audioSize : std::numeric_limits<std::int64_t>::max();
     return AllOrNothing(*m_pAudioStream, [&, data = frame.audioData]() mutable {
         int taken = 0;
@@ -213,7 +213,7 @@ int ContainerMuxer<Stream>::AfterFrame(int octetsTaken, const Stream& stream, st
         try {
             if (otherStarted != 0 && stream.m_Queue.size() >= m_Profile.m_QueuedBlocksToStart) WritePacket();
         } catch (const std::bad_alloc&) {
-            // The frame is taken in: it stays queued, and the next one tries again.
+            // The frame has been taken in: it stays queued, and the next frame tries again.
         }
     }
     return octetsTaken;
@@ -256,7 +256,7 @@ void ContainerMuxer<Stream>::WritezXPSData(const unsigned char* pictureSet, int 
         const ByteView header = FindSequenceHeader(sequence);
         if (header.m_Size > 0 && !SetCodecPrivate(*m_pVideoStream, header)) return;
     } else if (IsAvc(codec)) {
-        // Asked before there is a record: sets that are too large need not fit in memory either.
+        // Checked before the record is built: sets that are too large need not fit in memory either.
         if (!HasRoomFor(*m_pVideoStream, AvcRecordSize(picture, sequence))) return;
         const Bytes record = AvcDecoderConfigurationRecord(picture, sequence);
         SetCodecPrivate(*m_pVideoStream, {record.data(), record.size()});
@@ -271,7 +271,7 @@ void ContainerMuxer<Stream>::WritezXPSData(const unsigned char* pictureSet, int 
 template <class Stream>
 std::int32_t ContainerMuxer<Stream>::WriteBeginInfo() {
     if (m_pFile == nullptr) return 1;
-    // What can fail comes first. Two entries are added here, three when the file is closed.
+    // Steps that can fail come first. Two entries are added here, three when the file is closed.
     KeepSpareSeekEntries(5);
     m_Info.m_MuxingApp.Set(L"Tarnwell Matroska Muxer");
     EBML header{0x1A45DFA3};
@@ -300,7 +300,7 @@ std::int32_t ContainerMuxer<Stream>::WriteBeginInfo() {
     return 1;
 }
 
-// Asks for no memory where everything has kept its size.
+// Allocates no memory when all sizes are unchanged.
 template <class Stream>
 void ContainerMuxer<Stream>::CopyTrackEntries() {
     m_Tracks.m_TrackEntries.resize(m_Streams.size(), TrackEntry{0xAE});
@@ -362,7 +362,7 @@ Stream* ContainerMuxer<Stream>::EarliestStream() const {
     return earliest;
 }
 
-// Moves the stream's oldest block into the cluster of its time. Whatever can fail comes first, so that a block is
+// Moves the stream's oldest block into the cluster of its time. Steps that can fail come first, so that a block is
 // either still queued or placed.
 template <class Stream>
 void ContainerMuxer<Stream>::PlaceHead(Stream& stream) {
@@ -393,7 +393,7 @@ void ContainerMuxer<Stream>::PlaceHead(Stream& stream) {
     Blocks().splice(Blocks().end(), stream.m_Queue, head);
 }
 
-// Clusters span fixed seconds, their last millisecond included. Spans without a block are passed over.
+// Clusters span fixed seconds, their last millisecond included. Spans without a block are skipped.
 template <class Stream>
 void ContainerMuxer<Stream>::OpenClusterFor(std::int64_t time) {
     const auto clusterTime = static_cast<std::int64_t>(m_Cluster.m_Timecode.m_Value);
@@ -409,7 +409,7 @@ void ContainerMuxer<Stream>::OpenClusterFor(std::int64_t time) {
     m_CueBlockNumber = 0;
 }
 
-// As a rule one cue point for each cluster, at its first candidate.
+// Usually one cue point for each cluster, at its first candidate.
 template <class Stream>
 bool ContainerMuxer<Stream>::CueIsDue(std::int64_t time) const {
     return SegmentOffset() != m_LastCueClusterPos || time > WrappingAdd(m_LastCueTime, kClusterSpan);
@@ -435,8 +435,8 @@ template <class Stream>
 void ContainerMuxer<Stream>::WriteCluster() {
     AddSeekEntry(m_ClusterIndex, kClusterId);
     m_Cluster.Write(this);
-    // What is complete outlives the process, but for the last seconds: a call of the system costs as much as some
-    // frames.
+    // Clusters survive the death of the process, except for those of the last seconds: a system call costs as much as
+    // some frames.
     if (m_ClusterIndex.m_Seeks.size() % kClustersToFlush == 0) m_pFile->Flush();
 }
 
@@ -476,7 +476,7 @@ std::int32_t ContainerMuxer<Stream>::WriteDuration() {
 template <class Stream>
 std::int32_t ContainerMuxer<Stream>::WriteEndInfo() {
     if (m_pFile == nullptr) return 1;
-    KeepSpareSeekEntries(3); // as they have been kept: only out of turn are there fewer
+    KeepSpareSeekEntries(3); // usually there already; fewer only when called out of turn
     SeekTo(0, SEEK_END);
     if (!Blocks().empty()) WriteCluster();
     if (!m_Cues.m_CuePoints.empty()) {
@@ -501,7 +501,7 @@ std::int32_t ContainerMuxer<Stream>::WriteEndInfo() {
     m_Info.Write(this);
     WriteSeekHeadAndFiller();
 
-    // Last: whoever finds a size has all of the file. Where a write failed before, nothing is written here either.
+    // Last: a Segment with a size is complete. After a failed write nothing is written here either.
     SeekTo(m_SegmentPos, SEEK_SET);
     MatroskaWriter::Segment{segmentSize, kSegmentId}.Write(this);
     return 1;

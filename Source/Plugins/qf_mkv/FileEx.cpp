@@ -15,7 +15,7 @@ static_assert(sizeof(off_t) == 8, "files pass 2 GiB: build with _FILE_OFFSET_BIT
 
 namespace {
 
-// A call of the system for so many octets costs little beside copying them, and they stay in the processor's cache.
+// A system call for so many octets costs little compared with copying them, and they stay in the processor's cache.
 constexpr unsigned long kBufferSize = 262144;
 
 std::unique_ptr<wchar_t[]> CopyText(const wchar_t* text) {
@@ -55,7 +55,7 @@ std::uint32_t FileEx::Open(const wchar_t* path, const char* mode) {
             if (m_pBuffer == nullptr) m_pBuffer.reset(new (std::nothrow) char[kBufferSize]);
             if (m_pBuffer != nullptr) m_Capacity = kBufferSize;
             fcntl(fileno(m_pStream), F_SETFD, FD_CLOEXEC);
-            // What comes out of the buffer need not be gathered again, and what stdio takes has reached the system.
+            // The buffer's octets need not be gathered again, and octets that stdio takes have reached the system.
             std::setvbuf(m_pStream, nullptr, _IONBF, 0);
         }
     }
@@ -83,7 +83,7 @@ int FileEx::Flush() {
 
 unsigned long FileEx::WriteThrough(const void* buffer, unsigned long count) {
     if (m_pStream == nullptr) return 0;
-    // Filled up, the buffer goes out in whole pages.
+    // A full buffer is written in whole pages.
     const auto* const octets = static_cast<const char*>(buffer);
     const unsigned long first = std::min(count, m_Capacity - m_Used);
     std::copy_n(octets, first, m_pBuffer.get() + m_Used);

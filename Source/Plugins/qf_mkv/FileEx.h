@@ -13,11 +13,10 @@ std::uint32_t JudgeISOFileW(const wchar_t* path);
 // One file over stdio with 64-bit offsets. Failures show in results alone.
 // A pseudo-file opens with success and then takes and gives nothing, by design: 0 octets move and its position stays 0.
 //
-// The mode "wb" is for output. Elements write a few octets at a time: these are gathered in a buffer of the file's own,
-// since a call of fwrite costs more than what it would copy. The first octet that stdio does not take ends the file:
-// nothing that comes later is written, in no place, so that what is on the disk is the beginning of what should be
-// there and never has a hole. The descriptor is not passed on to programs that the process starts.
-// In all other modes a file is what stdio makes of it.
+// The mode "wb" is for output. Elements write a few octets at a time: the file gathers them in a buffer of its own,
+// since a call of fwrite costs more than such a copy. The first octet that stdio does not take ends the file: no later
+// octet is written anywhere, so that the disk has the beginning of the file without a hole. The descriptor is not
+// passed on to programs that the process starts. In all other modes it is a plain stdio file.
 class FileEx {
 public:
     FileEx() = default;
@@ -25,13 +24,13 @@ public:
     FileEx& operator=(const FileEx&) = delete;
     virtual ~FileEx();
 
-    // Closes what is open and opens path, cut at 2,047 octets of UTF-8, with a mode of fopen. Returns 1, or 0 when the
+    // Closes an open file and opens path, cut at 2,047 octets of UTF-8, with a mode of fopen. Returns 1, or 0 when the
     // file does not open; a null path does not.
     virtual std::uint32_t Open(const wchar_t* path, const char* mode);
     virtual void Close();
     // Returns fflush's result, EOF when octets are lost, 0 when nothing is open.
     virtual int Flush();
-    // Return the number of octets moved, 0 when nothing is open. Octets that are gathered count as moved.
+    // Return the number of octets moved, 0 when nothing is open. Octets in the buffer count as moved.
     virtual unsigned long Write(const void* buffer, unsigned long count) {
         if (count >= m_Capacity - m_Used) return WriteThrough(buffer, count);
         std::copy_n(static_cast<const char*>(buffer), count, m_pBuffer.get() + m_Used);
@@ -56,7 +55,7 @@ private:
     bool Drain();
 
     std::FILE* m_pStream = nullptr;
-    std::unique_ptr<wchar_t[]> m_pPath; // as given to Open, for a debugger's eyes
+    std::unique_ptr<wchar_t[]> m_pPath; // as given to Open, for debuggers
     std::uint32_t m_IsPseudoFile = 0;   // outlives Close
     bool m_IsOutput = false;            // opened with "wb"
     bool m_HasEnded = false;            // an octet of its output was not taken
@@ -64,10 +63,10 @@ private:
     unsigned long m_Capacity = 0; // of the buffer; 0 while nothing is gathered, also when there is no memory for it
     unsigned long m_Used = 0;
     static constexpr std::int64_t kUnknown = -1;
-    std::int64_t m_DrainedPos = kUnknown; // of output, the stream's position: asking for it is a call of the system
+    std::int64_t m_DrainedPos = kUnknown; // of output, the stream's position: asking for it is a system call
 };
 
-// What elements write to. Results are 0, or -1 when there is no file behind the stream.
+// The stream that elements write to. Results are 0, or -1 when there is no file behind it.
 class IStream {
 public:
     IStream() = default;

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Memory may be short when there is something to log: no heap here.
+// No heap here: memory may be short when a message is logged.
 void* LoadLogLibrary() {
     char path[PATH_MAX + 32];
     const ssize_t length = readlink("/proc/self/exe", path, PATH_MAX);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The host's log: the functions of its library TW_Log, which lies beside the host's executable.
+// The host's log: the functions of the library TW_Log beside the host's executable.
 #pragma once
 
 // Both functions are always callable. Without the library, or without one of its functions, they do nothing.

@@ -4,7 +4,7 @@
 ///
 /// The host fills and owns every record; the plug-in only reads them, and keeps no pointer into them beyond the call.
 /// Host and plug-in are built separately, so positions and widths are the interface: each is asserted below, for 4-byte
-/// and for 8-byte pointers. Fields named `host...` are the host's own: the plug-in keeps their width and never looks.
+/// and for 8-byte pointers. Fields named `host...` are the host's own: the plug-in does not interpret them.
 ///
 /// Integers are little-endian, 64-bit members are aligned to 4, a wide character is one 32-bit unit (UTF-32).
 #pragma once
@@ -32,7 +32,7 @@ constexpr FourCC MakeFourCC(const char (&text)[5]) {
 struct VideoParam {
     FourCC fourCC;              ///< H264 I264 A264 N264 havc MP1V MP2V MP4V Xvid "VP8 ", else Video-for-Windows
     std::int32_t width;         ///< pixels
-    std::int32_t height;        ///< pixels; negative for a bottom-up picture, whose magnitude counts
+    std::int32_t height;        ///< pixels; negative for a bottom-up picture of that magnitude
     double frameRate;           ///< frames per second, greater than 0
     unsigned char host20[24];   ///< the host's own
     std::int32_t bitCount;      ///< bits per pixel; the low 16 bits are used, in Video-for-Windows headers only
@@ -51,7 +51,7 @@ struct AudioParam {
 
 /// One output job. A host's own record may be longer.
 struct EncodeParam {
-    VideoParam videoParam;      ///< without video its fourCC counts still: "VP8 " makes the DocType "webm"
+    VideoParam videoParam;      ///< even without video its fourCC "VP8 " makes the DocType "webm"
     AudioParam audioParam;      ///< not looked at when the job has no audio
     std::uint32_t disableVideo; ///< non-zero: the job has no video stream
     std::uint32_t disableAudio; ///< non-zero: the job has no audio stream
@@ -89,7 +89,7 @@ struct EncoderEntry {
     std::uint32_t reserved; ///< 0
 };
 
-/// One encoder of a plug-in that offers encoders. This one offers none: its table is the terminator, all zero.
+/// One encoder of a plug-in that offers encoders. This plug-in offers none: its table is the terminator, all zero.
 struct EncoderInfo {
     FourCC fourCC;            ///< 0 ends the table
     unsigned char host4[848]; ///< not used here
@@ -98,7 +98,7 @@ struct EncoderInfo {
 /// Progress of CloseMediaFile. Accepted and never called: closing is synchronous and reports nothing.
 using ProgressCallback = unsigned int (*)(void*, unsigned int, unsigned int, unsigned int);
 
-/// One file format: what it is called, which codecs it accepts and the functions that write it.
+/// One file format: its names, the codecs that it accepts and the functions that write it.
 /// A table of formats ends with a fourCC of 0. The functions are the exported ones of the same names.
 struct FileFormatInfo {
     FourCC fourCC;               ///< "MKV " HMKV "MKA " WEBM; 0 ends the table
@@ -114,7 +114,7 @@ struct FileFormatInfo {
     void (*WriteVosData)(void*, unsigned char*, int);                       ///< see WriteVosData
     void (*WritezXPSData)(void*, unsigned char*, int, unsigned char*, int); ///< null: the format has no video
     void (*spare)();                                                        ///< null in every record
-    int (*SetMuxParam)(MuxParam*); ///< set where the format takes options, else null
+    int (*SetMuxParam)(MuxParam*);                                          ///< null: the format takes no options
 };
 
 #pragma pack(pop)

@@ -24,7 +24,7 @@ unsigned EncodedLength(std::uint32_t character) {
     return character < 0x10000 ? 3 : 4;
 }
 
-// Octets of a sequence, the first included, as its first octet announces them. 5 and 6 are announced, never legal.
+// Octets of a sequence, the first included, by its first octet. 5 and 6 can be announced but are never legal.
 unsigned AnnouncedLength(unsigned char lead) {
     if (lead < 0xC0) return 1;
     if (lead < 0xE0) return 2;
@@ -33,7 +33,7 @@ unsigned AnnouncedLength(unsigned char lead) {
     return lead < 0xFC ? 5 : 6;
 }
 
-// What an announced length adds to the first octet, by length: 0xxxxxxx, 110xxxxx, 1110xxxx, 11110xxx.
+// The marker bits of the first octet, by announced length: 0xxxxxxx, 110xxxxx, 1110xxxx, 11110xxx.
 constexpr std::array<unsigned char, 5> kLeadMark = {0x00, 0x00, 0xC0, 0xE0, 0xF0};
 
 bool IsLegal(const unsigned char* sequence, unsigned length) {
@@ -43,7 +43,7 @@ bool IsLegal(const unsigned char* sequence, unsigned length) {
     for (unsigned i = 1; i < length; ++i) {
         if (sequence[i] < 0x80 || sequence[i] > 0xBF) return false;
     }
-    // Overlong forms, and what would lie above U+10FFFF.
+    // Overlong forms, and values above U+10FFFF.
     if (lead == 0xE0) return sequence[1] >= 0xA0;
     if (lead == 0xF0) return sequence[1] >= 0x90;
     if (lead == 0xF4) return sequence[1] <= 0x8F;

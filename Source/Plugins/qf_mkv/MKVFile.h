@@ -25,8 +25,8 @@ enum ConversionFlags {
 ConversionResult ConvertUTF32toUTF8(const wchar_t* sourceStart, const wchar_t* sourceEnd, unsigned char* targetStart,
                                     unsigned char* targetEnd, ConversionFlags flags);
 
-// Stops at the first illegal sequence. Of each sequence, the source's end is tested first, then its legality, then the
-// room in the target.
+// Stops at the first illegal sequence. Tests for each sequence the source's end first, then its legality, then the room
+// in the target.
 ConversionResult ConvertUTF8toUTF32(const unsigned char* sourceStart, const unsigned char* sourceEnd,
                                     wchar_t* targetStart, wchar_t* targetEnd, ConversionFlags flags);
 
@@ -35,13 +35,13 @@ ConversionResult ConvertUTF8toUTF32(const unsigned char* sourceStart, const unsi
 ConversionResult WtoUTF8(const wchar_t* source, int sourceLength, char* target, int targetLength, bool strict);
 ConversionResult UTF8toW(const char* source, int sourceLength, wchar_t* target, int targetLength, bool strict);
 
-// Longest text that the plug-in converts, in units of the target; what is longer is cut at a whole character.
+// Longest text that the plug-in converts, in units of the target; longer texts are cut at a whole character.
 constexpr int kTextCapacity = 2047;
 
-// The UTF-8 form of a wide text, empty for null. Its units are the platform's 32-bit ones, whatever the name says.
+// The UTF-8 form of a wide text, empty for null. Its units are the platform's, of 32 bits despite the name.
 std::string UTF16To8(const wchar_t* text);
 
-// The same on the stack, for where no memory may be asked for.
+// The same on the stack, without allocating memory.
 class Utf8Text {
 public:
     explicit Utf8Text(const wchar_t* text);

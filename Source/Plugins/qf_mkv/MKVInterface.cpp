@@ -183,5 +183,5 @@ void WritezXPSData(void* handle, unsigned char* pictureSet, int pictureSetLength
     });
 }
 
-// Of either kind, whatever IsWebm says: the muxer's own destructor finishes its file.
+// Closes either kind, regardless of IsWebm: the muxer's own destructor finishes its file.
 void CloseMediaFile(void* handle, ProgressCallback, void*) { delete static_cast<IStream*>(handle); }

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 /// \file
-/// The plug-in's face to a host: tables that say which file formats it writes and which codecs each accepts, and the
-/// functions that write a file. A host loads the library, finds these names in it and includes this header for their
-/// types. GetEncoders, GetFileFormats and GetMultiVersion have plain names; the functions below them are exported under
-/// their decorated (Itanium C++ ABI) names.
+/// The plug-in's interface to a host: tables of the file formats that it writes and the codecs that each accepts, and
+/// the functions that write a file. A host loads the library, finds these names in it and includes this header for
+/// their types. GetEncoders, GetFileFormats and GetMultiVersion have plain names; the functions below them are exported
+/// under their decorated (Itanium C++ ABI) names.
 ///
 /// The life of a file: CreateMediaFile; WriteVosData and WritezXPSData with codec set-up data, best before the first
 /// frame; WriteVideoPacket and WriteAudioPacket with frames, each kind in decoding order; CloseMediaFile.
 /// Calls come from one thread at a time. std::bad_alloc is the only exception that leaves the library; the call has
 /// then taken nothing in (an H.264 frame may have had its start codes overwritten), and the handle stays usable. A host
-/// that is not C++ cannot catch it: there it ends the process.
+/// that is not written in C++ cannot catch it, and the process ends.
 #pragma once
 
 #include "HostRecords.h"
 
-/// Leaves the library.
+/// An exported name.
 #define QF_EXPORT __attribute__((visibility("default")))
 #if defined(__i386__)
 /// A function that a host calls. Hosts of older compilers align their stack to 4 octets only.
@@ -31,7 +31,7 @@ extern "C" {
 /// \return FormatArray, the library's own, valid while it is loaded
 QF_ENTRY FileFormatInfo* GetFileFormats();
 
-/// The encoders on offer: none, so the terminator.
+/// The encoders: none, so the table is the terminator.
 /// \return EncoderArray, the library's own, valid while it is loaded
 QF_ENTRY EncoderInfo* GetEncoders();
 
@@ -50,19 +50,19 @@ extern QF_EXPORT EncoderEntry WEBMVideoEncoders[]; ///< video codecs of WEBM
 extern QF_EXPORT FileFormatInfo FormatArray[]; ///< what GetFileFormats returns
 extern QF_EXPORT EncoderInfo EncoderArray[];   ///< what GetEncoders returns
 
-/// The muxing options that later Matroska files are created with. Set them through SetMuxParam.
+/// The muxing options that later Matroska files are created with. Set with SetMuxParam.
 extern QF_EXPORT MuxParam m_MuxParam;
 
-/// 1 while the file created last is a WebM file, else 0. Every call with a handle goes to the muxer that this flag
-/// names, not to the handle's own: one kind of file is open at a time, by design. A handle of the other kind is refused
-/// (0, or nothing happens), and closing it still completes its file. A failed creation sets the flag too.
+/// 1 while the file created last is a WebM file, else 0. Every call with a handle goes to the kind of muxer that this
+/// flag names: only one kind of file is open at a time, by design. A handle of the other kind is refused (0, or nothing
+/// happens), but closing it still completes its file. A failed creation sets the flag too.
 extern QF_EXPORT std::uint32_t IsWebm;
 
 } // extern "C"
 
 /// Whether the table has a format.
 /// \param format the format's code; the upper half of 8-octet values must be 0
-/// \return 1 for a format of the table, else 0; 0 is none
+/// \return 1 for a format of the table, else 0; the code 0 is no format
 QF_ENTRY int FindFileFormat(unsigned long format);
 
 /// There are no encoders, and no argument is looked at.
@@ -83,7 +83,7 @@ QF_ENTRY int Encode(void* encoder, const MEDIA_FRAME* frame, MEDIA_FRAME** outFr
 /// \param encoder not used
 QF_ENTRY void DestroyEncoder(void* encoder);
 
-/// Leaves the record as it is: every audio stream will do.
+/// Leaves the record as it is: every audio stream is accepted.
 /// \param param not used
 /// \return 1
 QF_ENTRY int ReviseAudioParam(AudioParam* param);
@@ -93,20 +93,20 @@ QF_ENTRY int ReviseAudioParam(AudioParam* param);
 /// \return a number without meaning: displayAspectX when a term is 0, else the reduced displayAspectY
 QF_ENTRY int SetMuxParam(MuxParam* param);
 
-/// Creates a file for a job. Nothing is written before the first frames. Replaces a file that is there. A path whose
+/// Creates a file for a job. Nothing is written before the first frames. An existing file is replaced. A path whose
 /// last extension begins ".iso:" is a pseudo-file: all calls succeed and nothing is written.
 ///
-/// Any codec is taken with any format. Codes that FourCC lists do not name, VP9, HEVC, AV1, Opus and FLAC among them,
-/// become Video-for-Windows and WAVEFORMATEX tracks, in WEBM too.
+/// Every format accepts every codec. Codes that VideoParam and AudioParam do not name, VP9, HEVC, AV1, Opus and FLAC
+/// among them, become Video-for-Windows and WAVEFORMATEX tracks, in WEBM too.
 ///
 /// The file's date is local time, not UTC: it counts from midnight of 2001-01-01 with summer time claimed for it. It is
-/// an hour ahead where mktime takes one off for that claim, as the GNU C library's does in all zones, UTC included.
+/// an hour ahead where mktime subtracts an hour for this, as the GNU C library's does in all zones, UTC included.
 ///
 /// \param path UTF-32, ended by a zero; cut at 2,047 octets of UTF-8
 /// \param param the job, copied
 /// \return the handle, the host's until CloseMediaFile ends it. Null, with a message in the host's log, for a format
 /// that is not in the table, a file that does not open and lack of memory for the muxer; null without a message for a
-/// null argument. For a file that does not open errno says why; otherwise it means nothing
+/// null argument. When the file does not open errno has the reason; otherwise it has no meaning
 /// \throws std::bad_alloc: there is no handle; an empty file may have been created
 QF_ENTRY void* CreateMediaFile(const wchar_t* path, const EncodeParam* param);
 
@@ -123,14 +123,15 @@ QF_ENTRY int WriteVideoPacket(void* handle, const MEDIA_FRAME* frame);
 /// \param handle an open file, or null
 /// \param frame audioData, audioSize, timestamp and duration (100 ns units); or null
 /// \param frameSizes null for one frame, else a count n and the octets of n frames. A size below 1 is no frame; a frame
-/// that would reach past audioSize ends the list; an audioSize of 0 or below leaves it to the table
+/// that would reach past audioSize ends the list; with an audioSize of 0 or below the sizes are trusted
 /// \return the octets taken; 0 when there is no such track, nothing to take, or a null handle or frame
 /// \throws std::bad_alloc: nothing has been taken in, and the handle stays usable
 QF_ENTRY int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* frameSizes);
 
 /// Set-up data of audio, copied. AAC: the AudioSpecificConfig (ISO/IEC 14496-3). Vorbis: the three header packets,
 /// laced as in Matroska's CodecPrivate. Data for other codecs is ignored. After the first frames have been written the
-/// room is fixed: 1,024 octets for AAC, 10,240 for Vorbis, or as many as came before. What does not fit is ignored.
+/// room is fixed: 1,024 octets for AAC, 10,240 for Vorbis, or as many as came before. Data that does not fit is
+/// ignored.
 /// \param handle an open file, or null
 /// \param data the octets, the host's; or null
 /// \param length octets at data
@@ -138,9 +139,9 @@ QF_ENTRY int WriteAudioPacket(void* handle, const MEDIA_FRAME* frame, int* frame
 QF_ENTRY void WriteVosData(void* handle, unsigned char* data, int length);
 
 /// Set-up data of video, copied. H.264: one picture and one sequence parameter set, NAL units without start codes.
-/// MPEG-1/2: the sequence header in the second buffer, the first is not looked at. Data for other codecs is ignored.
-/// After the first frames have been written the room is fixed: 1,024 octets for H.264, or what came before; what does
-/// not fit is ignored.
+/// MPEG-1/2: the sequence header in the second buffer; the first buffer is not read. Data for other codecs is ignored.
+/// After the first frames have been written the room is fixed: 1,024 octets for H.264, or as many as came before; data
+/// that does not fit is ignored.
 /// \param handle an open file, or null
 /// \param pictureSet the picture parameter set, the host's; or null
 /// \param pictureSetLength octets at pictureSet
@@ -151,7 +152,8 @@ QF_ENTRY void WritezXPSData(void* handle, unsigned char* pictureSet, int picture
                             int sequenceSetLength);
 
 /// Completes and closes the file and ends the handle. Does not fail and does not report. A file whose disk was full,
-/// for however short a time, ends there, and its Segment's size is unknown. Blocks without memory are left out.
+/// for however short a time, ends there, and its Segment's size is unknown. Blocks for which memory is short are left
+/// out.
 /// \param handle an open file of either kind, whatever IsWebm says; or null, for which nothing happens
 /// \param progress accepted and never called
 /// \param argument accepted and never used

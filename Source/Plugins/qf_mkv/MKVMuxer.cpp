@@ -61,7 +61,7 @@ int MKVMuxer::WriteLossless264Packet(const MEDIA_FRAME* frame) {
     if (HostBytes(frame->videoData, frame->videoSize).m_Size == 0) return 0;
     if (frame->videoSize > m_NalBufferSize) {
         m_NalBufferSize = 0;
-        m_pNalBuffer.reset(); // before its successor is there: two large frames need not fit in memory
+        m_pNalBuffer.reset(); // before the new buffer is allocated: two large frames need not fit in memory
         const auto size = static_cast<std::size_t>(frame->videoSize);
         m_pNalBuffer.reset(new unsigned char[size]);
         m_NalBufferSize = frame->videoSize;

@@ -11,7 +11,7 @@ namespace MatroskaWriter {
 
 namespace {
 
-// Stores the `width` low octets of a number with the first bit set that tells their count: identifiers and lengths.
+// Stores the `width` low octets of a number, an identifier or a length, with the bit set that marks their count.
 // Returns width.
 unsigned StoreMarked(unsigned char* target, std::uint64_t value, unsigned width) {
     if (width > 0) StoreBigEndian(target, value % PowerOfTwo(7 * width) + PowerOfTwo(7 * width), width);

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The elements of a Matroska file (RFC 8794 for EBML, RFC 9559 for Matroska).
 //
-// An element knows its identifier, says how many octets it takes and writes itself at a stream's current position; it
-// never seeks and never reads. A value that is absent (an unset number, an empty string or byte array) takes no octets
-// and is not written, so an owner fills what it wants written and nothing else. A compound element lists its children
-// once, in the order in which they are written: sizes and octets both walk that list, so they cannot disagree.
+// An element has its identifier, computes its size in octets and writes itself at a stream's current position; it never
+// seeks and never reads. A value that is absent (an unset number, an empty string or byte array) takes no octets and is
+// not written, so an owner sets only the values that are to be written. A compound element lists its children once, in
+// the order in which they are written: sizes and octets both walk that list, so they cannot disagree.
 // Sizes are computed anew at each call.
 //
-// Members are public: elements are the muxers' plain building material. Repeated children stand in std::list, which
-// owns them, and through which a block travels from queue to cluster without being copied. Cue points, which stay in
-// memory as long as the file is open, stand in containers that need less of it.
+// Members are public: elements are plain building blocks of the muxers. Repeated children are in a std::list, which
+// owns them, and by which a block moves from queue to cluster without being copied. Cue points stay in memory as long
+// as the file is open, so they are in containers that need less of it.
 #pragma once
 
 #include <cstdint>
@@ -32,11 +32,11 @@ constexpr unsigned long kTracksId = 0x1654AE6B;
 constexpr unsigned long kClusterId = 0x1F43B675;
 constexpr unsigned long kCuesId = 0x1C53BB6B;
 
-// A length field of this value says that the size is unknown (RFC 8794, Element Data Size).
+// A length field of this value means an unknown size (RFC 8794, Element Data Size).
 constexpr std::uint64_t kUnknownSize = 0x00FFFFFFFFFFFFFF;
 
-// Octets that a length field takes: the fewest whose bits are not all ones, which is not a size but means that it is
-// unknown. kUnknownSize takes 8; 2^56 and above take none at all.
+// Octets that a length field takes: the fewest whose bits are not all ones, which would mean an unknown size.
+// kUnknownSize takes 8; 2^56 and above take none at all.
 constexpr unsigned LengthWidth(std::uint64_t length) {
     if (length > kUnknownSize) return 0;
     for (unsigned width = 1; width < 8; ++width) {
@@ -129,8 +129,8 @@ public:
     std::uint64_t PayloadBits() const { return m_Value; }
 };
 
-// Deliberately narrower than a signed integer needs: a positive value gets no sign octet (128 is 0x80), and whether a
-// negative one does is asked of a bit that is its sign for one octet only (-33000 is 0x7F 0x18).
+// Deliberately narrower than a signed integer needs: a positive value gets no sign octet (128 is 0x80), and the test
+// for a negative value reads a bit that is its sign only for a width of one octet (-33000 is 0x7F 0x18).
 class CInt final : public CSimpleVar<long long, CInt> {
 public:
     using CSimpleVar::CSimpleVar;
@@ -138,7 +138,7 @@ public:
     std::uint64_t PayloadBits() const { return static_cast<std::uint64_t>(m_Value); }
 };
 
-// A single, never a double.
+// Single precision, never double.
 class CFloat final : public CSimpleVar<float, CFloat> {
 public:
     using CSimpleVar::CSimpleVar;
@@ -146,7 +146,7 @@ public:
     std::uint64_t PayloadBits() const;
 };
 
-// What the next three share: a run of octets as payload.
+// The base of the next three: a run of octets as payload.
 class CRun : public CID {
 public:
     using CID::CID;
@@ -182,7 +182,7 @@ public:
     std::string m_Value;
 };
 
-// A wide string, written as UTF-8 (cut at 2,047 octets) without a terminator; absent when it is empty before that.
+// A wide string, written as UTF-8 (cut at 2,047 octets) without a terminator; absent when the wide string is empty.
 class CUTF8 final : public CRun {
 public:
     using CRun::CRun;
@@ -197,7 +197,7 @@ public:
 
 // Derived lists its children in the order in which they are written, lists as a whole:
 //     template <class Self, class Visit> static void Children(Self& self, Visit visit);
-// Its own header is always written, also around no children at all.
+// Its own header is always written, even without children.
 template <class Derived>
 class Compound : public CID {
 public:
@@ -235,7 +235,7 @@ private:
             if constexpr (std::is_base_of_v<CID, Child>) {
                 child.Write(m_pStream);
             } else {
-                // A list ends early at a child that reports a failure, the element itself does not.
+                // A list ends early at a child that reports a failure, but the element itself does not.
                 for (const auto& element : child) {
                     if (element.Write(m_pStream) < 0) break;
                 }
@@ -246,7 +246,7 @@ private:
     const Derived& Self() const { return static_cast<const Derived&>(*this); }
 };
 
-// What a Compound's visitors take one child at a time.
+// The kinds of children that a Compound's visitors take one at a time.
 template <class Visit, class... Child>
 void VisitEach(Visit visit, Child&... child) {
     (visit(child), ...);
@@ -348,7 +348,7 @@ public:
     }
 };
 
-// Zeros that a later element may take the place of.
+// Zeros that a later element may replace.
 class Void final : public CID {
 public:
     // size: of the payload, without the header.
@@ -458,15 +458,15 @@ public:
 
 // ---- clusters and blocks
 
-// What Block and SimpleBlock share: a header of track number, relative time and flags, and frames behind it.
-// More than one frame makes the size count Xiph lacing.
+// The base of Block and SimpleBlock: a header of track number, relative time and flags, and frames behind it. With more
+// than one frame the size includes Xiph lacing.
 class BlockBase : public CID {
 public:
     using CID::CID;
     std::uint64_t Size(bool withHeader) const override;
 
     CLength m_TrackNumber;
-    // Ticks. Absolute while the block is queued, relative to its cluster when it is written: its low 16 bits are.
+    // Ticks. Absolute while the block is queued, relative to its cluster when its low 16 bits are written.
     std::int64_t m_Timecode = 0;
     std::int64_t m_StopTime = 0; // ticks, where the block ends; its owner's, never written
     std::list<CBinary> m_Frames; // their octets alone are written, not as elements
@@ -484,7 +484,7 @@ public:
     std::int32_t Write(IStream* stream) const override;
 };
 
-// Meant for exactly one frame: with more its size counts lacing, deliberately, that is never written.
+// Meant for exactly one frame: with more frames its size includes lacing, which is deliberately never written.
 class SimpleBlock final : public BlockBase { // RFC 9559, SimpleBlock
 public:
     static constexpr unsigned long kId = 0xA3; // in a Cluster
@@ -527,7 +527,7 @@ public:
     }
 };
 
-// Every frame passes through these two: they are compiled beside what they call.
+// Every frame passes through these two: they are compiled together with the functions that they call.
 extern template class Compound<BlockGroup>;
 extern template class Compound<Cluster>;
 

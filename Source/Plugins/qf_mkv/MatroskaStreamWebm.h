@@ -4,7 +4,7 @@
 
 #include "TrackStream.h"
 
-// Queues SimpleBlocks, which carry their key flag with them.
+// Queues SimpleBlocks, which have a key flag.
 class MatroskaStreamWebm final : public TrackStream<MatroskaWriter::SimpleBlock> {
 public:
     using Block = MatroskaWriter::SimpleBlock;
@@ -13,11 +13,11 @@ public:
     MatroskaStreamWebm(const VideoParam* video, long* result) { *result = Init(video); }
     MatroskaStreamWebm(const AudioParam* audio, long* result) { *result = Init(audio); }
 
-    // Fill the track's header values anew and leave the queue as it is. Return 0: any values will do.
+    // Fill the track's header values anew and leave the queue as it is. Return 0: all values are accepted.
     long Init(const VideoParam* video);
     long Init(const AudioParam* audio);
 
-    // Where a cluster has this kind of block.
+    // The cluster's list of this kind of block.
     static std::list<Block>& BlocksOf(MatroskaWriter::Cluster& cluster) { return cluster.m_SimpleBlocks; }
     // Every block is a candidate, a key frame or not, deliberately.
     static bool MayBeCued(const Block&) { return true; }

@@ -6,7 +6,7 @@
 
 #include "ByteOrder.h"
 
-// The first place among `length` octets where the four octets 00 00 00 01 lie, or null.
+// The first 00 00 00 01 among `length` octets, or null.
 unsigned char* FindStartCode(unsigned char* data, int length);
 
 constexpr unsigned kNalSlice = 1;
@@ -15,14 +15,14 @@ constexpr unsigned kNalSequenceSet = 7;
 constexpr unsigned kNalPictureSet = 8;
 constexpr unsigned kNalAccessUnitDelimiter = 9;
 
-// Splits a frame at its 4-octet start codes. For each unit of a type that keep(type) accepts, the start code gives way,
-// in the frame itself, to the unit's length, and take(type, unit, length) gets the unit with that length in front.
+// Splits a frame at its 4-octet start codes. For each unit of a type that keep(type) accepts, the unit's length
+// overwrites the start code in the frame itself, and take(type, unit, length) gets the unit with that length in front.
 // Returns the number of octets taken.
 //
 // Shorter start codes are not recognised and stay inside their unit. A frame is expected to begin with a start code.
-// One to three other octets in front of it are taken with its unit; four and more are taken by themselves, under
-// that unit's type and with their length written over its start code. Both deliberately: the steps are literal. A unit
-// whose type octet would lie outside the frame is left alone.
+// One to three other octets in front of it are taken with its unit; four or more are taken separately, under that
+// unit's type and with their length written over its start code. Both are deliberate. A unit whose type octet would lie
+// outside the frame is ignored.
 template <class Keep, class Take>
 int SplitNalUnits(unsigned char* frame, int frameSize, Keep keep, Take take) {
     int kept = 0;

@@ -21,8 +21,8 @@ constexpr std::size_t kAvcPlaceholder = 1024;
 constexpr std::size_t kAacPlaceholder = 1024;
 constexpr std::size_t kVorbisPlaceholder = 10240;
 
-// A payload of up to so many octets keeps its memory when its block is used again: sound, mostly. Pictures vary too
-// much: each would come to take what the largest did.
+// A payload of up to so many octets, mostly sound, keeps its memory when its block is used again. Pictures vary too
+// much: each block would grow to the largest picture.
 constexpr std::size_t kKeptPayload = 1024;
 
 struct CodecRow {
@@ -88,7 +88,7 @@ void TrackStream<Block>::InitVideo(const VideoParam& video, const MuxParam* mux,
     InitCommon(kVideoTrack);
     m_LastStart = -1;
     m_LastEnd = -1;
-    // A rate of 0 or below, or so small that its period has no 64-bit number, has no DefaultDuration.
+    // A rate of 0 or below, or so small that its period exceeds 64 bits, gives no DefaultDuration.
     const double period = 1e9 / video.frameRate;
     if (period >= 0 && period < std::ldexp(1.0, 64)) {
         m_pTrackEntry->m_DefaultDuration.Set(static_cast<std::uint64_t>(period));
@@ -106,13 +106,13 @@ void TrackStream<Block>::InitVideo(const VideoParam& video, const MuxParam* mux,
     if (codecID != nullptr) {
         SetCodec(codecID, {});
     } else {
-        // 'havc' is declared as the code that players know for it.
+        // 'havc' is written as the code by which players know it.
         const bool isHavc = video.fourCC == MakeFourCC("havc");
         SetCodec("V_MS/VFW/FOURCC", BitmapInfoHeader(video, isHavc ? MakeFourCC("X264") : video.fourCC));
     }
 }
 
-// Leaves the times of the last frame as they are, deliberately, unlike the above.
+// Leaves the times of the last frame as they are, deliberately, unlike the function above.
 template <class Block>
 void TrackStream<Block>::InitAudio(const AudioParam& audio) {
     InitCommon(kAudioTrack);
@@ -185,7 +185,7 @@ void TrackStream<Block>::AddBlankBlock() {
 
 template <class Block>
 void TrackStream<Block>::TakeBack(std::list<Block>& blocks) {
-    // As many as one cluster had, no more: what is left of the one before is given up.
+    // Keeps only as many blocks as one cluster had: blocks left from the cluster before are freed.
     m_BlankBlocks.clear();
     for (auto block = blocks.begin(); block != blocks.end();) {
         const auto taken = block++;

@@ -14,8 +14,8 @@
 // Host times are counts of 100 ns, times in the file counts of 1 ms.
 constexpr std::int64_t kHostTicksPerMs = 10000;
 
-// (t + 5000) / 10000, truncated toward zero: the nearest millisecond from -5000 on, below that the next one up at
-// times.
+// (t + 5000) / 10000, truncated toward zero: the nearest millisecond for t from -5000 on; below that, sometimes the
+// next higher.
 std::int64_t ToMilliseconds(std::int64_t hostTime);
 
 // Track numbers and types coincide: the video track is always track 1, the audio track always track 2.
@@ -25,7 +25,7 @@ constexpr std::uint64_t kAudioTrack = 2;
 // Matroska's identifier for a video codec, null when it has none.
 const char* VideoCodecID(FourCC fourCC);
 
-// What the two kinds of track share. Block is what one frame becomes: BlockGroup or SimpleBlock.
+// The base of both kinds of track. Each frame becomes a Block: BlockGroup or SimpleBlock.
 template <class Block>
 class TrackStream {
 public:
@@ -41,15 +41,15 @@ public:
     // The first frames may also settle an empty CodecPrivate, as long as the track's header is not in the file.
     int WritePacket(const unsigned char* data, int size, std::int64_t start, std::int64_t end, unsigned int keyFrame);
 
-    // The block's header, whichever kind it is.
+    // The block's header, for either kind of block.
     static MatroskaWriter::BlockBase& BlockOf(MatroskaWriter::BlockGroup& group) { return group.m_Block; }
     static MatroskaWriter::BlockBase& BlockOf(MatroskaWriter::SimpleBlock& block) { return block; }
 
-    // Takes this track's blocks back from those of a cluster that has been written: the frames to come are put into
-    // them, so that none asks for memory but a large one. Cannot fail.
+    // Takes this track's blocks back from a cluster that has been written. Later frames use them again, so that only
+    // large frames allocate memory. Cannot fail.
     void TakeBack(std::list<Block>& blocks);
 
-    // Takes back the frames queued since. For frames that belong together, when memory does not last for all of them.
+    // Takes back the frames queued since, when memory is too short for all frames that belong together.
     struct Mark {
         std::size_t m_QueuedBlocks;
         std::int64_t m_LastStart;
@@ -60,7 +60,7 @@ public:
 
     std::int64_t m_WrittenTime = 0; // start of the last block that left the queue, 100 ns units from the file's start
     std::list<Block> m_Queue;       // oldest first
-    std::unique_ptr<MatroskaWriter::TrackEntry> m_pTrackEntry; // the header values; there once Init has been called
+    std::unique_ptr<MatroskaWriter::TrackEntry> m_pTrackEntry; // the header values; set by Init
     std::vector<MatroskaWriter::CBinary> m_Spare;              // not filled by this plug-in's muxers
     std::int64_t m_LastStart = -1; // start and end of the last frame taken in, 100 ns units; -1 for none yet
     std::int64_t m_LastEnd = -1;
@@ -72,15 +72,15 @@ protected:
     void InitAudio(const AudioParam& audio);
 
 private:
-    // Sets what is the block's own besides its frame, track and times. The block is as new.
+    // Sets the block's values other than its frame, track and times. The block is as new.
     virtual void Describe(Block& block, std::int64_t start, std::int64_t end, unsigned int keyFrame) const = 0;
 
     void InitCommon(std::uint64_t track);
     void SetCodec(const char* codecID, Bytes codecPrivate);
     Bytes DeriveCodecPrivate(ByteView frame) const;
-    // Makes a written block, whoever built it, as good as new, but for the memory of a small frame. It has a frame.
+    // Resets a written block to new, except that it keeps the memory of a small frame. Requires a frame.
     static void Renew(Block& block);
     void AddBlankBlock();
 
-    std::list<Block> m_BlankBlocks; // for the frames to come: each as new, with one frame
+    std::list<Block> m_BlankBlocks; // for later frames: each as new, with one frame
 };

@@ -14,6 +14,6 @@ public:
     std::uint32_t CreateMediaFile(const wchar_t* path, const EncodeParam* param);
 
     // Takes a frame in. Returns the octets taken, 0 when there is no such track, no frame, or nothing was taken.
-    // Once each kind of media that the job has has delivered a frame, the queues are drained.
+    // Once each kind of media in the job has delivered a frame, the queues are drained.
     int WriteVideoPacket(const MEDIA_FRAME* frame);
 };
