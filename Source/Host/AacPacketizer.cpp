@@ -18,10 +18,10 @@ constexpr std::int32_t kSampleRates[] = {96000, 88200, 64000, 48000, 44100, 3200
 struct AdtsHeader {
     unsigned m_ObjectType;
     unsigned m_RateIndex;
-    unsigned m_Channels; // 0: the frame says more
+    unsigned m_Channels; // 0: stated in the frame
     unsigned m_Blocks;
     std::size_t m_HeaderSize;
-    std::size_t m_Size; // with the header
+    std::size_t m_Size; // including the header
 
     Octets Setup() const {
         return {static_cast<std::uint8_t>(m_ObjectType << 3 | m_RateIndex >> 1),
@@ -29,8 +29,8 @@ struct AdtsHeader {
     }
 };
 
-// Nothing when there is no such header, or not all of its frame. No raw frame begins with twelve ones: its first
-// element would be the end of it.
+// Returns nothing without such a header or without its whole frame. No raw frame begins with twelve ones: its first
+// element would be its end.
 std::optional<AdtsHeader> ReadHeader(const std::uint8_t* data, std::size_t size) {
     if (size < 7 || data[0] != 0xFF || (data[1] & 0xF6U) != 0xF0) return std::nullopt;
     AdtsHeader header{};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// AAC, raw or with ADTS headers (ISO/IEC 14496-3), which are taken off.
+// AAC, raw or with ADTS headers (ISO/IEC 14496-3), which are removed.
 #pragma once
 
 #include "Packetizer.h"

@@ -9,7 +9,7 @@
 
 namespace QfHost {
 
-// What must be done to a codec's packets on their way.
+// The changes that a codec's packets need on their way.
 enum class Framing {
     Plain,
     Pcm,
@@ -17,7 +17,7 @@ enum class Framing {
     Mpeg4,
     H264Lengths,    // units behind lengths of 4 octets
     H264StartCodes, // units behind start codes
-    H264Slices,     // the same, of which the plug-in keeps the slices alone
+    H264Slices,     // the same, but the plug-in keeps only the slices
     Aac,
     Vorbis
 };
@@ -29,13 +29,13 @@ struct Codec {
     FourCC m_FourCC;
     qf_track m_Track;
     Framing m_Framing;
-    std::int32_t m_Samples = 0; // of a frame of sound, where all have as many
+    std::int32_t m_Samples = 0; // in each frame of sound, when constant
 
     // Blocks of a Video-for-Windows track carry decoding times.
     bool HasDecodingTimes() const { return m_Framing == Framing::H264StartCodes; }
 };
 
-// Ended by one without a name. Video first.
+// Ended by an entry without a name. Video first.
 extern const Codec kCodecs[];
 
 // Throws HostError when there is no such codec of that kind.
@@ -48,7 +48,7 @@ FourCC FormatCode(const std::string& name);
 
 // Whether the plug-in's own list names it.
 bool IsListed(const FileFormatInfo& format, const Codec& codec);
-// Whether the format takes it: the Matroska formats take every codec, WebM takes what is listed.
+// Whether the format takes it: the Matroska formats take every codec, WebM takes the listed codecs.
 bool IsTaken(const FileFormatInfo& format, const Codec& codec);
 
 } // namespace QfHost

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-// The text of a thread's last error. It is kept without thread_local: where memory is short, the C library ends a
-// process that cannot have its thread's variables.
+// The text of a thread's last error. It does not use thread_local: when memory is short, the C library ends a process
+// that cannot allocate its thread's variables.
 #pragma once
 
 namespace QfHost {
 
-// Keeps a copy; when there is no memory for it, a text that says so.
+// Keeps a copy, or a fixed text when there is no memory for the copy.
 void SetErrorText(const char* text) noexcept;
-// "" when there was no error in this thread.
+// "" when there has been no error in this thread.
 const char* GetErrorText() noexcept;
 
 } // namespace QfHost

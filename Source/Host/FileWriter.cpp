@@ -18,10 +18,10 @@ namespace QfHost {
 namespace {
 
 constexpr std::int64_t kMillisecond = 10000;
-// Above zero, where the plug-in's reckoning with earlier frames begins, for pictures that are presented before the
-// first one. It counts from the first block, so the file does not show it.
+// All times are shifted above zero, from which the plug-in counts references to earlier frames. Pictures may be
+// presented before the first frame. The file counts from its first block, so it does not show the shift.
 constexpr std::int64_t kRoomBelow = 60000 * kMillisecond;
-// Times in a cluster have 16 bits: what comes later than this behind a frame of a later cluster cannot be told.
+// Times in a cluster have 16 bits: a block that is further behind a later cluster has no valid time.
 constexpr std::int64_t kMostBehind = 30000 * kMillisecond;
 constexpr std::size_t kLargestPacket = std::numeric_limits<std::int32_t>::max() / 2;
 
@@ -100,7 +100,7 @@ void FileWriter::Write(const qf_packet& packet) {
     if (track.m_HasEnded) throw HostError(QF_ERROR_STATE, "the track has ended");
     if (m_HasFailed) throw HostError(QF_ERROR_WRITE, "'" + m_Target->Path() + "' could not be written");
     std::list<HeldFrame> frames = FramesOf(track, packet);
-    if (frames.empty()) return; // set-up data alone
+    if (frames.empty()) return; // only set-up data
     const Clock before = track.m_Clock;
     SetTimes(track, packet, frames);
     Commit(track, frames);
@@ -109,7 +109,7 @@ void FileWriter::Write(const qf_packet& packet) {
     try {
         HandOver();
     } catch (const std::bad_alloc&) {
-        // When a part of the packet is in the file, the rest waits for the next call.
+        // When part of the packet is in the file, the rest waits for the next call.
         if (track.m_Held.size() < count) return;
         track.m_Held.erase(std::prev(track.m_Held.end(), static_cast<std::ptrdiff_t>(count)), track.m_Held.end());
         track.m_Clock = before;
@@ -141,7 +141,7 @@ void FileWriter::SetTimes(Track& track, const qf_packet& packet, std::list<HeldF
         throw HostError(QF_ERROR_TIME, "the time " + std::to_string(hasDecode ? packet.dts : packet.pts) +
                                            " lies before that of the packet in front of it");
     }
-    // The packets come in decoding order, whatever a guess for want of a time was.
+    // The packets come in decoding order, even if a guessed time does not.
     if (clock.m_HasTime) decode = std::max(decode, clock.m_LastDecode);
     if (m_pHandle != nullptr && presentation + m_Shift < m_Latest - kMostBehind) {
         throw HostError(QF_ERROR_TIME, "the packet comes more than 30 seconds behind what was written");
@@ -158,7 +158,7 @@ void FileWriter::SetTimes(Track& track, const qf_packet& packet, std::list<HeldF
 
 void FileWriter::Commit(Track& track, const std::list<HeldFrame>& frames) {
     const HeldFrame& last = frames.back();
-    // Sound without a duration lasts until the next begins.
+    // Sound without a duration lasts until the next frame begins.
     if (!track.m_Held.empty() && track.m_Held.back().m_Duration == 0 && !IsVideo(track)) {
         HeldFrame& before = track.m_Held.back();
         before.m_Duration = std::max<std::int64_t>(1, frames.front().m_Presentation - before.m_Presentation);
@@ -180,7 +180,7 @@ std::int64_t FileWriter::DurationOf(const Track& track, const HeldFrame& frame) 
     return std::max<std::int64_t>(1, samples * 10000000 / std::max(1, m_Job.m_SampleRate));
 }
 
-// Whose frame is the next one; null for none.
+// The track whose frame is next; null for none.
 FileWriter::Track* FileWriter::NextTrack() {
     Track* next = nullptr;
     for (const auto& track : {m_pVideo.get(), m_pAudio.get()}) {
@@ -190,7 +190,7 @@ FileWriter::Track* FileWriter::NextTrack() {
     return next;
 }
 
-// Whether the track's first frame must wait for one of the other track, or for its own successor.
+// Whether the track's first frame must wait for a frame of the other track, or for its own successor.
 bool FileWriter::MustWait(const Track& track) const {
     const HeldFrame& frame = track.m_Held.front();
     const bool needsSuccessor = !IsVideo(track) && frame.m_Duration == 0 && track.m_Held.size() == 1;
@@ -286,7 +286,7 @@ void FileWriter::Hand(Track& track, HeldFrame& frame) {
     const bool allStarted = !waitsFor(m_pVideo) && !waitsFor(m_pAudio);
     const std::uint64_t least = m_Watch.Note(static_cast<std::uint64_t>(taken), time, allStarted);
     if (least <= m_Target->Length()) return;
-    // Another build of the plug-in may gather more, so the system is asked.
+    // Another build of the plug-in may buffer more, so ask the system.
     const std::string reason = m_Target->WhyNotLonger();
     if (reason.empty()) return;
     m_HasFailed = true;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A file that is being written: its packets in any order of tracks, and the plug-in's calls in the order that it needs.
+// A file that is being written: takes packets in any order of tracks, and calls the plug-in in the order that it needs.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,7 @@ class FileWriter {
 public:
     // Creates the file. Throws HostError.
     FileWriter(std::shared_ptr<PluginPool> pool, const char* path, const Job& job);
-    // Closes what is open.
+    // Closes an open file.
     ~FileWriter();
     FileWriter(const FileWriter&) = delete;
     FileWriter& operator=(const FileWriter&) = delete;
@@ -36,10 +36,10 @@ public:
     std::uint64_t LeftOut() const;
 
 private:
-    // What the packets that were taken say of the next one. 100 ns.
+    // State for the times of the next packet, in units of 100 ns.
     struct Clock {
         bool m_HasTime = false;
-        std::int64_t m_LastDecode = 0; // of the last packet, told or guessed
+        std::int64_t m_LastDecode = 0; // of the last packet, given or guessed
         std::int64_t m_LastTold = std::numeric_limits<std::int64_t>::min();
         std::int64_t m_NextTime = 0; // when a packet without times is due
         std::int64_t m_LastDuration = 0;
@@ -51,7 +51,7 @@ private:
         Clock m_Clock;
         bool m_HasEnded = false;
         bool m_IsInFile = false;   // the plug-in waits for its first frame
-        bool m_HasStarted = false; // the plug-in has it
+        bool m_HasStarted = false; // the plug-in has its first frame
     };
 
     static std::unique_ptr<Track> MakeTrack(const Job& job, const TrackJob& track);

@@ -29,7 +29,7 @@ std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size) {
     while (begin != end) {
         begin += 3;
         const std::uint8_t* const next = FindStartCode(begin, end);
-        // Zeros in front of a start code belong to it or are padding: no unit ends in one.
+        // Zeros in front of a start code belong to it or are padding: no unit ends in a zero.
         const std::uint8_t* last = next;
         while (last > begin && last[-1] == 0) --last;
         if (last > begin) units.push_back({begin, static_cast<std::size_t>(last - begin)});

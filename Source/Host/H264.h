@@ -13,18 +13,19 @@ struct H264Setup {
     unsigned m_LengthSize = 4; // octets of such a length
 };
 
-// What an AVCDecoderConfigurationRecord (ISO/IEC 14496-15) or parameter sets in start-code form say of the frames.
+// The framing that follows from an AVCDecoderConfigurationRecord (ISO/IEC 14496-15) or parameter sets in start-code
+// form.
 H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData);
 
-// A NAL unit inside a frame that somebody else owns, without its start code.
+// A NAL unit inside a frame, which it does not own, without its start code.
 struct NalUnit {
     const std::uint8_t* m_pData;
     std::size_t m_Size;
 
     unsigned Type() const { return *m_pData % 32U; }
     bool IsSlice() const { return Type() == 1 || Type() == 5; }
-    // What the plug-in keeps of a frame in start-code form that becomes one block: slices, parameter sets and access
-    // unit delimiters.
+    // Whether the plug-in keeps the unit of a frame in start-code form that becomes one block: slices, parameter sets
+    // and access unit delimiters.
     bool IsKept() const { return IsSlice() || (Type() >= 7 && Type() <= 9); }
 };
 
@@ -34,7 +35,7 @@ std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size);
 // The units of set-up data of either kind, those of a record up to where it is damaged. They lie in setupData.
 std::vector<NalUnit> ParameterSets(const std::vector<std::uint8_t>& setupData);
 
-// The units behind start codes of 4 octets, as the plug-in knows them.
+// The units behind start codes of 4 octets, as the plug-in expects them.
 std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units);
 
 } // namespace QfHost

@@ -26,7 +26,7 @@ H264Packetizer::H264Packetizer(Framing target, qf_framing source, int lengthSize
     if (source == QF_FRAMING_AUTO && isRecord) m_LengthSize = ReadH264Setup(setup).m_LengthSize;
     if (setup.empty()) return;
     NeedSets(ParameterSets(setup));
-    // A record may leave them all to the packets.
+    // A record may leave all parameter sets to the packets.
     if (m_Sequence.empty() && !isRecord)
         throw HostError(QF_ERROR_DATA, "H.264: there is no parameter set in the set-up data");
 }
@@ -56,8 +56,7 @@ std::vector<NalUnit> H264Packetizer::Units(Span packet) const {
     return units;
 }
 
-// Takes the first sets that come. The plug-in's record has one of each kind; what does not fit goes in front of key
-// frames.
+// Takes the first sets that come. The plug-in's record has one of each kind; further sets go in front of key frames.
 void H264Packetizer::NeedSets(const std::vector<NalUnit>& units) {
     Octets sequence;
     Octets picture;
@@ -87,7 +86,7 @@ std::list<HeldFrame> H264Packetizer::Take(Span packet, bool isKey) {
     bool needsSets = isKey && !hasSets && !m_AllSets.empty();
     HeldFrame frame;
     frame.m_IsKey = isKey;
-    // Every length and start code becomes one of 4 octets.
+    // Every length and start code is rewritten with 4 octets.
     frame.m_Octets.reserve(packet.m_Size + units.size() * 4 + (needsSets ? m_AllSets.size() : 0));
     for (const NalUnit& unit : units) {
         if (needsSets && unit.Type() != kDelimiter) {
@@ -105,8 +104,8 @@ void H264Packetizer::SendSetup(const FileFormatInfo& format, void* handle) {
     if (m_IsSent) return;
     format.WritezXPSData(handle, m_Picture.data(), static_cast<int>(m_Picture.size()), m_Sequence.data(),
                          static_cast<int>(m_Sequence.size()));
-    // The plug-in takes a first frame that has 00 00 00 01 anywhere for one with start codes; a length of 1 looks like
-    // that. It looks at the first frame alone, so that is an empty one, of which it keeps nothing.
+    // If the first frame has 00 00 00 01 anywhere, the plug-in assumes start codes; a length of 1 looks the same. It
+    // examines only the first frame, so send an empty frame first, which the plug-in does not store.
     MEDIA_FRAME empty{};
     unsigned char none = 0;
     empty.videoData = &none;

@@ -23,7 +23,7 @@ private:
     std::size_t m_LengthSize; // octets of a length; 0: start codes
     Octets m_Sequence;        // the first sets, which the file's set-up data has
     Octets m_Picture;
-    Octets m_AllSets; // in the target's framing, when there are more of them than that data has room for
+    Octets m_AllSets; // in the target's framing, when that data has no room for all
     bool m_IsSent = false;
 };
 

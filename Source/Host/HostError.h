@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a call of the library fails with, from where it is found to the C face.
+// The error of a library call, thrown to the C interface.
 #pragma once
 
 #include <stdexcept>

@@ -14,7 +14,7 @@ TrackJob& Job::Track(int track) {
 std::int64_t Job::SamplesOf(std::size_t octets) const {
     const Codec& codec = *m_Audio.m_pCodec;
     if (codec.m_Framing == Framing::Pcm) return static_cast<std::int64_t>(octets) * 8 / m_BitsPerSample / m_Channels;
-    // Of MPEG-2's low sample rates a layer 3 frame has half.
+    // At MPEG-2's low sample rates a layer 3 frame has half as many.
     const bool isHalf = codec.m_FourCC == MakeFourCC("MP3 ") && m_SampleRate < 32000;
     return isHalf ? codec.m_Samples / 2 : codec.m_Samples;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a file will hold and how it is written, as a caller said.
+// The tracks of a file and the way it is written, as set by the caller.
 #pragma once
 
 #include <cstddef>
@@ -39,11 +39,11 @@ struct Job {
     bool m_Syncs = false;
     std::int64_t m_LongestWait = 0; // 100 ns; 0 for ever
 
-    // Throws HostError for what is none.
+    // Throws HostError for an invalid value.
     TrackJob& Track(int track);
 
-    // How many samples a frame of sound has: by the octets of PCM, by the rule of other codecs; 0 where each tells its
-    // own.
+    // The number of samples in a frame of sound: by its octets for PCM, by the codec's rule for others; 0 when each
+    // frame states its own.
     std::int64_t SamplesOf(std::size_t octets) const;
 
     // Throws HostError when they do not fit the format.

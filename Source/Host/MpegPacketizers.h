@@ -18,7 +18,7 @@ private:
     bool m_IsSent = false;
 };
 
-// The file has no place for headers outside the frames: they go in front of key frames.
+// The file has no place for headers outside the frames, so they go in front of key frames.
 class Mpeg4Packetizer : public Packetizer {
 public:
     explicit Mpeg4Packetizer(Octets setup) : m_Setup(std::move(setup)) {}

@@ -11,7 +11,7 @@ namespace QfHost {
 
 namespace {
 
-// Codecs whose packets go as they are. blockSize: octets of which a packet has a whole number.
+// Codecs whose packets are not changed. blockSize: a packet's size is a multiple of this.
 class PlainPacketizer : public Packetizer {
 public:
     explicit PlainPacketizer(std::size_t blockSize) : m_BlockSize(blockSize) {}

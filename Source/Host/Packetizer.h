@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a codec's packets need on their way to the plug-in.
+// Prepares a codec's packets for the plug-in.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace QfHost {
 
-// Octets of somebody else's.
+// Octets that it does not own.
 struct Span {
     const std::uint8_t* m_pData;
     std::size_t m_Size;
@@ -34,9 +34,9 @@ public:
     Packetizer(const Packetizer&) = delete;
     Packetizer& operator=(const Packetizer&) = delete;
 
-    // Makes frames of a packet, none of one that carries set-up data alone. Several share its times one after the
-    // other: their m_Presentation and m_Decode count from it, and their m_Duration is set. Throws HostError when it is
-    // not what the codec needs.
+    // Makes frames of a packet; a packet with only set-up data gives none. Several frames follow each other in time:
+    // their m_Presentation and m_Decode count from the packet's, and their m_Duration is set. Throws HostError when the
+    // packet is not what the codec needs.
     virtual std::list<HeldFrame> Take(Span packet, bool isKey) = 0;
     // Hands set-up data over. Called before each frame; does nothing when there is nothing new.
     virtual void SendSetup(const FileFormatInfo&, void* /*handle*/) {}
@@ -45,7 +45,7 @@ public:
     static std::unique_ptr<Packetizer> Make(const Job& job, const TrackJob& track);
 };
 
-// A frame with these octets.
+// Makes a frame with these octets.
 HeldFrame FrameOf(Span octets, bool isKey);
 
 } // namespace QfHost

@@ -30,7 +30,7 @@ namespace {
 Descriptor OpenRegularFile(const std::string& path) {
     const std::string failure = "cannot read '" + path + "'";
     struct stat status {};
-    // Looked at first: what else may stand there, a pipe say, would keep its reader waiting for ever.
+    // Checked first: reading a pipe, for example, could block for ever.
     if (stat(path.c_str(), &status) != 0) Fail(failure, errno);
     if (!S_ISREG(status.st_mode)) throw std::runtime_error(failure + ": it is no regular file");
     Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -42,7 +42,7 @@ void* Load(const std::string& path, const std::string& nameInErrors) {
     errno = 0;
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library != nullptr) return library;
-    // The loader's words for want of memory may be those for a file that is not there.
+    // For lack of memory the loader's text may be the same as for a missing file.
     if (errno == ENOMEM) throw std::bad_alloc();
     const char* const reason = dlerror();
     std::string text = reason != nullptr ? reason : "it cannot be loaded";
@@ -66,8 +66,7 @@ void CopyOctets(int from, int to) {
     }
 }
 
-// A file without a name, or none where the system has no such files, allows no library in them or has no /proc to call
-// them by.
+// A file without a name. None when the system has no such files, loads no library from them or has no /proc.
 Descriptor NamelessFile() {
     constexpr unsigned kMayHoldCode = 0x10; // MFD_EXEC: from Linux 6.3 on, where administrators may ask for it
     Descriptor file(memfd_create("qf_mkv", MFD_CLOEXEC | kMayHoldCode));
@@ -114,8 +113,8 @@ PluginFile::PluginFile(const std::string& path)
     NeedWholeLibrary();
 }
 
-// The loader maps what a library's headers name, and dies of a library that is cut off. What else may be wrong with a
-// file it tells by itself.
+// The loader maps the parts that a library's headers name, and crashes on a truncated library. It reports all other
+// faults of a file.
 void PluginFile::NeedWholeLibrary() const {
     const auto read = [this](void* to, std::size_t size, std::uint64_t position) {
         return pread(m_File.Number(), to, size, static_cast<off_t>(position)) == static_cast<ssize_t>(size);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A plug-in's shared library, loaded: the one place where that is done.
+// Loads a plug-in's shared library; nothing else in the tree does.
 #pragma once
 
 #include <string>
@@ -19,7 +19,7 @@ private:
     int m_Number;
 };
 
-// A plug-in's file, opened and looked at: a regular file, and a whole library.
+// A plug-in's file, opened and checked: a regular file with a whole library.
 class PluginFile {
 public:
     // Throws std::runtime_error with a line for the user.
@@ -35,8 +35,8 @@ private:
     Descriptor m_File;
 };
 
-// The loader's handle of the library itself, which whoever loads it in this process shares, for dlsym and dlclose.
-// Throws std::runtime_error with the loader's words, std::bad_alloc when it has no memory.
+// The loader's handle of the library itself, for dlsym and dlclose; all who load it in this process share it. Throws
+// std::runtime_error with the loader's text, std::bad_alloc when it has no memory.
 void* LoadLibrary(const PluginFile& file);
 
 class PluginLibrary {
@@ -46,7 +46,7 @@ public:
     // A copy of it with variables of its own.
     enum class Private {};
 
-    // Throw std::runtime_error with the loader's words, std::bad_alloc when it has no memory.
+    // Throw std::runtime_error with the loader's text, std::bad_alloc when it has no memory.
     PluginLibrary(const PluginFile& file, Shared);
     PluginLibrary(const PluginFile& file, Private);
     ~PluginLibrary();
@@ -62,7 +62,7 @@ public:
 private:
     void* Needed(const char* name) const;
 
-    Descriptor m_Copy; // open while it is loaded: the loader knows a library by its name, which has this number in it
+    Descriptor m_Copy; // open while loaded: this number is in the name by which the loader identifies it
     void* m_pLibrary;
 };
 

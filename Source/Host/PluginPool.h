@@ -28,7 +28,7 @@ public:
         PluginLibrary m_Library;
         FileFormatInfo* m_pFormats;
     };
-    // Of one copy, which belongs to whoever has the list.
+    // A list of one copy, which belongs to the list's owner.
     using Loan = std::list<Copy>;
 
     // Throws std::runtime_error with a line for the user.
@@ -36,7 +36,7 @@ public:
 
     const std::string& Path() const { return m_File.Path(); }
     const std::string& Version() const { return m_Version; }
-    // For its tables alone.
+    // Used only for its tables.
     const Copy& First() const { return *m_pFirst; }
 
     Loan Take();

@@ -27,7 +27,7 @@ SignalShield::SignalShield() noexcept {
     pthread_sigmask(SIG_BLOCK, &set, &m_Before);
 }
 
-// The kernel sends these to the thread that writes, so what came since is this thread's own and is taken away.
+// The kernel sends these to the thread that writes, so signals that came since are this thread's own and are removed.
 SignalShield::~SignalShield() {
     sigset_t arrived;
     sigemptyset(&arrived);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // While an object of this class lives, a write beyond the size that files may have, or into a pipe that nobody reads,
-// shows as an error of the write and not as a signal to the thread. Other threads and handlers of the process are left
-// alone. Nor is the thread cancelled meanwhile: nothing would put the file in order.
+// is an error of the write and not a signal to the thread. Other threads and the process's handlers are not affected.
+// The thread is not cancelled meanwhile either, since the file would stay incomplete.
 #pragma once
 
 #include <csignal>
@@ -17,7 +17,7 @@ public:
 
 private:
     sigset_t m_Before{};  // the thread's mask
-    sigset_t m_Pending{}; // what waited for the thread already
+    sigset_t m_Pending{}; // signals pending before
     int m_CancelState = 0;
 };
 

@@ -24,7 +24,7 @@ std::string Reason(int error) { return std::generic_category().message(error); }
 
 Descriptor Create(const std::string& path, bool mayOverwrite) {
     struct stat status {};
-    // A device or a pipe is not even opened: that may have effects of its own.
+    // A device or a pipe is not opened, since opening may have side effects.
     if (stat(path.c_str(), &status) == 0) {
         if (!S_ISREG(status.st_mode)) Fail(path, QF_ERROR_OPEN, "it is no regular file");
         if (!mayOverwrite) Fail(path, QF_ERROR_EXISTS, "it exists, and the job does not say that it may be replaced");
@@ -44,8 +44,8 @@ TargetFile::TargetFile(const char* path, bool mayOverwrite)
 std::wstring TargetFile::NameForPlugin() const {
     const std::string byNumber = "/proc/self/fd/" + std::to_string(m_File.Number());
     if (access(byNumber.c_str(), W_OK) == 0) return {byNumber.begin(), byNumber.end()};
-    // Without /proc its name must do. The plug-in takes less than the system: it cuts long names and discards what goes
-    // to a file inside a disc image.
+    // Without /proc the plug-in gets the file's name. It takes fewer names than the system: it cuts long names and
+    // writes nothing to a file inside a disc image.
     std::wstring name;
     try {
         name = std::filesystem::path(m_Path).wstring();
@@ -69,7 +69,7 @@ std::string TargetFile::WhyNotLonger() const {
     static const char zeros[65536] = {};
     const auto length = static_cast<off_t>(Length());
     std::string reason;
-    // Twice: a first part may still fit.
+    // Twice: part of the first write may still fit.
     for (off_t position = length, i = 0; i < 2; ++i) {
         const ssize_t written = pwrite(m_File.Number(), zeros, sizeof zeros, position);
         if (written < 0) reason = Reason(errno);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The file that is being written, as the system sees it: the plug-in says nothing of write errors.
+// The file that is being written, as the system sees it: the plug-in does not report write errors.
 #pragma once
 
 #include <cstdint>
@@ -11,19 +11,19 @@ namespace QfHost {
 
 class TargetFile {
 public:
-    // Creates the file, empty, or empties the one that is there. Throws HostError.
+    // Creates the file, or empties an existing file. Throws HostError.
     TargetFile(const char* path, bool mayOverwrite);
 
     const std::string& Path() const { return m_Path; }
     int Number() const { return m_File.Number(); }
-    // By which the plug-in opens the very same file, whatever its name and whatever it is called meanwhile.
+    // A path by which the plug-in opens the very same file, even if it is renamed.
     std::wstring NameForPlugin() const;
     std::uint64_t Length() const;
-    // What the system says when the file should grow; "" when it grows. The plug-in's writing is not disturbed.
+    // The system's error when the file should grow; "" when it grows. Does not disturb the plug-in's writing.
     std::string WhyNotLonger() const;
-    // Waits until it is on the disk. Throws HostError.
+    // Waits until the file is on the disk. Throws HostError.
     void Sync() const;
-    // Removes it, if it still has its name.
+    // Removes the file, if it still has its name.
     void Remove() const noexcept;
 
 private:

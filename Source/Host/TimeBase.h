@@ -18,7 +18,7 @@ public:
 
 private:
     std::int64_t m_Whole; // units of 100 ns
-    std::int64_t m_Rest;  // and so many m_Denominator-ths of one
+    std::int64_t m_Rest;  // and the rest, in m_Denominator-ths of a unit
     std::int64_t m_Denominator;
 };
 

@@ -7,11 +7,11 @@
 
 namespace QfHost {
 
-// The packets out of set-up data: laced (a 2, two sizes, the packets), or each behind its size in two octets. Empty
-// when there are no three.
+// The packets in set-up data, either laced (a 2, two sizes, the packets) or each behind its size in two octets. Empty
+// when there are not three.
 std::vector<std::vector<std::uint8_t>> SplitVorbisHeaders(const std::vector<std::uint8_t>& setup);
 
-// As Matroska wants them (RFC 9559, Xiph lacing). Of three packets.
+// Laces three packets for Matroska (RFC 9559, Xiph lacing).
 std::vector<std::uint8_t> LaceVorbisHeaders(const std::vector<std::vector<std::uint8_t>>& headers);
 
 // Whether the packet is the header of that number, from 0 on.

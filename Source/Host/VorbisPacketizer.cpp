@@ -23,7 +23,7 @@ std::list<HeldFrame> VorbisPacketizer::Take(Span packet, bool isKey) {
         return frames;
     }
     Octets header(packet.m_pData, packet.m_pData + packet.m_Size);
-    // They may come again: in a live stream they do.
+    // The headers may come again, as in a live stream.
     if (std::find(m_Headers.begin(), m_Headers.end(), header) != m_Headers.end()) return frames;
     if (m_Headers.size() == 3)
         throw HostError(QF_ERROR_DATA, "Vorbis: the header packets change; a file has one set of them");

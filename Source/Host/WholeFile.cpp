@@ -20,7 +20,7 @@ struct Element {
     std::uint64_t m_End = 0;
 };
 
-// False when there is no element at that position, or it reaches beyond end or says no size.
+// False when there is no element at that position, or it reaches beyond end or has no size.
 bool ReadElement(int descriptor, std::uint64_t position, std::uint64_t end, Element& element) {
     unsigned char head[12] = {};
     const ssize_t count = pread(descriptor, head, sizeof head, static_cast<off_t>(position));

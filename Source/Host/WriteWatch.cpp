@@ -6,8 +6,8 @@
 namespace QfHost {
 
 std::uint64_t WriteWatch::Note(std::uint64_t octets, std::int64_t time, bool allStarted) {
-    constexpr std::int64_t kCluster = 11000000; // its second, and what rounding may add
-    constexpr int kQueued = 10;                 // so many frames of two tracks make one queue full
+    constexpr std::int64_t kCluster = 11000000; // its second, and rounding
+    constexpr int kQueued = 10;                 // so many frames of two tracks fill a queue
     constexpr std::uint64_t kGathered = 1 << 20;
     const bool isFirst = m_Octets == 0;
     m_Octets += octets;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The C face: checks what C cannot, and turns exceptions into codes.
+// The C interface: checks arguments and turns exceptions into codes.
 #pragma GCC visibility push(default) // what leaves the library
 #include "qf_host.h"
 #pragma GCC visibility pop
@@ -81,7 +81,7 @@ void NeedThat(bool condition, const char* otherwise) {
 // Wide texts of the plug-in's tables are UTF-32.
 std::string Narrow(const wchar_t* text) { return std::filesystem::path(text).string(); }
 
-// Copies as much of a record as its caller knows.
+// Copies as much of a record as its caller's size has room for.
 template <class Record>
 void Hand(const Record& record, Record* info) {
     const std::uint32_t size = info->struct_size;
@@ -90,7 +90,7 @@ void Hand(const Record& record, Record* info) {
     info->struct_size = size;
 }
 
-// Beside this library, in the folder qf_mkv there, or where the packages put it.
+// Beside this library, in the folder qf_mkv there, or where the packages install it.
 std::string InstalledPlugin() {
     Dl_info self{};
     std::error_code ignored;
@@ -100,7 +100,7 @@ std::string InstalledPlugin() {
             if (std::filesystem::exists(folder / name, ignored)) return (folder / name).string();
         }
     }
-    // A program that has the library in itself may lie anywhere.
+    // A program that links the library statically may be anywhere.
     for (const char* prefix : {QF_PREFIX, "/usr/local"}) {
         const std::filesystem::path path = std::filesystem::path(prefix) / QF_PLUGIN_BELOW_PREFIX;
         if (std::filesystem::exists(path, ignored)) return path.string();
@@ -280,7 +280,7 @@ int qf_job_set_audio(qf_job* job, const char* codec, int32_t sample_rate, int32_
 
 int qf_job_set_setup(qf_job* job, int track, const void* data, size_t size) {
     return ChangeJob(job, [&](Job& target) {
-        constexpr size_t kMost = 16 << 20; // what no codec comes near
+        constexpr size_t kMost = 16 << 20; // far above any codec's
         if (size > 0) Need(data, "data");
         NeedThat(size <= kMost, "the set-up data is too large");
         const auto* const octets = static_cast<const std::uint8_t*>(data);
