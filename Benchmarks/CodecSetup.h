@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the peers have to be told of a workload's codecs.
+// Set-up data that the peers need for a workload's codecs.
 #pragma once
 
 #include <cstddef>

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 
-// The C library's own, under the names that it keeps for those who replace the others.
+// The C library's own functions, under names that stay available when the usual ones are replaced.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

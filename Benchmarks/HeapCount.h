@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the heap is asked for, counted by a library that is loaded in front of the C library (LD_PRELOAD), so that
-// programs and figures without it are untouched.
+// Counts heap allocations in a library that is loaded in front of the C library (LD_PRELOAD), so that programs run
+// unchanged without it.
 #pragma once
 
 #include <cstdint>

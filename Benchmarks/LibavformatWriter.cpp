@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// libavformat's matroska and webm muxers, as they come, behind a buffer of 1 MiB. Frames come in time order and are
-// written so, past libavformat's own interleaving, which would only cost more.
+// libavformat's matroska and webm muxers with their defaults, behind a buffer of 1 MiB. Frames come in time order and
+// bypass libavformat's own interleaving, which would only cost more.
 extern "C" {
 #include <libavformat/avformat.h>
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// libmatroska, the way its users call it: SimpleBlocks that own their frames, a cluster for each second, a cue for each
-// key frame (without pictures: for each cluster).
+// libmatroska as its users call it: SimpleBlocks that own their frames, a cluster for each second, a cue for each key
+// frame (for each cluster in a file without pictures).
 #include <ebml/EbmlHead.h>
 #include <ebml/EbmlSubHead.h>
 #include <ebml/EbmlVoid.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// libwebm's mkvmuxer, as it comes: a cluster for each video key frame, cues, the file completed by seeking back.
+// libwebm's mkvmuxer with its defaults: a cluster for each video key frame, cues, the file completed by seeking back.
 #include <iterator>
 #include <stdexcept>
 

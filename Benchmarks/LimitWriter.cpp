@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The limit: what any muxer that lets its host reuse the frame's buffer has to do, and nothing else.
+// The limit: the least work of any muxer that lets its host reuse the frame's buffer.
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -31,7 +31,7 @@ private:
     BufferedOutput m_Output;
 };
 
-// And one pass over each picture that finds its start codes.
+// The same and one pass over each picture to find its start codes.
 class SearchLimitWriter final : public LimitWriter {
 public:
     using LimitWriter::LimitWriter;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What leaves a writer: a file, or nothing but its length.
+// Where a writer's octets go: a file, or a sink that only counts them.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 #include <string>
 
 // An open file over the kernel's own calls, or for an empty path one that only counts.
-// Throws std::runtime_error when the file does not open or does not take what it is given.
+// Throws std::runtime_error when the file does not open or a write fails.
 class Sink {
 public:
     explicit Sink(const std::string& path);

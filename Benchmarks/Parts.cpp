@@ -54,7 +54,7 @@ void FindStartCodeInRandom(benchmark::State& state) {
     CountOctets(state, octets.size());
 }
 
-// One call over all of it: the octet sought does not occur.
+// One call over the whole data: the octet sought does not occur.
 void MemchrOfAbsent(benchmark::State& state) {
     auto octets = RandomOctets(static_cast<std::size_t>(state.range(0)));
     for (unsigned char& octet : octets) octet = octet == 1 ? 2 : octet;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The plug-in, loaded and called as a host does.
 //
-// It writes through stdio alone, so the sink that only counts stands where the C library has its files: fopen gives a
-// stream of the C library's own making, whose octets are counted where they would go to the kernel.
+// The plug-in writes through stdio alone, so the counting sink replaces fopen: it returns a stream of the C library
+// whose octets are counted where they would go to the kernel.
 #include <cstring>
 #include <stdexcept>
 

@@ -81,7 +81,7 @@ Workload::Clock Workload::SoundClock() const {
 
 void Workload::Generate() {
     Numbers sizes;
-    // First where each frame lies, then the octets: a short run needs no whole pool.
+    // First the place of each frame, then the octets, because a short run does not need the whole pool.
     std::vector<std::size_t> pictureOffsets;
     std::vector<std::size_t> soundOffsets;
     std::size_t used = 0;
@@ -115,7 +115,7 @@ void Workload::Generate() {
             slot.m_pData[4] = slot.m_IsKey ? 0x65 : 0x41;
         }
     }
-    // Whole groups of pictures, so that key frames keep their distance where the pool begins again.
+    // Whole groups of pictures, so that key frames keep their distance where the pool repeats.
     if (m_Kind.m_KeyInterval != 0 && m_Pictures.size() > m_Kind.m_KeyInterval) {
         m_Pictures.resize(m_Pictures.size() / m_Kind.m_KeyInterval * m_Kind.m_KeyInterval);
     }

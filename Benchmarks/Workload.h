@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is written: frames that lie ready in memory, in time order, the same ones on every machine.
+// The frames to write: ready in memory, in time order, the same on every machine.
 #pragma once
 
 #include <cstddef>
@@ -19,12 +19,12 @@ struct Frame {
     std::int32_t m_Duration;
 };
 
-// How H.264 frames are separated into units. The paths of the plug-in differ, and so do the frames' first octets.
+// How H.264 frames are divided into units. The plug-in takes different paths, and the frames' first octets differ.
 enum class Framing { None, Lengths, StartCodes };
 
 struct WorkloadKind {
     const char* m_Name;
-    const char* m_Format; // what a host calls format and codecs; an empty codec: no such stream
+    const char* m_Format; // the format and codec codes of a host; an empty codec: no such stream
     const char* m_VideoCodec;
     const char* m_AudioCodec;
     Framing m_Framing;
@@ -40,8 +40,8 @@ struct WorkloadKind {
 
 class Workload {
 public:
-    // Makes the frames of that many seconds, or of as many as the pool holds, which are then repeated.
-    // Throws std::runtime_error for a name that is none of the table's.
+    // Makes the frames of that many seconds, at most as many as the pool holds, which then repeat.
+    // Throws std::runtime_error for a name that is not in the table.
     Workload(const std::string& name, unsigned seconds);
 
     const WorkloadKind& Kind() const { return m_Kind; }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Those who write the frames into a file, all seen in the same way.
+// The common interface of all writers.
 #pragma once
 
 #include <memory>

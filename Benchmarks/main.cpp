@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Writes one file of one workload with one writer and says what that cost.
+// Writes one file of one workload with one writer and prints the cost.
 //     qf_bench WRITER WORKLOAD SECONDS OUTPUT [rehearse]
-// OUTPUT: a path, or - for a sink that only counts. rehearse: the same once before, not measured: the first octets in a
-// fresh file of tmpfs cost several times what later ones do.
-// Prints one line of JSON. Under callgrind --instr-atstart=no instructions are counted in the measured run alone; in a
-// trace of system calls it stands between two calls of getppid.
+// OUTPUT: a path, or - for a sink that only counts. rehearse: run once before, unmeasured, because the first
+// octets of a fresh file on tmpfs cost several times as much as later ones.
+// Prints one line of JSON. Under callgrind --instr-atstart=no only the measured run counts instructions; in a trace of
+// system calls two calls of getppid mark it.
 #include <dlfcn.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -25,7 +25,7 @@
 
 namespace {
 
-// Takes the frames and leaves them: what the feeding itself costs.
+// Takes the frames and ignores them, to measure the cost of feeding.
 class NoWriter final : public Writer {
 public:
     void Write(const Frame& frame) override { m_Octets += frame.m_Size; }
@@ -64,7 +64,7 @@ struct Cost {
     std::uint64_t m_FileOctets = 0;
     double m_CpuSeconds = 0;
     std::int64_t m_PeakMemory = 0; // octets that the process grew by
-    HeapCount m_Heap{};            // all zero when nobody counts
+    HeapCount m_Heap{};            // all zero without the counting library
 };
 
 double CpuSeconds() {
@@ -89,7 +89,7 @@ HeapCount* FindHeapCount() {
     return find != nullptr ? find() : nullptr;
 }
 
-// From the opening of the file to its closing. The marks are set in the run that counts only.
+// Measures from opening the file to closing it. Only the counted run sets the marks.
 Cost RunOnce(OpenWriter open, Workload& workload, const std::string& path, bool counts) {
     Cost cost;
     HeapCount* const heap = FindHeapCount();
@@ -132,7 +132,7 @@ int Run(char** arguments, bool rehearse) {
 
     if (rehearse) RunOnce(writer->m_Open, workload, path, false);
     const Cost cost = RunOnce(writer->m_Open, workload, path, true);
-    // A writer that is fast because it drops frames is none.
+    // A writer that drops frames is faster but wrong.
     if (writer->m_Open != OpenNothing && cost.m_FileOctets < cost.m_PayloadOctets / 100 * 99) {
         throw std::runtime_error("the file is shorter than its frames");
     }

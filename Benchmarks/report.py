@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Turns what measure.py found into a table, a file for spreadsheets and a plot.
+"""Turns the figures of measure.py into a table, a file for spreadsheets and a plot.
 
     report.py RESULTS FOLDER [DOCUMENT...]
 

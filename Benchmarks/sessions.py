@@ -7,8 +7,8 @@ import re
 import subprocess
 import tempfile
 
-# rep movsb counts as one instruction for each octet under valgrind, which says nothing about any machine: without it
-# the C library copies 32 octets at a time.
+# Under valgrind rep movsb counts as one instruction for each octet, unlike on any machine. Without it the C library
+# copies 32 octets at a time.
 WIDE_COPIES = "glibc.cpu.hwcaps=-ERMS"
 # 16 octets at a time, on machines without AVX2 too.
 SSE2_COPIES = "glibc.cpu.hwcaps=-ERMS,-AVX_Fast_Unaligned_Load"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Trees of elements with any values in them. Octets and sizes have to be the model's; a tree of what the muxers may
-// write has to be read by the walker without a word of complaint, value by value.
+// Trees of elements with any values. Octets and sizes must equal the model's. The walker must read a tree that the
+// muxers may write without a complaint, value by value.
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -39,10 +39,10 @@ constexpr unsigned long kIdentifier<CuePoint> = 0xBB;
 template <>
 constexpr unsigned long kIdentifier<CueTrackPosition> = 0xB7;
 
-// A visitor that fills elements with what the input says.
+// A visitor that fills elements with values from the input.
 class Filler {
 public:
-    // asMuxers: only what the muxers may write, texts that are texts included.
+    // asMuxers: only values that the muxers may write, so that texts are valid texts.
     Filler(FuzzInput& input, bool asMuxers) : m_Input(input), m_AsMuxers(asMuxers) {}
 
     void operator()(CUInt& value) const {
@@ -152,7 +152,7 @@ void Add(Sample& sample, FuzzInput& input, bool asMuxers, unsigned long id) {
     const std::uint64_t payload = element.Size(false);
     Require(payload + element.HeaderSize(payload) == expected.size(), "header and payload add up");
 
-    // A stream that fails in the middle leaves no more than was asked for.
+    // A stream that fails in the middle has taken no more than it should.
     MemoryStream failing;
     failing.m_FailFrom = input.Octet();
     Require(element.Write(&failing) == 0, "an element reports no failure of its children");
@@ -181,7 +181,7 @@ void AnyTree(FuzzInput& input) {
     default:
         break;
     }
-    // A number in variable-size form; what has no such form writes nothing.
+    // A number in variable-size form; a number without such a form writes nothing.
     const auto number = static_cast<std::uint64_t>(input.Number()) >> input.Octet() % 64;
     const CLength length(number);
     MemoryStream stream;

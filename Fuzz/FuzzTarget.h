@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the fuzz targets share. A target is one source file with one LLVMFuzzerTestOneInput: it reads its input as
+// Code that the fuzz targets share. A target is one source file with one LLVMFuzzerTestOneInput: it reads its input as
 // choices, and aborts when what it tests breaks a promise.
 #pragma once
 
@@ -44,7 +44,7 @@ public:
         return bits;
     }
 
-    // Any number: most small ones take one octet, the notable ones too, and all others two, four or eight more.
+    // Any number: most small numbers and the notable ones take one octet, all others two, four or eight more.
     std::int64_t Number() {
         constexpr auto kMost32 = std::int64_t{std::numeric_limits<std::int32_t>::max()};
         constexpr auto kMost64 = std::numeric_limits<std::int64_t>::max();
@@ -81,7 +81,7 @@ public:
     }
     std::int32_t Number32() { return static_cast<std::int32_t>(static_cast<std::uint32_t>(Number())); }
 
-    // As many octets as are asked for and there.
+    // Up to that many octets, as far as there are any.
     Octets Take(std::size_t count) {
         count = std::min(count, m_Left);
         const Octets octets(m_pNext, m_pNext + count);
@@ -91,7 +91,7 @@ public:
     }
     Octets Rest() { return Take(m_Left); }
 
-    // Up to 223 octets of the input, or thousands that are made up: a count up and over.
+    // Up to 223 octets of the input, or thousands of generated ones that count up and wrap.
     Octets Payload() {
         const unsigned size = Octet();
         if (size < 0xE0) return Take(size);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Feeds files to a fuzz target, in builds without a fuzzer: the corpus, and what once broke a promise. Takes files and
-// folders of files.
+// Feeds files to a fuzz target, in builds without a fuzzer: the corpus, which includes inputs that once broke a
+// promise. Takes files and folders of files.
 #include <algorithm>
 #include <filesystem>
 #include <vector>
@@ -18,7 +18,7 @@ int main(int argumentCount, char** arguments) {
     std::sort(files.begin(), files.end());
     LLVMFuzzerTestOneInput(nullptr, 0);
     for (const std::filesystem::path& file : files) {
-        // Said before, so that the last word of a replay that ends here is the file's name.
+        // Printed before the run, so that the output of a replay that dies ends with the file's name.
         std::printf("%s\n", file.c_str());
         std::fflush(stdout);
         const Octets octets = ReadFile(file);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The scanners of video and the splitter of NAL units against a model that takes each step as it is worded.
+// The scanners of video and the splitter of NAL units against a model that takes each documented step.
 #include <cstdint>
 
 #include "CodecPrivate.h"
@@ -15,7 +15,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const HostFrame frame(octets);
     unsigned char* const octet = frame.m_pData.get();
 
-    // All of the frame, and a length of the input's choice.
+    // The whole frame, and a length that the input chooses.
     for (const int told : {end, length > end ? length % (end + 1) : length}) {
         const unsigned char* const found = FindStartCode(octet, told);
         Require((found != nullptr ? found - octet : -1) == ModelFindStartCode(octets, 0, told), "FindStartCode");

@@ -103,7 +103,7 @@ private:
         call.nullRecord = path % 8 == 4;
         call.encodeParam = std::make_shared<const Model::EncodeParam>(job);
         call.hostOctets = hosts;
-        // The track identifiers of both streams, if it comes to that.
+        // The track identifiers of both streams, if there are any.
         for (int i = 0; i < 2; ++i) {
             const auto chance = path / 8 % 2 == 1 ? m_Input.Bits(4) : 1 + m_Session.randValues.size();
             m_Session.randValues.push_back(static_cast<int>(chance & 0x7FFFFFFF));
@@ -117,7 +117,7 @@ private:
         return buffer;
     }
 
-    // Where a stream is: each slot has one of each kind.
+    // The position of a stream: each slot has one stream of each kind.
     std::int64_t& Now(Kind kind, int slot) {
         return m_Now[kind == Kind::WriteVideoPacket ? 0 : 1][static_cast<std::size_t>(slot)];
     }
@@ -165,7 +165,7 @@ private:
         KeepTableWithin(call);
     }
 
-    // A table of sizes, which may promise more or less than there is, and nothing behind its end.
+    // A table of sizes, which may promise more or fewer octets than there are. Memory behind it is inaccessible.
     void Divide(HostCall& call) {
         call.isSplit = true;
         const unsigned entries = m_Input.Octet() % 40;
@@ -183,7 +183,7 @@ private:
         if (choice % 4 == 3) call.data.length = m_Input.Number32() % (call.data.length + 1);
     }
 
-    // As many seconds as a fuzzer would not come by one by one.
+    // More seconds of frames than a fuzzer would produce one by one.
     void OrdinaryFrames(int slot) {
         const unsigned choice = m_Input.Octet();
         const Kind kind = choice % 2 == 0 ? Kind::WriteVideoPacket : Kind::WriteAudioPacket;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A host session out of a fuzzer's octets: calls in any order, any values in their records, up to four files at a time.
-// Like a host it never says that it has more octets than it has, and it closes in the end what it opened.
+// A host session made from a fuzzer's octets: calls in any order, any values in their records, up to four files at a
+// time. Like a host it never states more octets than there are, and it closes every file in the end.
 //
 // The input is the clock (a number) and then one call after another, as many as there are, each led by an octet:
 //   bits 7 and 6: the slot of its handle

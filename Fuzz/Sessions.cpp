@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Host sessions against the exported functions of the loaded plug-in. Results, buffers and files have to be those of
-// the reference model; by rules that know nothing of it every file has to parse, to add up, and to hold the payload of
-// each track once and in order.
+// Host sessions against the exported functions of the loaded plug-in. Results, buffers and files must equal those
+// of the reference model. Independent checks demand that every file parses, adds up and holds the payload of each track
+// once and in order.
 #include <cstring>
 
 #include "FuzzTarget.h"

@@ -14,7 +14,7 @@ std::uint32_t TakeUnit(FuzzInput& input) {
     return first < 0x80 ? first : static_cast<std::uint32_t>(input.Bits(1 + first % 4));
 }
 
-// As many units as the bounded forms were told of; -1 means all with the terminating zero.
+// The number of units for the bounded forms; -1 means all with the terminating zero.
 template <class Text>
 Text Told(const Text& text, int length) {
     Text told = text;

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# When packages are made: the Debian changelog of QF_PACKAGE, with the time of SOURCE_DATE_EPOCH.
+# Run when packages are built: writes the Debian changelog of QF_PACKAGE, with the time of SOURCE_DATE_EPOCH.
 set(file $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/doc/${QF_PACKAGE}/changelog)
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${file} "qf-mkv (${QF_VERSION}) stable; urgency=medium

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: MIT
-# After cpack: two things of Debian's that this version of CMake cannot say.
+# Run after cpack: sets two Debian fields that this version of CMake cannot set.
 #
 # Multi-Arch: the plug-in, the library and the headers of both ABIs lie side by side, and a tool serves hosts of any.
-# Depends: an i386 build on an amd64 machine runs on amd64's 32-bit libraries, which dpkg-shlibdeps then names. What an
-# i386 package depends on are their twins, the same sources in the same versions.
+# Depends: an i386 build on an amd64 machine runs on amd64's 32-bit libraries, which dpkg-shlibdeps then names. An i386
+# package depends on their i386 counterparts, built from the same sources in the same versions.
 foreach(deb IN LISTS CPACK_PACKAGE_FILES)
     set(tree ${deb}.tree)
     file(REMOVE_RECURSE ${tree})

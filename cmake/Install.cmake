@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: MIT
-# What cmake --install puts where, and the .deb packages that cpack makes of it: one for each component.
+# The files that cmake --install installs, and the .deb packages that cpack makes of them: one for each component.
 include(CMakePackageConfigHelpers)
-# What is installed, without the tests.
+# Installed files, without the tests.
 add_custom_target(shipped DEPENDS qf_mkv)
 
-# The plug-in, and what a host finds it and builds with: find_package(qf_mkv) and pkg-config.
+# The plug-in, and the files with which a host finds it and builds: find_package(qf_mkv) and pkg-config.
 set_target_properties(qf_mkv PROPERTIES EXPORT_NAME plugin)
 set_target_properties(qf_mkv_headers PROPERTIES EXPORT_NAME headers)
 install(
@@ -26,8 +26,8 @@ install(
     DESTINATION ${package_folder}
     COMPONENT dev)
 install(FILES ${PROJECT_BINARY_DIR}/qf_mkv.pc DESTINATION ${pkgconfig_folder} COMPONENT dev)
-# A page goes into a package with its links: to pages beside it, to the installed headers, or, where nothing is
-# installed, to nothing.
+# Installs a page and adapts its links: to pages beside it, to the installed headers, or to plain text where the target is
+# not installed.
 function(qf_install_pages component package) # then the pages of Docs, whose neighbours these are
     foreach(page ${ARGN})
         set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS Docs/${page})
@@ -48,7 +48,7 @@ function(qf_install_pages component package) # then the pages of Docs, whose nei
     endforeach()
 endfunction()
 
-# What Debian asks of each package: its licence, and when it was made. SOURCE_DATE_EPOCH sets the time.
+# Debian's required files of each package: its licence and a changelog. SOURCE_DATE_EPOCH sets the time.
 function(qf_install_legal component package)
     install(
         FILES cmake/copyright
@@ -76,7 +76,7 @@ install(
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qf-mkv-dev/examples
     COMPONENT dev)
 
-# The C library over it: find_package(qf_host) and pkg-config.
+# The C library on top of the plug-in: find_package(qf_host) and pkg-config.
 add_dependencies(shipped qf_host qf_host_static)
 install(
     TARGETS qf_host qf_host_static
@@ -100,7 +100,7 @@ qf_install_legal(host libqf-host${QF_HOST_MAJOR})
 qf_install_legal(hostdev libqf-host-dev)
 qf_install_pages(hostdev libqf-host-dev HostGuide.md)
 
-# The Python package over that: one for all ABIs, made with the 64-bit ones.
+# The Python package on top of that library: one for all ABIs, built with the 64-bit packages.
 if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
     install(
         DIRECTORY Source/Bindings/python/qf_mkv
@@ -114,16 +114,16 @@ if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
     qf_install_legal(python python3-qf-mkv)
 endif()
 
-# The GStreamer element over it, where GStreamer looks for plug-ins.
+# The GStreamer element on top of that library, where GStreamer looks for plug-ins.
 if(TARGET gstqfmkv)
     add_dependencies(shipped gstqfmkv)
     install(TARGETS gstqfmkv LIBRARY DESTINATION ${QF_LIBRARY_FOLDER}/gstreamer-1.0 COMPONENT gstreamer)
     qf_install_legal(gstreamer gstreamer1.0-qf-mkv)
 endif()
 
-# The tools: each manual page, with the program that it describes and the program's completion. Those that need media
-# libraries are packages of their own. The 32-bit ones go by names of their own, since both word sizes of a tool are
-# wanted on one machine.
+# The tools: each manual page, with the program that it describes and the program's completion. Tools that need media
+# libraries are packages of their own. 32-bit tools have names of their own, so that both word sizes of a tool can be
+# installed on one machine.
 set(tools_package qf-mkv-tools)
 set(tool_suffix "")
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
@@ -155,7 +155,7 @@ foreach(page ${pages})
         RENAME ${tool}${tool_suffix}
         DESTINATION ${CMAKE_INSTALL_BINDIR}
         COMPONENT ${component})
-    # What is installed under another name than its target's is not stripped by CPack.
+    # CPack does not strip a file that is installed under another name than its target's.
     install(CODE "if(CMAKE_INSTALL_DO_STRIP)
         execute_process(COMMAND ${CMAKE_STRIP} \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${program}\"
                         COMMAND_ERROR_IS_FATAL ANY)
@@ -227,7 +227,7 @@ what CMake and pkg-config find them by.")
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME libqf-host${QF_HOST_MAJOR})
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "qf-mkv-plugin (= ${PROJECT_VERSION})")
-# What packages of programs that link it depend on; and the loader's cache is renewed when it is installed.
+# The dependency of packages whose programs link the library, and the trigger that renews the loader's cache.
 file(CONFIGURE OUTPUT debian/shlibs CONTENT "libqf_host @QF_HOST_MAJOR@ libqf-host@QF_HOST_MAJOR@ (>= @PROJECT_VERSION@)\n")
 file(CONFIGURE OUTPUT debian/triggers CONTENT "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
@@ -255,7 +255,7 @@ Compressed frames, from PyAV for example, become a .mkv, .mka or .webm file.")
 
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-qf-mkv)
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
-# dpkg-shlibdeps knows the packages of installed libraries; this one's is being made, so it is named here.
+# dpkg-shlibdeps finds the packages of installed libraries only; this package is being built, so it is named here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS "libqf-host${QF_HOST_MAJOR} (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The plug-in needs a compiler and nothing else. Tools and tests need packages; without them the rest is built all the
-# same, with a word about what is missing. scripts/test installs them all and asks for every test.
+# The plug-in needs a compiler and nothing else. Tools and tests need packages; without them the rest is still built,
+# with a warning about each missing package. scripts/test installs them all and requires every test.
 function(qf_leave_out option missing)
     if(${option})
         message(WARNING "${missing} is missing: built without ${option}. scripts/test installs what is needed.")
@@ -32,7 +32,7 @@ if(QF_BUILD_TOOLS)
         qf_leave_out(QF_BUILD_TOOLS "one of ${modules}")
     endif()
 endif()
-# The element for GStreamer is built where GStreamer is; the tests ask for it.
+# The GStreamer element is built where GStreamer is installed; the tests require it.
 set(QF_BUILD_GSTREAMER OFF)
 if(QF_BUILD_TOOLS AND PkgConfig_FOUND)
     pkg_check_modules(QF_GSTREAMER QUIET IMPORTED_TARGET gstreamer-1.0)
@@ -40,7 +40,7 @@ if(QF_BUILD_TOOLS AND PkgConfig_FOUND)
         set(QF_BUILD_GSTREAMER ON)
     endif()
 endif()
-# The tests hold the costs of what ships: g++'s release without sanitizers.
+# The tests check the costs of the shipped build: g++'s release without sanitizers.
 set(QF_TEST_COSTS OFF)
 if(QF_BUILD_TESTS AND NOT QF_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     set(QF_TEST_COSTS ON)

@@ -2,7 +2,7 @@
 set(qf_source_folder ${PROJECT_SOURCE_DIR}/Source)
 set(qf_ignorelist ${CMAKE_CURRENT_LIST_DIR}/sanitize.ignorelist)
 
-# What every target of this project is built with.
+# Options of every target of this project.
 function(qf_target target)
     target_compile_options(
         ${target}
@@ -19,7 +19,7 @@ function(qf_target target)
     endif()
 endfunction()
 
-# The checks of integers, under which tests are free to wrap and what lies in Source/ is not.
+# The checks of integers: tests may wrap, code in Source/ may not.
 function(qf_sanitize_source target)
     if(QF_SANITIZE_SOURCE)
         target_compile_options(
@@ -29,8 +29,8 @@ function(qf_sanitize_source target)
     endif()
 endfunction()
 
-# What a library that ships is hardened with. FORTIFY_SOURCE works in optimised builds alone, and the sanitizers have
-# checks of their own.
+# Hardening of shipped libraries. FORTIFY_SOURCE works in optimised builds only, and the sanitizers have checks of their
+# own.
 function(qf_harden target)
     if(NOT QF_SANITIZE)
         target_compile_options(
@@ -39,14 +39,14 @@ function(qf_harden target)
     endif()
 endfunction()
 
-# What guides a fuzzer: it counts the branches that an input takes.
+# Coverage that guides a fuzzer: it counts the branches that an input takes.
 function(qf_instrument target)
     if(QF_FUZZ)
         target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
     endif()
 endfunction()
 
-# What runs once, such as a command line, takes longer to optimise than to run.
+# Code that runs once, such as a command line, takes longer to optimise than to run.
 function(qf_optimise_little target)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
 endfunction()

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A reader of files, for tests and for qfcheck: an EBML (RFC 8794) and Matroska (RFC 9559) walker that shares no code
-// with the writer. It knows exactly the elements that this format may hold and complains, with offset and path, of all
-// else. Files that their writer never finished are read too, when the reader says that it expects one.
+// with the writer. It accepts exactly the elements that this format may hold and reports everything else, with offset
+// and path. It also reads files that their writer never finished, if the caller expects such a file.
 //
 // The format's deliberate oddities are entries of the element table, each by its name:
 //   CodecID ends with one zero octet;
@@ -76,7 +76,7 @@ struct Cue {
     std::optional<std::uint64_t> m_BlockNumber;
 };
 
-// Whether the file may end in the middle of an element, as that of a writer that was stopped.
+// Whether the file may end in the middle of an element, because its writer was stopped.
 enum class Ending { Whole, CutOff };
 
 class File {
@@ -85,7 +85,7 @@ public:
 
     const Octets& Data() const { return m_Octets; }
     const std::vector<Element>& Roots() const { return m_Roots; }
-    // What is wrong with the file as a tree of elements.
+    // Problems of the file as a tree of elements.
     const std::vector<Problem>& Problems() const { return m_Problems; }
 
     // Null when there is none. An index of 0 may be left out.
@@ -112,7 +112,7 @@ public:
     std::vector<std::uint64_t> ClusterTimes() const;
     std::size_t WholeClusters() const;
 
-    // The innermost element in which an octet lies, and in which part of it.
+    // The innermost element that holds an octet, and the part of it.
     std::string PathAt(std::size_t offset) const;
 
 private:
@@ -130,13 +130,14 @@ private:
 // before their cluster, so spans are not checked and cues less strictly.
 enum class Times { InOrder, Lagging };
 
-// Everything that a finished file promises: sizes that add up to the octet, a seek head and a cluster index that name
-// every element they should at its place, clusters on whole spans, and the cue points that the blocks ask for.
+// Checks everything that a finished file promises: sizes that add up to the octet, a seek head and a cluster index that
+// give the place of every element that they should, clusters on whole spans, and the cue points that the blocks
+// require.
 std::vector<Problem> Check(const File& file, Times times = Times::InOrder);
 
-// What a file promises at every moment before it is finished: whole elements in their order, of which the last alone
-// may be cut off, in a Segment of unknown size or, when closing has come so far, of the real one; tracks and whole
-// clusters as in a finished file. Read with Ending::CutOff. No octets at all are no problem.
+// Checks what every unfinished file promises: whole elements in order, of which only the last may be cut off; a Segment
+// of unknown size, or of its real size near the end of closing; tracks and whole clusters as in a finished file. The
+// file is read with Ending::CutOff. An empty file is no problem.
 std::vector<Problem> CheckUnfinished(const File& file, Times times = Times::InOrder);
 
 // Empty when the two are the same; else the first difference with its offset and the elements in which it lies.

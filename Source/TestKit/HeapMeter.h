@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A program's operator new and, where it exports its symbols, that of a plug-in it loads: it counts what is
-// live, and fails when it is told to.
+// live, and fails on request.
 #pragma once
 
 #include <cstddef>
@@ -14,9 +14,9 @@ void FailAfter(long allocations, Failing failing = Failing::Once);
 // Allocations since the last call of FailAfter, those that failed included.
 long Allocations();
 
-// Whether to refuse whoever takes null for an answer, new (std::nothrow).
+// Whether to refuse new (std::nothrow).
 void RefuseNothrow(bool refuse);
-// How often that has been done since it was last switched on.
+// How often new (std::nothrow) was refused since this was last switched on.
 long Refused();
 
 // What has been allocated and not yet freed. Octets as the C library's heap hands them out.

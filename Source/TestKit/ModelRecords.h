@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The host's records as the interface words them, without positions and without the octets that are the host's own:
-// what a model of the plug-in is told, and what a session is made of before a host lays it out in memory.
+// The host's records by their documented fields, without positions and without the octets that are the host's own. A
+// model of the plug-in takes them, and sessions consist of them before a host lays them out in memory.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +38,7 @@ struct EncodeParam {
     FourCC formatFourCC = 0;
 };
 
-// All six words, since the plug-in exports what it was given.
+// All six words, because the plug-in exports the whole record.
 struct MuxParam {
     std::uint32_t host0 = 0;
     std::uint32_t muxFlags = 0;
@@ -48,7 +48,7 @@ struct MuxParam {
     std::uint32_t host20 = 0;
 };
 
-// Of either kind: data and size stand for those of the kind that is written.
+// A frame of either kind: data and size are those of the kind that is written.
 struct Frame {
     unsigned char* data = nullptr;
     std::int32_t size = 0;

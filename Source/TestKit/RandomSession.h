@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Host sessions out of a seed: what a host might call, from the ordinary to the absurd. Half of the sessions are what
-// real jobs look like; the others bend every value, order and buffer that a host is free to get wrong, short of owning
-// fewer octets than it says.
+// Host sessions made from a seed, from the ordinary to the absurd. Half of the sessions look like real jobs; the others
+// vary every value, order and buffer that a host may get wrong, but never state more octets than there are.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +10,7 @@
 #include "ModelRecords.h"
 #include "ReferenceModel.h"
 
-// What a host points to, and the length it tells: never more than the octets there are.
+// A host's buffer and the length that the host states, never more than the octets there are.
 struct HostBuffer {
     Octets octets;
     bool isNull = false;
@@ -57,7 +56,7 @@ struct RandomSession {
 
 const char* NameOf(HostCall::Kind kind);
 
-// A frame that tells no size is trusted for its table, which then must not promise more than there is.
+// The plug-in relies on the table of a frame without a size, so the table must not promise more octets than there are.
 void KeepTableWithin(HostCall& call);
 
 // The same session for the same seed, in every build.

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// What the plug-in has to do, said a second time and in the plainest way: a model that takes the same calls as the
-// exported functions, keeps each file as one string of octets and builds every element as a string inside a string.
+// The plug-in's rules implemented a second time, in the plainest way: a model that takes the same calls as the exported
+// functions, keeps each file as one string of octets and builds every element as a string inside a string.
 // It shares nothing with the plug-in, so that a mistake has to be made twice to go unseen.
 //
-// Chance and the clock are given to it. There are no real paths: the caller says what would become of one.
+// The caller supplies random numbers and the clock. There are no real paths: the caller chooses what happens to a path.
 #pragma once
 
 #include <cstdint>
@@ -38,14 +38,14 @@ public:
     void WriteVosData(int handle, const unsigned char* data, int length);
     void WritezXPSData(int handle, const unsigned char* pictureSet, int pictureSetLength,
                        const unsigned char* sequenceSet, int sequenceSetLength);
-    // Returns the whole file, which a DiscImage and a null handle have none of.
+    // Returns the whole file, empty for a DiscImage and a null handle.
     Octets CloseMediaFile(int handle);
 
     // The exported data.
     const Model::MuxParam& StoredMuxParam() const { return m_MuxParam; }
     std::uint32_t IsWebm() const { return m_IsWebm; }
 
-    // How often each named turn of the rules was taken, by every file of this model.
+    // How often each named branch of the rules was taken, over all files of this model.
     const std::map<std::string_view, std::uint64_t>& Reached() const { return m_Reached; }
 
 private:
