@@ -8,7 +8,7 @@
 
 namespace {
 
-// GObject makes and frees the C record; what is C++ hangs behind a pointer.
+// GObject makes and frees the C record; C++ members are behind a pointer.
 struct QfMkvSink {
     GstElement m_Element;
     RecordingOptions* m_pOptions; // guarded by the object's lock
@@ -40,7 +40,7 @@ const char* PadName(int track) { return track == QF_VIDEO ? "video_0" : "audio_0
 void qf_mkv_sink_pad_init(QfMkvSinkPad* pad) { gst_segment_init(&pad->m_Segment, GST_FORMAT_UNDEFINED); }
 void qf_mkv_sink_pad_class_init(QfMkvSinkPadClass*) {}
 
-// Whether the stream's source runs by a clock.
+// Whether the stream's source is live.
 bool IsLive(GstPad* pad) {
     GstQuery* const query = gst_query_new_latency();
     gboolean isLive = FALSE;

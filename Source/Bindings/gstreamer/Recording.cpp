@@ -8,18 +8,18 @@
 namespace {
 
 constexpr std::int64_t kSecond = GST_SECOND;
-// How much a track alone holds back before the file is opened without the other one.
+// How much media a track holds back before the file is opened without the other track.
 constexpr std::int64_t kLateTrack = 1 * kSecond;
 constexpr std::uint64_t kLateTrackOctets = 8 << 20;
-// How far one track runs ahead of the other one; what is ahead is held in memory.
+// How far one track may run ahead of the other; these packets are held in memory.
 constexpr std::int64_t kMostAhead = 10 * kSecond;
-// How long it then waits at a time. One thread may feed both tracks: it could wait for ever.
+// How long it then waits at a time. One thread may feed both tracks and would otherwise wait for ever.
 constexpr std::chrono::seconds kPatience{5};
-// What a live track is held back at most while the other one is silent.
+// How long a live track is held back at most while the other track is silent.
 constexpr std::int32_t kLongestLiveWait = 5000; // ms
 
-// The segment's running time of a buffer's time; QF_NO_TIME when it has none. Elements over libavcodec may write 2^63
-// where they mean none.
+// The segment's running time of a buffer's time; QF_NO_TIME when it has none. Elements based on libavcodec may write
+// 2^63 for none.
 std::int64_t RunningTime(const GstSegment& segment, GstClockTime time) {
     if (segment.format != GST_FORMAT_TIME || time > G_MAXINT64) return QF_NO_TIME;
     guint64 distance = 0;
@@ -190,7 +190,7 @@ bool Recording::WaitForPlaying(Lock& lock, int track) {
     return !m_IsInterrupted && !m_Tracks.at(track).m_IsFlushing;
 }
 
-// Keeps what is held in memory small where each track has a thread of its own. Returns false when interrupted.
+// Limits the packets held in memory when each track has a thread of its own. Returns false when interrupted.
 bool Recording::WaitForOther(Lock& lock, int number) {
     const auto mayGoOn = [&] {
         const Track& track = m_Tracks.at(number);
@@ -267,7 +267,7 @@ void Recording::WritePacket(int number, GstBuffer* buffer, qf_packet times) {
     times.data = map.data;
     times.size = map.size;
     int result = QF_OK;
-    // What the caps hold of headers may come again in buffers.
+    // Headers in the caps may come again in buffers.
     const bool isHeader = !m_Tracks.at(number).m_Caps->m_FirstPackets.empty() && IsVorbisHeader(map);
     if (map.size > 0 && !isHeader) result = qf_file_write(m_pFile, &times);
     gst_buffer_unmap(buffer, &map);

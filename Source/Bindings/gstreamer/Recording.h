@@ -24,19 +24,19 @@ struct GstObjectDeleter {
 template <class Object>
 using GstPtr = std::unique_ptr<Object, GstObjectDeleter>;
 
-// What the element's properties say.
+// The values of the element's properties.
 struct RecordingOptions {
     std::string m_Location;
     std::string m_Format; // empty: by the location's extension
     bool m_Overwrite = false;
 };
 
-// Called from the streaming threads of both pads and from the application's; each call locks the recording. Errors are
-// posted on the element's bus, once, and every later buffer then ends its stream with GST_FLOW_ERROR.
+// Called from the streaming threads of both pads and from the application's; each call locks the recording. The first
+// error is posted on the element's bus, and every later buffer ends its stream with GST_FLOW_ERROR.
 //
-// A file names its tracks before its first frame, so it is opened when every pad has its caps. A demuxer may show its
-// second stream later than its first one's data: a track that is alone waits for a second of media before it goes on
-// without the other one.
+// A file names its tracks before its first frame, so it is opened when every pad has its caps. A demuxer may add its
+// second pad after data of its first stream: a track that is alone waits for a second of media before it goes on
+// without the other track.
 class Recording {
 public:
     explicit Recording(GstElement* element) : m_pElement(element) {}
@@ -48,19 +48,19 @@ public:
     // Begins a new file, which is created later. Returns false, with an error posted, without a location.
     bool Begin(const RecordingOptions& options);
     void SetPlaying(bool isPlaying);
-    // Has every waiting call return, and every later one until Begin.
+    // Makes every waiting call return, and every later call until Begin.
     void Interrupt();
-    // Ends the file with what has come so far.
+    // Ends the file with the buffers taken so far.
     void End();
 
-    // False when there is such a track already, or when it comes too late for the file.
+    // Returns false when there is such a track already, or when it comes too late for the file.
     bool AddTrack(int track);
     void RemoveTrack(int track);
 
     bool SetCaps(int track, const GstCaps* caps);
-    // Takes the buffer. isLive: whether its source runs by a clock, so that it must not be made to wait.
+    // Takes the buffer. isLive: the source is live, so the call must not wait.
     GstFlowReturn Write(int track, const GstSegment& segment, GstPtr<GstBuffer> buffer, bool isLive);
-    // Nothing happens on the track up to that running time.
+    // The track has no buffers up to that running time.
     void SkipTo(int track, GstClockTime runningTime);
     // The stream ends. seqnum: of its event.
     void EndTrack(int track, guint32 seqnum);
@@ -78,7 +78,7 @@ private:
         std::deque<Held> m_Held; // until the file is opened
         std::uint64_t m_HeldOctets = 0;
         std::optional<std::int64_t> m_First; // running times in ns
-        std::int64_t m_Time = 0;             // of what came last
+        std::int64_t m_Time = 0;             // of the last buffer or gap
         bool m_IsPatient = true;             // waits for the other track
         bool m_IsFlushing = false;
         bool m_HasEnded = false;

@@ -21,7 +21,7 @@ Octets CodecData(const GstStructure* structure) {
     return value != nullptr && GST_VALUE_HOLDS_BUFFER(value) ? OctetsOf(gst_value_get_buffer(value)) : Octets();
 }
 
-// The packets that a stream begins with, as caps keep them.
+// The stream's header packets, from its caps.
 std::vector<Octets> StreamHeader(const GstStructure* structure) {
     std::vector<Octets> packets;
     const GValue* const value = gst_structure_get_value(structure, "streamheader");
@@ -130,7 +130,7 @@ bool TrackCaps::operator==(const TrackCaps& other) const {
                         caps.m_Width, caps.m_Height, caps.m_AspectX, caps.m_AspectY, caps.m_SampleRate, caps.m_Channels,
                         caps.m_BitsPerSample);
     };
-    return all(*this) == all(other); // but for the frame rate, which may vary
+    return all(*this) == all(other); // except the frame rate, which may vary
 }
 
 int TrackCaps::AddTo(qf_job* job, int track) const {

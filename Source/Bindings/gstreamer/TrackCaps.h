@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the sink's pads take, and what a stream's caps say of its track.
+// The caps of the sink's pads, and the track that a stream's caps describe.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 // A track as the host library takes it.
 struct TrackCaps {
     std::string m_Codec;                                   // its name in qf_host.h
-    std::vector<std::uint8_t> m_Setup;                     // of the codec; empty when it is in the frames
+    std::vector<std::uint8_t> m_Setup;                     // the codec's set-up data; empty when it is in the frames
     std::vector<std::vector<std::uint8_t>> m_FirstPackets; // header packets that go in front of the frames
     int m_Framing = QF_FRAMING_AUTO;
     int m_LengthSize = 0;
@@ -22,7 +22,7 @@ struct TrackCaps {
     std::int32_t m_Width = 0;
     std::int32_t m_Height = 0;
     double m_FrameRate = 0;
-    std::int32_t m_AspectX = 0; // of the picture as shown; 0 where its pixels are square
+    std::int32_t m_AspectX = 0; // aspect ratio of the picture; 0 for square pixels
     std::int32_t m_AspectY = 0;
     // of sound
     std::int32_t m_SampleRate = 0;
@@ -34,8 +34,8 @@ struct TrackCaps {
     int AddTo(qf_job* job, int track) const;
 };
 
-// What a pad of that kind takes.
+// The caps that a pad of that kind accepts.
 const char* CapsText(int track);
 
-// Nothing when the caps lack what the track needs; reason then says what.
+// Returns nothing when the caps lack a value that the track needs; reason then names it.
 std::optional<TrackCaps> ReadCaps(int track, const GstCaps* caps, std::string& reason);

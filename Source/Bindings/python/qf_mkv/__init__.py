@@ -8,8 +8,8 @@
         film.write_video(data, pts=0, dts=0, key=True)
         film.write_audio(data, pts=0)
 
-Everything is done by libqf_host; its texts are those of the exceptions. Different files may be written by different
-threads at the same time, and the interpreter goes on meanwhile.
+libqf_host does all the work, and exceptions carry its texts. Several threads can write different files at the same
+time; the interpreter lock is released meanwhile.
 """
 
 from ._errors import (

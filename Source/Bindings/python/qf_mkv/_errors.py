@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The library's errors as exceptions, each of the built-in kind that it is nearest to."""
+"""The library's errors as exceptions, each derived from the closest built-in exception."""
 
 from __future__ import annotations
 
@@ -7,7 +7,7 @@ from typing import ClassVar
 
 
 class Error(Exception):
-    """What the library refuses or cannot do. Its text is the library's."""
+    """An error of the library, with the library's text."""
 
     code: ClassVar[int] = 0
 
@@ -17,7 +17,7 @@ class ArgumentError(Error, ValueError):
 
 
 class NoMemoryError(Error, MemoryError):
-    """The call has changed nothing: it may be made again."""
+    """The call has changed nothing and may be made again."""
 
     code = 2
 

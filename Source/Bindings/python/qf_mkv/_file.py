@@ -27,11 +27,11 @@ def open(
     longest_wait: SupportsIndex = 0,
     plugin: Plugin | None = None,
 ) -> File:
-    """Creates a file, empty.
+    """Creates an empty file.
 
-    format: "mkv", "hmkv", "mka" or "webm"; without it the path's extension decides. overwrite: replace a file that
-    exists. sync: closing waits until the file is on the disk. longest_wait: milliseconds for which a packet waits for
-    the other track at most; 0 for ever.
+    format: "mkv", "hmkv", "mka" or "webm"; without it the path's extension decides. overwrite: replace an
+    existing file. sync: closing waits until the file is on the disk. longest_wait: milliseconds for which a packet
+    waits for the other track at most; 0 for ever.
     """
     name = without_zeros(os.fsencode(path), "path")
     if plugin is None:
@@ -54,7 +54,7 @@ def open(
 
 
 class _State:
-    """The library's file, until it is closed: by its user, or when it is forgotten."""
+    """The library's file, until the user or the garbage collector closes it."""
 
     def __init__(self, handle: ctypes.c_void_p) -> None:
         self.lock = threading.Lock()
@@ -73,7 +73,7 @@ class _State:
 
 class File:
     """Made by open(). As a context manager it is closed at the end of the block, which raises WriteError when not all
-    of it reached the disk. When the block raises, what was written stays."""
+    of it reached the disk. When the block raises, the packets written so far stay in the file."""
 
     _path: str
     _state: _State
@@ -96,7 +96,7 @@ class File:
         duration: SupportsIndex | None = None,
         key: bool = False,
     ) -> None:
-        """Takes one picture in, bytes-like. Times are in the track's time base; None for not known."""
+        """Takes one picture, bytes-like. Times are in the track's time base; None means not known."""
         self._write(VIDEO, data, pts, dts, duration, key)
 
     def write_audio(
@@ -106,18 +106,18 @@ class File:
         dts: SupportsIndex | None = None,
         duration: SupportsIndex | None = None,
     ) -> None:
-        """Takes sound in, bytes-like: one frame, of PCM any number of whole samples."""
+        """Takes sound, bytes-like: one frame, or any number of whole PCM samples."""
         self._write(AUDIO, data, pts, dts, duration, True)
 
     def end_track(self, track: SupportsIndex) -> None:
-        """No more packets of VIDEO or AUDIO will come: the other track need not wait for it."""
+        """Ends the VIDEO or AUDIO track: the other track no longer waits for it."""
         number = integer(track, "track")
         with self._state.lock:
             check(lib.qf_file_end_track(self._open_handle(), number))
 
     @property
     def left_out(self) -> int:
-        """How many pictures in front of the file's first block were left out."""
+        """The number of pictures before the file's first block that were left out."""
         with self._state.lock:
             count: int = lib.qf_file_left_out(self._open_handle())
             return count
@@ -135,7 +135,7 @@ class File:
                 check(lib.qf_file_close(handle))
 
     def discard(self) -> None:
-        """Closes the file and removes it. Of a closed file it does nothing."""
+        """Closes the file and removes it. On a closed file it does nothing."""
         with self._state.lock:
             handle = self._state.take()
             if handle is not None:

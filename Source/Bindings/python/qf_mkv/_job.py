@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What a file will hold."""
+"""The tracks of a file."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ HUNDRED_NANOSECONDS = Fraction(1, 10_000_000)
 
 
 class Framing(enum.IntEnum):
-    """How the units of an H.264 packet are told apart."""
+    """How the units of an H.264 packet are separated."""
 
     AUTO = 0
     """By lengths when the set-up data is "avcC", else by start codes."""
@@ -44,9 +44,9 @@ class Video:
     """The unit of its times, in seconds."""
     framing: Framing = Framing.AUTO
     length_size: int = 0
-    """Of H.264 with Framing.LENGTHS: bytes of a length, 1 to 4."""
+    """For H.264 with Framing.LENGTHS: bytes of a length, 1 to 4."""
     display_aspect: tuple[int, int] | None = None
-    """The shape of the picture, (16, 9) for example."""
+    """The aspect ratio of the picture, (16, 9) for example."""
 
 
 @dataclass(frozen=True)
@@ -57,7 +57,7 @@ class Audio:
     sample_rate: int
     channels: int
     bits_per_sample: int = 0
-    """Of PCM 8, 16, 24 or 32; 0 for 16."""
+    """For PCM 8, 16, 24 or 32; 0 for 16."""
     setup: Any = b""
     """The codec's set-up data, bytes-like: AudioSpecificConfig, laced Vorbis headers."""
     time_base: Fraction | tuple[int, int] = HUNDRED_NANOSECONDS
@@ -65,7 +65,7 @@ class Audio:
 
 
 class Job:
-    """The library's, for the time of opening a file."""
+    """The library's job, while a file is opened."""
 
     def __init__(self) -> None:
         self.handle = ctypes.c_void_p()

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""libqf_host, loaded: its functions with their types, and values checked before they become C's."""
+"""Loads libqf_host, declares the types of its functions and checks values before conversion to C."""
 
 from __future__ import annotations
 
@@ -131,9 +131,9 @@ def check(code: int) -> None:
 
 @contextmanager
 def octets(data: object) -> Iterator[tuple[int | None, int]]:
-    """The address and the size of what a bytes-like object holds, without a copy."""
+    """The address and the size of a bytes-like object's data, without a copy."""
     buffer = _Buffer()
-    _get_buffer(data, ctypes.byref(buffer), 0)  # raises for others, and for arrays that do not lie in one piece
+    _get_buffer(data, ctypes.byref(buffer), 0)  # raises for other objects and arrays that are not contiguous
     try:
         yield buffer.buf, buffer.len
     finally:
@@ -141,7 +141,7 @@ def octets(data: object) -> Iterator[tuple[int | None, int]]:
 
 
 def integer(value: SupportsIndex, name: str, bits: int = 32) -> int:
-    """ctypes would cut off what does not fit."""
+    """Checks the range, since ctypes would truncate the value."""
     number = operator.index(value)
     if not -(2 ** (bits - 1)) <= number < 2 ** (bits - 1):
         raise OverflowError(f"{name} does not fit into {bits} bits: {number}")

@@ -22,7 +22,7 @@ class Codec:
     track: int
     """VIDEO or AUDIO."""
     codec_id: str
-    """What the file says: "V_MPEG4/ISO/AVC", ..."""
+    """The CodecID in the file: "V_MPEG4/ISO/AVC", ..."""
     description: str
     is_listed: bool
     """Whether the plug-in's own list names it."""
@@ -50,7 +50,7 @@ class Plugin:
         handle = ctypes.c_void_p()
         check(lib.qf_plugin_open(name, ctypes.byref(handle)))
         self._handle = handle
-        # Not at the end of the process: threads that go on until then may be opening files.
+        # Not at the end of the process, when other threads may still open files.
         weakref.finalize(self, lib.qf_plugin_close, handle).atexit = False
         self.path: str = os.fsdecode(lib.qf_plugin_path(handle))
         self.version: str = _text(lib.qf_plugin_version(handle))
@@ -83,7 +83,7 @@ _installed: Plugin | None = None
 
 
 def installed_plugin() -> Plugin:
-    """One for all files that name no other."""
+    """The plug-in for all files that name no other."""
     global _installed
     with _lock:
         if _installed is None:

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Streams and packets of PyAV, and of whatever looks like them, for qf_mkv.
+"""Converts streams and packets of PyAV, and of compatible objects, for qf_mkv.
 
 This module does not import PyAV: it reads attributes that its streams, codec contexts and packets have.
 """
@@ -62,7 +62,7 @@ def audio(source: Any) -> Audio:
 
 
 def write(file: File, packet: Any, track: int) -> None:
-    """Writes a packet, VIDEO or AUDIO, without copying it. The empty one at a stream's end is left out."""
+    """Writes a packet, VIDEO or AUDIO, without copying it. Skips the empty packet at a stream's end."""
     if packet.size == 0:
         return
     if track == AUDIO:
@@ -72,6 +72,6 @@ def write(file: File, packet: Any, track: int) -> None:
 
 
 def write_all(file: File, packets: Iterable[Any], track: int) -> None:
-    """Writes what an encoder gives."""
+    """Writes the packets of an encoder."""
     for packet in packets:
         write(file, packet, track)
