@@ -791,7 +791,7 @@ TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {
         {"--aspect 99999999999:9 " + clip + out, 3, "--aspect"},
         {"--tracks x:0 " + clip + out, 3, "--tracks"},
         {"--tracks a:4294967296 " + clip + out, 3, "--tracks"},
-        {"--tracks v:0,v:1 " + clip + out, 3, "--tracks takes one stream of a kind"},
+        {"--tracks v:0,v:1 " + clip + out, 3, "--tracks takes at most one stream of each kind"},
         {"--tracks v:7 " + clip + out, 3, "--tracks v:7: there is 1 video stream, counted from 0"},
         {"--tracks v:0 " + clip + " " + Quoted(Path("a.mka")), 3, "format 'MKA' holds no video"},
         {"formats --tracks v:0", 3, "--tracks"},

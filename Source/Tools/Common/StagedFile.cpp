@@ -65,7 +65,7 @@ fs::path PartialName(const fs::path& target) {
 std::string WhyNotWritable(const std::string& target, bool overwrite) {
     struct stat status {};
     if (stat(target.c_str(), &status) == 0) {
-        if (!S_ISREG(status.st_mode)) return "it is no regular file, and a file cannot be built in a stream";
+        if (!S_ISREG(status.st_mode)) return "it is no regular file";
         if (!overwrite) return "it exists; --overwrite replaces it";
     } else if (errno != ENOENT) {
         return std::strerror(errno);
@@ -99,7 +99,7 @@ void StagedFile::NeedRoom(std::uint64_t octets) const {
     std::error_code error;
     const fs::space_info space = fs::space(DirectoryOf(m_Part), error);
     if (error || space.available >= octets) return;
-    Fail(m_Target, "it will take about " + std::to_string(octets) + " bytes and the disk has room for " +
+    Fail(m_Target, "it needs about " + std::to_string(octets) + " bytes, and the disk has room for " +
                        std::to_string(space.available) + "; nothing was written");
 }
 

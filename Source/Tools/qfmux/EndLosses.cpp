@@ -39,11 +39,11 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
     if (end > 0) parts.push_back(SamplesText(end, rate) + " at the end");
     if (!parts.empty()) {
         Tell(losses, "trimming", LossWeight::Note,
-             "players will hear sound that the source has them leave out: " + Joined(parts));
+             "players will play sound that they skip in the source: " + Joined(parts));
     }
     const bool hasGain = av_stream_get_side_data(audio.m_pStream, AV_PKT_DATA_REPLAYGAIN, nullptr) != nullptr;
     if (hasGain || Value(audio.m_pStream->metadata, "REPLAYGAIN_TRACK_GAIN") != nullptr) {
-        Tell(losses, "volume", LossWeight::Note, "the replay gain is lost: players will not level the volume");
+        Tell(losses, "volume", LossWeight::Note, "the replay gain is lost: players will not adjust the volume");
     }
     // Other codecs tell it in their frames; of PCM the file has but the number of its channels.
     AVChannelLayout usual{};
@@ -54,7 +54,7 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
         char name[64] = "";
         av_channel_layout_describe(&parameters.ch_layout, name, sizeof name);
         Tell(losses, "channel layout", LossWeight::Note,
-             std::string("the channel layout ") + name + " is lost: players will take the usual one");
+             std::string("the channel layout ") + name + " is lost: players will assume the usual layout");
     }
 }
 
@@ -79,15 +79,15 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
         if (isSound) TellOfSound(*track, ends, iso, losses);
         if (ends.m_HiddenFrames > 0 && !isSound) {
             edits.push_back(Counted(static_cast<std::size_t>(ends.m_HiddenFrames), "picture") +
-                            " in front of its start will be shown");
+                            " before its start will be shown");
         }
         if (iso.m_MediaEdits > 1) {
-            edits.push_back("of its " + std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream) +
-                            " the edges may be wrong");
+            edits.push_back("the edges of its " + std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream) +
+                            " may be wrong");
         }
-        if (iso.m_ChangesSpeed) edits.push_back("the speed of " + KindName(stream) + " is not changed");
+        if (iso.m_ChangesSpeed) edits.push_back("the change of speed of " + KindName(stream) + " is ignored");
     }
     if (!edits.empty()) {
-        Tell(losses, "edit list", LossWeight::Warning, "the edit list is not wholly followed: " + Joined(edits));
+        Tell(losses, "edit list", LossWeight::Warning, "the edit list is only partly applied: " + Joined(edits));
     }
 }

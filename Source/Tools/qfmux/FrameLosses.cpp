@@ -28,13 +28,13 @@ Losses FrameLosses::Tell(const std::string& path, bool isWebm) const {
     const double length = static_cast<double>(m_Length) / kSecond;
     const double told = ReadMatroskaHeader(path).m_Duration;
     if (length - told > kTolerance) {
-        std::snprintf(text, sizeof text, "the file says that it ends after %.2f s of %.2f s: some players stop there",
+        std::snprintf(text, sizeof text, "the file's duration is %.2f s instead of %.2f s: some players stop there",
                       told, length);
         losses.push_back({"length", text, LossWeight::Note});
     }
     if (isWebm && m_HasVideo && m_LongestGap > kSecond) {
         std::snprintf(text, sizeof text,
-                      "after a seek players may show nothing for up to %.1f s: the key frames are that far apart",
+                      "after a seek, players may show nothing for up to %.1f s, the longest distance of key frames",
                       static_cast<double>(m_LongestGap) / kSecond);
         losses.push_back({"seeking", text, LossWeight::Note});
     }

@@ -13,7 +13,7 @@ void LeaveOutFront(Track& video, std::optional<Track>& audio) {
     while (video.HasFrame() && !video.Next().m_Access.m_IsEntry) video.LeaveOutInFront();
     if (!video.HasFrame()) {
         throw ToolError(kExitError, "cannot use '" + video.Plan().m_pFile->Path() +
-                                        "': decoding can begin at none of its pictures");
+                                        "': decoding cannot begin at any of its pictures");
     }
     video.CutFront();
     if (beginsHere) return;
@@ -36,5 +36,5 @@ void WarnOfFront(const Track& video, const std::optional<Track>& audio, RunRepor
         text += " and " + words(audio->InFront(), "frame", audio->LengthInFront()) + " of sound";
     const bool isOne = video.InFront() == 1 && !(audio && audio->InFront() > 0);
     report.Warn(text + " of " + video.Plan().m_pFile->Path() + (isOne ? " was" : " were") +
-                " left out, in front of the first picture that can be decoded");
+                " left out before the first picture that can be decoded");
 }

@@ -18,23 +18,23 @@
 
 namespace {
 
-// Parts of the help.
+// Sections of the help.
 constexpr const char* kStreams = "Streams";
 constexpr const char* kMessages = "Messages";
 constexpr const char* kForTests = "For testing a plug-in";
 
 constexpr const char* kExamples = R"(Examples:
-  qfmux film.mp4 film.mkv                            both streams, as they are
-  qfmux film.mp4 sound.mka                           the sound alone
-  qfmux clip.webm -o clean.webm -y                   replaces clean.webm once the new one is whole
+  qfmux film.mp4 film.mkv                            both streams, unchanged
+  qfmux film.mp4 sound.mka                           the sound only
+  qfmux clip.webm -o clean.webm -y                   replaces clean.webm when the new file is complete
   qfmux video.h264 sound.aac film.mkv --aspect 16:9  from two files
-  qfmux film.ts film.mkv --dry-run --json            what would be done and lost
+  qfmux film.ts film.mkv --dry-run --json            what would be written and lost
 
-A file that is called like a subcommand is ./formats.
-Exit codes: 0 done, 1 done with warnings, 2 an input or the plug-in cannot be used, 3 usage, 4 the output exists, is full
-or cannot be written, 5 verification failed, 128+n ended by signal n)";
+To use a file whose name is that of a subcommand, write ./formats.
+Exit codes: 0 done, 1 done with warnings, 2 an input or the plug-in cannot be used, 3 usage, 4 the output exists or
+cannot be written, 5 verification failed, 128+n ended by signal n)";
 
-// The plug-in that lies beside this program, or where packages put it.
+// The plug-in beside this program, or else the installed one.
 std::string DefaultPlugin() {
     std::error_code ignored;
     const auto directory = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
@@ -44,7 +44,7 @@ std::string DefaultPlugin() {
                                                                                                     : beside.string();
 }
 
-// Each side may have decimals: 2.39:1 is 239:100.
+// Both numbers may have decimals: 2.39:1 is 239:100.
 Aspect ParseAspect(const std::string& text) {
     static const std::regex kSides(R"((\d{1,6})(?:\.(\d{1,6}))?[:/](\d{1,6})(?:\.(\d{1,6}))?)");
     std::smatch match;
@@ -82,7 +82,7 @@ void ParseTracks(const std::string& list, Options& options) {
             throw ToolError(kExitUsage, "--tracks takes a list like v:0,a:1, not '" + list + "'");
         }
         std::optional<int>& chosen = kind == 'v' ? options.m_VideoIndex : options.m_AudioIndex;
-        if (chosen) throw ToolError(kExitUsage, "--tracks takes one stream of a kind, not '" + list + "'");
+        if (chosen) throw ToolError(kExitUsage, "--tracks takes at most one stream of each kind, not '" + list + "'");
         chosen = index;
     }
 }
@@ -102,7 +102,7 @@ std::string VersionText(const std::string& plugin) {
     return std::string("qfmux with qf_mkv ") + version;
 }
 
-// What the command line says in words that are yet to be read.
+// Arguments that are not parsed yet.
 struct MuxWords {
     std::vector<std::string> m_Paths;
     std::string m_Tracks;
@@ -110,7 +110,8 @@ struct MuxWords {
 };
 
 void AddPlugin(CLI::App& app, Options& options) {
-    app.add_option("--plugin", options.m_Plugin, "the plug-in's file, if not the one beside this program")
+    app.add_option("--plugin", options.m_Plugin,
+                   "the plug-in to use; by default the one beside this program or the installed one")
         ->type_name("FILE")
         ->group(kForTests);
 }
@@ -118,50 +119,51 @@ void AddPlugin(CLI::App& app, Options& options) {
 void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
     app.add_option("INPUT... OUTPUT", words.m_Paths, "one or two media files that libavformat reads, then the output")
         ->type_name("");
-    app.add_option("-o,--output", options.m_Output, "the file to write; then all other names are inputs")
+    app.add_option("-o,--output", options.m_Output, "the file to write; all other names are then inputs")
         ->type_name("FILE");
-    app.add_option("--format", options.m_Format, "mkv, hmkv, mka or webm; by default the output's extension chooses")
+    app.add_option("--format", options.m_Format,
+                   "mkv, hmkv, mka or webm; the default follows from the output's extension")
         ->transform(CLI::IsMember({"MKV", "HMKV", "MKA", "WEBM"}, CLI::ignore_case).description(""))
         ->type_name("WORD");
-    app.add_flag("-y,--overwrite", options.m_Overwrite, "replace an existing output once the new one is whole");
+    app.add_flag("-y,--overwrite", options.m_Overwrite, "replace an existing output when the new file is complete");
 
     app.add_flag("--no-video", options.m_NoVideo, "leave video out")->group(kStreams);
     app.add_flag("--no-audio", options.m_NoAudio, "leave audio out")->group(kStreams);
     app.add_flag("--no-subtitles", options.m_NoSubtitles, "do not warn that subtitles are left out")->group(kStreams);
     app.add_flag("--no-data", options.m_NoData, "do not warn that data streams are left out")->group(kStreams);
-    app.add_option("--tracks", words.m_Tracks, "which streams, e.g. v:0,a:1; counted over all inputs")
+    app.add_option("--tracks", words.m_Tracks, "the streams to copy, e.g. v:0,a:1, counted over all inputs")
         ->type_name("LIST")
         ->group(kStreams);
-    app.add_option("--aspect", words.m_Aspect, "display aspect, e.g. 16:9 or 2.39:1; by default the source's")
+    app.add_option("--aspect", words.m_Aspect, "display aspect ratio, e.g. 16:9 or 2.39:1; the default is the source's")
         ->type_name("X:Y")
         ->group(kStreams);
-    app.add_option("--duration", options.m_Duration, "stop after so many seconds")->type_name("S")->group(kStreams);
+    app.add_option("--duration", options.m_Duration, "stop after S seconds")->type_name("S")->group(kStreams);
 
-    AddChoice<VerifyMode>(
-        app, "--verify", options.m_Verify,
-        {{"full", VerifyMode::Full}, {"decode", VerifyMode::Decode}, {"none", VerifyMode::None}},
-        "full (compares every frame and plays the beginning and up to five other places, the default), "
-        "decode (plays all of it) or none (sizes)");
-    app.add_flag("--sync", options.m_Sync, "have the file on the disk before it is done");
-    app.add_flag("--dry-run", options.m_DryRun, "tell what would be done and lost, and write nothing");
+    AddChoice<VerifyMode>(app, "--verify", options.m_Verify,
+                          {{"full", VerifyMode::Full}, {"decode", VerifyMode::Decode}, {"none", VerifyMode::None}},
+                          "full (the default: compares all frames, plays the beginning and up to five other places), "
+                          "decode (plays everything) or none (compares sizes only)");
+    app.add_flag("--sync", options.m_Sync, "flush the file to the disk before the program ends");
+    app.add_flag("--dry-run", options.m_DryRun, "print what would be written and lost, and write nothing");
 
-    app.add_flag("-q,--quiet", options.m_Quiet, "errors only")->group(kMessages);
-    app.add_flag("-v,--verbose", options.m_Verbose, "more about each step")->group(kMessages);
-    app.add_flag("--json", options.m_Json, "one JSON object on stdout, however the run ends")->group(kMessages);
+    app.add_flag("-q,--quiet", options.m_Quiet, "print errors only")->group(kMessages);
+    app.add_flag("-v,--verbose", options.m_Verbose, "print details of each step")->group(kMessages);
+    app.add_flag("--json", options.m_Json, "print one JSON object on stdout, even if the run fails")->group(kMessages);
     AddChoice<ProgressMode>(app, "--progress", options.m_Progress,
                             {{"auto", ProgressMode::Auto},
                              {"bar", ProgressMode::Bar},
                              {"json", ProgressMode::Json},
                              {"none", ProgressMode::None}},
-                            "auto (a bar on a terminal), bar, json (one object a line on stdout) or none")
+                            "auto (a bar on a terminal), bar, json (one object per line on stdout) or none")
         ->group(kMessages);
 
     app.add_option("--h264", options.m_H264,
-                   "hand H.264 over in start-code form, which loses units, as H264, N264, A264, I264 or havc")
+                   "pass H.264 in start-code form, which loses NAL units, as H264, N264, A264, I264 or havc")
         ->transform(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}, CLI::ignore_case).description(""))
         ->type_name("CODE")
         ->group(kForTests);
-    app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not take")->group(kForTests);
+    app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not support")
+        ->group(kForTests);
     app.add_option("--record", options.m_Record, "record every call to the plug-in, for qfreplay")
         ->type_name("FILE")
         ->group(kForTests);
@@ -173,16 +175,16 @@ void ReadWords(const MuxWords& words, Options& options) {
     if (options.m_Output.empty() && words.m_Paths.size() > 1) {
         options.m_Output = words.m_Paths.back();
         options.m_Inputs.pop_back();
-        if (options.m_Output.empty()) throw ToolError(kExitUsage, "the output has no name");
+        if (options.m_Output.empty()) throw ToolError(kExitUsage, "the name of the output is empty");
     }
     if (options.m_Output.empty() || options.m_Inputs.empty() || options.m_Inputs.size() > 2) {
         throw ToolError(kExitUsage, "one or two inputs and an output are needed; see qfmux --help");
     }
     if (!words.m_Aspect.empty()) options.m_Aspect = ParseAspect(words.m_Aspect);
     ParseTracks(words.m_Tracks, options);
-    if (!(options.m_Duration > 0)) throw ToolError(kExitUsage, "--duration takes seconds, more than 0");
+    if (!(options.m_Duration > 0)) throw ToolError(kExitUsage, "--duration takes seconds greater than 0");
     if (options.m_NoVideo && options.m_NoAudio) {
-        throw ToolError(kExitUsage, "--no-video and --no-audio together leave nothing");
+        throw ToolError(kExitUsage, "--no-video and --no-audio together leave nothing to write");
     }
 }
 
@@ -194,19 +196,19 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     MuxWords words;
     bool version = false;
 
-    CLI::App app("Puts the streams of media files into a Matroska (.mkv, .mka) or WebM (.webm) file, as they are.\n"
-                 "qfmap draws how such a file is laid out.",
+    CLI::App app("Copies the streams of media files unchanged into a Matroska (.mkv, .mka) or WebM (.webm) file.\n"
+                 "qfmap draws the layout of such a file.",
                  "qfmux");
     app.footer(kExamples);
     app.require_subcommand(0, 1);
     AddMuxOptions(app, options, words);
-    app.add_flag("--version", version, "the versions of tool and plug-in");
+    app.add_flag("--version", version, "print the versions of qfmux and the plug-in");
 
     CLI::App* const mux = app.add_subcommand("mux", "the default: writes OUTPUT");
     AddMuxOptions(*mux, options, words);
-    CLI::App* const formats = app.add_subcommand("formats", "lists the formats and codecs that the plug-in takes");
+    CLI::App* const formats = app.add_subcommand("formats", "lists the formats and codecs that the plug-in supports");
     formats->footer("");
-    formats->add_flag("--json", options.m_Json, "as JSON on stdout");
+    formats->add_flag("--json", options.m_Json, "print JSON on stdout");
     AddPlugin(*formats, options);
     if (!Parse(app, argc, argv)) return std::nullopt;
     if (version) {

@@ -102,7 +102,7 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
         const std::vector<std::string> lost = LostColours(*declared, picture.get());
         if (!lost.empty()) {
             Tell(losses, "colour",
-                 "colour data that the frames do not have is lost: " + Joined(lost) + "; players will guess it");
+                 "colour data that is not in the frames is lost: " + Joined(lost) + "; players will guess it");
         }
     }
     std::vector<std::string> lost;
@@ -111,12 +111,12 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
     }
     if (hasLight && !Has(picture.get(), AV_FRAME_DATA_CONTENT_LIGHT_LEVEL)) lost.emplace_back("content light level");
     if (!lost.empty()) {
-        Tell(losses, "HDR", "HDR data that the frames do not have is lost: " + Joined(lost));
+        Tell(losses, "HDR", "HDR data that is not in the frames is lost: " + Joined(lost));
     }
     if (isStereo && !Has(picture.get(), AV_FRAME_DATA_STEREO3D)) {
         Tell(losses, "stereo 3D",
              std::string("stereo 3D (") + av_stereo3d_type_name(stereo->type) +
-                 ") is lost: players will show both pictures at once");
+                 ") is lost: players will show the two views as one picture");
     }
 }
 
@@ -171,7 +171,7 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
     }
     TellOfColours(video, losses);
     if (HasSideData(stream, AV_PKT_DATA_DOVI_CONF)) {
-        Tell(losses, "Dolby Vision", "the configuration of Dolby Vision is lost: players will show the base layer");
+        Tell(losses, "Dolby Vision", "the Dolby Vision configuration is lost: players will show the base layer");
     }
     if (HasSideData(stream, AV_PKT_DATA_ICC_PROFILE)) {
         Tell(losses, "colour profile", "the ICC colour profile is lost");

@@ -135,17 +135,18 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
     if (acceptance == Acceptance::Listed) return;
     if (acceptance == Acceptance::OwnIdentifier) {
         report.Note("the " + kind + " is " + codec + ", which Matroska knows as " + choice.m_CodecID +
-                    ": it is written, though the plug-in does not list it");
+                    ": it is written although the plug-in does not list it");
         return;
     }
     const std::string hint = isAlone ? "" : " (--no-" + kind + " leaves it out)";
     const std::string takes = "format '" + format + "' lists " + Joined(Codes(list));
     if (choice.m_FourCC == 0) {
-        throw ToolError(kExitError, kind + " codec " + codec + " has no code to write it under; " + takes + hint);
+        throw ToolError(kExitError, kind + " codec " + codec + " cannot be written: it has no four-character code; " +
+                                        takes + hint);
     }
     const std::string name = kind + " codec " + codec + " ('" + FourCCText(choice.m_FourCC) + "')";
-    if (!force) throw ToolError(kExitError, name + " is refused: " + takes + hint);
-    report.Warn(name + " is written by force as " + choice.m_CodecID + ": " + takes);
+    if (!force) throw ToolError(kExitError, name + " is not supported: " + takes + hint);
+    report.Warn(name + " is written as " + choice.m_CodecID + " because of --force-codec: " + takes);
 }
 
 // The display aspect of a picture whose pixels are not square.

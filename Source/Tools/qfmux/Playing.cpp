@@ -66,7 +66,7 @@ std::optional<std::string> ReadPiece(const std::string& path, const Excerpt& exc
     while (left[0] + left[1] > 0) {
         AvPtr<AVPacket> packet(av_packet_alloc());
         if (packet == nullptr) throw std::bad_alloc();
-        if (file.Next(*packet) < 0) return "a seek to " + Seconds(excerpt.m_Time) + " does not find what is there";
+        if (file.Next(*packet) < 0) return "a seek to " + Seconds(excerpt.m_Time) + " does not find the frames there";
         const std::size_t i =
             piece.m_Streams[0] != nullptr && piece.m_Streams[0]->index == packet->stream_index ? 0 : 1;
         if (left[i] == 0 || piece.m_Streams[i]->index != packet->stream_index) continue;
@@ -126,13 +126,14 @@ void Compare(std::size_t kind, const Decoding& source, const Decoding& file, con
     if (source.IsEqual(file)) {
         (kind == 0 ? played.m_Pictures : played.m_Samples) += source.Count();
     } else if (source.HasErrors() || !isSure || file.Count() > source.Count()) {
-        AddNote(played, std::string("the ") + kNames[kind] +
-                            " is damaged and does not decode alike each time: it was compared but not all played");
+        AddNote(played,
+                std::string("the ") + kNames[kind] +
+                    " is damaged and may decode differently each time: its frames were compared but not all played");
     } else if (!played.m_Fault) {
-        played.m_Fault = std::string("its ") + kNames[kind] + " does not play as the source's" + where + ": " +
-                         std::to_string(source.Count()) + (kind == 0 ? " pictures" : " samples") +
-                         " come from the source, " +
-                         (source.Count() == file.Count() ? "others" : std::to_string(file.Count())) + " from the file";
+        played.m_Fault =
+            std::string("its ") + kNames[kind] + " plays differently from the source's" + where + ": " +
+            std::to_string(source.Count()) + (kind == 0 ? " pictures" : " samples") + " from the source, " +
+            (source.Count() == file.Count() ? "different ones" : std::to_string(file.Count())) + " from the file";
     }
 }
 
@@ -148,7 +149,7 @@ Played PlayExcerpt(const std::string& path, const Excerpt& excerpt, bool hasVide
         const AVCodecParameters& parameters = *piece.m_Streams[i]->codecpar;
         const std::unique_ptr<Decoding> file = Decode(parameters, nullptr, piece.m_Packets[i]);
         if (!file->IsPossible()) {
-            played.m_Fault = std::string("no player knows what its ") + kNames[i] + " is";
+            played.m_Fault = std::string("players cannot recognise its ") + kNames[i];
             return played;
         }
         // A film takes half as long to play where its octets go from file to file as they are.
@@ -227,7 +228,7 @@ Played WholePlay::Compare(const std::string& path, const SourceStreams& sources)
         const AVStream* const stream = file.Stream(kTypes[i]);
         if (stream != nullptr) decodings[i] = std::make_unique<Decoding>(*stream->codecpar, nullptr, 0);
         if (decodings[i] == nullptr || !decodings[i]->IsPossible()) {
-            played.m_Fault = std::string("no player knows what its ") + kNames[i] + " is";
+            played.m_Fault = std::string("players cannot recognise its ") + kNames[i];
             return played;
         }
     }

@@ -15,7 +15,7 @@ std::wstring WideName(const std::filesystem::path& path) {
         return path.wstring();
     } catch (const std::exception&) {
         throw ToolError(kExitOutput, "cannot write to '" + path.parent_path().parent_path().string() +
-                                         "': its name is not in UTF-8, and the plug-in takes no other");
+                                         "': its name is not UTF-8, which the plug-in requires");
     }
 }
 

@@ -11,24 +11,24 @@
 void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report) {
     if (video && video->SlicesWereSplit()) {
         report.Warn(
-            "pictures of several slices became several blocks each, which decoders refuse; --h264 H264 avoids it");
+            "each picture with several slices became several blocks, which decoders reject; --h264 H264 avoids this");
     }
     if (audio && audio->SetupHasChanged()) {
-        report.Warn("the sound of " + audio->Plan().m_pFile->Path() +
-                    " changes its set-up data on the way: players know the first alone");
+        report.Warn("the set-up data of the sound in " + audio->Plan().m_pFile->Path() +
+                    " change within the stream: the file holds only the first");
     }
     for (const auto* track : {&video, &audio}) {
         if (!*track) continue;
         const std::string& path = (*track)->Plan().m_pFile->Path();
         if ((*track)->Reader().TimesWereMade()) {
-            report.Note(path + " has no time stamps: they follow from the order of its frames and its frame rate");
+            report.Note(path + " has no time stamps: they were derived from frame order and frame rate");
         }
         if (const int leftOut = (*track)->LeftOut(); leftOut > 0) {
             report.Warn(Counted(static_cast<std::size_t>(leftOut), "frame") + " of " + path +
-                        (leftOut == 1 ? " was" : " were") + " left out: the file's time starts behind them");
+                        (leftOut == 1 ? " was" : " were") + " left out: the file's time starts after them");
         }
         if ((*track)->Reader().Jumps() > 0) {
-            report.Warn("the times of " + path + " jump: what comes behind a jump follows on what is in front of it");
+            report.Warn("the times of " + path + " jump: frames after a jump continue where those before it end");
         }
     }
 }

@@ -36,8 +36,8 @@ constexpr StreamKind kVideo = {"video", "video stream", "the file holds one"};
 constexpr StreamKind kAudio = {"audio", "audio stream", "the file holds one"};
 constexpr StreamKind kUnknownVideo = {"video", "video stream", "its size is not known"};
 constexpr StreamKind kUnknownAudio = {"audio", "audio stream", "its sample rate is not known"};
-constexpr StreamKind kSubtitles = {"subtitles", "subtitle stream", "the file holds video and audio alone"};
-constexpr StreamKind kData = {"data", "data stream", "the file holds video and audio alone"};
+constexpr StreamKind kSubtitles = {"subtitles", "subtitle stream", "the file holds only video and audio"};
+constexpr StreamKind kData = {"data", "data stream", "the file holds only video and audio"};
 constexpr StreamKind kAttachments = {"attachments", "attachment", "the file has no place for it"};
 constexpr StreamKind kCover = {"cover", "cover picture", "the file has no place for it"};
 

@@ -77,7 +77,7 @@ void Verification::Check(const StagedFile& output, Progress& progress, RunReport
     }
     if (fault) {
         throw ToolError(kExitVerification,
-                        "'" + m_Options.m_Output + "' did not come out right and was removed: " + *fault);
+                        "'" + m_Options.m_Output + "' failed verification and was removed: " + *fault);
     }
     for (const std::string& note : m_Played.m_Notes) report.Note(note);
 }

@@ -18,10 +18,10 @@ namespace {
 std::string Difference(const char* kind, const TrackDigest& sent, const TrackDigest& found) {
     const std::string name = std::string(kind) + ": ";
     if (sent.Blocks() != found.Blocks()) {
-        return name + std::to_string(sent.Blocks()) + " frames went in, " + std::to_string(found.Blocks()) +
-               " came back";
+        return name + std::to_string(sent.Blocks()) + " frames were written, " + std::to_string(found.Blocks()) +
+               " were read back";
     }
-    return sent.Hash() != found.Hash() ? name + "the frames that came back are not those that went in" : "";
+    return sent.Hash() != found.Hash() ? name + "the frames read back differ from those written" : "";
 }
 
 } // namespace
@@ -43,7 +43,7 @@ std::optional<std::string> CheckSegmentSize(const std::string& path) {
     for (std::size_t i = segment + 5; i < segment + 12; ++i) size = size * 256 + front[i];
     const std::int64_t present = length - static_cast<std::int64_t>(segment) - 12;
     if (size == present) return std::nullopt;
-    return "its Segment says " + std::to_string(size) + " octets, the file has " + std::to_string(present);
+    return "its Segment has a size of " + std::to_string(size) + " bytes, but the file has " + std::to_string(present);
 }
 
 std::optional<std::string> CheckBlocks(const std::string& path, const TrackDigest* video, bool hasUnits,
@@ -57,7 +57,7 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
     std::uint64_t octets = 0;
     for (int result = 0; (result = file.Next(*packet)) != AVERROR_EOF;) {
         if (SignalGuard::Caught() != 0) return std::nullopt; // the caller knows
-        if (result < 0) return "it does not read to its end: " + AvReason(result);
+        if (result < 0) return "it cannot be read to its end: " + AvReason(result);
         const AVMediaType type = file.Context()->streams[packet->stream_index]->codecpar->codec_type;
         TrackDigest& digest = type == AVMEDIA_TYPE_VIDEO ? foundVideo : foundAudio;
         digest.Block(RawFile::Time(*packet), (packet->flags & AV_PKT_FLAG_KEY) != 0);
@@ -78,7 +78,7 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
     if (difference.empty() && video != nullptr && audio != nullptr && video->Blocks() > 0 && audio->Blocks() > 0 &&
         av_sat_sub64(video->FirstTime(), audio->FirstTime()) !=
             av_sat_sub64(foundVideo.FirstTime(), foundAudio.FirstTime())) {
-        difference = "picture and sound do not start as far apart as they did";
+        difference = "the distance between the starts of picture and sound has changed";
     }
     if (difference.empty()) return std::nullopt;
     return difference;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// qfreplay: makes the calls of a recorded session to any build of the plug-in.
+// qfreplay: replays a recorded session on any build of the plug-in.
 #include <CLI/CLI.hpp>
 
 #include <nlohmann/json.hpp>
@@ -16,7 +16,7 @@
 namespace {
 
 int Run(int argc, char** argv) {
-    CLI::App app("Makes the calls of a session that qfmux --record wrote to a build of the plug-in.", "qfreplay");
+    CLI::App app("Replays a session that qfmux --record recorded on a build of the plug-in.", "qfreplay");
     std::string path;
     std::string session;
     std::string output;
@@ -24,15 +24,16 @@ int Run(int argc, char** argv) {
     std::optional<std::int64_t> time;
     bool check = false;
     bool overwrite = false;
-    app.add_option("PLUGIN", path, "the plug-in's file, of this program's word size")->required();
+    app.add_option("PLUGIN", path, "the plug-in, of the same word size as this program")->required();
     app.add_option("SESSION", session, "the recorded session")->required();
     app.add_option("OUTPUT", output, "the file to write")->required();
-    app.add_option("--rand", rand, "N, which the plug-in's rand() returns first; then N + 1, then 1, 2, 3, ...")
+    app.add_option("--rand", rand, "make the plug-in's rand() return this number N, then N + 1, then 1, 2, 3, ...")
         ->check(CLI::Range(0, 1 << 30));
-    app.add_option("--time", time, "the time that the plug-in sees, in seconds since 1970, UTC");
-    app.add_flag("--check", check, "compare each result with the recorded one; the first that differs ends it");
-    app.add_flag("-y,--overwrite", overwrite, "replace files that exist");
-    app.set_version_flag("--version", "qfreplay " QF_VERSION, "the version");
+    app.add_option("--time", time,
+                   "make the plug-in's time() return this, in seconds since 1970; the time zone is UTC");
+    app.add_flag("--check", check, "compare each result with the recorded one and stop at the first difference");
+    app.add_flag("-y,--overwrite", overwrite, "replace existing files");
+    app.set_version_flag("--version", "qfreplay " QF_VERSION, "print the version");
     app.footer(
         "Exit codes: 0 done, 2 the session or the plug-in cannot be used, 3 usage, 4 the output exists or cannot be "
         "written,\n5 a result differs");
