@@ -97,7 +97,7 @@ def changing_ts(s):
 
 # A recording that begins anywhere begins with pictures that do not decode, and sound beside them.
 KEPT = "frames that were hit are kept: the source's own decode has them, too"
-BEGINS = "left out, in front of the first picture"
+BEGINS = "left out before the first picture"
 
 ROWS = [
     Row("open GOP in TS", open_ts),
