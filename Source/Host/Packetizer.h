@@ -36,12 +36,12 @@ public:
 
     // Makes frames of a packet; a packet with only set-up data gives none. Several frames follow each other in time:
     // their m_Presentation and m_Decode count from the packet's, and their m_Duration is set. Throws HostError when the
-    // packet is not what the codec needs.
+    // packet is not valid for the codec.
     virtual std::list<HeldFrame> Take(Span packet, bool isKey) = 0;
     // Hands set-up data over. Called before each frame; does nothing when there is nothing new.
     virtual void SendSetup(const FileFormatInfo&, void* /*handle*/) {}
 
-    // For a track of that job. Throws HostError when its set-up data is not what the codec needs.
+    // For a track of that job. Throws HostError when its set-up data is not valid for the codec.
     static std::unique_ptr<Packetizer> Make(const Job& job, const TrackJob& track);
 };
 

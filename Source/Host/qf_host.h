@@ -52,7 +52,7 @@ enum qf_error {
     QF_ERROR_OPEN = 5,     ///< the file cannot be created
     QF_ERROR_EXISTS = 6,   ///< the file exists, and the job does not allow replacing it
     QF_ERROR_WRITE = 7,    ///< not all octets reached the file: the disk is full, for example
-    QF_ERROR_DATA = 8,     ///< a packet or set-up data is not what its codec needs
+    QF_ERROR_DATA = 8,     ///< a packet or set-up data is not valid for its codec
     QF_ERROR_TIME = 9,     ///< a time is missing, out of range or before the previous time
     QF_ERROR_STATE = 10,   ///< the track does not exist, or it has ended
     QF_ERROR_EMPTY = 11,   ///< no packet was written: the file is 0 octets long

@@ -31,7 +31,7 @@ std::unique_ptr<wchar_t[]> CopyText(const wchar_t* text) {
 std::uint32_t JudgeISOFileW(const wchar_t* path) {
     const wchar_t* extension = path != nullptr ? std::wcsrchr(path, L'.') : nullptr;
     if (extension == nullptr) return 0;
-    // ASCII only, whatever the locale: towlower would fold other letters onto these in some.
+    // ASCII only: in some locales towlower would fold other letters onto these.
     for (const wchar_t* expected = L".iso:"; *expected != L'\0'; ++expected, ++extension) {
         const wchar_t folded = *extension >= L'A' && *extension <= L'Z' ? *extension - L'A' + L'a' : *extension;
         if (folded != *expected) return 0;

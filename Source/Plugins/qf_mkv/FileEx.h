@@ -10,7 +10,7 @@
 // 1 when the last extension of path begins ".iso:" in any case: the name of a file inside a disc image, a pseudo-file.
 std::uint32_t JudgeISOFileW(const wchar_t* path);
 
-// One file over stdio with 64-bit offsets. Failures show in results alone.
+// One file over stdio with 64-bit offsets. Failures are reported only by results.
 // A pseudo-file opens with success and then takes and gives nothing, by design: 0 octets move and its position stays 0.
 //
 // The mode "wb" is for output. Elements write a few octets at a time: the file gathers them in a buffer of its own,

@@ -99,7 +99,7 @@ struct EncoderInfo {
 using ProgressCallback = unsigned int (*)(void*, unsigned int, unsigned int, unsigned int);
 
 /// One file format: its names, the codecs that it accepts and the functions that write it.
-/// A table of formats ends with a fourCC of 0. The functions are the exported ones of the same names.
+/// A table of formats ends with a fourCC of 0. The functions are the exported functions of the same names.
 struct FileFormatInfo {
     FourCC fourCC;               ///< "MKV " HMKV "MKA " WEBM; 0 ends the table
     wchar_t extension[10];       ///< with its dot

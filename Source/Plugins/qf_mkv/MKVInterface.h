@@ -47,8 +47,8 @@ extern QF_EXPORT EncoderEntry HMKVVideoEncoders[]; ///< video codecs of HMKV
 extern QF_EXPORT EncoderEntry WEBMAudioEncoders[]; ///< audio codecs of WEBM
 extern QF_EXPORT EncoderEntry WEBMVideoEncoders[]; ///< video codecs of WEBM
 
-extern QF_EXPORT FileFormatInfo FormatArray[]; ///< what GetFileFormats returns
-extern QF_EXPORT EncoderInfo EncoderArray[];   ///< what GetEncoders returns
+extern QF_EXPORT FileFormatInfo FormatArray[]; ///< the result of GetFileFormats
+extern QF_EXPORT EncoderInfo EncoderArray[];   ///< the result of GetEncoders
 
 /// The muxing options that later Matroska files are created with. Set with SetMuxParam.
 extern QF_EXPORT MuxParam m_MuxParam;
@@ -154,7 +154,7 @@ QF_ENTRY void WritezXPSData(void* handle, unsigned char* pictureSet, int picture
 /// Completes and closes the file and ends the handle. Does not fail and does not report. A file whose disk was full,
 /// for however short a time, ends there, and its Segment's size is unknown. Blocks for which memory is short are left
 /// out.
-/// \param handle an open file of either kind, whatever IsWebm says; or null, for which nothing happens
+/// \param handle an open file of either kind, regardless of IsWebm; or null, for which nothing happens
 /// \param progress accepted and never called
 /// \param argument accepted and never used
 QF_ENTRY void CloseMediaFile(void* handle, ProgressCallback progress, void* argument);

@@ -354,7 +354,7 @@ public:
     // size: of the payload, without the header.
     Void(std::uint64_t size, unsigned long id) : CID(id), m_Size(size) {}
     std::uint64_t Size(bool withHeader) const override;
-    // Writes as many zeros as the low 32 bits of the size say, read with sign.
+    // Writes zeros: as many as the low 32 bits of the size, read with sign.
     std::int32_t Write(IStream* stream) const override;
 
     std::uint64_t m_Size;
@@ -469,7 +469,7 @@ public:
     // Ticks. Absolute while the block is queued, relative to its cluster when its low 16 bits are written.
     std::int64_t m_Timecode = 0;
     std::int64_t m_StopTime = 0; // ticks, where the block ends; its owner's, never written
-    std::list<CBinary> m_Frames; // their octets alone are written, not as elements
+    std::list<CBinary> m_Frames; // written as bare octets, not as elements
 
 protected:
     // Writes everything in front of lacing and frames.

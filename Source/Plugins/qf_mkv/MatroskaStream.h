@@ -9,7 +9,7 @@ class MatroskaStream final : public TrackStream<MatroskaWriter::BlockGroup> {
 public:
     using Block = MatroskaWriter::BlockGroup;
 
-    // *result: what Init returned. mux may be null.
+    // *result: the result of Init. mux may be null.
     MatroskaStream(const VideoParam* video, const MuxParam* mux, long* result) { *result = Init(video, mux); }
     MatroskaStream(const AudioParam* audio, long* result) { *result = Init(audio); }
 

@@ -9,7 +9,7 @@ class MatroskaStreamWebm final : public TrackStream<MatroskaWriter::SimpleBlock>
 public:
     using Block = MatroskaWriter::SimpleBlock;
 
-    // *result: what Init returned.
+    // *result: the result of Init.
     MatroskaStreamWebm(const VideoParam* video, long* result) { *result = Init(video); }
     MatroskaStreamWebm(const AudioParam* audio, long* result) { *result = Init(audio); }
 

@@ -45,7 +45,7 @@ class WriteError(Error, OSError):
 
 
 class DataError(Error, ValueError):
-    """A packet or set-up data is not what its codec needs."""
+    """A packet or set-up data is not valid for its codec."""
 
     code = 8
 
