@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Odd arguments are codes with a text, and change nothing.
+// Calls with odd arguments return a code with a text and change nothing.
 #include <sys/stat.h>
 
 #include <cmath>

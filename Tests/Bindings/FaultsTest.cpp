@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a full disk does: codes, no signal, and words about it while the file is still open.
+// A full disk: calls return codes, no signal is raised, and a text reports the fault while the file is still open.
 #include <sys/resource.h>
 
 #include <csignal>

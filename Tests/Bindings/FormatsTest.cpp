@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the library says of a plug-in and of itself.
+// The library's facts about a plug-in and about itself.
 #include <fstream>
 #include <set>
 #include <sstream>

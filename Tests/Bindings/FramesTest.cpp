@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Packets in the forms in which encoders and containers have them, and the blocks that become of them.
+// Packets in the forms of encoders and containers, and the blocks made from them.
 #include "LibraryTest.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The test program's malloc, calloc and realloc, and those of every library in it: they fail when they are told to.
+// The test program's malloc, calloc and realloc, and those of every library in it: they fail on request.
 #pragma once
 
 namespace MallocMeter {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Every allocation of a session fails once: the call returns a code, and the same call succeeds afterwards. What is
-// tried again comes out as if nothing had happened.
+// Every allocation of a session fails once: the call returns a code, and the same call succeeds afterwards as if
+// nothing had happened.
 #include <functional>
 
 #include "LibraryTest.h"

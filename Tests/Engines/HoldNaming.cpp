@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Loaded into qfmux, stops it where its output is whole but has no name yet, until it is killed. Once is not enough:
-// when parallel is killed first, the kernel wakes what it leaves behind.
+// Loaded into qfmux, stops it where its output is whole but has no name yet, until it is killed. It stops qfmux again
+// and again, because the kernel wakes stopped processes when parallel is killed first.
 
 #include <csignal>
 

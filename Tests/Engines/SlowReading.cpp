@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Loaded into qfmux, makes it wait for each packet, so that a short film takes as long as a long one. A signal is let
-// through.
+// Loaded into qfmux, makes it wait for each packet, so that a short film takes as long as a long one. Signals are
+// let through.
 #include <dlfcn.h>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Nothing that a host may pass is fatal. These files need not make sense, but they are whole, and under the sanitizers
-// nobody complains.
+// No input of a host is fatal. The resulting files need not make sense, but they are whole, and the sanitizers report
+// nothing.
 #include "HostTest.h"
 
 #include <chrono>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The walker itself: that it accepts a whole file, and that each thing it is there to find is found and named.
+// The walker itself: it must accept a whole file, and find and name each kind of fault.
 #include "EbmlWalker.h"
 
 #include <gtest/gtest.h>

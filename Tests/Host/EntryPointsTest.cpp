@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The exported functions before any muxer comes in: checks, options, the format flag and its routing.
+// The exported functions in front of the muxers: checks, options, the format flag and its routing.
 #include "HostTest.h"
 
 #include <cstring>
@@ -203,7 +203,7 @@ TEST_F(EntryPoints, IsWebmSaysWhatWasCreatedLast) {
     EXPECT_EQ(create(path.c_str(), MakeFourCC("HMKV")), 0U);
     EXPECT_EQ(create(path.c_str(), kWebm), 1U);
     EXPECT_EQ(create(path.c_str(), MakeFourCC("MKA ")), 0U);
-    // What fails.
+    // Files that cannot be created.
     *m_Plugin.m_pIsWebm = 1;
     EXPECT_EQ(create(nullptr, kWebm), 0U);
     *m_Plugin.m_pIsWebm = 1;
@@ -285,7 +285,7 @@ TEST_F(Routing, AMisroutedHandleRefusesEveryCallAndIsFinishedWhole) {
         Feed(newer, 0, 4);
         Misroute(older);
         ExpectSameFile(expected, older.Close());
-        // The newer file neither notices nor suffers.
+        // The newer file is not affected.
         EXPECT_EQ(*m_Plugin.m_pIsWebm, flag);
         Feed(newer, 4, kFrames);
         ExpectSameFile(otherExpected, newer.Close());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What leaves the library, and what it asks for, as the public tools nm and readelf say.
+// The library's exports and imports, as the public tools nm and readelf list them.
 #include <gtest/gtest.h>
 
 #include <set>

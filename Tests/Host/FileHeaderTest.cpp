@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What stands in front of the first cluster.
+// The elements in front of the first cluster.
 #include "HostTest.h"
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What closing settles: the Duration, the index and the seek head with its filler.
+// The results of closing: the Duration, the index and the seek head with its filler.
 #include "HostTest.h"
 
 #include <cmath>

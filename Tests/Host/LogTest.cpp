@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Every message of the plug-in, and which of the log's two functions brings it.
+// Every message of the plug-in, and the log function that receives it.
 #include "HostTest.h"
 #include "LogReader.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The books are worth something only if they can be out of balance.
+// The ledger must notice missing, additional, reordered and changed blocks.
 #include "PayloadLedger.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ constexpr HostCall::Kind kAudio = HostCall::Kind::WriteAudioPacket;
 const std::vector<Frame> kFrames = {{kVideo, Hex("01")}, {kAudio, Hex("02 03")}, {kVideo, Hex("04 05 06")},
                                     {kAudio, Hex("07")}, {kVideo, Hex("08")},    {kVideo, Hex("09")}};
 
-// The books of a host that says it wrote these frames, 100 ms apart, against the file of one that wrote kFrames.
+// Compares the ledger of a host with these frames, 100 ms apart, with the file of a host that wrote kFrames.
 std::string Judge(const std::vector<Frame>& frames) {
     static const Plugin plugin(QF_PLUGIN);
     const EncodeParam job = MakeJob(MakeFourCC("MKV "), MakeFourCC("Xvid"), MakeFourCC("AC3 "));

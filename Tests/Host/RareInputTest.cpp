@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Input that hosts give seldom, each by a row of its own: random sessions reach it by chance alone.
+// Rare input, with a row for each kind: random sessions reach it by chance alone.
 #include "HostTest.h"
 
 #include <cmath>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Codec set-up data: before the Tracks element is written it is what was given, afterwards it fits or is dropped.
+// Codec set-up data: stored as given before the Tracks element is written; later it must fit the space or is dropped.
 #include "HostTest.h"
 
 #include <sys/mman.h>
@@ -212,7 +212,7 @@ TEST_F(SetupData, LateParameterSetsFitOrAreDropped) {
     FeedVideo(dropped);
     dropped.XpsData(picture + Hex("68"), sequence);
     EXPECT_EQ(dropped.Finish().Payload(kPrivate), Zeros(1024));
-    // The room is what came early; a smaller record leaves its tail.
+    // The early data determine the room; a smaller record leaves their tail.
     HostSession early(m_Plugin, MakeVideoJob(kMkv, MakeFourCC("H264")));
     early.XpsData(Hex("68 CE"), Hex("67 64 00 28 AC"));
     FeedVideo(early);

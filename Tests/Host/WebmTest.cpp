@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What sets a WebM file apart.
+// Rules of WebM files alone.
 #include "HostTest.h"
 
 namespace {
@@ -78,7 +78,7 @@ TEST_F(Webm, OnceBothKindsHaveComeEveryFrameIsPlacedAsItArrives) {
 }
 
 TEST_F(Webm, TheFirstFrameOfTheSecondKindWritesTracks) {
-    // Vorbis data that comes before is all there is, what comes after lies in the placeholder.
+    // Vorbis data given before stands alone; data given later lies in the placeholder.
     const struct {
         const char* m_Calls;
         bool m_Written;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Whole files, octet by octet. What is expected was assembled by hand: every length and position below is a sum that
-// stands beside it, none was ever printed by the program.
+// Whole files, octet by octet. The expected octets were assembled by hand: every length and position below is a sum
+// that stands beside it. No value was copied from the program's output.
 #include "HostTest.h"
 
 namespace {

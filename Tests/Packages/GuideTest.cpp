@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What Docs/HostGuide.md says is so: its programs and command lines write whole files, its host compiles with the two
+// Docs/HostGuide.md is correct: its programs and command lines write whole files, its host compiles with the two
 // headers alone, its positions are those of the records, its names those of the library.
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The pages name what there is: paths of the tree, links, the installed plug-in, what the sanitizers leave alone.
+// The pages are up to date: paths of the tree, links, the installed plug-in, the exemptions of the sanitizers.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// GStreamer as a player: it demuxes and decodes one track of a Matroska file, seeks, and tells what it saw.
+// GStreamer as a player: it demuxes and decodes one track of a Matroska file, seeks, and reports its results.
 #pragma once
 
 #include <cstdint>

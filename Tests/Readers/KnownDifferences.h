@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The table of Docs/Readers.md in which a reader that differs from what was asked of a file stands by name. The tests
-// read it as it stands there: what it does not name fails, and so does what it names and does not occur.
+// The table of known differences in Docs/Readers.md, in which readers report something else than was written. The tests
+// read it from the page: a difference that it does not list fails, and so does a listed one that does not occur.
 #pragma once
 
 #include <map>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The table of known differences as the tests of readers understand it.
+// The parser of the table of known differences.
 #include "KnownDifferences.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The files that public readers are asked about: which clip of picture meets which clip of sound under which codes.
+// The files that public readers open: pairs of a picture clip and a sound clip, and their codes.
 #pragma once
 
 #include <ostream>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What public readers make of our files: every code and every trait, with every reader. Where a reader differs from
-// what was asked of a file, Docs/Readers.md names it; the tests read that table, and a row of it that no longer holds
-// fails as much as a difference that it does not name.
+// Opens our files in public readers: every code and every trait, with every reader. Docs/Readers.md lists the known
+// differences. The tests read that table: a difference that it does not list fails, and so does a row that no longer
+// holds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,7 +33,7 @@ constexpr const char* kRight = "right";
 
 std::string ClipPath(const char* name) { return QF_READER_CLIPS "/" + std::string(name); }
 
-// What ffmpeg prints, complaints among it.
+// The output of ffmpeg, including complaints.
 std::string Ffmpeg(const std::string& arguments) {
     return RunCommand("ffmpeg -nostdin -v warning " + arguments + " 2>&1").m_Output;
 }
@@ -86,7 +86,7 @@ std::string Units(const std::string& file, bool slicesOnly) {
     return units;
 }
 
-// What a clip is, by its packets.
+// The properties of a clip, from its packets.
 struct ClipFacts {
     double m_Start = 1e9; // ms
     double m_End = 0;
@@ -128,7 +128,7 @@ ClipFacts ProbeClip(const std::string& file) {
     return facts;
 }
 
-// A case with what its clips are.
+// A case and the properties of its clips.
 struct Asked {
     explicit Asked(const Case& one) : m_Tags(one.StaticTags()) {
         double start = 1e9;
@@ -411,7 +411,7 @@ void Matrix::CheckSeeking() {
             note(reader["seek picture"], what);
         };
 
-        // ffprobe tells where in the file the first packet after a seek lies.
+        // ffprobe reports the position of the first packet after a seek.
         const std::string seconds = std::to_string(static_cast<double>(time) / 1000);
         const json packets =
             json::parse(RunCommand("ffprobe -v quiet -read_intervals " + seconds + "%+#1 -select_streams " +

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What public readers say of a file, in words of our own, so that they can be compared.
+// Facts that public readers report of a file, in a common form, so that they can be compared.
 #pragma once
 
 #include <map>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One output file whose storage fails: the n-th call of a kind, or every one from there on. Faults bite on two levels:
-// in the calls of stdio that the plug-in makes, or below stdio, where its buffers are written out.
+// One output file whose storage fails at the n-th call of a kind, or at every call from there on. Faults strike on two
+// levels: in the calls of stdio that the plug-in makes, or below stdio, where its buffers are written out.
 #pragma once
 
 #include <sys/types.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Frames of a gibibyte, and of as many octets as a record can say: how much memory they take, counted. The host's own
-// octets are pages that nobody has written to, which take none.
+// Counts the memory that frames of a gibibyte and of the largest size in a record take. The host's own octets are pages
+// that nobody has written to, which take no memory.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 

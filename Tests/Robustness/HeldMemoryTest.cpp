@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Memory that the plug-in keeps from frame to frame is given back when it is of no more use.
+// The plug-in frees memory that it keeps from frame to frame as soon as it no longer needs it.
 #include <new>
 
 #include "HeapMeter.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Counts the instructions of a call, one by one: the processor traps behind each of them, and nothing but the work
-// itself is measured. The kernel's own are not counted. Some 25 microseconds for each, so for small calls only.
+// Counts the instructions of a call one by one: the processor traps behind each. The kernel's own instructions are not
+// counted. Each takes some 25 microseconds, so the meter is for small calls only.
 #pragma once
 
 class InstructionMeter {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Files of more than 5 GiB: every position that finds the way in them, where 31 and where 32 bits end.
+// Files of more than 5 GiB: every position in their indexes, around the ends of 31 and 32 bits.
 #include "LargeTest.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What tests of large files share: a host that hands the same octets over again and again, into a virtual file.
+// The fixture of tests of large files: a host that writes the same octets over and over into a virtual file.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Long runs: many files in one process, days of media in one file, and what waits in the queues. With QF_SOAK set, as
-// scripts/soak does, the same at the rates of real media and ten times as often.
+// Long runs: many files in one process, days of media in one file, and the memory of queued frames. With QF_SOAK
+// set, as in scripts/soak, the same at the rates of real media and ten times as often.
 #include <malloc.h>
 
 #include <cstdlib>
@@ -16,7 +16,7 @@ namespace {
 
 bool Soaking() { return std::getenv("QF_SOAK") != nullptr; }
 
-// What the C library's heap has handed out, stdio's own included.
+// Octets that the C library's heap has handed out, including those of stdio.
 std::size_t WholeHeap() {
 #if defined(__SANITIZE_ADDRESS__)
     return 0; // the sanitizer keeps what is freed
@@ -57,7 +57,7 @@ TEST_F(LongHours, ManyFilesOneAfterAnother) {
 
 class OneLongFile : public LongHours, public testing::WithParamInterface<SmallJob> {};
 
-// What a file keeps in memory until it is closed is its index: an entry and a cue point for each second.
+// An open file keeps only its index in memory: an entry and a cue point for each second.
 TEST_P(OneLongFile, OfAHundredHours) {
     constexpr int kHours = 100;
     constexpr std::size_t kMostForAnHour = 3 << 20;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Time lines of more than a day, and as far as they go.
+// Time lines of more than a day, up to the largest times.
 #include "LargeTest.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a plug-in asks of its output file, counted: calls of stdio, writes to the disk and octets. The octets themselves
-// are not kept.
+// Counts a plug-in's work on its output file: calls of stdio, writes to the disk and octets. The octets themselves are
+// not kept.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Every allocation of a session fails, once or from there on: no call takes half of what it was given, what is tried
-// again comes out as if nothing had happened, and nothing is left behind.
+// Every allocation of a session fails, once or from there on: no call takes in half of its data, a
+// repeated call works as if nothing had happened, and nothing is left behind.
 #include <map>
 #include <new>
 
@@ -106,7 +106,7 @@ TEST_P(OutOfMemory, ATriedAgainSessionIsTheSameFile) {
     EXPECT_GT(thrown, 20);
 }
 
-// A host that does not try again loses what that call brought, and that alone.
+// A host that does not repeat the call loses the data of this call alone.
 TEST_P(OutOfMemory, ACallThatFailedIsAsIfItHadNotBeen) {
     const long allocations = CountAllocations();
     const Octets whole = SessionWithout(-1);
@@ -137,7 +137,7 @@ TEST_P(OutOfMemory, ACallThatFailedIsAsIfItHadNotBeen) {
     }
 }
 
-// Memory that runs out and stays out: what is in the file is right and finished, and closing frees everything.
+// Memory runs out for good: the file is correct and finished, and closing frees everything.
 TEST_P(OutOfMemory, MemoryThatStaysOutLeavesAFileThatIsRight) {
     const std::vector<Ebml::Block> expected = Ebml::File(SessionWithout(-1)).Blocks();
     const long allocations = CountAllocations();
@@ -156,7 +156,7 @@ TEST_P(OutOfMemory, MemoryThatStaysOutLeavesAFileThatIsRight) {
         ASSERT_EQ(Ebml::Describe(begun ? Ebml::Check(file) : Ebml::CheckUnfinished(file)), "")
             << "allocation " << failing;
         const std::vector<Ebml::Block> blocks = file.Blocks();
-        // What is there is the undisturbed file's, in its order, each block once.
+        // The blocks are those of the undisturbed file, in its order, each once.
         std::size_t at = 0;
         for (const Ebml::Block& block : blocks) {
             const auto same = [&](const Ebml::Block& other) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Faults that are real: full disks, limits of the process, folders that cannot be written, files that go away.
+// Real faults: full disks, limits of the process, folders without write permission, files that disappear.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -65,7 +65,7 @@ protected:
         ASSERT_EQ(WEXITSTATUS(status), 0);
     }
 
-    // What an undisturbed session's calls return.
+    // The results of an undisturbed session's calls.
     std::vector<int> Results(const SmallJob& job) {
         SmallSession session(m_Plugin, job, m_Directory / "undisturbed");
         std::vector<int> results;
@@ -121,7 +121,7 @@ TEST_F(RealFaults, DisksThatFillUp) {
     }
 }
 
-// The kernel refuses what lies beyond this process's limit for files, at any octet.
+// The kernel refuses writes beyond this process's limit for files, at any octet.
 TEST_F(RealFaults, FilesThatReachTheirLimit) {
     const auto before = std::signal(SIGXFSZ, SIG_IGN);
     for (const SmallJob& job : kJobs) {

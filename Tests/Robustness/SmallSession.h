@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A small host's work on one file, one call at a time, so that faults fall between any two of them and several files
-// can be written side by side. What is handed over is in time order, and in whole batches: nothing is left for closing
-// to drain.
+// can be written side by side. Frames come in time order and in whole batches, so that closing has nothing left to
+// drain.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Every call that a small session makes to its storage fails once, or from there on, is cut short, or is late: the
-// host's calls return what they always return, the close returns, nothing leaks, other files do not notice, and what
-// had been written when the fault struck is still there and right. After an octet that is not taken nothing more is
-// written, in no place, whether or not the storage works again, and the guide's check is not fooled.
+// Every storage call of a small session fails once, fails from there on, is cut short or is late. The host's calls
+// return their usual results, the close returns, nothing leaks, other files are not affected, and the octets written
+// before the fault stay correct. After a failed write the plug-in writes nothing more anywhere, even if the storage
+// works again, and the guide's check finds the file incomplete.
 #include <cerrno>
 
 #include "FaultyFile.h"

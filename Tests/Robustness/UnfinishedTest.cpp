@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What is left of a file when its writer is killed: real media is muxed in a child process that sends itself SIGKILL
-// after so many of the host's calls, or at a step of closing, and what is then on disk is read, and played by ffmpeg.
+// Files whose writer is killed: a child process muxes real media and sends itself SIGKILL after a number of the host's
+// calls or at a step of closing. The walker then reads the file on disk, and ffmpeg plays it.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -164,7 +164,7 @@ Outcome WriteAndStop(const Work& work, const Stop& stop) {
 
 // ---- players
 
-// What ffmpeg says of a file that ends early. A line that holds one of these is no complaint.
+// Messages of ffmpeg about a file that ends early. A line with one of these is no complaint.
 constexpr const char* kKnownMessages[] = {
     "File ended prematurely",             // at the cut itself
     "Estimating duration from bitrate, ", // sound alone: the Duration is not there yet
@@ -288,7 +288,7 @@ TEST_P(Unfinished, KeepsEveryWholeClusterThatWasWritten) {
         SCOPED_TRACE("killed after frame " + std::to_string(after) + " of " + std::to_string(frames));
         const Outcome outcome = WriteAndStop(m_Work, {after, kNever});
         ASSERT_TRUE(outcome.m_Killed);
-        // Every octet is the finished file's, but for what closing fills in.
+        // Every octet equals the finished file's, except those that closing fills in.
         EXPECT_EQ(Ebml::CompareFiles(
                       Octets(m_Finished.m_Unclosed.begin(),
                              m_Finished.m_Unclosed.begin() + static_cast<std::ptrdiff_t>(outcome.m_Disk.size())),

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-// Public tools and our own, run by a test.
+// Runs public tools and our own in a test.
 #pragma once
 
 #include <string>
 
 struct CommandResult {
-    int m_ExitCode; // as the shell has it; 128 and more for a signal
+    int m_ExitCode; // as in the shell; 128 and more for a signal
     std::string m_Output;
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What elements write, once more: each a string of octets inside a string of octets. The order of children is the
-// elements' own; everything else is said a second time.
+// A second implementation of what elements write: each element is a string of octets inside a string of octets. The
+// order of children is the elements' own; everything else is implemented anew.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tables for the elements of a file: one row says which member is set and what octets that makes.
+// Tables for the elements of a file: each row names a member that is set and the octets that it makes.
 #pragma once
 
 #include <functional>

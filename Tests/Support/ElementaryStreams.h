@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Frames of real media without a media library: the plainest stream formats there are, cut into what a host hands over.
-// What is not of the format ends the test with std::runtime_error.
+// Frames of real media without a media library: the simplest stream formats, cut into the frames that a host hands
+// over. Data of another format throws std::runtime_error.
 #pragma once
 
 #include "Octets.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Time and chance come from the test: this file's rand and time take the place of the C library's, in the test program
+// The test sets time and random numbers: this file's rand and time replace those of the C library, in the test program
 // and in a plug-in that it loads. The time zone is UTC.
 #pragma once
 

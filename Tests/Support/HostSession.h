@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One output file driven as a host drives it, with everything that goes wrong on the way reported to the running test.
+// One output file, driven as a host drives it. Everything that goes wrong is reported to the running test.
 #pragma once
 
 #include "EbmlWalker.h"

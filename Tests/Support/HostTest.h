@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What every host test starts from: the plug-in freshly loaded, chance and time known.
+// The fixture of every host test: a freshly loaded plug-in, known random numbers and a known time.
 #pragma once
 
 #include "FakeEnvironment.h"

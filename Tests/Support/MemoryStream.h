@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A stream that collects what is written to it, and that can be told to fail.
+// A stream that collects written octets and fails on request.
 #pragma once
 
 #include <cstddef>

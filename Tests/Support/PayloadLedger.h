@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Keeps the books of one session: which octets of payload each file took in, block by block. What a file then holds has
-// to be just that, each octet once and in order. It knows how frames become blocks and nothing of the layout, which it
-// leaves to the walker.
+// Records the octets of payload that each file of a session took in, block by block. The file must hold exactly these
+// octets, each once and in order. The ledger models how frames become blocks and leaves the layout to the walker.
 #pragma once
 
 #include <array>

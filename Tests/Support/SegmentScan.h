@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // One pass over a finished file of any size in little memory: the elements of the Segment, and the blocks as they come.
-// Files that fit into memory are Ebml::File's, which knows every element and every rule.
+// For files that fit into memory Ebml::File checks every element and every rule.
 #pragma once
 
 #include <cstdint>

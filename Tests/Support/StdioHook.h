@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The C library's calls for output files, as a plug-in that the test program loads makes them: a test may take their
-// place. Until it does they are the C library's.
+// The C library's calls for output files, made by a plug-in that the test program loads. A test may replace them; until
+// then they are the C library's own.
 #pragma once
 
 #include <sys/types.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The text conversions once more, slow and obvious, and both run into targets whose ends are watched.
+// A slow and obvious second implementation of the text conversions. Both write into targets with guarded ends.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The scanners of video and the splitter of NAL units once more, step by step as they are worded.
+// A second implementation of the video scanners and of the splitter of NAL units, step by step.
 #pragma once
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A file of any size in seconds: the plug-in opens it by its path and writes it through real stdio, but of what comes
-// out the inside of large frames is only counted and reads as zeros. Everything else is there, octet for octet.
+// A file of any size, written within seconds: the plug-in opens it by its path and writes it through real stdio. The
+// inside of large frames is only counted and reads as zeros. Everything else is kept, octet for octet.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where a virtual function stands in its class's table, 0 for the first (Itanium C++ ABI, member function pointers).
+// The position of a virtual function in its class's table, 0 for the first (Itanium C++ ABI, member function pointers).
 #pragma once
 
 #include <cstddef>

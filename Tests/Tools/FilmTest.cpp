@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// qfmux keeps the user's film: whatever its source is like, the file plays and seeks.
+// qfmux keeps the user's film: the file plays and seeks whatever the source.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// qfmux and qfreplay among files, names and plug-ins that mean no good: one clear line, the right exit code, nothing
-// left behind. The damage is drawn from seeds; QF_HOSTILE_RUNS sets how many damaged files are made of each clip.
+// qfmux and qfreplay with damaged files, odd names and bad plug-ins: one clear line, the right exit code, nothing left
+// behind. Seeds determine the damage; QF_HOSTILE_RUNS sets the number of damaged files of each clip.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The layout that qfcheck goes by is the one that the guide documents, in both word sizes, and the one of the headers.
+// qfcheck's layout equals the layout of the guide, in both word sizes, and that of the headers.
 #include "Interface.h"
 
 #include <gtest/gtest.h>

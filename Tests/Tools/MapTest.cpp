@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// qfmap: what it says of files, ours and others', against an independent reader, and the pictures that it draws.
+// qfmap: its facts about files, ours and others', compared with an independent reader, and the pictures that it draws.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -69,7 +69,7 @@ protected:
         return {octets.begin(), octets.end()};
     }
 
-    // What an XPath expression gives for the last picture.
+    // The result of an XPath expression on the last picture.
     std::string InSvg(const std::string& expression) const {
         std::string text =
             RunCommand("xmllint --xpath " + Quoted("string(" + expression + ")") + " " + Quoted(Path("map.svg")))
@@ -610,7 +610,7 @@ TEST_F(MapTest, ManPageAndCompletionKnowItsOptions) {
     EXPECT_EQ(options, 5) << "an option that this test does not know:\n" << list;
 }
 
-// ---- what it cannot do
+// ---- files that it cannot map
 
 TEST_F(MapTest, ExplainsInOneLineWhatItCannotDo) {
     const std::string good = Mux(QF_SAMPLES "/vp8-vorbis.webm", "demo.webm");

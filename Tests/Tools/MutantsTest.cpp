@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Spoiled plug-ins: qfcheck catches each by the question that is about what was spoiled, and says so in plain words.
+// Spoiled plug-ins: qfcheck catches each with the check for the spoiled property, and reports it in plain words.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -144,7 +144,7 @@ TEST_F(Mutants, SpoiledCallsAreCaught) {
     EXPECT_GE(m_Caught, 60);
 }
 
-// What shows in certain jobs, in large frames and in long files only, and what happens to the host's process.
+// Faults that show only in certain jobs, large frames or long files, and faults in the host's process.
 TEST_F(Mutants, HiddenSpoilsAreCaught) {
     const struct {
         const char* m_What;
@@ -246,7 +246,7 @@ TEST_F(Mutants, OtherExportsAreCaught) {
     EXPECT_EQ(run.m_Report.value("passed", 0), 1);
     EXPECT_EQ(run.m_Report.value("failed", 0), 2);
     EXPECT_EQ(run.m_Report["checks"].back()["message"], "left out: exports.names failed");
-    // What does not need the missing name is not disturbed.
+    // Checks that do not need the missing name still work.
     EXPECT_EQ(Qfcheck(folder / "export-missing.so", "--only 'session.*' --only 'log.f*'").m_ExitCode, 0);
 }
 

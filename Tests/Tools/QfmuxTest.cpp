@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// qfmux from the outside: what it does with every codec, every option, and everything that can go wrong.
+// qfmux from the outside: every codec, every option, and everything that can go wrong.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -190,7 +190,7 @@ TEST_F(QfmuxTest, PresentationTimesOfTheFirstPicturesAreWorkedOut) {
     EXPECT_EQ(expected, 3000);
 }
 
-// ---- what a format takes
+// ---- the codecs and streams of each format
 
 // Of each stream, when its packets are presented, in the order of the file, in seconds.
 std::map<int, std::vector<double>> PresentationTimes(const std::string& file) {
@@ -468,7 +468,7 @@ TEST_F(QfmuxTest, EncryptedStreamsAreRefused) {
         EXPECT_EQ(result.m_Output, "qfmux: cannot read '" + Path(name) + "': it is encrypted\n");
         EXPECT_FALSE(fs::exists(Path("out.mkv")));
     }
-    // What is not taken does not matter.
+    // Streams that are not chosen do not matter.
     EXPECT_EQ(Qfmux("--no-audio " + Path("quicktime.mp4") + " " + Path("picture.mkv")).m_ExitCode, 0);
 }
 
@@ -912,7 +912,7 @@ TEST_F(QfmuxTest, AFileThatMayGrowNoFurtherIsToldToo) {
     ExpectNothingLeft();
 }
 
-// A file under the output's name is whole. What a signal cuts off lies beside it, until a run comes to its end.
+// A file with the output's name is whole. A file that a signal cut off lies beside it until a run completes.
 TEST_F(QfmuxTest, ASignalKeepsTheFileUnderAnotherName) {
     const std::string output = Path("a.mkv");
     const std::string partial = Path("a.partial.mkv");

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Recorded sessions: what was recorded from real media is replayed into both builds of the plug-in, octet by octet
-// alike.
+// Recorded sessions: sessions of real media are replayed into both builds of the plug-in and give the same octets.
 #include <gtest/gtest.h>
 
 #include <filesystem>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// A plug-in that passes everything on to the real one, but spoils one thing: what the name of its file says, as
-// "hang-in-close.so". What a host's own check of its file, and what qfcheck, must notice. Under any other name it
-// spoils nothing.
+// A plug-in that passes all calls on to the real one but spoils one thing, which its file name selects, as in
+// "hang-in-close.so". qfcheck must notice it, or a host's own check of its file. Under any other name it spoils
+// nothing.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -55,7 +55,7 @@ bool Spoils(const char* what) {
     return name == what;
 }
 
-// What is known of an open file.
+// The state of an open file.
 struct OpenFile {
     std::wstring m_Path;
     int m_Calls = 0;                  // for frames
@@ -94,7 +94,7 @@ void CopyList(EncoderEntry (&own)[N], const EncoderEntry* real) {
     std::copy_n(real, N, own);
 }
 
-// What a plug-in may do to the process of its host.
+// Damage to the process of the host.
 void SpoilProcess() {
     if (Spoils("changes-the-umask")) umask(0);
     if (Spoils("changes-the-directory")) static_cast<void>(chdir("/"));

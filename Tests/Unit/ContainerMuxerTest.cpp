@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a muxer does that the exports cannot reach: its stream, a second file, destruction with a file open.
+// Functions of a muxer that the exports cannot reach: its stream, a second file, destruction with a file open.
 #include "ContainerMuxer.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What holds for every element: the size promised is the size written, nothing but writing is asked of the stream.
+// Rules of every element: the size promised is the size written, nothing but writing is asked of the stream.
 #include "MatroskaFile.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tracks, and what describes one.
+// Tracks and their entries.
 #include <gtest/gtest.h>
 
 #include "ElementRows.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The last steps of a file, called out of turn: what is written back into its front.
+// The last steps of a file, called one by one: the values written back into its front.
 #include <gtest/gtest.h>
 
 #include <cstdint>

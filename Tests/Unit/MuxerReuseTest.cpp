@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A muxer that writes one file after another. Hosts never see one, for the exports make a muxer for each file; what
-// belongs to one file must not reach into the next.
+// A muxer that writes one file after another. Hosts never do this, because the exports make a muxer for each
+// file. State of one file must not reach the next.
 #include <gtest/gtest.h>
 
 #include <string>
