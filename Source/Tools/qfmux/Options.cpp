@@ -175,7 +175,7 @@ void ReadWords(const MuxWords& words, Options& options) {
     if (options.m_Output.empty() && words.m_Paths.size() > 1) {
         options.m_Output = words.m_Paths.back();
         options.m_Inputs.pop_back();
-        if (options.m_Output.empty()) throw ToolError(kExitUsage, "the name of the output is empty");
+        if (options.m_Output.empty()) throw ToolError(kExitUsage, "the output has no name");
     }
     if (options.m_Output.empty() || options.m_Inputs.empty() || options.m_Inputs.size() > 2) {
         throw ToolError(kExitUsage, "one or two inputs and an output are needed; see qfmux --help");
