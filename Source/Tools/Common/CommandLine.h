@@ -7,11 +7,11 @@
 #include <functional>
 #include <string>
 
-// Parses the command line. Prints the help or the version and returns false when it was asked for. Throws ToolError for
-// a wrong one.
+// Parses the command line. Prints the help or the version and returns false if the user asked for it. Throws ToolError
+// for a wrong command line.
 bool Parse(CLI::App& app, int argc, char** argv);
 
-// Calls run and returns the exit code: its own, or that of the error that it threw, which is told in one line. onError,
-// if given, gets both then.
+// Calls run and returns its exit code. If run throws, prints the error in one line, passes the error's exit code and
+// text to onError, and returns that code.
 int RunTool(const std::function<int()>& run,
             const std::function<void(int exitCode, const std::string& reason)>& onError = nullptr);

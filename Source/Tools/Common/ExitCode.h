@@ -4,10 +4,10 @@
 
 enum ExitCode {
     kExitDone = 0,
-    kExitWarnings = 1,     // done, but something is not as it should be
+    kExitWarnings = 1,     // done, but the user was warned
     kExitError = 2,        // an input or the plug-in cannot be used
     kExitUsage = 3,        // the command line
     kExitOutput = 4,       // the output is full, exists or cannot be written
-    kExitVerification = 5, // what was compared or checked is not as it must be
+    kExitVerification = 5, // a comparison or check failed
     kExitSignal = 128      // plus the signal's number
 };

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-// What a tool tells its user: lines on stderr, and results on stdout.
+// Messages on stderr and results on stdout.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-// One line on stderr behind the program's name, whatever the text holds.
+// Prints the program's name and the text as one line on stderr. Control characters in the text are replaced.
 void Say(const std::string& text);
 
-// Words on stdout. Throws ToolError when they do not get there.
+// Prints on stdout. Throws ToolError when the write fails.
 void PutResult(const std::string& words);
 
-// Names of files may hold any octets, JSON only UTF-8.
+// File names may contain any octets, but JSON only UTF-8: other octets become U+FFFD.
 std::string AsText(const nlohmann::json& json);

@@ -35,7 +35,7 @@ void SyncPath(const fs::path& path, int flags) {
     if (result != 0) Fail(path, std::strerror(error));
 }
 
-// The file that a name stands for, whether it is there or not: links are followed, but not in a circle.
+// Follows symbolic links, but not in a circle. The file need not exist.
 fs::path Followed(const fs::path& name) {
     constexpr int kMostLinks = 40; // as the kernel has it
     std::error_code error;
@@ -48,7 +48,7 @@ fs::path Followed(const fs::path& name) {
     return path;
 }
 
-// film.mkv: film.partial.mkv. A stem that would make the name longer than names get is cut, between characters.
+// film.mkv becomes film.partial.mkv. A stem that would make the name too long is cut between characters.
 fs::path PartialName(const fs::path& target) {
     const std::string ending = ".partial" + target.extension().string();
     std::string stem = target.stem().string();
@@ -82,8 +82,8 @@ StagedFile::StagedFile(const std::string& target, bool overwrite, const std::vec
     if (isInput(m_Target)) throw ToolError(kExitUsage, "'" + target + "' is an input, which is never overwritten");
     while (isInput(m_Partial)) m_Partial = PartialName(m_Partial);
     if (const std::string reason = WhyNotWritable(target, overwrite); !reason.empty()) Fail(target, reason);
-    // A short name: the target's may be as long as names get. In a folder of its own the plug-in creates the file,
-    // which ext4 closes faster than one that it finds empty.
+    // The target's name may have the greatest length already, so this name is short. The folder lets the plug-in create
+    // the file: ext4 closes a new file faster than an existing empty file.
     std::string folder = (DirectoryOf(m_Target) / ".qfmux-XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr) Fail(target, std::strerror(errno));
     m_Part = fs::path(folder) / "part";
@@ -110,7 +110,7 @@ void StagedFile::CheckRoom() const {
 }
 
 std::string StagedFile::WriteFailure() const {
-    // The plug-in says nothing of write errors: ask the system again, in the same file.
+    // The plug-in does not report write errors, so write to the same file to see the reason.
     const int descriptor = open(m_Part.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
     if (descriptor < 0) return std::strerror(errno);
     const std::vector<char> zeros(65536);
@@ -128,13 +128,13 @@ void StagedFile::Keep(bool sync) {
     if (sync) SyncPath(m_Part, O_RDONLY);
     struct stat old {};
     if (m_Overwrite && stat(m_Target.c_str(), &old) == 0) {
-        chmod(m_Part.c_str(), old.st_mode & 07777U); // the new file is whole with other bits too
+        chmod(m_Part.c_str(), old.st_mode & 07777U); // a failure here leaves the file usable
     }
-    // Without leave to overwrite, a file that has come into being meanwhile stays.
+    // Without m_Overwrite, a file that was created meanwhile stays.
     if (renameat2(AT_FDCWD, m_Part.c_str(), AT_FDCWD, m_Target.c_str(), m_Overwrite ? 0 : RENAME_NOREPLACE) != 0) {
-        // Not every file system knows the flag.
+        // Some file systems do not support the flag.
         if (m_Overwrite || errno != EINVAL) Fail(m_Target, std::strerror(errno));
-        // A link of its own gives way to no other file either.
+        // link() does not replace a file either.
         if (link(m_Part.c_str(), m_Target.c_str()) != 0 &&
             (errno == EEXIST || rename(m_Part.c_str(), m_Target.c_str()) != 0)) {
             Fail(m_Target, std::strerror(errno));

@@ -7,33 +7,33 @@
 #include <string>
 #include <vector>
 
-// Why no file may be written to target; empty when one may. Looks and changes nothing.
+// Returns why no file may be written to target, or an empty string. Changes nothing.
 std::string WhyNotWritable(const std::string& target, bool overwrite);
 
 class StagedFile {
 public:
     // Checks that a file may be written to target and makes the folder beside it. Throws ToolError when it may not.
-    // A symbolic link stands for the file that it points at. inputs are never overwritten.
+    // Symbolic links are followed. inputs are never overwritten.
     StagedFile(const std::string& target, bool overwrite, const std::vector<std::string>& inputs);
-    // Removes what was not kept.
+    // Removes the file unless it was kept.
     ~StagedFile();
     StagedFile(const StagedFile&) = delete;
     StagedFile& operator=(const StagedFile&) = delete;
 
-    // Where to write.
+    // The file to write.
     const std::filesystem::path& Path() const { return m_Part; }
 
-    // Throws ToolError when the disk has less room than that many octets.
+    // Throws ToolError when the disk has room for fewer octets.
     void NeedRoom(std::uint64_t octets) const;
     // Throws ToolError when the disk is full.
     void CheckRoom() const;
-    // Why the disk takes no more; "write error" when it does.
+    // Returns why writing fails; "write error" when it works again.
     std::string WriteFailure() const;
 
-    // Gives the whole file its name and the mode bits of the file that it replaces; a cut-off file of an earlier run
-    // goes. sync: have it on the disk first.
+    // Gives the complete file its name and the mode bits of the file that it replaces. Removes the partial file of an
+    // earlier run. sync: flush it to the disk first.
     void Keep(bool sync);
-    // Keeps a cut-off file beside the target as NAME.partial.EXT, in the place of an older one. Returns that name.
+    // Keeps a partial file beside the target as NAME.partial.EXT, replacing an older one. Returns its name.
     std::filesystem::path KeepPartial();
 
 private:

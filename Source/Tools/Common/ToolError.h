@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What ends a run of a tool: one line for the user and an exit code.
+// An error that ends a tool: one line for the user and an exit code.
 #pragma once
 
 #include <stdexcept>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Words in XML.
+// Text in XML.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Owners of what the media libraries allocate, and their words for errors.
+// Owners of the media libraries' objects, and texts of their errors.
 #pragma once
 
 #include <memory>
@@ -23,5 +23,5 @@ struct AvDeleter {
 template <class Object>
 using AvPtr = std::unique_ptr<Object, AvDeleter>;
 
-// libavutil's words for one of its error codes.
+// libavutil's text for an error code.
 std::string AvReason(int error);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which code of the plug-in a codec of libavcodec goes by, and what its frames need on the way.
+// Maps libavcodec's codecs to codes of the plug-in, with the filters and framing that their frames need.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 #include "HostRecords.h"
 #include "MediaFile.h"
 
-// How a frame's octets go to the plug-in. The forms with start codes lose units: they are for testing a plug-in.
+// The form in which a frame goes to the plug-in. Forms with start codes lose NAL units and are for testing a plug-in.
 enum class Framing {
     AsTheyAre,
     Lengths,    // H.264 units behind lengths of 4 octets, all of them: one block a frame
@@ -19,18 +19,19 @@ enum class Framing {
 
 struct CodecChoice {
     FourCC m_FourCC = 0;
-    std::string m_CodecID;    // what the file will say
-    bool m_IsGeneric = false; // no identifier of its own: Video for Windows or WAVEFORMATEX
-    std::string m_Filters;    // bitstream filters on the way, in libavcodec's notation
+    std::string m_CodecID;    // as written to the file
+    bool m_IsGeneric = false; // Video for Windows or WAVEFORMATEX: the codec has no identifier
+    std::string m_Filters;    // bitstream filters, in libavcodec's notation
     Framing m_Framing = Framing::AsTheyAre;
     bool m_DecodeTimes = false; // blocks carry decoding times, as Video-for-Windows tracks do
 };
 
-// The plug-in's code for a file's stream. h264: the code that H.264 goes by in start-code form, empty for lengths.
+// Chooses the code for a file's stream. h264: the code for H.264 in start-code form; empty for length prefixes.
 CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std::string& h264);
 
-// The three Vorbis header packets as Matroska wants them (RFC 9559, Xiph lacing). Empty when there are no three.
+// The three Vorbis header packets as Matroska wants them (RFC 9559, Xiph lacing). Empty when there are not exactly
+// three.
 std::vector<std::uint8_t> LacedVorbisHeaders(const std::vector<std::uint8_t>& setupData);
 
-// The four characters of a code, or its number when they do not print.
+// The four characters of a code, or its number when they are not printable.
 std::string FourCCText(FourCC fourCC);

@@ -8,5 +8,5 @@
 #include "Track.h"
 
 // Warns with one line for each source, once all frames have been read.
-// isCut: the user ends the film early.
+// isCut: the user asked for only the beginning.
 void WarnOfDamage(const std::optional<Track>& video, const std::optional<Track>& audio, bool isCut, RunReport& report);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What libavcodec makes of a stream's packets.
+// Decodes a stream's packets to compare the results.
 #pragma once
 
 #include <xxhash.h>
@@ -14,18 +14,18 @@
 // the pictures and samples that a container tells players to leave out.
 class Decoding {
 public:
-    // setup: instead of the parameters' own set-up data, or null. threads: 0 for as many as there are processors.
+    // setup: replaces the parameters' set-up data unless null. threads: 0 for as many as there are processors.
     Decoding(const AVCodecParameters& parameters, const std::vector<std::uint8_t>* setup, int threads);
 
     // Whether libavcodec has a decoder that takes the parameters.
     bool IsPossible() const { return m_Codec != nullptr; }
 
     void Take(const AVPacket& packet);
-    void End(); // no more packets come
+    void End(); // no more packets follow
 
     // Pictures, or samples of one channel.
     std::uint64_t Count() const { return m_Count; }
-    // The decoder refused a packet or marked what it gave as damaged.
+    // The decoder rejected a packet or marked its output as damaged.
     bool HasErrors() const { return m_HasErrors; }
     bool IsEqual(const Decoding& other) const { return m_Count == other.m_Count && Hash() == other.Hash(); }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where a file's streams will begin and end otherwise than the source's, and how its sound will be heard.
+// Losses at the beginning and end of streams, and in the presentation of sound.
 #pragma once
 
 #include <vector>

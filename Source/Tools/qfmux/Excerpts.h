@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Short pieces of the source, kept while it goes by, to be played beside the file.
+// Short pieces of the source, kept during the run to be played and compared with the file.
 #pragma once
 
 #include <array>
@@ -15,7 +15,7 @@
 // A second of one track, in decoding order.
 struct ExcerptTrack {
     std::vector<AvPtr<AVPacket>> m_Packets; // as the reader gave them
-    std::vector<std::uint8_t> m_Setup;      // set-up data that hold there; empty for those of the stream
+    std::vector<std::uint8_t> m_Setup;      // set-up data in force there; empty for the stream's
     std::int64_t m_Start = 0;               // when the first is presented, ms in the file
     std::int64_t m_DecodeStart = 0;         // when it is decoded, 100 ns
     std::size_t m_Octets = 0;
@@ -27,11 +27,11 @@ struct Excerpt {
     std::array<ExcerptTrack, 2> m_Tracks; // video and audio; one may be empty
 };
 
-// Keeps the first second, and the first second behind up to five cues, whatever the length of the film: when there are
-// more, every other one goes, and twice the distance lies between later ones.
+// Keeps the first second and one second after each of up to five cues. When there would be more excerpts, every other
+// excerpt is dropped and the distance between later ones doubles, so memory does not grow with the film's length.
 class Excerpts {
 public:
-    // hasVideo: cues stand for pictures, else for sound. length: of the film as far as it is known, ms, else 0.
+    // hasVideo: cues point at pictures, else at sound. length: the film's expected length, ms; 0 if it is not known.
     Excerpts(bool hasVideo, std::int64_t length, bool videoIsMpeg4);
 
     // To be called for each frame that becomes a block. time: of the block, ms in the file.
@@ -48,7 +48,7 @@ private:
     const bool m_HasVideo;
     const bool m_VideoIsMpeg4;
     std::list<Excerpt> m_All;
-    std::array<std::vector<std::uint8_t>, 2> m_Setups; // that came with packets
+    std::array<std::vector<std::uint8_t>, 2> m_Setups; // from packets
     std::int64_t m_Distance;                           // ms, between the beginnings of two
     std::optional<std::int64_t> m_Cluster;             // the last one with a cue
 };

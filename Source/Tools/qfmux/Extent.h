@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How much there is to do.
+// The estimated amount of work.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include "Options.h"
 #include "Plan.h"
 
-// How long the media is, 100 ns, and about how many octets the chosen streams have; 0 for not known.
+// The length of the media, 100 ns, and the approximate octets of the chosen streams; 0 if not known.
 struct Extent {
     std::int64_t m_Length = 0;
     std::uint64_t m_Octets = 0;

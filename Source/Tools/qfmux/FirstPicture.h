@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// What the frames of a video stream tell of it by themselves.
+// The properties of a video stream that its frames carry.
 #pragma once
 
 #include "MediaFile.h"
 
-// Decodes the stream's first picture without what the container tells of its colours. Opens the file once more, whose
-// place does not move. Null when no picture comes out of its first frames.
+// Decodes the stream's first picture without the container's colour data. Opens the file once more, so the position of
+// `file` does not change. Null when the first frames give no picture.
 AvPtr<AVFrame> DecodeFirstPicture(const MediaFile& file, const AVStream* stream);

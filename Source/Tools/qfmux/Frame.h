@@ -12,7 +12,7 @@
 
 // Times in 100 ns units.
 struct Frame {
-    // As the reader gave it, before anything was changed.
+    // The packet as read, before any change.
     const AVPacket& Source() const { return m_Source != nullptr ? *m_Source : *m_Packet; }
 
     AvPtr<AVPacket> m_Packet;
@@ -23,6 +23,6 @@ struct Frame {
     AccessPoint m_Access;
     std::vector<NalUnit> m_Units; // of H.264, in the packet
     bool m_IsFramed = false;      // the packet has lengths of 4 octets in front of the units
-    bool m_IsOtherSound = false;  // its rate or channels are not those of the first
-    std::shared_ptr<const std::vector<std::uint8_t>> m_NewSetup; // set-up data that hold from here, null for the same
+    bool m_IsOtherSound = false;  // its rate or channels differ from the first frame's
+    std::shared_ptr<const std::vector<std::uint8_t>> m_NewSetup; // set-up data from this frame on; null if unchanged
 };

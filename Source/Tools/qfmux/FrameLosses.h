@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Losses that show only while the frames go by.
+// Losses that are known only after all frames were read.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 class FrameLosses {
 public:
-    // A frame went into the file. Times of its block, 100 ns, in the order of decoding.
+    // To be called for each frame of the file, in decoding order. Times of its block, 100 ns.
     void Add(bool isVideo, bool isKey, std::int64_t start, std::int64_t end);
 
     // How long the film is, 100 ns.

@@ -8,9 +8,9 @@
 
 class RunReport;
 
-// Leaves out the pictures in front of the first with which decoding can begin, and the sound in front of that.
+// Leaves out the pictures before the first picture at which decoding can begin, and the sound before this picture.
 // Throws ToolError when there is no such picture.
 void LeaveOutFront(Track& video, std::optional<Track>& audio);
 
-// Warns of what was left out in front, once all frames have been sent.
+// Warns of the frames that were left out, once all frames have been sent.
 void WarnOfFront(const Track& video, const std::optional<Track>& audio, RunReport& report);

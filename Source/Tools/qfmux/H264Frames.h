@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Frames of H.264 as they go into the file: every unit of the source behind a length of 4 octets.
+// Frames of H.264 for the file: every unit of the source with a length prefix of 4 octets.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ public:
     // To be called for a frame that does not go into the file: later ones may need the sets in it.
     void LeaveOut(const Frame& frame);
 
-    // Prepares a frame; what it gives points into the frame and this object until the next call.
+    // Prepares a frame. Units() and Data() point into the frame and this object until the next call.
     void Take(const Frame& frame);
     const std::vector<NalUnit>& Units() const { return m_Units; }
     std::uint8_t* Data() const { return m_pData; }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The units of H.264 frames: behind lengths, and what they say of a picture.
+// The units of H.264 frames and the properties of a picture that they carry.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,11 @@
 
 using QfHost::NalUnit;
 
-// The units of data with lengths of so many octets in front of each, without zeros behind them.
-// isWhole: becomes false when the last one is cut off; it then ends with the data.
+// Splits data into units with length prefixes of lengthSize octets. Trailing zeros of units are dropped.
+// isWhole: becomes false when the last unit is cut off; this unit then ends with the data.
 std::vector<NalUnit> SplitLengths(const std::uint8_t* data, std::size_t size, unsigned lengthSize, bool& isWhole);
 
-// The units behind lengths of 4 octets.
+// Joins the units, each with a length prefix of 4 octets.
 std::vector<std::uint8_t> WithLengths(const std::vector<NalUnit>& units);
 
 // Decoding can begin with a picture of these units: an IDR picture or one at a recovery point (ISO/IEC 14496-10,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What libavformat keeps to itself of an MP4 or QuickTime file's tracks (ISO 14496-12).
+// Properties of tracks in MP4 and QuickTime files that libavformat does not expose (ISO 14496-12).
 #pragma once
 
 #include <cstdint>
@@ -7,12 +7,12 @@
 #include <string>
 
 struct IsoTrack {
-    int m_MediaEdits = 0;          // parts that an edit list puts the film together of
+    int m_MediaEdits = 0;          // parts in the edit list
     bool m_ChangesSpeed = false;   // one of them is played slower or faster
     bool m_HasCrop = false;        // a clean aperture
     std::uint64_t m_HiddenEnd = 0; // of the media behind the only edit, in units of m_TimeScale
     std::uint32_t m_TimeScale = 0; // of the media, in units a second
 };
 
-// Of each track, by its identifier. Empty for a file of another kind; what is damaged is passed over.
+// The tracks by identifier. Empty for a file of another kind; damaged boxes are skipped.
 std::map<std::uint32_t, IsoTrack> ReadIsoTracks(const std::string& path);

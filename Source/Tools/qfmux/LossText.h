@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Words for what a file will not have.
+// Texts for losses.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ std::string Counted(std::size_t count, const std::string& what);
 std::string Joined(const std::vector<std::string>& words);
 // "video", "audio", ...
 std::string KindName(const AVStream* stream);
-// A tag's words, null when it has none.
+// A tag's text; null if it is absent or empty.
 const char* Value(const AVDictionary* tags, const char* key);
-// Whether the stream is a cover, which is no video.
+// Whether the stream is a cover picture, which does not count as video.
 bool IsCover(const AVStream& stream);

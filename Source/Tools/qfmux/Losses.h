@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a file will not have of its sources.
+// The losses that are known before a run.
 #pragma once
 
 #include <memory>
@@ -9,6 +9,6 @@
 #include "Options.h"
 #include "Plan.h"
 
-// Names every loss that can be known before the frames are read, one entry for each kind.
+// Lists every loss that is known before the frames are read, one entry for each kind.
 std::vector<Loss> ListLosses(const Plan& plan, const std::vector<std::shared_ptr<MediaFile>>& inputs,
                              const Options& options);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a Matroska file tells in front of its frames and libavformat keeps to itself (RFC 9559).
+// Header fields of a Matroska file that libavformat does not expose (RFC 9559).
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 struct MatroskaHeader {
     double m_Duration = 0;     // s
-    std::vector<bool> m_Crops; // of each video track: whether players leave out edges of its pictures
+    std::vector<bool> m_Crops; // for each video track: whether its pictures are cropped
 };
 
-// Empty for a file of another kind; without tracks that stand behind the frames.
+// Empty for a file of another kind. A Tracks element after the frames is not read.
 MatroskaHeader ReadMatroskaHeader(const std::string& path);

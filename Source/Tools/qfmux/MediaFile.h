@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A media file as libavformat opens it, and what streams it has.
+// A media file opened by libavformat, and its streams.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 // Throws ToolError with the file's name and the reason.
 [[noreturn]] void FailReading(const std::string& path, const std::string& reason);
-// The same for a result of the media libraries that is an error.
+// The same if result is an error of the media libraries.
 void CheckReading(int result, const std::string& path);
 
 // An open media file. Throws ToolError when it cannot be read.
@@ -22,7 +22,7 @@ public:
 
     const std::string& Path() const { return m_Path; }
     AVFormatContext* Context() const { return m_Context.get(); }
-    // The file's streams of that kind, without attached pictures and those of which nothing is known.
+    // The file's streams of that kind, except attached pictures and streams for which IsKnown is false.
     std::vector<AVStream*> Streams(AVMediaType type) const;
     // Whether the file has the stream's sample rate, or the size of its pictures.
     static bool IsKnown(const AVStream* stream);
@@ -30,19 +30,19 @@ public:
     bool HasLooseTimes() const { return (m_Context->iformat->flags & AVFMT_TS_DISCONT) != 0; }
     // Whether packets may have faults that decoders hide, so that a damaged one is better than none.
     bool MayBeDamaged() const { return HasLooseTimes(); }
-    // What libavformat has complained of so far.
+    // The errors that libavformat has reported so far.
     const ReadErrors& Errors() const { return *m_Errors; }
-    // How long the header says that the stream is, 100 ns; 0 when it does not.
-    // isAlone: no stream but the chosen ones counts for the length of the whole.
+    // The stream's length from the header, 100 ns; 0 if the header has none.
+    // isAlone: the file's length may be taken, since all its streams are chosen.
     std::int64_t PromisedLength(const AVStream* stream, bool isAlone) const;
-    // When it begins, 100 ns, for formats that count from anywhere; else 0.
+    // The start time, 100 ns, for formats whose times may start anywhere; else 0.
     std::int64_t Origin() const;
     // Whether the container keeps codec set-up data for the stream, outside its frames.
     bool HasSetup(const AVStream* stream) const;
-    // What the container tells of the stream, before libavformat has looked into its frames. Null for a stream that
-    // shows there alone.
+    // The stream's parameters from the container alone, before libavformat probed the frames. Null for a stream that
+    // only the probing found.
     const AVCodecParameters* Declared(const AVStream* stream) const;
-    // Frames per second of a video stream, 25 when the file does not tell.
+    // Frames per second of a video stream; 25 if the file has no rate.
     double FrameRate(AVStream* stream) const;
 
 private:
