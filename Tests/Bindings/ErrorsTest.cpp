@@ -230,7 +230,7 @@ TEST_F(Errors, DoNotFollowAFileThatIsRenamedMeanwhile) {
 }
 
 // The plug-in is needed as long as a file is open.
-TEST_F(Errors, DoNotComeOfAPluginThatIsClosedEarly) {
+TEST_F(Errors, DoNotOccurWhenThePluginIsClosedEarly) {
     FileHandle file = Open(MillisecondJob("vp8", nullptr));
     m_Plugin.reset();
     EXPECT_EQ(Write(file, QF_VIDEO, kPicture, 0, 0), QF_OK);

@@ -140,7 +140,7 @@ TEST_F(Order, RefusesTimesThatGoBack) {
     EXPECT_EQ(Write(file, QF_VIDEO, kPicture, INT64_MIN + 1, INT64_MIN + 1), QF_ERROR_TIME);
 }
 
-TEST_F(Order, GivesSoundWithoutDurationsThatUpToTheNext) {
+TEST_F(Order, SoundWithoutDurationsLastsUpToTheNextPacket) {
     FileHandle file = Open(MillisecondJob(nullptr, "ac3"));
     for (int i = 0; i < 4; ++i) ASSERT_EQ(Write(file, QF_AUDIO, kSound, i * 32, i * 32), QF_OK);
     ASSERT_EQ(Close(file), QF_OK);

@@ -79,7 +79,7 @@ TEST_F(BadInput, NoDataOrNoSize) {
     }
 }
 
-TEST_F(BadInput, TablesOfSizesThatCannotBe) {
+TEST_F(BadInput, ImpossibleTablesOfSizes) {
     Octets data = Hex("01 02 03 04");
     for (const FourCC format : kFormats) {
         RoughSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
@@ -133,7 +133,7 @@ TEST_F(BadInput, ExtremeTimes) {
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(60));
 }
 
-TEST_F(BadInput, SetUpDataThatCannotBe) {
+TEST_F(BadInput, ImpossibleSetUpData) {
     Octets data = Hex("00 00 01 B3 67");
     for (const FourCC format : kFormats) {
         for (std::size_t i = 0; i < std::size(kVideoCodecs); ++i) {

@@ -304,7 +304,7 @@ TEST(EbmlWalker, ReadsAnUnfinishedFileUpToEveryOctet) {
     EXPECT_EQ(partial.At("Segment/Cluster[1]").End(), partial.Data().size());
 }
 
-TEST(EbmlWalker, TakesAFinishedFileForAnUnfinishedOneThatIsDone) {
+TEST(EbmlWalker, TakesAFinishedFileForACompleteUnfinishedOne) {
     EXPECT_EQ(Describe(CheckUnfinished(File(Parts().Build(), Ebml::Ending::CutOff))), "");
 }
 

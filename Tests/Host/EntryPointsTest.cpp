@@ -186,7 +186,7 @@ TEST_F(EntryPoints, CloseNeverCallsBack) {
     }
 }
 
-TEST_F(EntryPoints, IsWebmSaysWhatWasCreatedLast) {
+TEST_F(EntryPoints, IsWebmNamesTheLastCreatedKind) {
     TempDirectory directory;
     const std::wstring path = (directory / "a").wstring();
     const std::wstring nowhere = (directory / "none/a").wstring();

@@ -111,7 +111,7 @@ TEST_F(Log, FileThatDoesNotOpenWithItsPath) {
     }
 }
 
-TEST_F(Log, NothingElseSaysAnything) {
+TEST_F(Log, NothingElseIsLogged) {
     EXPECT_EQ(m_Plugin.FindFileFormat(MakeFourCC("AVI ")), 0);
     EXPECT_EQ(m_Plugin.FindFileFormat(MakeFourCC("MKV ")), 1);
     m_Plugin.GetEncoders();

@@ -51,7 +51,7 @@ std::string Judge(const std::vector<Frame>& frames) {
     return ledger.Closed(0, &file);
 }
 
-TEST(PayloadLedger, BalancesWhatWasWritten) { EXPECT_EQ(Judge(kFrames), ""); }
+TEST(PayloadLedger, AcceptsTheWrittenFrames) { EXPECT_EQ(Judge(kFrames), ""); }
 
 TEST(PayloadLedger, MissesABlock) {
     std::vector<Frame> frames = kFrames;
@@ -77,7 +77,7 @@ TEST(PayloadLedger, FindsAnotherOctet) {
     EXPECT_NE(Judge(frames).find("ledger: track 2, block 0: first difference at 1"), std::string::npos);
 }
 
-TEST(PayloadLedger, CountsWhatACallTook) {
+TEST(PayloadLedger, CountsTheOctetsThatACallTook) {
     PayloadLedger ledger;
     HostCall call;
     call.kind = kVideo;

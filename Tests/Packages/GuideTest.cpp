@@ -305,7 +305,7 @@ TEST(GuideRecords, ArePlacedAndSizedAsInThisAbi) {
 }
 
 // For both ABIs at once: each row of the guide has its assertion in the header, and the other way round.
-TEST(GuideRecords, AreThoseThatTheHeaderAsserts) {
+TEST(GuideRecords, AgreeWithTheHeadersAssertions) {
     std::map<std::string, DocumentedPlace> asserted;
     const std::string header = Text("Source/Plugins/qf_mkv/HostRecords.h");
     const std::regex assertion("\nQF_ASSERT_AT(_PER_ABI)?\\((\\w+), (\\w+), ([0-9]+)(, ([0-9]+))?\\);");

@@ -115,7 +115,7 @@ TEST(Pages, OfQfmuxSayWhereThePluginIsInstalled) {
     EXPECT_NE(Text(kTree / "Docs/man/qfmux.1").find(QF_PLUGIN_FROM_TOOLS), std::string::npos) << QF_PLUGIN_FROM_TOOLS;
 }
 
-TEST(Pages, NameWhatTheIntegerChecksLeaveAlone) {
+TEST(Pages, NameTheExemptionsOfTheIntegerChecks) {
     const std::string page = Text(kTree / "Docs/Robustness.md");
     const std::vector<std::string> functions =
         Found(Text(kTree / "cmake/sanitize.ignorelist"), "\nfun:\\*([A-Za-z]+)\\*");

@@ -50,7 +50,7 @@ TEST(KnownDifferencesTest, FilesAreNamedByTags) {
     }
 }
 
-TEST(KnownDifferencesTest, WhatIsSaidIsTextAPatternOrAMeasure) {
+TEST(KnownDifferencesTest, ValuesAreTextPatternsOrMeasures) {
     const std::map<std::string, std::string> values = {{"<sum>", "2975"}};
     const auto covers = [&](const char* row, const char* property, const char* says) {
         return Difference{{"x"}, property, "all", row, 0}.Covers("x", property, says, values);

@@ -44,7 +44,7 @@ TEST_F(HeldMemory, TheBufferForALargerPictureComesAfterTheSmallerOnesHasGone) {
 }
 
 // A second of very many blocks, as no film goes on.
-TEST_F(HeldMemory, WhatOneCrowdedClusterTookIsGivenBack) {
+TEST_F(HeldMemory, MemoryOfACrowdedClusterIsFreed) {
     for (const FourCC format : {MakeFourCC("MKV "), MakeFourCC("WEBM")}) {
         SCOPED_TRACE(format);
         Create(format, MakeFourCC("VP8 "));
@@ -61,7 +61,7 @@ TEST_F(HeldMemory, WhatOneCrowdedClusterTookIsGivenBack) {
 }
 
 // Blocks are used again, large pictures are not kept in them.
-TEST_F(HeldMemory, WhatLargePicturesTookIsGivenBack) {
+TEST_F(HeldMemory, MemoryOfLargePicturesIsFreed) {
     for (const FourCC format : {MakeFourCC("MKV "), MakeFourCC("WEBM")}) {
         SCOPED_TRACE(format);
         Create(format, MakeFourCC("VP8 "));

@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(Jobs, OneLongFile, testing::Values(kMatroskaJob, kWebmJ
 
 // What waits costs its octets and some more for each block, in the queue of a stream whose other one never comes, and
 // in the cluster of a time that does not move on.
-TEST_F(LongHours, WhatWaitsCostsItsOctets) {
+TEST_F(LongHours, QueuedFramesCostTheirOctets) {
     constexpr std::size_t kFrames = 1000;
     constexpr std::size_t kMostForABlock = 512;
     for (const SmallJob& job : {kMatroskaJob, kWebmJob}) {

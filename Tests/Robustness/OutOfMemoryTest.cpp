@@ -107,7 +107,7 @@ TEST_P(OutOfMemory, ATriedAgainSessionIsTheSameFile) {
 }
 
 // A host that does not repeat the call loses the data of this call alone.
-TEST_P(OutOfMemory, ACallThatFailedIsAsIfItHadNotBeen) {
+TEST_P(OutOfMemory, AFailedCallHasNoEffect) {
     const long allocations = CountAllocations();
     const Octets whole = SessionWithout(-1);
     std::map<int, Octets> without;
@@ -138,7 +138,7 @@ TEST_P(OutOfMemory, ACallThatFailedIsAsIfItHadNotBeen) {
 }
 
 // Memory runs out for good: the file is correct and finished, and closing frees everything.
-TEST_P(OutOfMemory, MemoryThatStaysOutLeavesAFileThatIsRight) {
+TEST_P(OutOfMemory, MemoryThatStaysExhaustedLeavesACorrectFile) {
     const std::vector<Ebml::Block> expected = Ebml::File(SessionWithout(-1)).Blocks();
     const long allocations = CountAllocations();
     for (long failing = 1; failing <= allocations; ++failing) {

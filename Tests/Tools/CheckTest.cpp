@@ -153,7 +153,7 @@ TEST_F(Checker, UsageIsOneLine) {
         << report.m_Output;
 }
 
-TEST_F(Checker, ListsWhatIsAsked) {
+TEST_F(Checker, ListsTheChecks) {
     const CommandResult all = Qfcheck("--list");
     EXPECT_EQ(all.m_ExitCode, 0);
     EXPECT_GE(Lines(all.m_Output), 105);

@@ -140,7 +140,7 @@ TEST_F(FilmTest, EveryUnitOfH264IsKept) {
 }
 
 // The file's set-up data have one set of each kind. The others come with the pictures from which players may begin.
-TEST_F(FilmTest, ParameterSetsThatChangeOnTheWayAreWhereTheyAreNeeded) {
+TEST_F(FilmTest, ChangingParameterSetsAreInTheFramesThatNeedThem) {
     Make("one.h264", "-g 25");
     Make("two.h264", "-g 25 -x264-params sps-id=1:cabac=1");
     Octets both = ReadFile(Path("one.h264"));
@@ -181,7 +181,7 @@ TEST_F(FilmTest, AnEditListInsideAGroupOfPicturesIsNoFault) {
     }
 }
 
-TEST_F(FilmTest, SourcesThatEndTooEarlyAreTold) {
+TEST_F(FilmTest, WarnsOfSourcesThatEndTooEarly) {
     Make("whole.mkv", "-g 25 -bf 2 -map 1:a -c:a aac");
     for (const char* name : {"cut.mkv", "cut.mp4", "cut.flv"}) {
         SCOPED_TRACE(name);

@@ -225,7 +225,7 @@ TEST_F(HostileTest, DamagedSessionsAreReplayedOrRefused) {
     }
 }
 
-TEST_F(HostileTest, ReplayWritesOverNothingThatItReads) {
+TEST_F(HostileTest, ReplayNeverOverwritesItsInput) {
     ASSERT_EQ(
         Mux("--record " + Quoted(Path("session")) + " " + Quoted(ClipPath("raw.aac")) + " " + Quoted(Path("a.mka")))
             .m_ExitCode,
@@ -250,7 +250,7 @@ TEST_F(HostileTest, ReplayWritesOverNothingThatItReads) {
 
 // ---- names and what stands behind them
 
-TEST_F(HostileTest, IsOneLineWhateverANameStandsFor) {
+TEST_F(HostileTest, IsOneLineForEveryKindOfFile) {
     fs::copy_file(ClipPath("h264-aac.mp4"), Path("in.mp4"));
     fs::create_hard_link(Path("in.mp4"), Path("hard.mkv"));
     fs::create_symlink("in.mp4", Path("soft.mkv"));
@@ -312,7 +312,7 @@ TEST_F(HostileTest, IsOneLineWhateverANameStandsFor) {
     ExpectNothingLeft();
 }
 
-TEST_F(HostileTest, NamesOfAnyOctetsAreWrittenAndTold) {
+TEST_F(HostileTest, NamesOfAnyOctetsAreWrittenAndShown) {
     fs::copy_file(ClipPath("raw.aac"), Path("%s\xFF\n.aac"));
     for (const std::string name : {"%n%s.mka", "a\xFF\xC0.mka", "tab\tand\033[31m.mka", "..mka", "a.iso:.mka"}) {
         const CommandResult result = Mux("--json " + Quoted(Path("%s\xFF\n.aac")) + " " + Quoted(Path(name)));
@@ -336,7 +336,7 @@ TEST_F(HostileTest, ClosedStreamsDoNotEndUpInFiles) {
 
 // ---- plug-ins
 
-TEST_F(HostileTest, PlugInsThatAreNone) {
+TEST_F(HostileTest, LibrariesThatAreNoPlugIns) {
     std::ofstream(Path("text.so")) << "this is no library";
     std::ofstream(Path("empty.so"));
     const Octets real = ReadFile(QF_BIN "/qf_mkv.so");
@@ -385,7 +385,7 @@ TEST_F(HostileTest, PlugInsWithEmptyTables) {
     EXPECT_NE(forced.m_Output.find("nothing to write"), std::string::npos) << forced.m_Output;
 }
 
-TEST_F(HostileTest, ABareNameOfAPlugInIsAFileHere) {
+TEST_F(HostileTest, ABarePlugInNameIsAFileInTheCurrentDirectory) {
     fs::copy_file(QF_BIN "/qf_mkv.so", Path("mine.so"));
     EXPECT_EQ(RunCommand("cd " + Quoted(Path("")) + " && " + Quoted(QF_QFMUX) + " formats --plugin mine.so").m_ExitCode,
               0);

@@ -370,7 +370,7 @@ TEST_F(MapTest, LagsAndGapsAreFound) {
     EXPECT_FALSE(std::regex_search(strip, std::regex("\nvideo [^\n]*!"))) << strip;
 }
 
-TEST_F(MapTest, TracksThatStartLateAndPicturesOutOfOrderAreTold) {
+TEST_F(MapTest, ReportsLateTracksAndPicturesOutOfOrder) {
     // Decoding order I P B B: never a gap, however the times jump.
     Octets blocks = SimpleBlock(1, 0, true, 10);
     for (int i = 0; i < 40; ++i) {
@@ -406,7 +406,7 @@ TEST_F(MapTest, AfterDamageTheNextClusterIsFound) {
     Svg(Path("damaged.mkv"), 1);
 }
 
-TEST_F(MapTest, CuesAndSeekHeadsThatPointNowhereAreTold) {
+TEST_F(MapTest, ReportsCuesAndSeekHeadsThatPointNowhere) {
     const Octets cues = Element(
         0x1C53BB6B, Element(0xBB, Unsigned(0xB3, 0) + Element(0xB7, Unsigned(0xF7, 1) + Unsigned(0xF1, 12345678))));
     const Octets seek = Element(0x114D9B74, Element(0x4DBB, Element(0x53AB, Hex("1C 53 BB 6B")) + Unsigned(0x53AC, 3)));
@@ -452,7 +452,7 @@ TEST_F(MapTest, SpoiledFilesAreMappedWholeOrRefused) {
 
 // ---- files that are cut off
 
-TEST_F(MapTest, OfACutFileWhatIsThereIsDrawn) {
+TEST_F(MapTest, DrawsTheRestOfACutFile) {
     const std::string path = Mux(QF_SAMPLES "/h264-aac.mp4", "demo.mkv");
     const Octets octets = ReadFile(path);
     const Ebml::File file(octets);

@@ -250,7 +250,7 @@ TEST_F(Mutants, OtherExportsAreCaught) {
     EXPECT_EQ(Qfcheck(folder / "export-missing.so", "--only 'session.*' --only 'log.f*'").m_ExitCode, 0);
 }
 
-TEST_F(Mutants, WhatCannotBeAskedIsSkippedAndNotPassed) {
+TEST_F(Mutants, ChecksThatCannotBeMadeAreSkippedAndNotPassed) {
     const CheckRun run = Qfcheck(std::filesystem::path(QF_MUTANTS) / "own-operator-new.so", "");
     EXPECT_EQ(run.m_ExitCode, 0) << run.m_Report;
     EXPECT_EQ(run.m_Report.value("skipped", 0), 2);

@@ -282,7 +282,7 @@ TEST_F(QfmuxTest, FilesInOneFollowOneAnother) {
 }
 
 // A Flash file has set-up data wherever they change.
-TEST_F(QfmuxTest, SoundThatChangesOnTheWayIsTold) {
+TEST_F(QfmuxTest, WarnsOfSoundThatChangesOnTheWay) {
     constexpr std::size_t kHeader = 13; // of the file, and the size of what is in front of the first tag
     for (const std::string rate : {"44100", "22050"}) {
         RunCommand("ffmpeg -nostdin -v error -f lavfi -i anullsrc=r=" + rate + " -t 1 -c:a aac " +
@@ -473,7 +473,7 @@ TEST_F(QfmuxTest, EncryptedStreamsAreRefused) {
 }
 
 // Telephones record as they are held, and tell players how to turn it.
-TEST_F(QfmuxTest, ARotationThatIsLostIsTold) {
+TEST_F(QfmuxTest, WarnsOfALostRotation) {
     RunCommand("ffmpeg -nostdin -v error -i " + Quoted(ClipPath("h264-aac.mp4")) + " -c copy -metadata:s:v rotate=90 " +
                Quoted(Path("turned.mp4")));
     const CommandResult result = Qfmux(Path("turned.mp4") + " " + Path("out.mkv"));
@@ -483,7 +483,7 @@ TEST_F(QfmuxTest, ARotationThatIsLostIsTold) {
     EXPECT_TRUE(fs::exists(Path("out.mkv")));
 }
 
-TEST_F(QfmuxTest, TransparencyThatIsLostIsTold) {
+TEST_F(QfmuxTest, WarnsOfLostTransparency) {
     for (const std::string pixels : {"yuva420p", "yuv420p"}) {
         RunCommand("ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=64x64:rate=25:duration=0.2,format=" + pixels +
                    " -c:v libvpx -auto-alt-ref 0 " + Quoted(Path("in.webm")));
@@ -856,7 +856,7 @@ TEST_F(QfmuxTest, AnOldFileGivesWayOnlyToAWholeOne) {
 }
 
 // What no reader knows, or shows otherwise, is no film: the plug-in writes it when forced, and qfmux does not keep it.
-TEST_F(QfmuxTest, WhatDoesNotPlayIsRemoved) {
+TEST_F(QfmuxTest, AFileThatDoesNotPlayIsRemoved) {
     const std::string inputs =
         "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=160x90:rate=25:duration=1 -f lavfi -i "
         "sine=duration=1 ";
@@ -903,7 +903,7 @@ TEST_F(QfmuxTest, AFullDiskIsOneLineAndLeavesNothing) {
     EXPECT_TRUE(isEmpty);
 }
 
-TEST_F(QfmuxTest, AFileThatMayGrowNoFurtherIsToldToo) {
+TEST_F(QfmuxTest, ReportsAFileAtItsSizeLimit) {
     const CommandResult result =
         RunCommand("bash -c " + Quoted("ulimit -f 32; " + Quoted(QF_QFMUX) + " --quiet " +
                                        Quoted(ClipPath("raw.h264")) + " " + Quoted(Path("a.mkv")) + " 2>&1"));

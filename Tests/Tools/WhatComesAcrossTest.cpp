@@ -234,7 +234,7 @@ TEST_F(WhatComesAcross, APlainFilmLosesNothing) {
     EXPECT_EQ(json::parse(result.m_Output)["lost"], json::array());
 }
 
-TEST_F(WhatComesAcross, WhatIsAskedForIsNoWarning) {
+TEST_F(WhatComesAcross, ARequestedLossIsNoWarning) {
     for (const auto& [row, option] :
          {std::pair{"subtitles", "--no-subtitles"}, std::pair{"a data stream, such as a time code", "--no-data"},
           std::pair{"a second audio stream", "--tracks a:1"}}) {

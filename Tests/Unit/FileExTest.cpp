@@ -144,7 +144,7 @@ TEST_F(FileExTest, AnOutputIsNotPassedOnToOtherPrograms) {
     EXPECT_EQ(passed, 1);
 }
 
-TEST_F(FileExTest, NothingMayComeFromNowhere) {
+TEST_F(FileExTest, NullWithoutOctetsIsNoError) {
     ASSERT_EQ(m_File.Open(Path("a.mkv").c_str(), "wb"), 1U);
     EXPECT_EQ(m_File.Write(nullptr, 0), 0U);
     WriteText(m_File, "abc");
@@ -153,7 +153,7 @@ TEST_F(FileExTest, NothingMayComeFromNowhere) {
 }
 
 // In other modes than "wb" results and positions are stdio's.
-TEST_F(FileExTest, OtherModesAreStdios) {
+TEST_F(FileExTest, OtherModesGoToStdio) {
     WriteFile(m_Directory / "a", Ascii("0123456789"));
     ASSERT_EQ(m_File.Open(Path("a").c_str(), "rb"), 1U);
     EXPECT_EQ(WriteText(m_File, "x"), 0U) << "for reading alone";

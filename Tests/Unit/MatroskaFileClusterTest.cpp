@@ -155,7 +155,7 @@ TEST(CBlock, HasATrackNumberOfAnyWidth) {
     }
 }
 
-TEST(CBlock, HasTheLongestStartThatThereIs) {
+TEST(CBlock, HasTheLongestPossibleStart) {
     CBlock block(0x1A45DFA3);
     block.m_TrackNumber.m_Length = (std::uint64_t{1} << 56) - 1;
     block.m_Frames.emplace_back(0).m_Data = Repeated(3 << 20, 0xAA);

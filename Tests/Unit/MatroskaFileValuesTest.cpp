@@ -405,7 +405,7 @@ TEST(CID, ReportsItsWrite) {
     EXPECT_EQ(CID(0xAE).HeaderWrite(&stream), 0);
 }
 
-TEST(Values, WhatHasNoOctetsIsNotWritten) {
+TEST(Values, EmptyValuesAreNotWritten) {
     MemoryStream stream;
     stream.m_Status = 7;
     EXPECT_EQ(CLength(std::uint64_t{1} << 56).Write(&stream), 0);
