@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# What the engines' tests share. Sourced, not run.
+# Functions that the engines' tests share. Sourced, not run.
 set -euo pipefail
 docs=$(realpath "$(dirname "$0")/../../Docs")
 
@@ -20,7 +20,7 @@ fail() {
     exit 1
 }
 
-# The page's command that begins with these words, to the end of its last line.
+# The page's command that begins with these words, up to the end of its last line.
 line() {
     local words
     words=$(awk -v start="    $1" 'index($0, start) == 1 { on = 1 } on { print } on && !/\\$/ { exit }' "$docs/Scaling.md")
@@ -41,10 +41,10 @@ free_port() {
     python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
 }
 
-# Each file there and each with its own inode: a file that is made again has another.
+# Prints each file with its inode: a file that is made again has another one.
 outputs() { [ ! -d out ] || find out -name '*.mkv' -printf '%p %i %T@ %s\n' | sort; }
 
-# All of files.txt is there, nothing else is, and each is whole.
+# Checks that exactly the files of files.txt exist and that each is whole.
 all_whole() {
     diff <(sed 's|.*|out/&.mkv|' files.txt | sort) <(find out -type f | sort) || fail "not exactly the files of the list"
     whole

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the browser reports against what the source says. Each check throws an AssertionError that says what is wrong.
+// Compares the browser's reports with the source. Each check throws an AssertionError that names the difference.
 import assert from 'node:assert/strict';
 
 import { rangeStart } from './browser.mjs';
@@ -14,7 +14,7 @@ function near(actual, expected, tolerance, what) {
     assert.ok(Math.abs(actual - expected) <= tolerance, `${what} is ${actual}, not ${expected} (within ${tolerance})`);
 }
 
-// duration: what the source tells, in seconds.
+// duration: that of the source, in seconds.
 export function checkOpened(seen, clip, duration) {
     assert.equal(seen.error, null);
     assert.ok(seen.opened, 'the file does not open');
@@ -34,7 +34,7 @@ export function checkPlayed(seen, before, clip, flowing) {
     if (clip.tones) checkTone(seen.heard, seen.time);
 }
 
-// What is heard lags and leads the time by a little: at the turn of a second either tone will do.
+// The sound lags or leads the time by a little, so at the turn of a second either tone will do.
 export function checkTone(heard, seconds) {
     const around = [seconds - 0.2, seconds, seconds + 0.1].map(toneAt);
     assert.ok(
@@ -76,7 +76,7 @@ export function checkEnd(seen, clip) {
 }
 
 // seen: what the page's compareSound returns. The last packet of a Vorbis stream may ask for samples to be left out;
-// the file has no word for that.
+// the file cannot express that.
 export function checkSound(seen, channels) {
     assert.equal(seen.channels, channels);
     assert.ok(seen.level > 0.05, 'the source is silent');
@@ -84,14 +84,15 @@ export function checkSound(seen, channels) {
     near(seen.samples, seen.expectedSamples, 2048, 'the number of samples');
 }
 
-// ranges: what the server was asked for and answered.
+// ranges: the requests to the server and its answers.
 export function checkRanges(ranges, url) {
     const answers = ranges.filter(([path, range]) => path === url && range);
     assert.ok(answers.length > 0, 'no range was asked for');
     for (const [, range, status] of answers) assert.equal(status, 206, range);
 }
 
-// That the browser went to a position: it asked for octets from just before it on, not for all those on the way there.
+// Checks that the browser went to a position: it requested octets from just before it, but not all octets on the
+// way.
 export function checkJump(ranges, url, position) {
     const starts = ranges.filter(([path]) => path === url).map(([, range]) => rangeStart(range));
     assert.ok(

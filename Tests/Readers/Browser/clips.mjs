@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The clips that the browser plays, and what is asked of each. make-clips makes the files of these names: `name`.webm
-// is what qfmux wrote and the browser plays; source-`name`.webm and source-`name`.ogg are what went in, and what the
-// browser's pictures and sound are compared with.
+// The clips that the browser plays, with their properties. make-clips makes the files of these names: the browser plays
+// `name`.webm, which qfmux wrote. Its pictures and sound are compared with the sources source-`name`.webm and
+// source-`name`.ogg.
 //
 // size    width and height in pixels; none for sound alone
 // rate    samples per second; none for pictures alone
 // length  seconds that were drawn
 // seeks   seconds to go to, in this order
 // last    seconds from which to play to the end
-// jumps   those of the seeks that lie beyond what the browser has read by then: the file's cues take it there
-// tones   the sound changes once a second, so that what is heard tells where the browser is
+// jumps   the seeks beyond the part that the browser has read by then, which need the file's cues
+// tones   the sound changes once a second, so that it shows the browser's position
 export const clips = {
     sample: { size: [320, 180], rate: 44100, length: 6, seeks: [0.5, 2.5, 4.5, 1.5], last: 5.5 },
     // A key frame each second, each of them the last picture of its cluster.

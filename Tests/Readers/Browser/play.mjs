@@ -61,7 +61,7 @@ export async function play(folder, name, withPage) {
         }
     });
 
-    // A browser goes to a cue: of the octets on the way there most do not come.
+    // A browser goes to a cue and does not request most of the octets on the way.
     for (const seconds of clip.jumps ?? []) {
         const position = blockPosition(join(folder, url), source.cueFor(seconds * 1000).time);
         await withPage(

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// That the checks can fail: what the browser truly shows of one clip passes with the source's figures, and is refused
-// with any other.
+// Proves that the checks can fail: the browser's true output for one clip passes with the source's figures and fails with
+// any other.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 
