@@ -104,7 +104,9 @@ class Ffmpeg:
         except av.AVError:
             return [[] for _ in targets]
         with container:
-            video = next(stream for stream in streams if stream.type == "video")
+            video = next((stream for stream in streams if stream.type == "video"), None)
+            if video is None:
+                return [[] for _ in targets]
             for target in targets:
                 pictures = []
                 shown.append(pictures)
