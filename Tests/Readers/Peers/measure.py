@@ -191,7 +191,7 @@ def worse_seeks(ours, theirs, targets, master):
     picture_time = (max(master.times) - min(master.times)) / max(1, len(master.times) - 1)
     for target, mine, other in zip(targets, ours, theirs):
         place = f"seek to {master.times[target] - master.times[0]:.2f} s"
-        if mine.missed > other.missed + picture_time / 2 or (mine.wrong and not other.wrong):
+        if mine.missed > other.missed + picture_time / 2:
             worse.append(f"{place}: {mine.missed:.2f} s off{mine.wrong * ', a wrong picture'}; not {other.missed:.2f} s")
         elif mine.work > other.work + CUE_DISTANCE / picture_time:
             worse.append(f"{place}: {mine.work} pictures decoded, not {other.work}")
