@@ -501,7 +501,7 @@ private:
         }
     }
 
-    // As far as the file has come, it is EBML, Segment, and in that what comes first to last.
+    // The file consists of EBML and Segment, whose children come in a fixed order, as far as the file goes.
     void CheckOpenFrame() {
         const std::vector<Element>& roots = m_File.Roots();
         if (roots.empty()) return;

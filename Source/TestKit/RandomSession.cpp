@@ -81,7 +81,7 @@ HostBuffer Whole(Octets octets) {
     return buffer;
 }
 
-// What one file of the session is to be.
+// The plan of one file of the session.
 struct Job {
     bool isOrdinary;
     int slot;
@@ -149,7 +149,7 @@ private:
         return both;
     }
 
-    // What a host does besides its files: other clocks and options, files that are not, calls without a handle.
+    // Other calls of a host: new clocks and options, files that cannot be created, calls without a handle.
     Calls StrayCalls() {
         Calls calls;
         const int count = m_Dice.Between32(1, 5);
@@ -424,7 +424,7 @@ private:
         return buffer;
     }
 
-    // Frames: what they hold.
+    // The contents of frames.
 
     Octets MpegHeader() {
         Octets octets{0, 0, 1, 0xB3};

@@ -66,7 +66,7 @@ TEST(Library, HasItsHeadersVersion) {
     EXPECT_STREQ(qf_error_name(-1), "unknown");
 }
 
-// The header declares what the library exports, and nothing else leaves it.
+// The library exports exactly the functions that the header declares.
 TEST(Library, ExportsWhatTheHeaderDeclares) {
     std::set<std::string> exported;
     std::istringstream symbols(RunCommand("nm -D --defined-only --format=posix " QF_HOST_LIBRARY).m_Output);

@@ -60,7 +60,7 @@ TEST_F(H264Frames, WithLengthsOfAnySizeGetOnesOfFourOctets) {
     }
 }
 
-// 00 00 00 01 in a first frame is how the plug-in knows start codes.
+// The plug-in recognises start codes by 00 00 00 01 in a first frame.
 TEST_F(H264Frames, KeepAUnitOfOneOctetWhichLooksLikeAStartCode) {
     const JobHandle job = MillisecondJob("h264", nullptr);
     qf_job_set_setup(job.get(), QF_VIDEO, kRecord.data(), kRecord.size());

@@ -173,7 +173,7 @@ TEST_F(GstSink, RemuxesEveryFrame) {
     EXPECT_EQ(Complaints(path), "");
 }
 
-// What GStreamer has no encoder for comes from files.
+// Codecs without an encoder in GStreamer come from files.
 TEST_F(GstSink, TakesElementaryStreams) {
     const auto make = [this](const std::string& name, const std::string& options) {
         const std::string path = Path(name);
@@ -259,7 +259,7 @@ TEST_F(GstSink, IsUsedASecondTime) {
     }
 }
 
-// ---- what it refuses, in words
+// ---- refused input and its messages
 
 const std::string kSource = "videotestsrc num-buffers=100 ! x264enc speed-preset=ultrafast ! ";
 

@@ -76,7 +76,7 @@ void FaultyFile::InstallStdio() {
     StdioHook::SetWrite([this](const void* octets, std::size_t size, std::size_t count, std::FILE* stream) {
         return stream == m_pStream ? Write(octets, size, count, stream) : StdioHook::Write(octets, size, count, stream);
     });
-    // What a plug-in has put into the buffer past fwrite shows in the position, at the latest when it seeks.
+    // Octets that a plug-in puts into the buffer without fwrite show in the position, at the latest when it seeks.
     const auto note = [this](std::FILE* stream) {
         if (!m_Struck) m_End = std::max(m_End, ftello(stream));
     };

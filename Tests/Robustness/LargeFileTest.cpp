@@ -21,7 +21,7 @@ std::uint64_t WideElement(std::uint64_t idSize, std::uint64_t payload) { return 
 
 class LargeFile : public LargeTest {
 protected:
-    // Positions behind the Tracks from the sizes of what was handed over, and whether the cues and indexes agree.
+    // Computes the positions behind the Tracks from the sizes of the frames, and checks that cues and indexes agree.
     void ExpectClusters(const std::vector<std::uint64_t>& sizes) {
         const SegmentScan scan(m_File);
         EXPECT_EQ(CheckIndexes(m_File, scan), "");
@@ -48,7 +48,7 @@ protected:
         }
     }
 
-    // A reader that nobody here wrote finds the pictures of both sides by their times.
+    // An independent reader finds the pictures of both sides by their times.
     void ExpectFoundByOthers() {
         // ffprobe counts the sound that may stand before the picture, but does not show it.
         for (const int second : {10, 127, 128, 129, 255, 256, 257, 320}) {

@@ -16,7 +16,7 @@
 
 namespace {
 
-// Of one call that hands over little; a loop over what lies between two numbers would take millions.
+// The bound for a call with little data. A loop over the range between two numbers would take millions.
 constexpr long kMostInstructions = InstructionMeter::kMost - 1;
 
 class Limits : public RobustnessTest {
@@ -237,7 +237,7 @@ TEST_F(Limits, AHundredThousandSetUpCalls) {
         EXPECT_LE(HeapMeter::Allocations(), 2 * kCalls * 40L);
         EXPECT_LE(m_File.m_StdioSeeks - seeks, 2 * kCalls * 2L);
         EXPECT_LE(m_File.m_StdioWrites - writes, 2 * kCalls * 120L);
-        // The Tracks element again, and what was waiting in the buffer.
+        // The Tracks element again, and the octets waiting in the buffer.
         EXPECT_LE(m_File.m_DiskOctets - octets, late ? 2 * kCalls * 4096LL : 0);
     }
     EXPECT_LE(m_File.m_Size, 10000) << "all of it in one place";
@@ -316,7 +316,7 @@ TEST_F(Limits, AMillionFramesInOneCall) {
     EXPECT_LE(m_File.m_Size, 24 * kFrames);
 }
 
-// ---- what is searched
+// ---- searches
 
 // Octets that look like start codes, or nearly: the work grows with the size and not with its square.
 TEST_F(Limits, FramesFullOfStartCodes) {

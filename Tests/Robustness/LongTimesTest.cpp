@@ -115,7 +115,7 @@ TEST(TimesOfAnyWidth, MatroskaCountsAsFarAsTheHost) {
     EXPECT_EQ(file.Float("Segment/Info/Duration"), 922337203685001.0F);
 }
 
-// What comes late lies in a later cluster, before its time; how far is said in 16 bits, at late times as at early ones.
+// A late block lies in a later cluster, before the cluster's time; the distance has 16 bits at any time.
 TEST(TimesOfAnyWidth, LateSoundReaches32SecondsBack) {
     const Plugin plugin(QF_PLUGIN);
     constexpr std::int64_t kBase = 0x100000000; // ms

@@ -19,7 +19,7 @@ Type Opaque(Type value) {
 void Commit(const std::string& fault) {
     if (fault == "leak") {
         static_cast<void>(Opaque(std::malloc(16)));
-        // What the stack still holds of the pointer would count as a way to it.
+        // A copy of the pointer left on the stack would keep the memory reachable.
         unsigned char rest[4096];
         std::memset(rest, 0, Opaque(sizeof rest));
         static_cast<void>(Opaque(rest[17]));
@@ -32,7 +32,7 @@ void Commit(const std::string& fault) {
     } else if (fault == "unsigned") {
         static_cast<void>(Opaque(Opaque(0U) - 1));
     } else if (fault == "conversion") {
-        // The compilers' own warnings catch what is written plainly.
+        // Indirect, because the compilers' own warnings would catch a plain fault.
         unsigned char octet = static_cast<unsigned char>(Opaque(255));
         octet += static_cast<unsigned char>(Opaque(1));
         static_cast<void>(Opaque(octet));

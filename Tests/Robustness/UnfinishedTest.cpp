@@ -205,7 +205,7 @@ Decoded Decode(const Octets& octets) {
     return decoded;
 }
 
-// ---- the finished file and what it was on the way
+// ---- the finished file and its earlier states
 
 class Finished {
 public:
@@ -319,7 +319,7 @@ TEST(UnfinishedStart, IsEmptyUntilBothKindsOfMediaCame) {
     EXPECT_TRUE(outcome.m_Disk.empty());
 }
 
-// Closing seeks back five times, and writes out before each of them what has been gathered.
+// Closing seeks back five times and writes out its buffer before each seek.
 TEST_P(Unfinished, ClosingLosesNothingThatWasThere) {
     constexpr std::int64_t kSeeks = 5;
     const std::size_t clusters = m_Finished.m_Ends.size();

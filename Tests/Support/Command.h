@@ -9,7 +9,7 @@ struct CommandResult {
     std::string m_Output;
 };
 
-// Runs a line of the shell and keeps what it prints to stdout; end it in "2>&1" to keep stderr too.
+// Runs a shell line and keeps its stdout; end the line in "2>&1" to keep stderr too.
 CommandResult RunCommand(const std::string& line);
 
 // One word for the shell, whatever it holds.

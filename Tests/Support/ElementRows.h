@@ -11,7 +11,7 @@
 #include "MemoryStream.h"
 #include "SameOctets.h"
 
-// What an element writes to a stream that takes everything.
+// The octets that an element writes to a stream that takes everything.
 inline Octets Written(const MatroskaWriter::CID& element) {
     MemoryStream stream;
     element.Write(&stream);

@@ -8,11 +8,11 @@
 
 namespace FakeEnvironment {
 
-// What time() returns; 2024-01-01 00:00:00 UTC at the start of each test program.
+// The result of time(); 2024-01-01 00:00:00 UTC at the start of each test program.
 void SetTime(std::int64_t secondsSince1970);
 std::int64_t Time();
 
-// What rand() returns, one after another; when they run out, 1, 2, 3, ...
+// The results of rand(), one after another; when they run out, 1, 2, 3, ...
 void SetRand(std::vector<int> values);
 
 } // namespace FakeEnvironment

@@ -35,9 +35,9 @@ public:
 
     // Set before Close when the streams of this file are not in time order.
     Ebml::Times m_Times = Ebml::Times::InOrder;
-    // What the frame's octets were after the last Video call.
+    // The frame's octets after the last Video call.
     Octets m_HostBuffer;
-    // What the host's own octets of each frame record hold.
+    // The value of the host's own octets in each frame record.
     unsigned char m_Gap = 0;
 
     void* Handle() const { return m_pHandle; }

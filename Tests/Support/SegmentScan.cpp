@@ -143,7 +143,7 @@ std::string CheckIndexes(const VirtualFile& file, const SegmentScan& scan) {
     };
     expect(scan.m_PayloadStart + scan.m_SegmentSize == file.Size(), "the Segment does not end with the file");
 
-    // What stands in the Segment, clusters and the filler aside.
+    // The children of the Segment, except clusters and the filler.
     std::vector<Entry> children = scan.m_Children;
     expect(children.size() > 3 && children[0] == Entry{kSeekHead, 0} && children[1].m_Id == kVoid &&
                children[2] == Entry{kInfo, 4099},

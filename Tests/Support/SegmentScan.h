@@ -10,7 +10,7 @@
 
 #include "VirtualFile.h"
 
-// What is not EBML throws std::runtime_error, which names the offset.
+// Throws std::runtime_error for data that is not EBML, with the offset.
 class SegmentScan {
 public:
     struct Block {

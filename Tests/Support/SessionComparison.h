@@ -17,10 +17,10 @@
 // The first place where two runs of octets part; nothing when they are the same.
 std::string Difference(const Octets& plugin, const Octets& model);
 
-// What a self-test falsifies in the plug-in's answers, to see that it is found out.
+// The part of the plug-in's answers that a self-test falsifies, to prove that the comparison notices it.
 enum class Forgery { None, Result, Buffer, File, FileLength };
 
-// Sees a session on the plug-in's side alone and judges it by rules of its own. What is wrong comes back as text.
+// Watches a session on the plug-in's side alone and judges it by rules of its own. Returns faults as text.
 class SessionWatcher {
 public:
     SessionWatcher() = default;

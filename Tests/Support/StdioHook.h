@@ -19,7 +19,7 @@ int Seek(std::FILE* stream, off_t offset, int origin);
 int Flush(std::FILE* stream);
 int Close(std::FILE* stream);
 
-// What fopen, fwrite, fseeko, fflush and fclose do from now on, in the whole program; empty for the C library's.
+// Replaces fopen, fwrite, fseeko, fflush and fclose from now on, in the whole program; empty for the C library's.
 // Octets that a caller puts into the stream's buffer by itself (putc_unlocked) pass SetWrite by.
 void SetOpen(std::function<std::FILE*(const std::string& path, const char* mode)> open);
 void SetWrite(std::function<std::size_t(const void*, std::size_t size, std::size_t count, std::FILE*)> write);

@@ -17,7 +17,7 @@ inline Wide ToWide(const Characters& characters) { return {characters.begin(), c
 
 inline ConversionFlags FlagsFor(bool strict) { return strict ? kStrictConversion : kLenientConversion; }
 
-// What a conversion did: its result, and the whole target with some units behind its end, all of them filled
+// The outcome of a conversion: its result, and the whole target with some units behind its end, all of them filled
 // beforehand.
 template <class Unit>
 struct Outcome {
@@ -91,7 +91,7 @@ inline Outcome<wchar_t> ModelToUtf32(const Octets& source, std::size_t room, boo
             for (unsigned bit = 0x40; bit != 0x02 && (lead & bit) != 0; bit >>= 1) ++length;
         }
         if (i + length > source.size()) return end(kSourceExhausted);
-        // Legal is what is some character's encoding: decode what bits there are and encode them again.
+        // A sequence is legal if it is some character's encoding: decode its bits and encode them again.
         std::uint32_t c = length == 1 ? lead : lead & (0x7FU >> length);
         for (std::size_t k = 1; k < length; ++k) c = (c << 6) | (source[i + k] & 0x3FU);
         const Octets sequence(source.begin() + static_cast<std::ptrdiff_t>(i),
@@ -108,7 +108,7 @@ inline Outcome<wchar_t> ModelToUtf32(const Octets& source, std::size_t room, boo
     return end(kConverted);
 }
 
-// What a text element holds: the characters in front of a zero, cut where the next one would pass the capacity.
+// The content of a text element: the characters in front of a zero, cut where the next one would pass the capacity.
 inline Octets ModelUtf8Text(const std::wstring& text) {
     Octets written;
     for (const wchar_t unit : text) {

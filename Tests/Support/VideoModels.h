@@ -24,7 +24,7 @@ struct HostFrame {
     std::unique_ptr<unsigned char[]> m_pData;
 };
 
-// What a splitter did: the units handed on, the types asked for, the frame as it is afterwards.
+// The outcome of a splitter: the units handed on, the types asked for, the frame afterwards.
 struct Split {
     std::vector<Octets> m_Units;
     std::vector<unsigned> m_Types;

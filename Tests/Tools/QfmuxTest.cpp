@@ -176,7 +176,7 @@ TEST_F(QfmuxTest, OnlyIntraPicturesOfPackedMpeg4AreKeyFrames) {
     EXPECT_GT(bidirectional, 0);
 }
 
-// Matroska tells no decoding times, and those of the first reordered pictures lie before the first presentation time.
+// Matroska stores no decoding times, and those of the first reordered pictures lie before the first presentation time.
 TEST_F(QfmuxTest, PresentationTimesOfTheFirstPicturesAreWorkedOut) {
     ASSERT_EQ(
         Qfmux("--h264 havc --no-audio " + Quoted(ClipPath("h264-ac3.mkv")) + " " + Quoted(Path("a.mkv"))).m_ExitCode,
@@ -315,7 +315,7 @@ Octets WithFewStamps(Octets stream, int n) {
     return stream;
 }
 
-// A broadcast tells the time of a picture every 0.7 seconds at least, and of no more of them.
+// A broadcast must carry a time stamp at least every 0.7 seconds; other pictures may have none.
 TEST_F(QfmuxTest, TimesThatABroadcastLeavesOutAreFilledIn) {
     ASSERT_EQ(Qfmux(ClipPath("h264-aac.ts") + " " + Path("all.mkv")).m_ExitCode, 0);
     const auto expected = PresentationTimes(Path("all.mkv"));
@@ -472,7 +472,7 @@ TEST_F(QfmuxTest, EncryptedStreamsAreRefused) {
     EXPECT_EQ(Qfmux("--no-audio " + Path("quicktime.mp4") + " " + Path("picture.mkv")).m_ExitCode, 0);
 }
 
-// Telephones record as they are held, and tell players how to turn it.
+// Telephones record as they are held, and store the rotation for players.
 TEST_F(QfmuxTest, WarnsOfALostRotation) {
     RunCommand("ffmpeg -nostdin -v error -i " + Quoted(ClipPath("h264-aac.mp4")) + " -c copy -metadata:s:v rotate=90 " +
                Quoted(Path("turned.mp4")));
@@ -855,7 +855,8 @@ TEST_F(QfmuxTest, AnOldFileGivesWayOnlyToAWholeOne) {
     ExpectNothingLeft();
 }
 
-// What no reader knows, or shows otherwise, is no film: the plug-in writes it when forced, and qfmux does not keep it.
+// A file that readers do not open or show otherwise is no film: the plug-in writes it when forced, but qfmux removes
+// it.
 TEST_F(QfmuxTest, AFileThatDoesNotPlayIsRemoved) {
     const std::string inputs =
         "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=160x90:rate=25:duration=1 -f lavfi -i "
