@@ -24,11 +24,11 @@ struct Options {
     std::string m_Format; // MKV, HMKV, MKA, WEBM; empty: from the output's extension
     bool m_NoVideo = false;
     bool m_NoAudio = false;
-    bool m_NoSubtitles = false;      // they are lost anyhow: the user knows
+    bool m_NoSubtitles = false;      // do not warn: they are always left out
     bool m_NoData = false;           // the same
-    std::optional<int> m_VideoIndex; // which of the inputs' video streams; without one, the best
+    std::optional<int> m_VideoIndex; // index among the inputs' video streams; if absent, the best one
     std::optional<int> m_AudioIndex;
-    std::optional<Aspect> m_Aspect; // without one, the source's if its pixels are not square
+    std::optional<Aspect> m_Aspect; // if absent, the source's when its pixels are not square
     std::string m_H264;             // H264, N264, A264, I264, havc: the code of the start-code form; empty for lengths
     bool m_ForceCodec = false;
     double m_Duration = std::numeric_limits<double>::infinity(); // s
@@ -43,8 +43,8 @@ struct Options {
     std::string m_Record; // where to record the session, empty for nowhere
 };
 
-// Throws ToolError for a wrong command line. Prints help or version and returns nothing when that was asked for.
+// Throws ToolError for a wrong command line. Returns nothing after printing the help or the version.
 std::optional<Options> ParseOptions(int argc, char** argv);
 
-// Whether results are asked for as JSON, be the rest of the command line wrong.
+// Whether the command line has --json, even if the rest of it is wrong.
 bool WantsJson(int argc, char** argv);

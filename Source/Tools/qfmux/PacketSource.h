@@ -14,34 +14,33 @@
 #include "MediaFile.h"
 #include "TimeLine.h"
 
-// Reads a file once for all of its chosen streams. A packet of another stream than the one asked for waits; where too
-// much waits, in a badly interleaved file, the stream that is so far behind has the file opened for itself.
+// Reads a file once for all of its chosen streams. Packets of other streams than the requested stream wait. If too much
+// waits, in a badly interleaved file, the file is opened again for the stream that is behind.
 class PacketSource {
 public:
-    // file: for this source alone. streams: their indexes. shift: of all times, 100 ns.
+    // file: used by this source only. streams: their indexes. shift: added to all times, 100 ns.
     // Throws ToolError when the file lacks a stream.
     PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift);
 
     MediaFile& File() const { return *m_File; }
-    // Reads the stream's next packet. Returns 0, or AVERROR_EOF at the end or where libavformat reads no further.
+    // Reads the stream's next packet. Returns 0, or AVERROR_EOF at the end or where libavformat cannot read on.
     int Next(int stream, AVPacket& packet);
-    // Of what has been read for that stream: jumps in its times, its length, 100 ns, and packets left out since they
-    // are cut off.
+    // Of the packets read for that stream: the number of jumps in their times; their length, 100 ns.
     int Jumps(int stream) const;
     std::int64_t Length(int stream) const;
-    // What libavformat says of the place where reading ended, unless that is the end of the file.
+    // libavformat's reason why reading ended; empty at the end of the file.
     const std::string& Failure() const { return m_Failure; }
-    // Whether all streams with packets of their own are chosen.
+    // Whether all streams that have packets are chosen.
     bool HasAllStreams() const;
 
 private:
     struct Chosen {
-        bool m_IsAskedFor = true; // here, and not in a source of its own
+        bool m_IsAskedFor = true; // by callers of this source
         std::deque<AvPtr<AVPacket>> m_Waiting;
         std::uint64_t m_Taken = 0;             // packets handed out
-        std::optional<std::int64_t> m_First;   // when the earliest begins, 100 ns
-        std::int64_t m_End = 0;                // and the latest ends
-        std::unique_ptr<PacketSource> m_Alone; // once it has the file for itself
+        std::optional<std::int64_t> m_First;   // start of the earliest packet, 100 ns
+        std::int64_t m_End = 0;                // end of the latest packet, 100 ns
+        std::unique_ptr<PacketSource> m_Alone; // set once the file was opened again for this stream
     };
     int OpenForItself(int stream, AVPacket& packet);
     static void Measure(Chosen& chosen, const AVPacket& packet, AVRational timeBase);
@@ -52,6 +51,6 @@ private:
     TimeLine m_TimeLine;
     std::map<int, Chosen> m_Chosen;
     std::size_t m_WaitingOctets = 0;
-    int m_End = 0; // what ended the file
+    int m_End = 0; // the result that ended reading
     std::string m_Failure;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a file's pictures will be shown otherwise than the source's.
+// Losses that change how pictures are shown.
 #pragma once
 
 #include "LossText.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// In which order pictures are presented, where their file does not say so.
+// The presentation order of pictures without time stamps.
 #pragma once
 
 #include <cstddef>
@@ -9,24 +9,25 @@
 
 #include "Frame.h"
 
-// Presentation times for pictures that came without: raw streams have none, AVI files only those of decoding,
-// broadcasts some. Pictures are held until their place in presentation order is known; one without a time then follows
-// the one in front of it. Where none has a time the n-th one presented takes the time at which the n-th was decoded.
+// Gives presentation times to pictures without them: raw streams have no times, AVI files only decoding times, and
+// broadcasts some presentation times. Pictures are held until their place in presentation order is known. A picture
+// without a time then follows the picture presented before it. If no picture has a time, the n-th presented picture
+// takes the decoding time of the n-th decoded picture.
 //
-// H.264 numbers its pictures in that order; 16 of them at most wait (its largest picture buffer). In MPEG-4 a
-// B picture is presented at once, any other when the next such one comes. libavformat knows the latter rule, but not
-// that frames may be taken apart behind it, as those of MPEG-4 are.
+// H.264 numbers its pictures in presentation order; at most 16 pictures wait (its largest picture buffer). In MPEG-4 a
+// B picture is presented at once, and any other picture when the next picture that is not a B picture arrives.
+// libavformat applies the MPEG-4 rule too, but before filters split packed MPEG-4 frames.
 class PictureOrder {
 public:
-    // lag: by how many pictures the presentation is behind the decoding. frameDuration: 100 ns.
+    // lag: the number of pictures by which presentation follows decoding. frameDuration: 100 ns.
     PictureOrder(const AVCodecParameters& parameters, std::size_t lag, std::int64_t frameDuration);
 
     // Whether there is a rule for the codec.
     static bool Knows(AVCodecID codec);
 
-    // In decoding order. isTold: whether the file tells when it is presented.
+    // To be called in decoding order. isTold: whether the file has the frame's presentation time.
     void Push(Frame frame, bool isTold);
-    void Flush(); // no more frames come
+    void Flush(); // no more frames follow
     // Takes the oldest frame whose presentation time is known; false when there is none.
     bool Pop(Frame& frame);
 
@@ -47,7 +48,7 @@ private:
     AvPtr<AVCodecParserContext> m_Parser;
     std::deque<Held> m_Held;
     std::deque<std::int64_t> m_DecodeTimes; // of frames not placed yet
-    std::optional<std::int64_t> m_Next;     // when the one placed last ends, once the file told of one
+    std::optional<std::int64_t> m_Next;     // end of the frame placed last, once the file had a presentation time
     std::size_t m_Unplaced = 0;
     std::int64_t m_Pushed = 0;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a run will do: which format, which streams, under which codes, and what is left out.
+// The plan of a run: format, streams, codes and losses.
 #pragma once
 
 #include <memory>
@@ -26,7 +26,7 @@ struct Plan {
     const FileFormatInfo* m_pFormat = nullptr;
     std::optional<PlannedTrack> m_Video;
     std::optional<PlannedTrack> m_Audio;
-    std::optional<Aspect> m_Aspect; // of the pictures, where it is not that of their size
+    std::optional<Aspect> m_Aspect; // display aspect, if it differs from the pictures' size
     std::vector<Loss> m_Lost;
 
     // WEBM has no place for an aspect.
@@ -34,17 +34,17 @@ struct Plan {
     bool IsWebm() const { return m_pFormat->fourCC == MakeFourCC("WEBM"); }
 };
 
-// Throws ToolError when the plug-in has none.
+// Throws ToolError when the plug-in lists no formats.
 const FileFormatInfo* FormatsOf(const Plugin& plugin);
 
-// The formats must outlive the plan. Throws ToolError for what the format does not take.
+// The formats must outlive the plan. Throws ToolError for codecs that the format does not support.
 Plan MakePlan(const Options& options, const FileFormatInfo* formats,
               const std::vector<std::shared_ptr<MediaFile>>& inputs, RunReport& report);
 
 nlohmann::json PlanAsJson(const Plan& plan, const Options& options);
-// One for each track.
+// One line for each track.
 std::vector<std::string> PlanAsLines(const Plan& plan);
 
-// What the plug-in's tables say, for `qfmux formats`.
+// The plug-in's tables, for `qfmux formats`.
 nlohmann::json FormatsAsJson(const FileFormatInfo* formats);
 std::string FormatsAsText(const FileFormatInfo* formats);

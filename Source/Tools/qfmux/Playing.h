@@ -16,24 +16,24 @@
 using SourceStreams = std::array<const AVCodecParameters*, 2>;
 
 struct Played {
-    std::optional<std::string> m_Fault; // what is wrong with the file
-    std::vector<std::string> m_Notes;   // what could not be played
-    std::uint64_t m_Places = 0;         // where playing began
-    std::uint64_t m_Pictures = 0;       // that were equal
+    std::optional<std::string> m_Fault; // the file's fault, if any
+    std::vector<std::string> m_Notes;   // streams that could not be played
+    std::uint64_t m_Places = 0;         // places where playing began
+    std::uint64_t m_Pictures = 0;       // equal pictures
     std::uint64_t m_Samples = 0;
 };
 
-// Seeks to each excerpt in the file and compares what libavcodec makes of both.
+// Seeks to each excerpt in the file and compares the decoded pictures and samples of both.
 Played PlayExcerpts(const std::string& path, const Excerpts& excerpts, const SourceStreams& sources);
 
-// Decodes a source from end to end while it goes by, and then the file.
+// Decodes a whole source during the run, and then the whole file.
 class WholePlay {
 public:
     explicit WholePlay(const SourceStreams& sources);
 
     // To be called for each frame that becomes a block.
     void Take(bool isVideo, const Frame& frame);
-    // sources: those to be compared.
+    // sources: the streams to compare.
     Played Compare(const std::string& path, const SourceStreams& sources);
 
 private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The plug-in's handle of the file, closed in any case.
+// Owns the plug-in's handle of the file and closes it.
 #pragma once
 
 #include "Session.h"

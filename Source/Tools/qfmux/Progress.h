@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How far a run is: a bar on the terminal, or one JSON object a line.
+// The progress of a run: a bar on the terminal, or one JSON object per line.
 #pragma once
 
 #include <chrono>
@@ -11,17 +11,17 @@ class Progress {
 public:
     // length: of the media, 100 ns; 0 when it is not known.
     Progress(ProgressMode mode, bool quiet, std::int64_t length);
-    // Leaves the terminal's line clean.
+    // Clears the terminal's line.
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    // Goes through the media once more. phase: a word for it, which stays the caller's.
+    // Starts a new pass over the media. phase: its name, which must outlive this object.
     void Begin(const char* phase);
-    // position: in the media, 100 ns; size: octets so far. Shown a few times a second at most.
-    // Returns true when it was time to show it.
+    // position: in the media, 100 ns; size: octets so far. Shows at most a few updates a second.
+    // Returns whether this update was due.
     bool Update(std::int64_t position, std::uint64_t size);
-    // The whole is done. Said once, and last.
+    // To be called once, at the end of the run.
     void Finish();
 
 private:

@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: MIT
-// What libavformat complains of while it reads a file.
+// Errors that libavformat reports while it reads a file.
 #pragma once
 
 extern "C" {
 #include <libavformat/avformat.h>
 }
 
-// It tells some faults in its log alone: packets cut off or with parts missing, and a file that ends too early.
+// libavformat reports some errors only in its log: packets that are truncated or incomplete, and a file that ends too
+// early.
 class ReadErrors {
 public:
-    // Counts from now on what concerns the context, which this object must outlive.
+    // Counts the context's errors from now on. This object must outlive the context.
     void Watch(AVFormatContext& context);
 
-    int Packets() const { return m_Packets; } // that it calls corrupt
+    int Packets() const { return m_Packets; } // packets reported as corrupt
     int Others() const { return m_Others; }
 
 private:

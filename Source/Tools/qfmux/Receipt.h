@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a run has done, for the user.
+// The results of a run, for the user.
 #pragma once
 
 #include <cstdint>
@@ -14,14 +14,14 @@
 
 class RunReport;
 
-// Warns of what the tracks met on their way.
+// Reports irregularities of the tracks: slices in blocks of their own, changed set-up data, missing or jumping times.
 void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report);
 
-// Adds what came out to the plan's facts. size: of the file, octets.
+// Adds the file's properties to the plan's facts. size: of the file, octets.
 void AddFileFacts(nlohmann::json& facts, const Options& options, std::optional<Track>& video,
                   std::optional<Track>& audio, std::uint64_t size);
 
-// Adds what was played.
+// Adds the counts of played places, pictures and samples.
 void AddPlayed(nlohmann::json& facts, const Played& played);
 
 // The closing line: "film.mkv: 6.02 s, 433 frames, 387 kB, verified". length: of the media, 100 ns.

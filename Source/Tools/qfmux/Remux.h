@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One run: media files in, a file of the plug-in's out.
+// One run: reads media files and writes one file with the plug-in.
 #pragma once
 
 #include "Options.h"
@@ -7,6 +7,6 @@
 
 class RunReport;
 
-// Returns the exit code of a run that ended with its file in place: done, with warnings, or by a signal.
-// Throws ToolError else; then the target is as it was before.
+// Returns the exit code of a run whose file is in place: done, done with warnings, or ended by a signal.
+// Otherwise throws ToolError and leaves the target unchanged.
 int Remux(const Options& options, const Plugin& plugin, RunReport& report);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a run has to tell its user.
+// The messages of a run.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -13,25 +13,25 @@ public:
     void BeQuiet() { m_Quiet = true; }
     void BeVerbose() { m_Verbose = true; }
 
-    // Something worth knowing of a file that comes into being.
+    // Adds a remark on the file.
     void Note(const std::string& text);
-    // Something that is not as it should be; the run ends with exit code 1. Each text is said once.
+    // Prints a warning, each text once. The run ends with exit code 1.
     void Warn(const std::string& text);
-    // Something that such a file does not have.
+    // Adds a loss.
     void Lose(const Loss& loss);
-    // Says the notes and losses, now that the file is there.
+    // Prints the notes and losses, once the file exists.
     void Tell() const;
-    // For --verbose.
+    // Prints a line for --verbose.
     void Detail(const std::string& text);
-    // The last line of a run that is done.
+    // Prints the last line of a complete run.
     void Close(const std::string& text);
 
-    // Whether something is not as it should be.
+    // Whether there were warnings, losses of that weight included.
     bool HasWarnings() const { return m_HasWarnings; }
 
-    // What --json tells besides: facts of the plan and of the file.
+    // Further members for --json: facts of the plan and of the file.
     nlohmann::json& Facts() { return m_Facts; }
-    // error: what ended the run, or empty.
+    // error: the error that ended the run, or empty.
     nlohmann::json AsJson(int exitCode, const std::string& error) const;
 
 private:

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
-// What signals do to a run.
+// Signals during a run.
 #pragma once
 
 #include <csignal>
 
 #include <map>
 
-// While an object of this class lives, SIGINT, SIGTERM and SIGHUP end a run in good order; a second SIGINT ends it at
-// once. The others come again from programs that wait for the end, as GNU parallel does. SIGHUP stays ignored where it
-// is, under nohup.
-// A file that grows too large and a reader of stdout that goes away show as errors of the write, and not as signals.
+// While an object of this class lives, SIGINT, SIGTERM and SIGHUP end a run cleanly. A second SIGINT ends it at once; a
+// second SIGTERM or SIGHUP does not, because programs such as GNU parallel repeat these while they wait. SIGHUP stays
+// ignored if it was, as under nohup.
+// SIGXFSZ and SIGPIPE are ignored, so a file that is too large and a closed stdout are write errors.
 class SignalGuard {
 public:
     SignalGuard();
@@ -17,7 +17,7 @@ public:
     SignalGuard(const SignalGuard&) = delete;
     SignalGuard& operator=(const SignalGuard&) = delete;
 
-    // The signal that came, 0 for none.
+    // The caught signal; 0 for none.
     static int Caught();
 
 private:

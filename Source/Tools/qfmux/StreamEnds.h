@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the container tells players to leave out at the ends of a stream.
+// Samples and frames at the ends of a stream that the container asks players to skip.
 #pragma once
 
 #include <cstdint>
@@ -12,5 +12,5 @@ struct StreamEnds {
     int m_HiddenFrames = 0; // at the start: decoded, but not shown
 };
 
-// Opens the file once more, whose place does not move. What cannot be read that way has no such ends.
+// Opens the file once more, so the position of `file` does not change. Returns zeros if the file cannot be read.
 StreamEnds ReadStreamEnds(const MediaFile& file, const AVStream* stream);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Streams that a file will not have.
+// Streams that are left out.
 #pragma once
 
 #include <memory>

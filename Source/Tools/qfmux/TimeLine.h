@@ -12,21 +12,21 @@ extern "C" {
 }
 
 constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
-// 3,653 years: sums and differences of such times stay within 64 bits, whatever a damaged file says.
+// 3,653 years: sums and differences of such times stay within 64 bits for any time stamps of a damaged file.
 constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
-// Of H.264, in pictures: so many at most wait for others between their decoding and their presentation.
+// The largest number of H.264 pictures that wait between decoding and presentation.
 constexpr std::size_t kLargestPictureBuffer = 16;
-// A stamp in 100 ns units, within those bounds.
+// Converts a stamp to 100 ns units, limited to kFurthestTime.
 std::int64_t HostTime(std::int64_t stamp, AVRational timeBase);
 
 // Rounded, as the file's times are.
 constexpr std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 10000; }
 
-// Where a recording was cut, joined or damaged, the times of its packets jump. What comes behind a jump is moved to
-// where that in front of it ends. Streams pass such a place one after the other, and stay together.
+// The times of packets jump where a recording was cut, joined or damaged. Packets after a jump are moved to the end of
+// the packets before it. Streams reach such a place one after the other and stay in step.
 class TimeLine {
 public:
-    // shift: of all times from the beginning, 100 ns.
+    // shift: added to all times from the beginning, 100 ns.
     TimeLine(bool mayJump, std::int64_t shift);
 
     // To be called for each packet in the order of the file.

@@ -17,7 +17,7 @@
 
 class Track {
 public:
-    // source: of the planned track's file.
+    // source: reads the planned track's file.
     Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified);
 
     bool HasFrame() const { return m_HasFrame; }
@@ -26,29 +26,29 @@ public:
     const PlannedTrack& Plan() const { return m_Plan; }
     TrackDigest& Digest() { return m_Digest; }
     bool SlicesWereSplit() const { return m_SlicesWereSplit; }
-    // Of sound: a file has one set of it for each track. Pictures carry theirs with them.
+    // For sound only: a file has one set-up per track, while pictures carry changed set-up data in their frames.
     bool SetupHasChanged() const { return m_SetupHasChanged; }
-    // Of H.264.
+    // For H.264.
     const KnownSets& Sets() const { return m_Frames.Sets(); }
-    // Whether the file's frames are units of H.264 behind lengths.
+    // Whether the file's frames are H.264 units with length prefixes.
     bool HasUnits() const;
 
-    // Of the next frame's block, 100 ns.
+    // The time of the next frame's block, 100 ns.
     std::int64_t Time() const { return m_Plan.m_Choice.m_DecodeTimes ? m_Next.m_Decode : m_Next.m_Presentation; }
 
     void Advance() { m_HasFrame = m_Reader.Next(m_Next); }
-    // Instead of sending the next frame, which cannot have its place in the file.
+    // To be called instead of Send for a frame that has no place in the file.
     void LeaveOut();
     int LeftOut() const { return m_LeftOut; }
-    // Instead of sending the next frame and advancing: it cannot be decoded with what comes behind it alone.
+    // To be called instead of Send and Advance for a frame before the first picture that can be decoded.
     void LeaveOutInFront();
-    // Takes what is in front of the picture out of the next frame: the rest of one that was cut off.
+    // Removes the rest of a truncated picture from the start of the next frame.
     void CutFront();
     int InFront() const { return m_InFront; }
     std::int64_t LengthInFront() const { return m_LengthInFront; } // 100 ns
-    // Whether the next picture needs some that are in front of the first one sent.
+    // Whether the next picture needs pictures before the first one sent.
     bool IsLeading() const { return m_Begin && m_Next.m_Presentation < *m_Begin; }
-    // Whether its frames are H.264 with lengths in front of all units.
+    // Whether its frames go to the plug-in as H.264 with length prefixes.
     bool IsWithLengths() const { return m_Plan.m_Choice.m_Framing == Framing::Lengths; }
 
     // Hands the next frame to the plug-in, its times moved by shift. Returns whether it becomes a block.
@@ -76,5 +76,5 @@ private:
     int m_InFront = 0;
     std::int64_t m_LengthInFront = 0;
     bool m_HasSent = false;
-    std::optional<std::int64_t> m_Begin; // when the first picture is presented, where some behind it may need others
+    std::optional<std::int64_t> m_Begin; // presentation of the first picture, if later pictures may need earlier ones
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the blocks of one track are, boiled down to a few numbers that can be compared.
+// A digest of one track's blocks, for comparison.
 #pragma once
 
 #include <xxhash.h>
@@ -10,17 +10,17 @@
 
 #include "H264Units.h"
 
-// The blocks of one track, boiled down: how many, when the first is, and a hash over every block's time, key flag and
-// octets. Takes no memory for each block, so a file may be as long as it likes.
+// Counts the blocks of one track and hashes each block's time, key flag and octets. Memory use does not depend on the
+// number of blocks.
 class TrackDigest {
 public:
-    // Without hashing it only counts.
+    // isHashed: false to count only.
     explicit TrackDigest(bool isHashed);
 
     // Begins a block; its octets follow. Time in ms.
     void Block(std::int64_t time, bool isKey);
     void Octets(const void* data, std::size_t size);
-    // A unit of H.264, whatever is in front of it.
+    // A unit of H.264, without its length prefix or start code.
     void Unit(const NalUnit& unit);
 
     std::uint64_t Blocks() const { return m_Blocks; }
@@ -28,7 +28,7 @@ public:
     std::int64_t FirstTime() const { return m_FirstTime; }
     std::int64_t LastTime() const { return m_LastTime; }
 
-    // The hash counts times from the first block's: where the file's own zero lies is not part of it.
+    // Hashed times are relative to the first block, so the file's offset does not matter.
     std::uint64_t Hash() const { return XXH3_64bits_digest(m_State.get()); }
 
 private:

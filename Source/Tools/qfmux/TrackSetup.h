@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the plug-in is told of a track in front of its frames.
+// A track's parameters and set-up data for the plug-in.
 #pragma once
 
 #include <optional>

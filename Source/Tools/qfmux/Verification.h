@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Whether what came out is the user's film.
+// Verification of the finished file.
 #pragma once
 
 #include <cstdint>
@@ -18,14 +18,14 @@ class RunReport;
 
 class Verification {
 public:
-    // length: of the media as far as it is known, 100 ns, else 0. The tracks must outlive it.
+    // length: the media's expected length, 100 ns; 0 if it is not known. The tracks must outlive this object.
     Verification(const Options& options, std::int64_t length, std::optional<Track>& video, std::optional<Track>& audio);
 
     // To be called for each frame that becomes a block. time: of the block, ms in the file.
     void Take(bool isVideo, const Frame& frame, std::int64_t time);
 
-    // To be called once the file is closed. Throws ToolError when the file does not hold all that was sent, or does not
-    // play as the source does, as far as was asked.
+    // To be called once the file is closed. Throws ToolError when frames are missing or differ, or when the file plays
+    // differently from the source. --verify chooses the checks.
     void Check(const StagedFile& output, Progress& progress, RunReport& report);
 
     const Played& Play() const { return m_Played; }
