@@ -90,7 +90,7 @@ TEST_F(SetupData, AShorterLateCallLeavesTheTailOfTheOneBefore) {
     EXPECT_EQ(session.Finish().Payload(kPrivate), Hex("A1 A2 03 04 05") + Zeros(1019));
 }
 
-TEST_F(SetupData, TheRoomIsTheSizeWhenTracksWasWritten) {
+TEST_F(SetupData, TheRoomIsFixedWhenTracksIsWritten) {
     HostSession session(m_Plugin, MakeAudioJob(kMkv, MakeFourCC("AAC ")));
     session.VosData(Hex("01 02 03"));
     FeedAudio(session);
