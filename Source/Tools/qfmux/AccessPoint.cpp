@@ -6,7 +6,7 @@
 
 namespace {
 
-// Calls see with the octet behind each start code and what follows it, until it returns false.
+// Calls see with the octet after each start code and the octets that follow, until see returns false.
 template <class See>
 void EachStartCode(const std::uint8_t* data, std::size_t size, See see) {
     const std::uint8_t* const end = data + size;

@@ -55,8 +55,8 @@ CodecChoice ChooseH264(const AVCodecParameters& parameters, const std::string& c
     return choice;
 }
 
-// A codec without an identifier of its own, by the code that it has in AVI or WAV files or else in its own; 0 if it has
-// none.
+// For a codec without an identifier in Matroska: its code in AVI or WAV files, or else in its own file; 0 if it has
+// neither.
 CodecChoice ChooseGeneric(const AVCodecParameters& parameters, bool hasSetup) {
     CodecChoice choice;
     choice.m_IsGeneric = true;
@@ -103,7 +103,7 @@ CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std
 
 std::vector<std::uint8_t> LacedVorbisHeaders(const std::vector<std::uint8_t>& setupData) {
     constexpr std::size_t kIdentificationSize = 30;
-    // libavformat hands them over either laced already, or each behind its size in two octets.
+    // libavformat returns the headers either laced already or each with its size in two octets before it.
     if (!setupData.empty() && setupData[0] == 2) return setupData;
     std::array<const std::uint8_t*, 3> packets{};
     std::array<std::size_t, 3> sizes{};

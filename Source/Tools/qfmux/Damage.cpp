@@ -12,13 +12,13 @@ namespace {
 constexpr std::int64_t kSecond = 10000000; // 100 ns
 
 struct Findings {
-    std::int64_t m_Length = 0;   // of what was read, 100 ns
-    std::int64_t m_Promised = 0; // by the file's header, 100 ns; 0 for nothing
+    std::int64_t m_Length = 0;   // of the frames read, 100 ns
+    std::int64_t m_Promised = 0; // by the file's header, 100 ns; 0 if it has no length
     int m_Packets = 0;
     int m_Others = 0;
     int m_Gaps = 0;               // in the sound
     std::int64_t m_GapLength = 0; // 100 ns
-    std::string m_Failure;        // what ended reading before the end of the file
+    std::string m_Failure;        // the error that ended reading before the end of the file
 };
 
 void Add(Findings& findings, const TrackReader& reader) {
@@ -30,7 +30,7 @@ void Add(Findings& findings, const TrackReader& reader) {
     if (findings.m_Failure.empty()) findings.m_Failure = reader.Failure();
 }
 
-// Headers are rounded, and some writers count from another beginning: where nothing else is wrong much must be missing.
+// Headers are rounded, and some writers count from another start. Without other faults much must be missing.
 bool IsShort(const Findings& findings) {
     const bool isDamaged = findings.m_Packets + findings.m_Others > 0 || !findings.m_Failure.empty();
     const std::int64_t missing = findings.m_Promised - findings.m_Length;

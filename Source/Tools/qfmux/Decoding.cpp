@@ -28,7 +28,7 @@ Decoding::Decoding(const AVCodecParameters& parameters, const std::vector<std::u
         std::memcpy(m_Codec->extradata, setup->data(), setup->size());
         m_Codec->extradata_size = static_cast<int>(setup->size());
     }
-    // By an AVI file's code decoders guess at faults of encoders; Matroska has no such code.
+    // Decoders work around faults of encoders by the code in AVI files; Matroska has no such code.
     if (parameters.codec_id == AV_CODEC_ID_MPEG4) m_Codec->codec_tag = 0;
     m_Codec->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
     m_Codec->thread_count = threads;
@@ -79,7 +79,7 @@ void Decoding::Receive() {
     }
 }
 
-// The octets that are seen, and no names of formats: full and narrow range of the same octets have two.
+// Hashes the visible octets, but not the format: full and narrow range of the same octets are different formats.
 void Decoding::TakePicture() {
     ++m_Count;
     const std::array<int, 2> size = {m_Frame->width, m_Frame->height};

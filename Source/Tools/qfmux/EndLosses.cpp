@@ -30,7 +30,7 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
     const AVCodecParameters& parameters = *audio.m_pStream->codecpar;
     const int rate = parameters.sample_rate;
     std::uint64_t end = ends.m_EndSamples;
-    // Frames that lie behind the edit are left out as a whole.
+    // libavformat drops whole frames after the edit.
     if (end == 0 && iso.m_TimeScale == static_cast<std::uint32_t>(rate) && parameters.frame_size > 0) {
         end = std::min<std::uint64_t>(iso.m_HiddenEnd, static_cast<std::uint64_t>(parameters.frame_size) - 1);
     }
@@ -45,7 +45,7 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
     if (hasGain || Value(audio.m_pStream->metadata, "REPLAYGAIN_TRACK_GAIN") != nullptr) {
         Tell(losses, "volume", LossWeight::Note, "the replay gain is lost: players will not adjust the volume");
     }
-    // Other codecs tell it in their frames; of PCM the file has but the number of its channels.
+    // Frames of other codecs carry the layout; for PCM the file has only the number of channels.
     AVChannelLayout usual{};
     av_channel_layout_default(&usual, parameters.ch_layout.nb_channels);
     const bool isPcm = av_get_exact_bits_per_sample(parameters.codec_id) > 0;
@@ -71,7 +71,7 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
             iso = ReadIsoTracks(track->m_pFile->Path())[static_cast<std::uint32_t>(stream->id)];
         }
         StreamEnds ends;
-        // Others tell of no ends.
+        // Other formats have no such data.
         for (const char* name : {"mov", "matroska", "mp3", "ogg", "flac", "caf"}) {
             if (av_match_name(name, format) == 0) continue;
             ends = ReadStreamEnds(*track->m_pFile, stream);

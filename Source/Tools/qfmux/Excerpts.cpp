@@ -14,7 +14,7 @@ constexpr std::int64_t kLength = 1000;         // ms
 constexpr std::int64_t kCluster = 1000;        // ms
 constexpr std::int64_t kLeastDistance = 2000;  // ms
 constexpr std::size_t kMost = 6;               // the first second included
-constexpr std::size_t kMostOctets = 32U << 20; // of a track's piece: a second of the richest discs takes half of that
+constexpr std::size_t kMostOctets = 32U << 20; // per track: a second of the highest disc bit rates takes half of this
 
 } // namespace
 
@@ -59,12 +59,12 @@ void Excerpts::Add(Excerpt& excerpt, bool isVideo, const Frame& frame, std::int6
         track.m_DecodeStart = frame.m_Decode;
         track.m_Setup = m_Setups[isVideo ? 0 : 1];
     }
-    // All in decoding order, so that pictures have those that they refer to. Some presented before the first may need
-    // others in front of it.
+    // Takes all frames in decoding order, so that pictures have their references. Pictures presented before the first
+    // may need earlier ones.
     track.m_IsWhole = track.m_IsWhole || ToMilliseconds(frame.m_Decode - track.m_DecodeStart) >= kLength ||
                       track.m_Octets > kMostOctets;
     if (track.m_IsWhole || time < track.m_Start) return;
-    // In the middle of a packed AVI no decoder knows that it is packed.
+    // A decoder that starts in the middle of a packed AVI cannot see that it is packed.
     const bool isUnpacked = isVideo && m_VideoIsMpeg4 && excerpt.m_Time > 0;
     AvPtr<AVPacket> packet(av_packet_clone(isUnpacked ? frame.m_Packet.get() : &frame.Source()));
     if (packet == nullptr) throw std::bad_alloc();
@@ -72,7 +72,8 @@ void Excerpts::Add(Excerpt& excerpt, bool isVideo, const Frame& frame, std::int6
     track.m_Packets.push_back(std::move(packet));
 }
 
-// One for the first key frame in each cluster, of a second each; a block on the boundary belongs to the one before it.
+// The plug-in makes a cue for the first key frame of each cluster of one second. A block on the boundary belongs to the
+// cluster before it.
 bool Excerpts::HasCue(bool isVideo, const Frame& frame, std::int64_t time) {
     if (isVideo != m_HasVideo || (isVideo && !frame.m_Access.m_IsKey)) return false;
     const std::int64_t cluster = time <= 0 ? 0 : (time - 1) / kCluster;

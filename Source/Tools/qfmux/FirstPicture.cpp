@@ -6,7 +6,7 @@
 
 namespace {
 
-// A decoder may hold this many back.
+// A decoder may hold back this many frames.
 constexpr int kMostPackets = 200;
 
 } // namespace

@@ -12,14 +12,13 @@ constexpr unsigned kPictureSet = 8;
 constexpr unsigned kSubsetSequenceSet = 15;
 constexpr unsigned kRecoveryPoint = 6; // a payload type of SEI
 
-// No unit ends in a zero: zeros behind it are padding.
+// No unit ends with a zero: trailing zeros are padding.
 void Take(std::vector<NalUnit>& units, const std::uint8_t* begin, const std::uint8_t* end) {
     while (end > begin && end[-1] == 0) --end;
     if (end > begin) units.push_back({begin, static_cast<std::size_t>(end - begin)});
 }
 
-// The bits behind a unit's first octets, without the octets that keep start codes from arising (7.3.1). Zeros behind
-// the end.
+// The bits after a unit's first octets, without emulation prevention octets (7.3.1). Reads zeros after the end.
 class Bits {
 public:
     Bits(const NalUnit& unit, std::size_t from) {
@@ -53,7 +52,7 @@ private:
 // Whether one of the messages in an SEI unit (7.3.2.3) marks a recovery point.
 bool MarksRecoveryPoint(const NalUnit& unit) {
     std::size_t at = 1;
-    // Type and size: octets of 255 add up with the one behind them.
+    // Type and size: the sum of all octets of 255 and the next octet.
     const auto number = [&unit, &at]() {
         std::size_t value = 0;
         while (at < unit.m_Size && unit.m_pData[at] == 255) value += unit.m_pData[at++];
@@ -63,7 +62,7 @@ bool MarksRecoveryPoint(const NalUnit& unit) {
         const std::size_t type = number();
         const std::size_t size = number();
         if (type == kRecoveryPoint && size > 0) return true;
-        // Octets that keep start codes from arising do not count.
+        // Emulation prevention octets do not count.
         for (std::size_t i = 0, zeros = 0; i < size && at < unit.m_Size; ++at) {
             const bool isGuard = zeros >= 2 && unit.m_pData[at] == 3;
             zeros = unit.m_pData[at] == 0 ? zeros + 1 : 0;

@@ -15,7 +15,7 @@ constexpr std::uint32_t Code(const char (&text)[5]) {
     return code;
 }
 
-// The boxes of a file. What is read behind the end is zero.
+// The boxes of a file. Reads zeros after the end.
 class Boxes {
 public:
     explicit Boxes(const std::string& path) : m_File(path, std::ios::binary) {
@@ -35,7 +35,8 @@ public:
         return number;
     }
 
-    // Visits the boxes from `at` to `end` with their code and where their contents are, until visit returns false.
+    // Visits the boxes from `at` to `end` with their code and the position of their contents, until visit returns
+    // false.
     using Visit = std::function<bool(std::uint32_t code, std::uint64_t from, std::uint64_t to)>;
     void Each(std::uint64_t at, std::uint64_t end, const Visit& visit) {
         while (at < end && end - at >= 8 && ++m_Visited < kMostBoxes) {
@@ -78,7 +79,7 @@ public:
                 if (inner == Code("trak")) Keep(at, end);
                 return true;
             });
-            return false; // there is one
+            return false; // only one exists
         });
     }
 
@@ -97,7 +98,7 @@ private:
         Read(track, at, end, 0);
         IsoTrack& kept = track.m_Track;
         if (kept.m_MediaEdits == 1 && m_FilmScale > 0 && track.m_EditLength > 0) {
-            // One unit of the film may be many of the media's.
+            // One unit of the film may be many units of the media.
             const std::uint64_t shown =
                 (track.m_EditLength + 1) * std::uint64_t{kept.m_TimeScale} / m_FilmScale + track.m_EditStart;
             if (track.m_MediaLength > shown) kept.m_HiddenEnd = track.m_MediaLength - shown;

@@ -42,7 +42,7 @@ KnownSets::Key KnownSets::KeyOf(const NalUnit& unit) {
     return {kind, ParameterSetId(unit)};
 }
 
-// Returns whether the set is not the one that has been known.
+// Returns whether the set is new or has changed.
 bool KnownSets::Keep(const NalUnit& unit) {
     const Key key = KeyOf(unit);
     if (key.second < 0 || key.second >= kMostSets) return false;

@@ -23,7 +23,7 @@ void Tell(Losses& losses, const char* kind, const std::string& text) {
     losses.push_back({kind, text, LossWeight::Note});
 }
 
-// Tags that a muxer or an encoder writes for readers, not for people, and those that are told of in other words.
+// Tags that a muxer or an encoder writes for programs, and tags that other losses report.
 bool IsTechnical(const std::string& key) {
     static const std::set<std::string> kKeys = {
         "major_brand", "minor_version", "compatible_brands", "encoder", "handler_name",     "vendor_id",
@@ -84,7 +84,7 @@ void TellOfTracks(const std::vector<const PlannedTrack*>& tracks, Losses& losses
         if (language != nullptr && std::strcmp(language, "und") != 0) languages.push_back(language + kind);
         if (const char* const name = Value(stream->metadata, "title"); name != nullptr && !IsOgg(*track->m_pFile))
             names.push_back("'" + std::string(name) + "'" + kind);
-        // A track of the file is one by default, and has no other flag.
+        // Each track of the file is a default track and has no other flag.
         const char* const format = track->m_pFile->Context()->iformat->name;
         const bool knowsDefault = av_match_name("matroska", format) != 0 || av_match_name("mov", format) != 0;
         if (knowsDefault && (stream->disposition & AV_DISPOSITION_DEFAULT) == 0) flags.push_back("not default" + kind);

@@ -20,13 +20,13 @@ constexpr std::uint64_t kTrackEntry = 0xAE;
 constexpr std::uint64_t kVideo = 0xE0;
 constexpr std::uint64_t kPixelCrops[] = {0x54AA, 0x54BB, 0x54CC, 0x54DD};
 
-constexpr int kMostElements = 10000; // in front of the frames there are few
+constexpr int kMostElements = 10000; // few elements precede the frames
 
 class Elements {
 public:
     explicit Elements(const std::string& path) : m_File(path, std::ios::binary) {}
 
-    // Visits the elements from the place at hand to `end`; visit reads or ignores the contents, and returns false to
+    // Visits the elements from the current position to `end`. visit reads or skips the contents and returns false to
     // stop.
     using Visit = std::function<bool(std::uint64_t identifier, std::uint64_t end)>;
     void Each(std::uint64_t end, const Visit& visit) {
@@ -47,7 +47,7 @@ public:
         return value;
     }
 
-    // In four octets or eight.
+    // A number of four or eight octets.
     double Float(std::uint64_t end) {
         const bool isShort = end - m_At == 4;
         const std::uint64_t bits = Unsigned(end);
@@ -65,7 +65,7 @@ private:
         return static_cast<std::uint64_t>(m_File.get()) % 256;
     }
 
-    // RFC 8794, variable-size integers; an unknown size reaches as far as can be.
+    // RFC 8794, variable-size integers; an unknown size becomes the largest one.
     std::uint64_t Number(bool isSize) {
         const std::uint64_t first = Octet();
         int length = 1;

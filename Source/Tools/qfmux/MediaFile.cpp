@@ -17,14 +17,14 @@ extern "C" {
 
 namespace {
 
-// Playlists name other files, some that are yet to come, for which libavformat waits, and any could be the output.
+// Playlists name other files. libavformat may wait for one that does not exist yet, and any could be the output.
 void CheckSelfContained(const std::string& url, const std::string& path) {
     AVIOContext* file = nullptr;
     CheckReading(avio_open(&file, url.c_str(), AVIO_FLAG_READ), path);
     const AVInputFormat* format = nullptr;
     const int result = av_probe_input_buffer2(file, &format, url.c_str(), nullptr, 0, 0);
     avio_closep(&file);
-    if (result < 0) return; // which is told when the file is opened
+    if (result < 0) return; // opening the file reports the error
     for (const char* name : {"concat", "dash", "hls", "imf", "sdp", "rtsp"}) {
         if (av_match_name(name, format->name) != 0) FailReading(path, "it is a list of other files");
     }
@@ -65,7 +65,7 @@ void MediaFile::Open(bool looksFar) {
     CheckReading(result, m_Path);
     m_Context.reset(context);
     m_Errors = std::move(errors);
-    // Before libavformat looks into the frames for more.
+    // Copies the container's parameters before libavformat probes the frames.
     m_Declared.clear();
     for (unsigned i = 0; i < context->nb_streams; ++i) {
         m_Declared.emplace_back(avcodec_parameters_alloc());
@@ -88,7 +88,7 @@ std::int64_t MediaFile::Origin() const {
 
 std::int64_t MediaFile::PromisedLength(const AVStream* stream, bool isAlone) const {
     if (m_Context->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return 0;
-    // Matroska has the length of a track in a tag, if at all, and else that of the whole.
+    // Matroska has a track's length in an optional tag, and otherwise only the length of the file.
     if (av_match_name("matroska", m_Context->iformat->name) != 0) {
         const AVDictionaryEntry* const tag = av_dict_get(stream->metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
         std::int64_t length = 0;

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Of packets that wait for another stream's. Two seconds of Ultra HD discs, the richest there are, take 32 MB.
+// Octets of waiting packets. Two seconds of Ultra HD discs, which have the highest bit rates, take 32 MB.
 constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 
 } // namespace
@@ -21,7 +21,7 @@ PacketSource::PacketSource(std::shared_ptr<MediaFile> file, std::set<int> stream
     for (const int index : m_Streams) {
         if (index >= static_cast<int>(context->nb_streams)) FailReading(m_File->Path(), "the file has changed");
         m_Chosen[index];
-        // Sound has a presentation time wherever it has one of decoding.
+        // Sound has a presentation time wherever it has a decoding time.
         const AVCodecParameters& parameters = *context->streams[index]->codecpar;
         if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !PictureOrder::Knows(parameters.codec_id)) {
             context->flags |= AVFMT_FLAG_GENPTS;
@@ -50,7 +50,7 @@ int PacketSource::Next(int stream, AVPacket& packet) {
             break;
         }
         const auto chosen = m_Chosen.find(packet.stream_index);
-        // One stream's times may tell how another's are meant.
+        // One stream's times may help to mend another's.
         if (chosen != m_Chosen.end()) {
             m_TimeLine.Mend(packet, m_File->Context()->streams[packet.stream_index]->time_base);
         }
@@ -111,7 +111,7 @@ int PacketSource::OpenForItself(int stream, AVPacket& packet) {
     own.m_IsAskedFor = false;
     own.m_Alone = std::make_unique<PacketSource>(std::make_shared<MediaFile>(m_File->Path()), m_Streams, m_Shift);
     for (auto& [index, chosen] : own.m_Alone->m_Chosen) chosen.m_IsAskedFor = index == stream;
-    // From the beginning, as a demuxer may carry more from packet to packet than a place in the file.
+    // Reads from the beginning, as a demuxer may keep more state between packets than its position.
     for (; own.m_Taken > 0; --own.m_Taken) {
         const int result = own.m_Alone->Next(stream, packet);
         if (result < 0) return result;

@@ -24,7 +24,7 @@ void Tell(Losses& losses, const char* kind, const std::string& text) {
     losses.push_back({kind, text, LossWeight::Warning});
 }
 
-// Of the stream, null when it has none of that type or size.
+// The stream's side data; null when it has none of that type or size.
 template <class Data>
 const Data* SideData(const AVStream* stream, AVPacketSideDataType type, std::size_t least = sizeof(Data)) {
     std::size_t size = 0;
@@ -36,7 +36,7 @@ bool HasSideData(const AVStream* stream, AVPacketSideDataType type) {
     return av_stream_get_side_data(stream, type, nullptr) != nullptr;
 }
 
-// By how many degrees players turn the pictures, and whether they show them as a mirror does.
+// The angle by which players rotate the pictures, and whether they mirror them.
 std::string Turn(const AVStream* stream) {
     const auto* const data = SideData<std::uint8_t>(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t));
     if (data == nullptr) return "";
@@ -49,13 +49,13 @@ std::string Turn(const AVStream* stream) {
     return turn == 0 ? "" : "rotation by " + std::to_string(turn) + " degrees";
 }
 
-// Whether each picture has a second one beside it in the file, which tells how transparent it is.
+// Whether the file has a second picture with the transparency of each picture.
 bool HasAlpha(const AVStream* stream) {
     const char* const mode = Value(stream->metadata, "alpha_mode");
     return mode != nullptr && std::strcmp(mode, "0") != 0;
 }
 
-// What only the container tells of the colours. picture: decoded without it; null where that cannot be.
+// Colour data that only the container has. picture: decoded without the container's data; null if that failed.
 std::vector<std::string> LostColours(const AVCodecParameters& declared, const AVFrame* picture) {
     std::vector<std::string> lost;
     if (declared.color_primaries != AVCOL_PRI_UNSPECIFIED &&
@@ -70,7 +70,7 @@ std::vector<std::string> LostColours(const AVCodecParameters& declared, const AV
         (picture == nullptr || picture->colorspace != declared.color_space)) {
         lost.push_back(std::string("matrix ") + av_color_space_name(declared.color_space));
     }
-    // Where frames tell nothing players take the limited range.
+    // Players assume the limited range if the frames do not give one.
     const AVColorRange told = picture == nullptr ? AVCOL_RANGE_UNSPECIFIED : picture->color_range;
     const bool isLimited = declared.color_range == AVCOL_RANGE_MPEG && told == AVCOL_RANGE_UNSPECIFIED;
     if (declared.color_range != AVCOL_RANGE_UNSPECIFIED && declared.color_range != told && !isLimited) {
@@ -120,7 +120,7 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
     }
 }
 
-// Frames of these codecs tell whether they are interlaced, and how.
+// Frames of these codecs carry the field order.
 bool FramesTellFields(AVCodecID codec) {
     switch (codec) {
     case AV_CODEC_ID_H264:
@@ -135,7 +135,7 @@ bool FramesTellFields(AVCodecID codec) {
     }
 }
 
-// Whether the container tells players to leave out edges of the pictures.
+// Whether the container asks players to crop the pictures.
 bool HasCrop(const PlannedTrack& video) {
     const AVFormatContext& context = *video.m_pFile->Context();
     if (av_match_name("mov", context.iformat->name) != 0) {

@@ -27,7 +27,7 @@ void PictureOrder::Push(Frame frame, bool isTold) {
     std::int64_t order = m_Pushed;
     if (m_IsH264) {
         order = m_Parser->output_picture_number;
-        // An IDR picture starts a new sequence: all before it is presented before it.
+        // An IDR picture starts a new sequence: all earlier pictures are presented before it.
         if (frame.m_Access.m_IsKey && order == 0) Flush();
     } else if (m_Parser->pict_type == AV_PICTURE_TYPE_B) {
         order = -1;

@@ -37,7 +37,7 @@ std::string Lower(std::string text) {
     return text;
 }
 
-// The format named, or the first with the output's extension.
+// The format of --format, or the first with the output's extension.
 const FileFormatInfo& ChooseFormat(const Options& options, const FileFormatInfo* formats) {
     const std::string wanted = options.m_Format.empty() ? "" : (options.m_Format + "   ").substr(0, 4);
     const std::string extension = Lower(fs::path(options.m_Output).extension().string());
@@ -64,7 +64,7 @@ const char* KindName(AVMediaType type) { return type == AVMEDIA_TYPE_VIDEO ? "vi
 
 using Takes = std::function<bool(const Candidate&)>;
 
-// libavformat's own choice among those candidates of one file. related: a stream whose programme is preferred, or null.
+// libavformat's choice among these candidates of one file. related: a stream whose programme is preferred, or null.
 const Candidate& BestOf(const std::vector<Candidate>& candidates, const AVStream* related) {
     AVFormatContext* const context = candidates.front().m_pFile->Context();
     const AVMediaType type = candidates.front().m_pStream->codecpar->codec_type;
@@ -72,7 +72,7 @@ const Candidate& BestOf(const std::vector<Candidate>& candidates, const AVStream
         return std::any_of(candidates.begin(), candidates.end(),
                            [&](const Candidate& one) { return one.m_pStream == stream; });
     };
-    // The others of that kind are none to it for the while.
+    // Hides the other streams of that kind for the moment.
     std::vector<AVStream*> hidden;
     int relatedIndex = -1;
     for (unsigned i = 0; i < context->nb_streams; ++i) {
@@ -88,9 +88,9 @@ const Candidate& BestOf(const std::vector<Candidate>& candidates, const AVStream
     return found != candidates.end() ? *found : candidates.front();
 }
 
-// The stream asked for, counted over all inputs, or the best that the format takes in the input that is for this kind:
-// of two inputs the first is for video and the second for audio, if it has any. Where the format takes none the best is
-// returned all the same.
+// The requested stream, counted over all inputs, or the best supported stream of the input for this kind. Of two inputs
+// the first is for video and the second for audio, if it has any. If the format supports no stream, returns the best
+// one all the same.
 std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, const std::optional<int>& index,
                                       const AVStream* related, const Takes& takes) {
     std::vector<Candidate> all;
@@ -119,8 +119,8 @@ std::optional<Candidate> ChooseStream(const Inputs& inputs, AVMediaType type, co
 
 enum class Acceptance { Listed, OwnIdentifier, Refused };
 
-// Whether the format takes the codec. What its list does not name is taken by the Matroska formats if it has an
-// identifier of its own, and else only when the user insists.
+// Whether the format supports the codec. The Matroska formats also accept codecs that their lists do not name, if
+// Matroska has an identifier for them. Any other codec needs --force-codec.
 Acceptance Accepts(const CodecChoice& choice, bool isWebm, const EncoderEntry* list) {
     for (const EncoderEntry* entry = list; entry->fourCC != 0; ++entry) {
         if (entry->fourCC == choice.m_FourCC) return Acceptance::Listed;
@@ -128,7 +128,7 @@ Acceptance Accepts(const CodecChoice& choice, bool isWebm, const EncoderEntry* l
     return choice.m_FourCC != 0 && !choice.m_IsGeneric && !isWebm ? Acceptance::OwnIdentifier : Acceptance::Refused;
 }
 
-// Throws ToolError for a codec that the format does not take.
+// Throws ToolError for a codec that the format does not support.
 void CheckAccepted(const CodecChoice& choice, const std::string& codec, const std::string& kind, bool isWebm,
                    const std::string& format, const EncoderEntry* list, bool force, bool isAlone, RunReport& report) {
     const Acceptance acceptance = Accepts(choice, isWebm, list);

@@ -37,15 +37,15 @@ std::string Seconds(std::int64_t milliseconds) {
     return text;
 }
 
-// What a file has at the place of an excerpt.
+// The file's packets at the place of an excerpt.
 struct FilePiece {
     std::unique_ptr<RawFile> m_File;
     std::array<const AVStream*, 2> m_Streams{};
     std::array<std::vector<AvPtr<AVPacket>>, 2> m_Packets;
 };
 
-// Seeks to the excerpt and reads the blocks of each track from the time at which the excerpt's begin, as many of them.
-// Returns what is wrong, or nothing.
+// Seeks to the excerpt and reads as many blocks of each track as the excerpt has, from the same time on. Returns the
+// fault, or nothing.
 std::optional<std::string> ReadPiece(const std::string& path, const Excerpt& excerpt, bool hasVideo,
                                      const SourceStreams& sources, FilePiece& piece) {
     piece.m_File = std::make_unique<RawFile>(path);
@@ -79,14 +79,14 @@ std::optional<std::string> ReadPiece(const std::string& path, const Excerpt& exc
     return std::nullopt;
 }
 
-// Whether a decoder is given the same octets and the same set-up data for both, and so must make the same of them.
+// Whether both decoders get the same octets and set-up data, so that their results must be equal.
 bool IsSameInput(const AVCodecParameters& source, const ExcerptTrack& track, const AVCodecParameters& file,
                  const std::vector<AvPtr<AVPacket>>& packets) {
     if (source.codec_id != file.codec_id || !track.m_Setup.empty()) return false;
     const std::vector<std::uint8_t> one(source.extradata, source.extradata + source.extradata_size);
     const std::vector<std::uint8_t> other(file.extradata, file.extradata + file.extradata_size);
     if (one != other) {
-        // Records of H.264 may say the same in other words.
+        // Different H.264 records may have the same meaning.
         if (source.codec_id != AV_CODEC_ID_H264) return false;
         const QfHost::H264Setup setup = QfHost::ReadH264Setup(one);
         const std::vector<NalUnit> sets = QfHost::ParameterSets(one);
@@ -120,7 +120,7 @@ void AddNote(Played& played, const std::string& note) {
     }
 }
 
-// One track of one piece. source may be what its decoder makes of damage, which need not be the same each time.
+// Compares one track of one excerpt. The source may be damaged; decoding damage need not give the same result twice.
 void Compare(std::size_t kind, const Decoding& source, const Decoding& file, const std::string& where, bool isSure,
              Played& played) {
     if (source.IsEqual(file)) {
@@ -152,7 +152,7 @@ Played PlayExcerpt(const std::string& path, const Excerpt& excerpt, bool hasVide
             played.m_Fault = std::string("players cannot recognise its ") + kNames[i];
             return played;
         }
-        // A film takes half as long to play where its octets go from file to file as they are.
+        // If the octets are the same in both files, decoding once halves the time.
         if (i == 0 && IsSameInput(*sources[i], track, parameters, piece.m_Packets[i])) {
             played.m_Pictures += file->Count();
             continue;
@@ -190,7 +190,7 @@ Played PlayExcerpts(const std::string& path, const Excerpts& excerpts, const Sou
             results[i] = PlayExcerpt(path, *list[i], hasVideo, playable);
         }
     };
-    // Two, since each has the buffers of two decoders.
+    // Two threads, since each has the buffers of two decoders.
     std::future<void> other = std::async(std::launch::async, work);
     work();
     other.get();

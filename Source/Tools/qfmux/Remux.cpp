@@ -39,14 +39,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Ends the run by the signal that has come.
+// Ends the run because of the caught signal.
 [[noreturn]] void ThrowSignal(const std::string& what) {
     const int signal = SignalGuard::Caught();
     throw ToolError(static_cast<ExitCode>(kExitSignal + signal),
                     std::string("ended by SIG") + sigabbrev_np(signal) + what);
 }
 
-// Keeps what is there when a signal has come. Throws ToolError that says so. length: of the media so far, 100 ns.
+// Keeps the partial file after a signal and throws ToolError with its name. length: of the media so far, 100 ns.
 [[noreturn]] void EndBySignal(StagedFile& output, std::int64_t length, RunReport& report) {
     if (CheckSegmentSize(output.Path().string())) ThrowSignal(" before anything was written"); // nothing has got so far
     const std::string partial = output.KeepPartial().string();
@@ -56,7 +56,7 @@ namespace fs = std::filesystem;
     ThrowSignal(std::string(": the first ") + seconds + " are in '" + partial + "'");
 }
 
-// Null when nothing is to be recorded.
+// Null without --record.
 std::unique_ptr<SessionWriter> MakeRecorder(const Options& options, const Plugin& plugin) {
     if (options.m_Record.empty()) return nullptr;
     std::vector<std::string> others = options.m_Inputs;
@@ -73,7 +73,7 @@ std::unique_ptr<SessionWriter> MakeRecorder(const Options& options, const Plugin
     return std::make_unique<SessionWriter>(options.m_Record, version, options.m_Overwrite);
 }
 
-// Tracks of the same file share its source.
+// Tracks of the same file share one source.
 void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video, std::optional<Track>& audio) {
     std::map<MediaFile*, std::set<int>> streams;
     for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
@@ -83,7 +83,7 @@ void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video,
     const auto open = [&](const PlannedTrack& track, std::optional<Track>& opened, bool isVideo) {
         std::shared_ptr<PacketSource>& source = sources[track.m_pFile.get()];
         if (source == nullptr) {
-            // Two files need not count from the same time.
+            // The times of two files need not have the same origin.
             const std::int64_t shift = streams.size() > 1 ? -track.m_pFile->Origin() : 0;
             source = std::make_shared<PacketSource>(track.m_pFile, streams[track.m_pFile.get()], shift);
         }
@@ -93,7 +93,7 @@ void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video,
     if (plan.m_Audio) open(*plan.m_Audio, audio, false);
 }
 
-// Instead of a run.
+// The output of --dry-run.
 int Tell(const Plan& plan, const Options& options, RunReport& report) {
     std::string text = Clean(options.m_Output) + ": format '" + FourCCText(plan.m_pFormat->fourCC) + "'\n";
     for (const std::string& line : PlanAsLines(plan)) text += "  " + Clean(line) + "\n";
@@ -167,7 +167,7 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     PluginFile file(host, output, param);
     SendSetup(host, file.Handle(), video, audio);
 
-    // A source that starts below zero is moved up as a whole: references between frames count from zero.
+    // Shifts a source with negative times as a whole: references between frames count from zero.
     std::int64_t start = std::numeric_limits<std::int64_t>::max();
     std::int64_t first = start; // time of a block
     for (const auto* track : {&video, &audio}) {

@@ -11,14 +11,14 @@ extern "C" {
 
 namespace {
 
-// Packets that are read for it, so that a badly interleaved file costs no more.
+// The number of packets to read at most, also in a badly interleaved file.
 constexpr int kMostPackets = 1000;
-// What lies behind it is read for the end of the sound.
+// The length before the end of the file that is read for the end of the sound.
 constexpr std::int64_t kEnd = AV_TIME_BASE;
 
 bool SeeksCheaply(const AVFormatContext& context, const AVStream* stream) {
     const char* const name = context.iformat->name;
-    // Matroska files without an index would be read from front to back.
+    // In Matroska files without an index a seek would read the whole file.
     return av_match_name("ogg", name) != 0 || av_match_name("mp3", name) != 0 ||
            avformat_index_get_entries_count(stream) > 1;
 }

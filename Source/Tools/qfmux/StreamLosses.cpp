@@ -8,7 +8,7 @@ namespace {
 
 using Inputs = std::vector<std::shared_ptr<MediaFile>>;
 
-// "#2 (aac, eng)", with its file where there are several.
+// "#2 (aac, eng)", with the file's name if there are several inputs.
 std::string StreamName(const MediaFile& file, const AVStream& stream, bool withFile) {
     std::string text = (withFile ? file.Path() + " " : "") + "#" + std::to_string(stream.index);
     std::string about;
@@ -29,7 +29,7 @@ bool IsChapterText(const AVFormatContext& context, const AVStream& stream) {
 
 struct StreamKind {
     const char* m_Kind;
-    const char* m_Name; // of one
+    const char* m_Name; // singular
     const char* m_Reason;
 };
 constexpr StreamKind kVideo = {"video", "video stream", "the file holds one"};

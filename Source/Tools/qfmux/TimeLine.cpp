@@ -36,7 +36,7 @@ void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
     const std::int64_t stamp = hasDecode ? packet.dts : packet.pts;
     const std::int64_t told = HostTime(stamp, timeBase);
     std::int64_t time = told + stream.m_Shift;
-    // Elsewhere a long way ahead is a pause, unless it is absurd.
+    // In other formats a large step ahead is a pause, unless it is absurd.
     const std::int64_t mostAhead = m_MayJump ? kNear : kSecond * 3600 * 30;
     const bool jumps = !isFirst && (!Fits(stream, time, mostAhead) || std::abs(told) == kFurthestTime);
     if (jumps) {
@@ -44,21 +44,21 @@ void TimeLine::Mend(AVPacket& packet, AVRational timeBase) {
         stream.m_ShiftBefore = std::exchange(stream.m_Shift, ShiftBehindJump(stream, told));
         time = told + stream.m_Shift;
     }
-    // A presentation time alone says less: decoding comes before it.
+    // A presentation time alone is less reliable: decoding comes before it.
     if (hasDecode || isFirst || jumps) {
         const std::int64_t end = time + HostTime(std::max<std::int64_t>(0, packet.duration), timeBase);
         stream.m_Expected = std::clamp(end, -kFurthestTime, kFurthestTime);
     }
     if (stream.m_Shift == 0) return;
-    // Not always m_Shift: what lies beyond the furthest time was taken for that.
+    // Not always m_Shift: times beyond kFurthestTime were limited to it.
     const std::int64_t shift = av_sat_sub64(av_rescale_q(time, kHostTimeBase, timeBase), stamp);
     for (std::int64_t* const moved : {&packet.pts, &packet.dts}) {
         if (*moved != AV_NOPTS_VALUE) *moved = av_sat_add64(*moved, shift);
     }
 }
 
-// Where two stamps lie far apart one is wrong: both become the one that is nearer to what is due. Slides, each of which
-// stands for seconds, may be reordered too.
+// If the two stamps lie far apart, one of them is wrong: both become the stamp that is nearer to the expected time.
+// Slides that are shown for seconds may be reordered too.
 void TimeLine::ChooseStamp(AVPacket& packet, AVRational timeBase, const Stream& stream) const {
     if (packet.dts == AV_NOPTS_VALUE || packet.pts == AV_NOPTS_VALUE) return;
     const std::int64_t decode = HostTime(packet.dts, timeBase);
@@ -71,8 +71,8 @@ void TimeLine::ChooseStamp(AVPacket& packet, AVRational timeBase, const Stream& 
     (decodeIsNearer ? packet.pts : packet.dts) = decodeIsNearer ? packet.dts : packet.pts;
 }
 
-// Not further back than formats round and sound overlaps where segments meet, and not further ahead of all streams: one
-// of them may have a gap.
+// Times may go back by rounding and where the sound of segments overlaps. They may be ahead of all streams by
+// mostAhead, since a stream may have a gap.
 bool TimeLine::Fits(const Stream& stream, std::int64_t time, std::int64_t mostAhead) const {
     return time >= stream.m_Expected - kSecond && time <= LatestExpected() + mostAhead;
 }
@@ -85,14 +85,15 @@ std::int64_t TimeLine::LatestExpected() const {
 }
 
 std::int64_t TimeLine::ShiftBehindJump(const Stream& stream, std::int64_t told) {
-    // One packet may be all that was wrong.
+    // Perhaps only one packet was wrong.
     if (Fits(stream, told + stream.m_ShiftBefore, kNear)) return stream.m_ShiftBefore;
     for (const auto& [index, other] : m_Streams) {
         const std::int64_t shift = other.m_Shift;
         const bool isNear =
             std::abs(told + shift - stream.m_Expected) <= kNear || std::abs(told + shift - LatestExpected()) <= kNear;
         if (shift == stream.m_Shift || !isNear) continue;
-        // The other stream is beyond the same place. Where this one would come far too early there, both come later.
+        // The other stream has passed the same place. If this stream would start far too early there, both are moved
+        // later.
         const std::int64_t overlap = stream.m_Expected - told - shift;
         const std::int64_t later = overlap > kSecond ? overlap : 0;
         for (auto& [beyond, moved] : m_Streams) {

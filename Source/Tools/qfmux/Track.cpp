@@ -16,7 +16,7 @@ Track::Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, boo
 
 bool Track::HasUnits() const {
     const Framing framing = m_Plan.m_Choice.m_Framing;
-    // There no start code is made a length.
+    // In these formats the plug-in does not turn start codes into lengths.
     if (m_IsWebm) return framing == Framing::Lengths;
     return framing != Framing::AsTheyAre;
 }
@@ -96,15 +96,15 @@ void Track::Expect(std::int64_t time, bool isKey, const std::uint8_t* data, std:
     m_Digest.Octets(data, size);
 }
 
-// In the Matroska formats a block is no key frame when it refers to the one before, which a key frame of the same time
-// does too.
+// In the Matroska formats a block that refers to the block before it is no key frame. A key frame with the time of the
+// block before it has such a reference too.
 void Track::BeginBlock(std::int64_t time, bool isKey) {
     const bool refers = (!isKey || time == m_LastTime) && m_LastTime >= 0;
     m_Digest.Block(ToMilliseconds(time), m_IsWebm ? isKey : !refers);
     m_LastTime = time;
 }
 
-// Of a frame in start-code form, which may become several blocks.
+// For a frame in start-code form, which may become several blocks.
 void Track::ExpectKeptUnits(std::int64_t time, const std::vector<NalUnit>& units) {
     const bool oneBlock = m_Plan.m_Choice.m_Framing == Framing::StartCodes;
     int slices = 0;

@@ -20,14 +20,13 @@ namespace {
 constexpr const char* kEncrypted = "it is encrypted";
 constexpr std::int64_t kLeastGap = 1000000; // 0.1 s, in sound that should have none
 
-// What the header in front of an AAC frame (ISO/IEC 13818-7, ADTS) says of profile, sample rate and channels; 0 when
-// there is none.
+// Profile, sample rate and channels in the header of an AAC frame (ISO/IEC 13818-7, ADTS); 0 when there is no header.
 std::uint32_t AdtsHeader(const AVPacket& packet) {
     if (packet.size < 4 || packet.data[0] != 0xFF || (packet.data[1] & 0xF6) != 0xF0) return 0;
     return 0xFF0000U + (packet.data[2] & 0xFDU) * 256U + (packet.data[3] & 0xC0U);
 }
 
-// Whether the container says so of the stream. ISO files say it of each frame instead.
+// Whether the container marks the stream as encrypted. ISO files mark each frame instead.
 bool IsEncrypted(const AVStream* stream) {
     const std::uint32_t code = stream->codecpar->codec_tag;
     return code == MKTAG('d', 'r', 'm', 's') || code == MKTAG('d', 'r', 'm', 'i') || // QuickTime
@@ -54,7 +53,7 @@ TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, 
     m_FrameDuration = out.codec_type == AVMEDIA_TYPE_VIDEO
                           ? static_cast<std::int64_t>(1e7 / m_Source->File().FrameRate(m_pStream))
                           : 1;
-    // Broadcasts need not tell the time of each picture.
+    // Broadcasts need not have a time for each picture.
     if (out.codec_id == AV_CODEC_ID_H264 && m_Source->File().HasLooseTimes()) {
         m_Order = std::make_unique<PictureOrder>(out, 0, m_FrameDuration);
     }
@@ -67,7 +66,7 @@ bool TrackReader::NextPacket(Frame& frame) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), frame.m_Packet.get());
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
-        if (filtered == AVERROR_INVALIDDATA) { // which the filter has dropped
+        if (filtered == AVERROR_INVALIDDATA) { // the filter has dropped the packet
             ++m_Damaged;
             continue;
         }
@@ -82,8 +81,8 @@ bool TrackReader::NextPacket(Frame& frame) {
     }
 }
 
-// Matroska and some streams tell presentation times alone. libavformat derives decoding times from them, for all but
-// the first few reordered frames: these come before it, not at zero.
+// Matroska and some streams have presentation times only. libavformat derives decoding times from them, except for the
+// first few reordered frames. These are counted back from the first known decoding time.
 void TrackReader::ReadLeadingFrames() {
     m_HasBegun = true;
     do {
@@ -129,7 +128,7 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
     return true;
 }
 
-// What the octets of a frame say.
+// Reads the properties of a frame from its octets.
 void TrackReader::Examine(Frame& frame) {
     const AVPacket& packet = *frame.m_Packet;
     const auto size = static_cast<std::size_t>(packet.size);
@@ -154,7 +153,7 @@ void TrackReader::Examine(Frame& frame) {
     if (m_LengthSize > 0) frame.m_Units = SplitLengths(packet.data, size, m_LengthSize, isWhole);
     frame.m_IsFramed = m_LengthSize == 4;
     if (!isWhole) {
-        // Some files say one form and have the other.
+        // Some files declare one form and contain the other.
         std::vector<NalUnit> units = QfHost::SplitUnits(packet.data, size);
         const bool beginsSo = !units.empty() && units.front().m_pData - packet.data <= 4;
         if (m_LengthSize == 0 || beginsSo) {
@@ -167,7 +166,7 @@ void TrackReader::Examine(Frame& frame) {
     frame.m_Access = FindAccessPoint(frame.m_Units, isKey);
 }
 
-// 0 for start codes.
+// Octets of the length prefix; 0 for start codes.
 unsigned TrackReader::LengthSize() const {
     const QfHost::H264Setup setup = QfHost::ReadH264Setup(m_SetupData);
     return setup.m_StartCodes || m_HasFilter ? 0 : setup.m_LengthSize;
@@ -186,7 +185,8 @@ bool TrackReader::ReadFrame(Frame& frame) {
         const AVCodecParameters& parameters = Parameters();
         if (!hasPresentation && m_Order == nullptr && parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
             if (PictureOrder::Knows(parameters.codec_id)) {
-                // Where the file has decoding times, decoders give a picture when they have those that it waits for.
+                // If the file has decoding times, a decoder outputs a picture once it has the pictures for which it
+                // waits.
                 const bool isTold = next.m_Packet->dts != AV_NOPTS_VALUE;
                 const auto lag = static_cast<std::size_t>(isTold ? std::max(0, parameters.video_delay) : 0);
                 m_Order = std::make_unique<PictureOrder>(parameters, lag, m_FrameDuration);
@@ -209,8 +209,8 @@ bool TrackReader::Next(Frame& frame) {
     frame = std::move(m_Ahead);
     m_HasAhead = ReadFrame(m_Ahead);
     if (m_HasAhead && Parameters().codec_type == AVMEDIA_TYPE_AUDIO) {
-        // Where times are coarse, as in milliseconds, the durations of thousands of frames would add up to too little:
-        // what lies between two frames does not.
+        // With coarse times such as milliseconds the rounded durations of thousands of frames add up to an error. The
+        // distances between frames do not.
         const std::int64_t distance = m_Ahead.m_Presentation - frame.m_Presentation;
         const std::int64_t tick = av_rescale_q(1, m_Filter->time_base_out, kHostTimeBase);
         if (distance > 0 && std::abs(distance - frame.m_Duration) <= tick) {

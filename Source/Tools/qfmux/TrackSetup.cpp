@@ -35,8 +35,8 @@ void SendSetup(HostCalls& host, void* handle, const std::optional<Track>& video,
         const AVCodecID codec = video->Reader().Parameters().codec_id;
         if (codec == AV_CODEC_ID_H264) {
             host.WritezXPSData(handle, video->Sets().Picture(), video->Sets().Sequence());
-            // The plug-in takes a first frame with 00 00 00 01 anywhere, such as the length of a unit of one octet, for
-            // one in start-code form. It looks at the first frame alone and keeps nothing of an empty one.
+            // The plug-in assumes start-code form if the first frame contains 00 00 00 01, for example as the length of
+            // a unit of one octet. It examines only the first frame and keeps nothing of an empty frame.
             std::uint8_t none = 0;
             MEDIA_FRAME empty{};
             empty.videoData = &none;

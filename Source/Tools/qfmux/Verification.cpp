@@ -15,7 +15,7 @@ namespace {
 SourceStreams StreamsOf(const std::optional<Track>& video, const std::optional<Track>& audio) {
     SourceStreams streams{};
     if (video) streams[0] = video->Plan().m_pStream->codecpar;
-    // Behind a change players go on with the first set-up data, which is told.
+    // After a change players use the first set-up data, of which the user is warned.
     if (audio && !audio->SetupHasChanged()) streams[1] = audio->Plan().m_pStream->codecpar;
     return streams;
 }
@@ -34,7 +34,7 @@ bool IsDamaged(const std::optional<Track>& video, const std::optional<Track>& au
 Verification::Verification(const Options& options, std::int64_t length, std::optional<Track>& video,
                            std::optional<Track>& audio)
     : m_Options(options), m_Video(video), m_Audio(audio) {
-    // Start codes lose units, and are for testing a plug-in.
+    // Start-code form loses units and is for testing a plug-in.
     if (!options.m_H264.empty()) return;
     if (options.m_Verify == VerifyMode::Full) {
         m_Excerpts.emplace(video.has_value(), ToMilliseconds(length),
@@ -59,7 +59,7 @@ void Verification::Check(const StagedFile& output, Progress& progress, RunReport
                                          "; the unfinished file was removed");
     }
     if (m_Options.m_Verify == VerifyMode::None) return;
-    // Both at once, as playing takes the longer of the two.
+    // Runs both at the same time: playing takes longer.
     std::future<Played> playing;
     if (m_Excerpts) {
         playing =

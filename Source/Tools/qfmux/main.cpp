@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// qfmux: puts the streams of media files into a Matroska or WebM file, by way of the plug-in, as a host would.
+// qfmux: copies the streams of media files into a Matroska or WebM file. It is a host of the plug-in.
 #include <cstdlib>
 #include <optional>
 #include <random>
