@@ -92,9 +92,10 @@ CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std
         if (parameters.codec_tag == MakeFourCC("XVID") || parameters.codec_tag == MakeFourCC("xvid")) {
             choice.m_FourCC = MakeFourCC("Xvid");
         }
-        choice.m_Filters = "mpeg4_unpack_bframes";
-        // The file format has no place for headers outside the frames, and players may begin at any key frame.
-        if (parameters.extradata_size > 0) choice.m_Filters += ",dump_extra=freq=keyframe";
+        // The file format has no place for headers outside the frames, and players may begin at any key frame. They are
+        // added while frames are as the source has them: frames that begin with the same headers are left alone.
+        if (parameters.extradata_size > 0) choice.m_Filters = "dump_extra=freq=keyframe,";
+        choice.m_Filters += "mpeg4_unpack_bframes";
     } else if (parameters.codec_id == AV_CODEC_ID_AAC && parameters.extradata_size == 0) {
         choice.m_Filters = "aac_adtstoasc";
     }
