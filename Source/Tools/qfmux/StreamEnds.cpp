@@ -6,6 +6,7 @@
 
 extern "C" {
 #include <libavutil/avstring.h>
+#include <libavutil/common.h>
 #include <libavutil/intreadwrite.h>
 }
 
@@ -52,7 +53,7 @@ StreamEnds ReadStreamEnds(const MediaFile& file, const AVStream* stream) {
     const bool isSound = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
     if (!isSound || !SeeksCheaply(*context, context->streams[stream->index])) return ends;
     const std::int64_t start = context->start_time != AV_NOPTS_VALUE ? context->start_time : 0;
-    const std::int64_t target = start + std::max<std::int64_t>(0, context->duration - kEnd);
+    const std::int64_t target = av_sat_add64(start, std::max(context->duration, kEnd) - kEnd); // negative when unknown
     if (av_seek_frame(context.get(), -1, target, AVSEEK_FLAG_BACKWARD) < 0) return ends;
     for (int i = 0; i < kMostPackets && av_read_frame(context.get(), packet.get()) >= 0; ++i) {
         ends.m_EndSamples = samples(4);
