@@ -108,9 +108,13 @@ if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
         COMPONENT python
         FILES_MATCHING
         PATTERN "*.py"
-        PATTERN "py.typed")
-    install(DIRECTORY Source/Bindings/python/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/python3-qf-mkv
-            COMPONENT python USE_SOURCE_PERMISSIONS)
+        PATTERN "py.typed"
+        PATTERN __pycache__ EXCLUDE)
+    install(
+        DIRECTORY Source/Bindings/python/examples
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/python3-qf-mkv
+        COMPONENT python USE_SOURCE_PERMISSIONS
+        PATTERN __pycache__ EXCLUDE)
     qf_install_legal(python python3-qf-mkv)
 endif()
 

@@ -137,8 +137,11 @@ struct Asked {
             if (isVideo ? one.m_pVideo == nullptr : one.m_pAudio == nullptr) continue;
             ClipFacts& facts = isVideo ? m_Video : m_Audio;
             facts = ProbeClip(ClipPath(isVideo ? one.m_pVideo->m_Clip : one.m_pAudio->m_Clip));
-            start = std::min(start, facts.m_Start);
-            end = std::max(end, facts.m_End);
+            // Transport streams count from any time; of two inputs each then begins at zero.
+            const bool countsFromZero =
+                fs::path(isVideo ? one.m_pVideo->m_Clip : one.m_pAudio->m_Clip).extension() != ".ts";
+            start = std::min(start, countsFromZero ? facts.m_Start : 0);
+            end = std::max(end, countsFromZero ? facts.m_End : facts.m_End - facts.m_Start);
         }
         m_Duration = std::to_string(end - start);
     }

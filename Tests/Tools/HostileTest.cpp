@@ -273,7 +273,7 @@ TEST_F(HostileTest, IsOneLineForEveryKindOfFile) {
          "is an input"},
         {"in.mp4 -q dangling.mkv; ls nowhere.mkv", 0, "nowhere.mkv"}, // it stands for what it points at
         {"in.mp4 -y ring.mkv", 4, "symbolic links"},
-        {"in.mp4 $'folder\\xff/a.mkv'", 4, "not in UTF-8"},
+        {"in.mp4 $'folder\\xff/a.mkv'", 4, "not UTF-8"},
         {"in.mp4 /dev/null", 3, "choose the output format"},
         {"in.mp4 --format MKV --overwrite /dev/null", 4, "no regular file"},
         {"in.mp4 --format MKV --overwrite /dev/full", 4, "no regular file"},
