@@ -52,7 +52,7 @@ TEST_F(HeldMemory, MemoryOfACrowdedClusterIsFreed) {
         for (int i = 0; i < 10; ++i) Video(octet, i * kSecond);
         const std::size_t before = HeapMeter::LiveOctets();
         for (int i = 0; i < 10000; ++i) Video(octet, 10 * kSecond + i);
-        EXPECT_GT(HeapMeter::LiveOctets(), before + 500000) << "while the cluster is being assembled";
+        EXPECT_GT(HeapMeter::LiveOctets(), before + 400000) << "while the cluster is being assembled";
         for (int i = 11; i < 30; ++i) Video(octet, i * kSecond);
         EXPECT_LT(HeapMeter::LiveOctets(), before + 20000) << "once it is written, and the next one too";
         m_Plugin.CloseMediaFile(m_pHandle, nullptr, nullptr);
