@@ -653,7 +653,7 @@ private:
             beat.now =
                 Moved(beat.now, m_Dice.Percent(80) ? beat.step
                                                    : m_Dice.Pick<std::int64_t>({kSecond, 3 * kSecond, 3600 * kSecond,
-                                                                                3650 * 86400 * kSecond}));
+                                                                                3650 * (86400 * kSecond)}));
             break;
         case 7: // around the earliest time that is kept
             beat.now = m_Dice.Percent(70) ? Moved(beat.now, beat.step)
@@ -707,11 +707,9 @@ private:
             Bend(call);
         }
         if (m_Dice.Percent(15)) { // one after the other
-            const bool videoFirst = m_Dice.Percent(50);
-            Calls& first = videoFirst ? video : audio;
-            Calls& second = videoFirst ? audio : video;
-            for (HostCall& call : second) first.push_back(std::move(call));
-            return std::move(first);
+            if (!m_Dice.Percent(50)) std::swap(video, audio);
+            for (HostCall& call : audio) video.push_back(std::move(call));
+            return video;
         }
         return Shuffle(std::move(video), std::move(audio));
     }

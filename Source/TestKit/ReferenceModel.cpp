@@ -869,7 +869,8 @@ void ReferenceModel::Finish(File& file) {
     const std::uint64_t distance =
         difference < 0 ? 0 - static_cast<std::uint64_t>(difference) : static_cast<std::uint64_t>(difference);
     if (distance > 10000000) {
-        file.duration = static_cast<float>(file.lastBlockTime / 10000 + 1);
+        const std::int64_t end = file.lastBlockTime / 10000 + 1;
+        file.duration = static_cast<float>(end);
         Reach("duration: of the last block");
     } else {
         Reach("duration: kept");

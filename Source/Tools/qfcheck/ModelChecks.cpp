@@ -16,6 +16,7 @@ using Script::Calls;
 using Script::Frame;
 using Script::Job;
 using Script::kMs;
+using Script::kPicture;
 using Script::LengthUnits;
 using Script::Units;
 
@@ -35,9 +36,9 @@ RandomSession Short(const EncodeParam& job, bool early = true) {
     if (early) setUp();
     for (int i = 0; i < 26; ++i) {
         const unsigned char type = i % 10 == 0 ? 0x65 : 0x41;
-        calls.Video(Units({type, type}, 20U + static_cast<unsigned>(i), static_cast<unsigned>(i)), i * 40 * kMs,
+        calls.Video(Units({type, type}, 20U + static_cast<unsigned>(i), static_cast<unsigned>(i)), i * kPicture,
                     i % 10 == 0);
-        calls.Audio(Frame(10U + static_cast<unsigned>(i) % 4, static_cast<unsigned>(i)), i * 40 * kMs);
+        calls.Audio(Frame(10U + static_cast<unsigned>(i) % 4, static_cast<unsigned>(i)), i * kPicture);
     }
     if (!early) setUp();
     return calls.Close().Session();
@@ -268,8 +269,8 @@ void StartCodeForms(Host& host) {
             Calls calls;
             calls.Slot(1).Create(job).Slot(0).Create(job);
             for (int i = 0; i < 8; ++i) {
-                calls.Slot(1).Video(codedFirst ? coded : counted, i * 400000);
-                calls.Slot(0).Video(codedFirst ? counted : coded, i * 400000);
+                calls.Slot(1).Video(codedFirst ? coded : counted, i * kPicture);
+                calls.Slot(0).Video(codedFirst ? counted : coded, i * kPicture);
             }
             calls.Slot(1).Close().Create(job).Video(codedFirst ? counted : coded, 0).Video(coded, 400000).Close();
             calls.Slot(0).Close();
@@ -289,10 +290,10 @@ void Keys(Host& host) {
                 for (int i = 0; i < 120; ++i) {
                     // The third picture of three goes first, as reordered codecs have it.
                     const int shown = i % 3 == 0 ? i + 2 : i - 1;
-                    calls.Audio(Frame(9, 1), i * 400000 + 1);
-                    calls.Video(LengthUnits({0x65}, 8, static_cast<unsigned>(i)), shown * 400000, i % distance == 0);
+                    calls.Audio(Frame(9, 1), i * kPicture + 1);
+                    calls.Video(LengthUnits({0x65}, 8, static_cast<unsigned>(i)), shown * kPicture, i % distance == 0);
                     if (i % 7 == 0)
-                        calls.Video(LengthUnits({0x65}, 3, 1), shown * 400000, i % 2 == 0); // at the same time
+                        calls.Video(LengthUnits({0x65}, 3, 1), shown * kPicture, i % 2 == 0); // at the same time
                 }
                 session = calls.Close().Session();
                 // Any bit makes a key frame.
@@ -323,8 +324,8 @@ void SetUpData(Host& host) {
                             calls.VideoSetUp({}, Frame(part, 4)).VideoSetUp(Frame(part, 5), {});
                             calls.VideoSetUp(Hex("01"), mpeg).VideoSetUp({}, {});
                         }
-                        calls.Video(LengthUnits({0x65}, 8, 1), i * 400000, i % 9 == 0);
-                        calls.Audio(Frame(4, 1), i * 400000);
+                        calls.Video(LengthUnits({0x65}, 8, 1), i * kPicture, i % 9 == 0);
+                        calls.Audio(Frame(4, 1), i * kPicture);
                     }
                     player.Play(calls.Close().Session(), "set-up data");
                 }
@@ -347,7 +348,7 @@ void MpegHeaders(Host& host) {
                     calls.Create(Job(format, code, ""));
                     if (early) calls.VideoSetUp({}, Hex(frame));
                     calls.Video(Hex(frame), 0).Video(Hex("000001B3 77 00000100 88"), 400000, false);
-                    for (int i = 2; i < 9; ++i) calls.Video(Hex("00000100 11"), i * 400000, false);
+                    for (int i = 2; i < 9; ++i) calls.Video(Hex("00000100 11"), i * kPicture, false);
                     player.Play(calls.Close().Session(), "MPEG sequence headers");
                 }
             }
@@ -410,7 +411,7 @@ void FarTimes(Host& host) {
             Calls calls;
             calls.Create(job);
             for (int i = 0; i < 40; ++i) {
-                const std::int64_t time = i * 400000 + (i >= 20 ? jump : 0) + (i >= 30 ? kSecond : 0);
+                const std::int64_t time = i * kPicture + (i >= 20 ? jump : 0) + (i >= 30 ? kSecond : 0);
                 calls.Video(LengthUnits({0x65}, 9, 1), time, i % 5 == 0).Audio(Frame(5, 2), time);
             }
             player.Play(calls.Close().Session(), "a gap of " + Text(jump / kSecond) + " s");
@@ -431,7 +432,7 @@ void NegativeTimes(Host& host) {
             Calls calls;
             calls.Create(job).Video(LengthUnits({0x65}, 9, 1), 0).Audio(Frame(5, 2), 0);
             for (int i = 1; i < 30; ++i) {
-                const std::int64_t time = i % 3 == 0 ? -back * kMs - 5000 : i * 400000;
+                const std::int64_t time = i % 3 == 0 ? -back * kMs - 5000 : i * kPicture;
                 calls.Video(LengthUnits({0x41}, 9, 1), time, i % 2 == 0).Audio(Frame(5, 2), time - 1);
             }
             player.Play(calls.Close().Session(), "times before the first block's");
@@ -448,7 +449,7 @@ void Lagging(Host& host) {
                 Calls calls;
                 calls.Create(Job(format, "VP8 ", "VBIS"));
                 for (int i = 0; i < 600; ++i) {
-                    const std::int64_t ahead = i * 100 * kMs;
+                    const std::int64_t ahead = i * (100 * kMs);
                     const std::int64_t behind = ahead - lag * kMs;
                     if (videoFirst || behind >= 0) {
                         calls.Video(Frame(9, 1), videoFirst ? ahead : behind, i % 9 == 0, 1000000);
@@ -470,7 +471,7 @@ void Edges(Host& host) {
             calls.Create(Job(film.m_Format, film.m_Video, film.m_Audio));
             calls.Video(LengthUnits({0x65}, 9, 1), 0).Audio(Frame(5, 2), 0);
             for (int i = 1; i < 40; ++i) {
-                const std::int64_t time = i * 500 * kMs + offset;
+                const std::int64_t time = i * (500 * kMs) + offset;
                 calls.Video(LengthUnits({0x65}, 9, 1), time, i % 4 != 1).Audio(Frame(5, 2), time);
             }
             player.Play(calls.Close().Session(), "times on the edges of clusters");
@@ -515,8 +516,8 @@ void Durations(Host& host) {
                         Calls calls;
                         calls.Create(Job(format, withVideo ? "Xvid" : "", withAudio ? "AC3 " : ""));
                         for (int i = 0; i < frames; ++i) {
-                            calls.Video(Frame(6, 1), i * 400000, i % 12 == 0, duration);
-                            calls.Audio(Frame(6, 2), i * 400000, duration);
+                            calls.Video(Frame(6, 1), i * kPicture, i % 12 == 0, duration);
+                            calls.Audio(Frame(6, 2), i * kPicture, duration);
                         }
                         player.Play(calls.Close().Session(), "durations");
                     }
@@ -538,9 +539,9 @@ void Queues(Host& host) {
                 calls.Create(Job(format, "Xvid", "MP3 "));
                 const auto write = [&calls](bool video, int number) {
                     if (video) {
-                        calls.Video(Frame(7, static_cast<unsigned>(number)), number * 400000, number % 12 == 0);
+                        calls.Video(Frame(7, static_cast<unsigned>(number)), number * kPicture, number % 12 == 0);
                     } else {
-                        calls.Audio(Frame(3, static_cast<unsigned>(number)), number * 400000);
+                        calls.Audio(Frame(3, static_cast<unsigned>(number)), number * kPicture);
                     }
                 };
                 for (int i = 0; i < lead; ++i) write(videoFirst, i);
@@ -561,7 +562,7 @@ void PseudoFiles(Host& host) {
             Calls calls;
             calls.Create(Job(format, code, "AAC "), Script::Path::DiscImage);
             for (int i = 0; i < 60; ++i) {
-                calls.Video(Units({0x67, 0x65}, 9, 1), i * 400000).Audio(Frame(5, 2), i * 400000);
+                calls.Video(Units({0x67, 0x65}, 9, 1), i * kPicture).Audio(Frame(5, 2), i * kPicture);
                 if (i == 30) calls.AudioSetUp(Hex("12 10")).VideoSetUp(Hex("68 01"), Hex("67 01 02 03"));
             }
             calls.Close().Create(Job(format, code, "AAC ")).Video(Units({0x65}, 9, 1), 0).Audio(Frame(5, 2), 0).Close();

@@ -164,17 +164,18 @@ void Descriptors(Host& host) {
 
 // Tables and lists belong to the plug-in and the host only reads them: no call changes them.
 void Tables(Host& host) {
+    constexpr std::size_t kEntry = 8; // octets: a code and a word
     const struct {
         const char* m_Name;
         std::size_t m_Size;
     } tables[] = {{"FormatArray", 5 * Interface::SizeOf("FileFormatInfo")},
                   {"EncoderArray", 4},
-                  {"MKVAudioEncoders", 4 * 8},
-                  {"MKVVideoEncoders", 5 * 8},
-                  {"HMKVAudioEncoders", 2 * 8},
-                  {"HMKVVideoEncoders", 4 * 8},
-                  {"WEBMAudioEncoders", 2 * 8},
-                  {"WEBMVideoEncoders", 2 * 8}};
+                  {"MKVAudioEncoders", 4 * kEntry},
+                  {"MKVVideoEncoders", 5 * kEntry},
+                  {"HMKVAudioEncoders", 2 * kEntry},
+                  {"HMKVVideoEncoders", 4 * kEntry},
+                  {"WEBMAudioEncoders", 2 * kEntry},
+                  {"WEBMVideoEncoders", 2 * kEntry}};
     const auto read = [&] {
         std::vector<Octets> all;
         for (const auto& table : tables) {
@@ -297,7 +298,7 @@ void Leaks(Host& host) {
         const std::size_t before = InUse();
         for (; number < 6000; ++number) file.Write(number, 60, 30);
         const std::size_t after = InUse();
-        Require(after < before + 120 * 1024,
+        Require(after < before + std::size_t{120} * 1024,
                 Text((after - before) / 1024) + " KiB of memory more after each 2 minutes" + name);
         file.Close();
     }
@@ -322,7 +323,7 @@ void BoundedMemory(Host& host) {
             file.Write(i, kSize, 4000);
         }
         const std::size_t after = InUse();
-        Require(after < before + 4 * kFramesOfASecond * (kSize + 4000),
+        Require(after < before + std::size_t{4} * kFramesOfASecond * (kSize + 4000),
                 "after 30 s more of media, the plug-in holds " + Text((after - before) / 1024) + " KiB more of memory");
         file.Close();
     }
@@ -341,7 +342,8 @@ void OutOfMemory(Host& host) {
         calls.Create(Script::Job(job.m_Format, job.m_Video, job.m_Audio));
         for (int i = 0; i < 34; ++i) {
             if (i == 0 || i == 20) calls.AudioSetUp(Hex("12 10")).VideoSetUp(Hex("68 EE"), Hex("67 64 00 0A"));
-            calls.Video(Script::LengthUnits({0x65}, 30, 1), i * 800000, i % 5 == 0).Audio(Frame(20, 2), i * 800000);
+            calls.Video(Script::LengthUnits({0x65}, 30, 1), i * (2 * Script::kPicture), i % 5 == 0)
+                .Audio(Frame(20, 2), i * (2 * Script::kPicture));
         }
         const RandomSession session = calls.Close().Session();
         SessionPlayer player(host);
@@ -424,7 +426,7 @@ void OnAThread(const std::string& function, const std::function<void()>& call) {
     } work{call, nullptr};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 512 * 1024);
+    pthread_attr_setstacksize(&attributes, std::size_t{512} * 1024);
     pthread_t thread;
     const auto run = [](void* argument) -> void* {
         auto& it = *static_cast<Work*>(argument);
@@ -449,8 +451,9 @@ void AnyThread(Host& host) {
     Calls calls; // frames larger than the stack
     calls.Create(Script::Job("MKV ", "H264", "AC3 "));
     for (int i = 0; i < 4; ++i) {
-        calls.Video(Script::Units({0x65}, 1 << 20, 1), i * 400000).Video(Script::Units({0x41}, 1 << 20, 2), i * 400000);
-        calls.Audio(Frame(1 << 20, 3), i * 400000);
+        calls.Video(Script::Units({0x65}, 1 << 20, 1), i * Script::kPicture)
+            .Video(Script::Units({0x41}, 1 << 20, 2), i * Script::kPicture);
+        calls.Audio(Frame(1 << 20, 3), i * Script::kPicture);
     }
     player.Play(calls.Close().Session(), "frames larger than the stack");
     for (std::uint64_t seed = 1; seed <= 20; ++seed) {

@@ -15,7 +15,7 @@ using Kind = HostCall::Kind;
 
 Model::FourCC CodeOf(const std::string& text) {
     char four[5] = "    ";
-    std::memcpy(four, text.data(), std::min<std::size_t>(text.size(), 4));
+    std::copy_n(text.begin(), std::min<std::size_t>(text.size(), 4), four);
     return Model::MakeFourCC(four);
 }
 

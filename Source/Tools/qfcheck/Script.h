@@ -13,6 +13,7 @@ namespace Script {
 using Path = ReferenceModel::Path;
 
 constexpr std::int64_t kMs = 10000;         // host times count 100 ns
+constexpr std::int64_t kPicture = 40 * kMs; // of 25 a second
 constexpr std::int32_t kFrameTime = 400000; // 25 frames a second
 
 // A job of 320x240 at 25 frames a second and 24 bits, 44100 Hz stereo of 16 bits. Codes are of up to four characters,

@@ -49,6 +49,7 @@ void SideBySide(Host& host) {
 void Many(Host& host) {
     for (const char* format : kFormats) {
         std::vector<std::unique_ptr<Trial>> trials;
+        trials.reserve(70);
         for (int i = 0; i < 70; ++i)
             trials.push_back(std::make_unique<Trial>(host, format, "file" + std::to_string(i)));
         for (const auto& trial : trials) trial->SetUp();

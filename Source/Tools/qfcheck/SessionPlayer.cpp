@@ -105,8 +105,7 @@ SessionPlayer::SessionPlayer(Host& host) : m_Host(host) { PinnedEnvironment::Pin
 void SessionPlayer::Play(const RandomSession& session, const std::string& name) {
     PinnedEnvironment::PinRand(session.randValues);
     PinnedEnvironment::PinTime(session.clock);
-    ReferenceModel model(session.randValues, session.clock);
-    m_pModel = &model;
+    m_pModel = std::make_unique<ReferenceModel>(session.randValues, session.clock);
     m_Slots = {};
     // Clear what the session before left over.
     m_Host.SetMuxParam(nullptr);
@@ -117,9 +116,9 @@ void SessionPlayer::Play(const RandomSession& session, const std::string& name) 
         ++number;
         try {
             Make(call);
-            const Model::MuxParam& expected = model.StoredMuxParam();
+            const Model::MuxParam& expected = m_pModel->StoredMuxParam();
             RequireEqual(Octets(options, options + sizeof expected), OptionOctets(expected), "m_MuxParam");
-            RequireEqual(*m_Host.IsWebm(), model.IsWebm(), "IsWebm");
+            RequireEqual(*m_Host.IsWebm(), m_pModel->IsWebm(), "IsWebm");
         } catch (const Failure& failure) {
             const std::string& job = SlotOf(call).m_Job;
             throw Failure(name + ", " + (job.empty() ? "" : job + ", ") + "call " + Text(number) + ", " +

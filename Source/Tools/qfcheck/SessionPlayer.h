@@ -10,6 +10,7 @@
 
 #include "Host.h"
 #include "RandomSession.h"
+#include "ReferenceModel.h"
 
 class SessionPlayer {
 public:
@@ -50,7 +51,7 @@ private:
     Slot& SlotOf(const HostCall& call) { return m_Slots.at(static_cast<std::size_t>(call.slot)); }
 
     Host& m_Host;
-    ReferenceModel* m_pModel = nullptr;
+    std::unique_ptr<ReferenceModel> m_pModel; // of the session that is played
     std::array<Slot, RandomSession::kSlots + 1> m_Slots;
     Memory m_Data;
     Memory m_MoreData;

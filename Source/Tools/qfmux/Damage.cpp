@@ -72,12 +72,13 @@ void WarnOfDamage(const std::optional<Track>& video, const std::optional<Track>&
     std::set<const MediaFile*> told;
     for (const auto* track : {&video, &audio}) {
         if (!*track || !told.insert((*track)->Plan().m_pFile.get()).second) continue;
-        const MediaFile& file = *(*track)->Plan().m_pFile;
+        const auto pFile = (*track)->Plan().m_pFile;
+        const MediaFile& file = *pFile;
         Findings findings;
         findings.m_Packets = file.Errors().Packets();
         findings.m_Others = file.Errors().Others();
         for (const auto* other : {&video, &audio}) {
-            if (*other && (*other)->Plan().m_pFile.get() == &file) Add(findings, (*other)->Reader());
+            if (*other && (*other)->Plan().m_pFile == pFile) Add(findings, (*other)->Reader());
         }
         if (isCut) findings.m_Promised = 0;
         const std::string words = Words(findings);

@@ -42,6 +42,7 @@ void PictureOrder::PlaceEarliest() {
     for (Held& held : m_Held) {
         if (!held.m_Placed && (earliest == nullptr || held.m_Order < earliest->m_Order)) earliest = &held;
     }
+    if (earliest == nullptr) return;
     earliest->m_Placed = true;
     Frame& frame = earliest->m_Frame;
     if (!earliest->m_IsTold) frame.m_Presentation = m_Next.value_or(DecodeTime());

@@ -7,10 +7,9 @@
 #include "TimeLine.h"
 
 Track::Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified)
-    : m_Plan(plan), m_IsVideo(isVideo), m_IsWebm(isWebm),
-      m_Reader(std::move(source), plan.m_pStream->index, plan.m_Choice.m_Filters), m_Digest(isVerified),
-      m_Frames(m_Reader.Parameters().codec_id == AV_CODEC_ID_H264 ? m_Reader.SetupData()
-                                                                  : std::vector<std::uint8_t>()) {
+    : m_Plan(plan), m_Reader(std::move(source), plan.m_pStream->index, plan.m_Choice.m_Filters), m_Digest(isVerified),
+      m_Frames(m_Reader.Parameters().codec_id == AV_CODEC_ID_H264 ? m_Reader.SetupData() : std::vector<std::uint8_t>()),
+      m_IsVideo(isVideo), m_IsWebm(isWebm) {
     Advance();
 }
 

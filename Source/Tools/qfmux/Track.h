@@ -61,20 +61,20 @@ private:
     void ExpectKeptUnits(std::int64_t time, const std::vector<NalUnit>& units);
 
     PlannedTrack m_Plan;
-    bool m_IsVideo;
-    bool m_IsWebm;
     TrackReader m_Reader;
     Frame m_Next;
-    bool m_HasFrame = false;
     TrackDigest m_Digest;
     H264Frames m_Frames;
-    std::int64_t m_LastTime = -1;
-    bool m_SlicesWereSplit = false;
     std::vector<std::uint8_t> m_Setup;
-    bool m_SetupHasChanged = false;
+    std::optional<std::int64_t> m_Begin; // presentation of the first picture, if later pictures may need earlier ones
+    std::int64_t m_LastTime = -1;
+    std::int64_t m_LengthInFront = 0;
     int m_LeftOut = 0;
     int m_InFront = 0;
-    std::int64_t m_LengthInFront = 0;
+    bool m_IsVideo;
+    bool m_IsWebm;
+    bool m_HasFrame = false;
+    bool m_SlicesWereSplit = false;
+    bool m_SetupHasChanged = false;
     bool m_HasSent = false;
-    std::optional<std::int64_t> m_Begin; // presentation of the first picture, if later pictures may need earlier ones
 };

@@ -48,6 +48,7 @@ int Run(int argc, char** argv, RunReport& report) {
 
 } // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): without memory for the report there is nothing to say it with
 int main(int argc, char** argv) {
     av_log_set_level(AV_LOG_QUIET);
     RunReport report;
