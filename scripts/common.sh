@@ -35,7 +35,8 @@ build_preset() { # preset, then options for the configuration
 }
 
 build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev)
-tool_packages=(libavformat-dev libavcodec-dev libavutil-dev libxxhash-dev libebml-dev libmatroska-dev)
+tool_packages=(libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libxxhash-dev libebml-dev
+    libmatroska-dev)
 reader_packages=(ffmpeg mkvtoolnix)
 packaging_packages=(g++-multilib dpkg-dev file lintian libgstreamer1.0-dev)
 browser_packages=(chromium)

@@ -704,7 +704,7 @@ TEST_F(QfmuxTest, FormatsHelpAndVersion) {
          at = help.m_Output.find("\n  qfmux ", at + 1)) {
         ++examples;
     }
-    EXPECT_EQ(examples, 5);
+    EXPECT_EQ(examples, 6);
     const CommandResult version = QfmuxResult("--version");
     EXPECT_EQ(version.m_ExitCode, 0);
     EXPECT_NE(version.m_Output.find(QF_VERSION), std::string::npos);

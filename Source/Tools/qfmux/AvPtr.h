@@ -8,6 +8,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavcodec/bsf.h>
+#include <libavfilter/avfilter.h>
 #include <libavformat/avformat.h>
 }
 
@@ -16,6 +17,7 @@ struct AvDeleter {
     void operator()(AVBSFContext* context) const { av_bsf_free(&context); }
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
     void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
+    void operator()(AVFilterGraph* graph) const { avfilter_graph_free(&graph); }
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
     void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }

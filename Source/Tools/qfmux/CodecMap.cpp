@@ -33,7 +33,8 @@ constexpr CodecRow kCodecs[] = {
     {AV_CODEC_ID_PCM_S32LE, MakeFourCC("PCM "), "A_PCM/INT/LIT"},
 };
 
-CodecChoice ChooseH264(const AVCodecParameters& parameters, const std::string& code) {
+// setup: the source's set-up data, which give the form of its frames.
+CodecChoice ChooseH264(const std::vector<std::uint8_t>& setup, const std::string& code) {
     CodecChoice choice;
     choice.m_CodecID = "V_MPEG4/ISO/AVC";
     if (code.empty()) {
@@ -42,7 +43,6 @@ CodecChoice ChooseH264(const AVCodecParameters& parameters, const std::string& c
         return choice;
     }
     choice.m_FourCC = MakeFourCC({code[0], code[1], code[2], code[3], '\0'});
-    const std::vector<std::uint8_t> setup(parameters.extradata, parameters.extradata + parameters.extradata_size);
     if (!QfHost::ReadH264Setup(setup).m_StartCodes) choice.m_Filters = "h264_mp4toannexb";
     if (code == "H264") {
         choice.m_Framing = Framing::StartCodes;
@@ -75,16 +75,34 @@ CodecChoice ChooseGeneric(const AVCodecParameters& parameters, bool hasSetup) {
     return choice;
 }
 
+// Null for a codec without a row.
+const CodecRow* FindRow(AVCodecID codec) {
+    const auto* const row = std::find_if(std::begin(kCodecs), std::end(kCodecs),
+                                         [codec](const CodecRow& candidate) { return candidate.m_Codec == codec; });
+    return row != std::end(kCodecs) ? row : nullptr;
+}
+
 } // namespace
+
+CodecChoice ChooseCodec(const Target& target, const std::string& h264) {
+    if (target.m_Codec == AV_CODEC_ID_H264) {
+        const bool hasCode = target.m_FourCC != MakeFourCC("H264");
+        return ChooseH264({}, hasCode ? FourCCText(target.m_FourCC) : h264);
+    }
+    CodecChoice choice;
+    choice.m_FourCC = target.m_FourCC;
+    choice.m_CodecID = FindRow(target.m_Codec)->m_CodecID;
+    return choice;
+}
 
 CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std::string& h264) {
     const AVCodecParameters& parameters = *stream->codecpar;
     const bool hasSetup = file.HasSetup(stream);
-    if (parameters.codec_id == AV_CODEC_ID_H264) return ChooseH264(parameters, h264);
-    const auto* const row = std::find_if(std::begin(kCodecs), std::end(kCodecs), [&](const CodecRow& candidate) {
-        return candidate.m_Codec == parameters.codec_id;
-    });
-    if (row == std::end(kCodecs)) return ChooseGeneric(parameters, hasSetup);
+    if (parameters.codec_id == AV_CODEC_ID_H264) {
+        return ChooseH264({parameters.extradata, parameters.extradata + parameters.extradata_size}, h264);
+    }
+    const CodecRow* const row = FindRow(parameters.codec_id);
+    if (row == nullptr) return ChooseGeneric(parameters, hasSetup);
     CodecChoice choice;
     choice.m_FourCC = row->m_FourCC;
     choice.m_CodecID = row->m_CodecID;

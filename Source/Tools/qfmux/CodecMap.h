@@ -8,6 +8,7 @@
 
 #include "HostRecords.h"
 #include "MediaFile.h"
+#include "Target.h"
 
 // The form in which a frame goes to the plug-in. Forms with start codes lose NAL units and are for testing a plug-in.
 enum class Framing {
@@ -28,6 +29,9 @@ struct CodecChoice {
 
 // Chooses the code for a file's stream. h264: the code for H.264 in start-code form; empty for length prefixes.
 CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std::string& h264);
+
+// The same for frames of an encoder.
+CodecChoice ChooseCodec(const Target& target, const std::string& h264);
 
 // The three Vorbis header packets as Matroska wants them (RFC 9559, Xiph lacing). Empty when there are not exactly
 // three.

@@ -21,7 +21,7 @@ struct Findings {
     std::string m_Failure;        // the error that ended reading before the end of the file
 };
 
-void Add(Findings& findings, const TrackReader& reader) {
+void Add(Findings& findings, const FrameSource& reader) {
     findings.m_Length = std::max(findings.m_Length, reader.Length());
     findings.m_Promised = std::max(findings.m_Promised, reader.PromisedLength());
     findings.m_Packets += reader.Damaged();
@@ -66,6 +66,13 @@ std::string Words(const Findings& findings) {
     return words;
 }
 
+void WarnOfConcealment(const Track& track, bool isVideo, RunReport& report) {
+    const int count = track.Reader().Concealed();
+    if (count == 0) return;
+    report.Warn(track.Plan().m_pFile->Path() + " has " + Counted(count, isVideo ? "damaged picture" : "damaged piece") +
+                (isVideo ? "" : " of sound") + " that the decoder concealed or left out");
+}
+
 } // namespace
 
 void WarnOfDamage(const std::optional<Track>& video, const std::optional<Track>& audio, bool isCut, RunReport& report) {
@@ -84,4 +91,6 @@ void WarnOfDamage(const std::optional<Track>& video, const std::optional<Track>&
         const std::string words = Words(findings);
         if (!words.empty()) report.Warn(file.Path() + " " + words);
     }
+    if (video) WarnOfConcealment(*video, true, report);
+    if (audio) WarnOfConcealment(*audio, false, report);
 }

@@ -75,6 +75,7 @@ void Decoding::Receive() {
         } else {
             TakeSamples();
         }
+        if (m_Viewer) m_Viewer(*m_Frame);
         av_frame_unref(m_Frame.get());
     }
 }

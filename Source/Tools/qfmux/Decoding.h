@@ -5,7 +5,9 @@
 #include <xxhash.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "AvPtr.h"
@@ -16,6 +18,9 @@ class Decoding {
 public:
     // setup: replaces the parameters' set-up data unless null. threads: 0 for as many as there are processors.
     Decoding(const AVCodecParameters& parameters, const std::vector<std::uint8_t>* setup, int threads);
+
+    // Shows each decoded frame to someone else too.
+    void ShowTo(std::function<void(const AVFrame&)> viewer) { m_Viewer = std::move(viewer); }
 
     // Whether libavcodec has a decoder that takes the parameters.
     bool IsPossible() const { return m_Codec != nullptr; }
@@ -40,6 +45,7 @@ private:
     void TakeSamples();
 
     AvPtr<AVCodecContext> m_Codec;
+    std::function<void(const AVFrame&)> m_Viewer;
     AvPtr<AVFrame> m_Frame;
     std::unique_ptr<XXH3_state_t, Free> m_State;
     std::uint64_t m_Count = 0;

@@ -48,7 +48,8 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
     // Frames of other codecs carry the layout; for PCM the file has only the number of channels.
     AVChannelLayout usual{};
     av_channel_layout_default(&usual, parameters.ch_layout.nb_channels);
-    const bool isPcm = av_get_exact_bits_per_sample(parameters.codec_id) > 0;
+    const AVCodecID codec = audio.m_Encoding ? audio.m_Encoding->m_pTarget->m_Codec : parameters.codec_id;
+    const bool isPcm = av_get_exact_bits_per_sample(codec) > 0;
     if (isPcm && parameters.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC &&
         av_channel_layout_compare(&usual, &parameters.ch_layout) > 0) {
         char name[64] = "";
@@ -71,9 +72,10 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
             iso = ReadIsoTracks(track->m_pFile->Path())[static_cast<std::uint32_t>(stream->id)];
         }
         StreamEnds ends;
-        // Other formats have no such data.
+        // Decoders leave out what the container hides. Other formats have no such data.
+        const bool isEncoded = track->m_Encoding.has_value();
         for (const char* name : {"mov", "matroska", "mp3", "ogg", "flac", "caf"}) {
-            if (av_match_name(name, format) == 0) continue;
+            if (isEncoded || av_match_name(name, format) == 0) continue;
             ends = ReadStreamEnds(*track->m_pFile, stream);
         }
         if (isSound) TellOfSound(*track, ends, iso, losses);
@@ -81,7 +83,7 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
             edits.push_back(Counted(static_cast<std::size_t>(ends.m_HiddenFrames), "picture") +
                             " before its start will be shown");
         }
-        if (iso.m_MediaEdits > 1) {
+        if (iso.m_MediaEdits > 1 && (isSound || !isEncoded)) {
             edits.push_back("the edges of its " + std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream) +
                             " may be wrong");
         }

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr std::int64_t kLength = 1000;         // ms
-constexpr std::int64_t kCluster = 1000;        // ms
 constexpr std::int64_t kLeastDistance = 2000;  // ms
 constexpr std::size_t kMost = 6;               // the first second included
 constexpr std::size_t kMostOctets = 32U << 20; // per track: a second of the highest disc bit rates takes half of this
@@ -72,11 +71,10 @@ void Excerpts::Add(Excerpt& excerpt, bool isVideo, const Frame& frame, std::int6
     track.m_Packets.push_back(std::move(packet));
 }
 
-// The plug-in makes a cue for the first key frame of each cluster of one second. A block on the boundary belongs to the
-// cluster before it.
+// The plug-in makes a cue for the first key frame of each cluster.
 bool Excerpts::HasCue(bool isVideo, const Frame& frame, std::int64_t time) {
     if (isVideo != m_HasVideo || (isVideo && !frame.m_Access.m_IsKey)) return false;
-    const std::int64_t cluster = time <= 0 ? 0 : (time - 1) / kCluster;
+    const std::int64_t cluster = ClusterOf(time);
     if (m_Cluster && cluster <= *m_Cluster) return false;
     m_Cluster = cluster;
     return true;

@@ -14,16 +14,19 @@
 #include "CommandLine.h"
 #include "Messages.h"
 #include "Plugin.h"
+#include "Target.h"
 #include "ToolError.h"
 
 namespace {
 
 // Sections of the help.
 constexpr const char* kStreams = "Streams";
+constexpr const char* kEncoding = "Encoding";
 constexpr const char* kMessages = "Messages";
 constexpr const char* kForTests = "For testing a plug-in";
 
 constexpr const char* kExamples = R"(Examples:
+  qfmux film.mov film.mkv --encode auto              copies what Matroska players know, encodes the rest
   qfmux film.mp4 film.mkv                            both streams, unchanged
   qfmux film.mp4 sound.mka                           the sound only
   qfmux clip.webm -o clean.webm -y                   replaces clean.webm when the new file is complete
@@ -116,6 +119,74 @@ void AddPlugin(CLI::App& app, Options& options) {
         ->group(kForTests);
 }
 
+// Bits per second: "2500000", "2500k", "2.5M".
+CLI::Option* AddBitrate(CLI::App& app, const std::string& name, std::int64_t& rate, const std::string& help) {
+    return app
+        .add_option_function<std::string>(
+            name,
+            [name, &rate](const std::string& text) {
+                static const std::regex kRate(R"((\d{1,9}(?:\.\d{1,6})?)([kM]?))");
+                std::smatch match;
+                const bool isRate = std::regex_match(text, match, kRate);
+                const double unit = !isRate || match.str(2).empty() ? 1 : match.str(2) == "k" ? 1e3 : 1e6;
+                const double value = isRate ? std::stod(match.str(1)) * unit : 0;
+                if (value < 1 || value > 1e9) {
+                    throw ToolError(kExitUsage, name + " takes bits per second like 2500k or 2.5M, not '" + text + "'");
+                }
+                rate = static_cast<std::int64_t>(value);
+            },
+            help)
+        ->type_name("RATE")
+        ->group(kEncoding);
+}
+
+void AddEncodeOptions(CLI::App& app, Options& options) {
+    AddChoice<EncodeMode>(
+        app, "--encode", options.m_Encode,
+        {{"auto", EncodeMode::Auto},
+         {"video", EncodeMode::Video},
+         {"audio", EncodeMode::Audio},
+         {"all", EncodeMode::All},
+         {"none", EncodeMode::None}},
+        "auto (streams whose codec the format does not list), video, audio, all or none (the default)")
+        ->group(kEncoding);
+    app.add_option("--video-codec", options.m_VideoCodec,
+                   "h264 (the default), havc (for hmkv), vp8 (for webm), mpeg4, xvid, mpeg2 or mpeg1")
+        ->transform(CLI::IsMember(TargetNames(AVMEDIA_TYPE_VIDEO), CLI::ignore_case).description(""))
+        ->type_name("CODEC")
+        ->group(kEncoding);
+    app.add_option("--audio-codec", options.m_AudioCodec,
+                   "aac (the default), ac3 (for hmkv), vorbis (for webm), mp3, mp2, dts or pcm")
+        ->transform(CLI::IsMember(TargetNames(AVMEDIA_TYPE_AUDIO), CLI::ignore_case).description(""))
+        ->type_name("CODEC")
+        ->group(kEncoding);
+    app.add_option("--quality", options.m_Quality, "quality of the pictures, 0 to 100; 70 is the default")
+        ->check(CLI::Range(0.0, 100.0).description(""))
+        ->type_name("N")
+        ->group(kEncoding);
+    AddBitrate(app, "--video-bitrate", options.m_VideoBitrate, "bits per second instead of a quality, e.g. 2500k");
+    AddBitrate(app, "--audio-bitrate", options.m_AudioBitrate, "bits per second, e.g. 192k");
+    app.add_option("--video-options", options.m_VideoOptions,
+                   "options of the encoder as libavcodec names them, e.g. crf=20,preset=slow")
+        ->type_name("LIST")
+        ->group(kEncoding);
+    app.add_option("--audio-options", options.m_AudioOptions, "the same for sound")
+        ->type_name("LIST")
+        ->group(kEncoding);
+    app.add_flag("--deinterlace", options.m_Deinterlace, "deinterlace pictures that are marked as interlaced")
+        ->group(kEncoding);
+    app.add_option("--size", options.m_Size, "scale the pictures, e.g. 1280x720; 1280x or x720 keeps their shape")
+        ->type_name("WxH")
+        ->group(kEncoding);
+    app.add_option("--video-filter", options.m_VideoFilter,
+                   "filters in libavfilter's notation, e.g. hqdn3d,eq=gamma=1.1")
+        ->type_name("TEXT")
+        ->group(kEncoding);
+    app.add_option("--audio-filter", options.m_AudioFilter, "the same for sound, e.g. loudnorm")
+        ->type_name("TEXT")
+        ->group(kEncoding);
+}
+
 void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
     app.add_option("INPUT... OUTPUT", words.m_Paths, "one or two media files that libavformat reads, then the output")
         ->type_name("");
@@ -157,6 +228,8 @@ void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
                             "auto (a bar on a terminal), bar, json (one object per line on stdout) or none")
         ->group(kMessages);
 
+    AddEncodeOptions(app, options);
+
     app.add_option("--h264", options.m_H264,
                    "pass H.264 in start-code form, which loses NAL units, as H264, N264, A264, I264 or havc")
         ->transform(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}, CLI::ignore_case).description(""))
@@ -168,6 +241,36 @@ void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
         ->type_name("FILE")
         ->group(kForTests);
     AddPlugin(app, options);
+}
+
+// Options for a stream that is not encoded would change nothing.
+void CheckEncodeOptions(const Options& options) {
+    const EncodeMode mode = options.m_Encode;
+    const bool someVideo = mode != EncodeMode::None && mode != EncodeMode::Audio;
+    const bool someAudio = mode != EncodeMode::None && mode != EncodeMode::Video;
+    const auto need = [](bool isGiven, bool isUsed, const char* name, const char* modes) {
+        if (isGiven && !isUsed) throw ToolError(kExitUsage, std::string(name) + " needs --encode " + modes);
+    };
+    const char* const kForVideo = "auto, video or all";
+    need(!options.m_VideoCodec.empty(), someVideo, "--video-codec", kForVideo);
+    need(!options.m_VideoOptions.empty(), someVideo, "--video-options", kForVideo);
+    need(options.m_Quality.has_value(), someVideo, "--quality", kForVideo);
+    need(options.m_VideoBitrate > 0, someVideo, "--video-bitrate", kForVideo);
+    need(options.m_Deinterlace, someVideo, "--deinterlace", kForVideo);
+    need(!options.m_Size.empty(), someVideo, "--size", kForVideo);
+    need(!options.m_VideoFilter.empty(), someVideo, "--video-filter", kForVideo);
+    const char* const kForAudio = "auto, audio or all";
+    need(!options.m_AudioCodec.empty(), someAudio, "--audio-codec", kForAudio);
+    need(!options.m_AudioOptions.empty(), someAudio, "--audio-options", kForAudio);
+    need(options.m_AudioBitrate > 0, someAudio, "--audio-bitrate", kForAudio);
+    need(!options.m_AudioFilter.empty(), someAudio, "--audio-filter", kForAudio);
+    if (options.m_Quality && options.m_VideoBitrate > 0) {
+        throw ToolError(kExitUsage, "--quality and --video-bitrate exclude each other");
+    }
+    static const std::regex kSize(R"((\d{2,5})x(\d{2,5})?|x\d{2,5})");
+    if (!options.m_Size.empty() && !std::regex_match(options.m_Size, kSize)) {
+        throw ToolError(kExitUsage, "--size takes a size like 1280x720, 1280x or x720, not '" + options.m_Size + "'");
+    }
 }
 
 void ReadWords(const MuxWords& words, Options& options) {
@@ -183,6 +286,7 @@ void ReadWords(const MuxWords& words, Options& options) {
     if (!words.m_Aspect.empty()) options.m_Aspect = ParseAspect(words.m_Aspect);
     ParseTracks(words.m_Tracks, options);
     if (!(options.m_Duration > 0)) throw ToolError(kExitUsage, "--duration takes seconds greater than 0");
+    CheckEncodeOptions(options);
     if (options.m_NoVideo && options.m_NoAudio) {
         throw ToolError(kExitUsage, "--no-video and --no-audio together leave nothing to write");
     }
@@ -196,9 +300,10 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     MuxWords words;
     bool version = false;
 
-    CLI::App app("Copies the streams of media files unchanged into a Matroska (.mkv, .mka) or WebM (.webm) file.\n"
-                 "qfmap draws the layout of such a file.",
-                 "qfmux");
+    CLI::App app(
+        "Copies the streams of media files into a Matroska (.mkv, .mka) or WebM (.webm) file, or encodes them.\n"
+        "qfmap draws the layout of such a file.",
+        "qfmux");
     app.footer(kExamples);
     app.require_subcommand(0, 1);
     AddMuxOptions(app, options, words);

@@ -12,6 +12,15 @@ namespace {
 // Octets of waiting packets. Two seconds of Ultra HD discs, which have the highest bit rates, take 32 MB.
 constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 
+constexpr const char* kEncrypted = "it is encrypted";
+
+// Whether the container marks the stream as encrypted. ISO files mark each frame instead.
+bool IsEncrypted(const AVStream* stream) {
+    const std::uint32_t code = stream->codecpar->codec_tag;
+    return code == MKTAG('d', 'r', 'm', 's') || code == MKTAG('d', 'r', 'm', 'i') || // QuickTime
+           av_dict_get(stream->metadata, "enc_key_id", nullptr, 0) != nullptr;       // Matroska
+}
+
 } // namespace
 
 PacketSource::PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift)
@@ -20,6 +29,7 @@ PacketSource::PacketSource(std::shared_ptr<MediaFile> file, std::set<int> stream
     AVFormatContext* const context = m_File->Context();
     for (const int index : m_Streams) {
         if (index >= static_cast<int>(context->nb_streams)) FailReading(m_File->Path(), "the file has changed");
+        if (IsEncrypted(context->streams[index])) FailReading(m_File->Path(), kEncrypted);
         m_Chosen[index];
         // Sound has a presentation time wherever it has a decoding time.
         const AVCodecParameters& parameters = *context->streams[index]->codecpar;
@@ -57,6 +67,9 @@ int PacketSource::Next(int stream, AVPacket& packet) {
         if (chosen == m_Chosen.end() || !chosen->second.m_IsAskedFor) {
             av_packet_unref(&packet);
             continue;
+        }
+        if (av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr) != nullptr) {
+            FailReading(m_File->Path(), kEncrypted);
         }
         // Cut off by the end of the file.
         if ((packet.flags & AV_PKT_FLAG_CORRUPT) != 0 && !m_File->MayBeDamaged()) {

@@ -19,11 +19,14 @@
 class PacketSource {
 public:
     // file: used by this source only. streams: their indexes. shift: added to all times, 100 ns.
-    // Throws ToolError when the file lacks a stream.
+    // Throws ToolError when the file lacks a stream or a stream is encrypted.
     PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift);
 
     MediaFile& File() const { return *m_File; }
-    // Reads the stream's next packet. Returns 0, or AVERROR_EOF at the end or where libavformat cannot read on.
+    // Added to all times, 100 ns.
+    std::int64_t Shift() const { return m_Shift; }
+    // Reads the stream's next packet. Returns 0, or AVERROR_EOF at the end or where libavformat cannot read on. Throws
+    // ToolError for an encrypted packet.
     int Next(int stream, AVPacket& packet);
     // Of the packets read for that stream: the number of jumps in their times; their length, 100 ns.
     int Jumps(int stream) const;

@@ -1,18 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "PictureLosses.h"
 
-#include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "FirstPicture.h"
 #include "IsoTracks.h"
 #include "MatroskaHeader.h"
+#include "Turn.h"
 
 extern "C" {
 #include <libavutil/avstring.h>
-#include <libavutil/display.h>
 #include <libavutil/pixdesc.h>
 #include <libavutil/spherical.h>
 #include <libavutil/stereo3d.h>
@@ -36,23 +34,15 @@ bool HasSideData(const AVStream* stream, AVPacketSideDataType type) {
     return av_stream_get_side_data(stream, type, nullptr) != nullptr;
 }
 
-// The angle by which players rotate the pictures, and whether they mirror them.
-std::string Turn(const AVStream* stream) {
-    const auto* const data = SideData<std::uint8_t>(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t));
-    if (data == nullptr) return "";
-    std::int32_t matrix[9];
-    std::memcpy(matrix, data, sizeof matrix);
-    const double area = static_cast<double>(matrix[0]) * matrix[4] - static_cast<double>(matrix[1]) * matrix[3];
-    if (area < 0) return "mirroring";
-    const double degrees = av_display_rotation_get(matrix);
-    const long turn = std::isnan(degrees) ? 0 : std::labs(std::lround(degrees));
-    return turn == 0 ? "" : "rotation by " + std::to_string(turn) + " degrees";
-}
-
 // Whether the file has a second picture with the transparency of each picture.
 bool HasAlpha(const AVStream* stream) {
     const char* const mode = Value(stream->metadata, "alpha_mode");
     return mode != nullptr && std::strcmp(mode, "0") != 0;
+}
+
+bool HasStereo(const AVStream* stream) {
+    const auto* const stereo = SideData<AVStereo3D>(stream, AV_PKT_DATA_STEREO3D);
+    return stereo != nullptr && stereo->type != AV_STEREO3D_2D;
 }
 
 // Colour data that only the container has. picture: decoded without the container's data; null if that failed.
@@ -92,7 +82,7 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
     const AVStream* const stream = video.m_pStream;
     const AVCodecParameters* const declared = video.m_pFile->Declared(stream);
     const auto* const stereo = SideData<AVStereo3D>(stream, AV_PKT_DATA_STEREO3D);
-    const bool isStereo = stereo != nullptr && stereo->type != AV_STEREO3D_2D;
+    const bool isStereo = HasStereo(stream);
     const bool hasMastering = HasSideData(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
     const bool hasLight = HasSideData(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
     const bool hasColours = declared != nullptr && TellsColours(*declared);
@@ -117,6 +107,23 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
         Tell(losses, "stereo 3D",
              std::string("stereo 3D (") + av_stereo3d_type_name(stereo->type) +
                  ") is lost: players will show the two views as one picture");
+    }
+}
+
+// An encoder of H.264 writes the colour data of its pictures into the frames; other encoders do not.
+void TellOfEncodedColours(const PlannedTrack& video, Losses& losses) {
+    const AVCodecParameters& parameters = *video.m_pStream->codecpar;
+    if (HasStereo(video.m_pStream)) {
+        Tell(losses, "stereo 3D", "stereo 3D is lost: players will show the two views as one picture");
+    }
+    const bool isHdr = parameters.color_trc == AVCOL_TRC_SMPTE2084 || parameters.color_trc == AVCOL_TRC_ARIB_STD_B67;
+    if (video.m_Encoding->m_pTarget->m_Codec == AV_CODEC_ID_H264 || isHdr || !TellsColours(parameters)) return;
+    AVCodecParameters others = parameters;
+    others.color_range = AVCOL_RANGE_UNSPECIFIED; // converted to the limited range
+    const std::vector<std::string> lost = LostColours(others, nullptr);
+    if (!lost.empty()) {
+        losses.push_back({"colour", std::string("colour data is lost: ") + Joined(lost) + "; players will guess it",
+                          LossWeight::Note});
     }
 }
 
@@ -155,12 +162,13 @@ bool HasCrop(const PlannedTrack& video) {
 
 void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses) {
     const AVStream* const stream = video.m_pStream;
+    const bool isEncoded = video.m_Encoding.has_value();
     if (plan.m_Aspect && !plan.WritesAspect()) {
         Tell(losses, "aspect",
              "the display aspect " + std::to_string(plan.m_Aspect->m_X) + ":" + std::to_string(plan.m_Aspect->m_Y) +
                  " is lost: players will show square pixels");
     }
-    if (const std::string turn = Turn(stream); !turn.empty()) {
+    if (const std::string turn = TurnText(stream); !turn.empty() && !isEncoded) {
         Tell(losses, "rotation", "the " + turn + " is lost: players will show the pictures as they were recorded");
     }
     if (HasCrop(video)) {
@@ -169,7 +177,11 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
     if (HasAlpha(stream)) {
         Tell(losses, "transparency", "transparency is lost: players will show the pictures opaque");
     }
-    TellOfColours(video, losses);
+    if (isEncoded) {
+        TellOfEncodedColours(video, losses);
+    } else {
+        TellOfColours(video, losses);
+    }
     if (HasSideData(stream, AV_PKT_DATA_DOVI_CONF)) {
         Tell(losses, "Dolby Vision", "the Dolby Vision configuration is lost: players will show the base layer");
     }
@@ -181,7 +193,11 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
              std::string("the spherical projection (") + av_spherical_projection_name(spherical->projection) +
                  ") is lost: players will show the pictures flat");
     }
-    if (stream->codecpar->field_order > AV_FIELD_PROGRESSIVE && !FramesTellFields(stream->codecpar->codec_id)) {
+    const bool isInterlaced = stream->codecpar->field_order > AV_FIELD_PROGRESSIVE;
+    if (isEncoded && isInterlaced && !video.m_Encoding->m_Deinterlaces) {
+        Tell(losses, "field order",
+             "the pictures are interlaced and encoded as they are: --deinterlace deinterlaces them");
+    } else if (!isEncoded && isInterlaced && !FramesTellFields(stream->codecpar->codec_id)) {
         Tell(losses, "field order", "the field order is lost: players will show the pictures without deinterlacing");
     }
 }

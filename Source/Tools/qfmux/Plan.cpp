@@ -138,7 +138,8 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
                     ": it is written although the plug-in does not list it");
         return;
     }
-    const std::string hint = isAlone ? "" : " (--no-" + kind + " leaves it out)";
+    const std::string hint =
+        std::string(" (--encode auto converts it") + (isAlone ? ")" : ", --no-" + kind + " leaves it out)");
     const std::string takes = "format '" + format + "' lists " + Joined(Codes(list));
     if (choice.m_FourCC == 0) {
         throw ToolError(kExitError, kind + " codec " + codec + " cannot be written: it has no four-character code; " +
@@ -149,10 +150,38 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
     report.Warn(name + " is written as " + choice.m_CodecID + " because of --force-codec: " + takes);
 }
 
-// The display aspect of a picture whose pixels are not square.
-std::optional<Aspect> SourceAspect(const PlannedTrack& track) {
-    const AVRational pixel = av_guess_sample_aspect_ratio(track.m_pFile->Context(), track.m_pStream, nullptr);
+void NoteEncoding(const PlannedTrack& track, RunReport& report) {
+    const Encoding& encoding = *track.m_Encoding;
     const AVCodecParameters& parameters = *track.m_pStream->codecpar;
+    const std::string kind = KindName(parameters.codec_type);
+    const std::string options = ToText(encoding.m_Options);
+    report.Note("the " + kind + " is encoded: " + avcodec_get_name(parameters.codec_id) + " becomes " +
+                avcodec_get_name(encoding.m_pTarget->m_Codec) + " (" + encoding.m_pTarget->m_Encoder +
+                (options.empty() ? "" : " with " + options) + ")");
+    for (const std::string& note : encoding.m_Notes) report.Note(note);
+}
+
+// Whether the stream is encoded. In automatic mode the format has to list its codec for a copy; options for encoding
+// apply to all streams of their kind.
+bool IsEncoded(const Options& options, AVMediaType type, bool isListed) {
+    const bool isVideo = type == AVMEDIA_TYPE_VIDEO;
+    switch (options.m_Encode) {
+    case EncodeMode::None:
+        return false;
+    case EncodeMode::Auto:
+        return !isListed || (isVideo ? options.HasVideoEncoding() : options.HasAudioEncoding());
+    case EncodeMode::Video:
+        return isVideo;
+    case EncodeMode::Audio:
+        return !isVideo;
+    default:
+        return true;
+    }
+}
+
+} // namespace
+
+std::optional<Aspect> DisplayAspect(AVRational pixel, const AVCodecParameters& parameters) {
     if (pixel.num <= 0 || pixel.den <= 0 || pixel.num == pixel.den) return std::nullopt;
     if (parameters.width <= 0 || parameters.height <= 0) return std::nullopt;
     Aspect aspect{};
@@ -160,8 +189,6 @@ std::optional<Aspect> SourceAspect(const PlannedTrack& track) {
               std::int64_t{parameters.height} * pixel.den, 1 << 30);
     return aspect;
 }
-
-} // namespace
 
 const FileFormatInfo* FormatsOf(const Plugin& plugin) {
     const FileFormatInfo* const formats = plugin.GetFileFormats();
@@ -181,28 +208,52 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
             throw ToolError(kExitUsage, "--tracks: format '" + format + "' holds no " + KindName(type));
         }
         if (leftOut || list == nullptr) return std::nullopt;
-        const auto choiceOf = [&](const Candidate& one) {
-            return ChooseCodec(*one.m_pFile, one.m_pStream, options.m_H264);
+        const auto isListed = [&](const Candidate& one) {
+            // All formats of Matroska list H.264, though under different codes.
+            const bool isH264 = one.m_pStream->codecpar->codec_id == AV_CODEC_ID_H264 && !plan.IsWebm();
+            const CodecChoice choice = ChooseCodec(*one.m_pFile, one.m_pStream, options.m_H264);
+            return isH264 || Accepts(choice, plan.IsWebm(), list) == Acceptance::Listed;
         };
         const std::optional<Candidate> candidate = ChooseStream(
             inputs, type, index, plan.m_Video ? plan.m_Video->m_pStream : nullptr, [&](const Candidate& one) {
-                const CodecChoice choice = choiceOf(one);
+                if (IsEncoded(options, type, isListed(one))) return options.m_Encode != EncodeMode::Auto;
+                const CodecChoice choice = ChooseCodec(*one.m_pFile, one.m_pStream, options.m_H264);
                 return Accepts(choice, plan.IsWebm(), list) != Acceptance::Refused ||
                        (options.m_ForceCodec && choice.m_FourCC != 0);
             });
         if (!candidate) return std::nullopt;
-        const CodecChoice choice = choiceOf(*candidate);
+        PlannedTrack track{candidate->m_pFile, candidate->m_pStream, {}, {}};
+        std::string codec = avcodec_get_name(track.m_pStream->codecpar->codec_id);
+        if (IsEncoded(options, type, isListed(*candidate))) {
+            const bool isVideo = type == AVMEDIA_TYPE_VIDEO;
+            const Target& target =
+                *FindTarget(type, isVideo ? options.m_VideoCodec : options.m_AudioCodec, plan.m_pFormat->fourCC);
+            track.m_Choice = ChooseCodec(target, options.m_H264);
+            track.m_Encoding = PlanEncoding(*track.m_pFile, track.m_pStream, target, plan.IsWebm(), options);
+            codec = avcodec_get_name(target.m_Codec);
+        } else {
+            track.m_Choice = ChooseCodec(*track.m_pFile, track.m_pStream, options.m_H264);
+        }
         const AVMediaType other = type == AVMEDIA_TYPE_VIDEO ? AVMEDIA_TYPE_AUDIO : AVMEDIA_TYPE_VIDEO;
         const bool hasOther = std::any_of(inputs.begin(), inputs.end(),
                                           [&](const auto& input) { return !input->Streams(other).empty(); });
-        CheckAccepted(choice, avcodec_get_name(candidate->m_pStream->codecpar->codec_id), KindName(type), plan.IsWebm(),
-                      format, list, options.m_ForceCodec, !hasOther, report);
-        return PlannedTrack{candidate->m_pFile, candidate->m_pStream, choice};
+        CheckAccepted(track.m_Choice, codec, KindName(type), plan.IsWebm(), format, list, options.m_ForceCodec,
+                      !hasOther, report);
+        return track;
     };
     plan.m_Video = take(AVMEDIA_TYPE_VIDEO, options.m_VideoIndex, options.m_NoVideo, plan.m_pFormat->videoEncoders);
     plan.m_Audio = take(AVMEDIA_TYPE_AUDIO, options.m_AudioIndex, options.m_NoAudio, plan.m_pFormat->audioEncoders);
     if (!plan.m_Video && !plan.m_Audio) throw ToolError(kExitError, "there is nothing to write to '" + format + "'");
-    if (plan.m_Video) plan.m_Aspect = options.m_Aspect ? options.m_Aspect : SourceAspect(*plan.m_Video);
+    if (plan.m_Video && plan.m_Video->m_Encoding) {
+        if (!plan.IsWebm()) plan.m_Aspect = options.m_Aspect;
+    } else if (plan.m_Video) {
+        AVStream* const stream = plan.m_Video->m_pStream;
+        const AVRational pixel = av_guess_sample_aspect_ratio(plan.m_Video->m_pFile->Context(), stream, nullptr);
+        plan.m_Aspect = options.m_Aspect ? options.m_Aspect : DisplayAspect(pixel, *stream->codecpar);
+    }
+    for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
+        if (*track && (*track)->m_Encoding) NoteEncoding(**track, report);
+    }
     plan.m_Lost = ListLosses(plan, inputs, options);
     return plan;
 }
@@ -221,6 +272,12 @@ nlohmann::json PlanAsJson(const Plan& plan, const Options& options) {
                                 {"codecID", (*track)->m_Choice.m_CodecID},
                                 {"trackNumber", isVideo ? 1 : 2},
                                 {"filters", (*track)->m_Choice.m_Filters}};
+        if (const std::optional<Encoding>& encoding = (*track)->m_Encoding) {
+            entry["encoding"] = {{"codec", avcodec_get_name(encoding->m_pTarget->m_Codec)},
+                                 {"encoder", encoding->m_pTarget->m_Encoder},
+                                 {"options", encoding->m_Options},
+                                 {"filter", encoding->m_Filter}};
+        }
         if (isVideo) {
             entry["width"] = parameters.width;
             entry["height"] = parameters.height;
@@ -244,7 +301,8 @@ std::vector<std::string> PlanAsLines(const Plan& plan) {
         const AVCodecParameters& parameters = *(*track)->m_pStream->codecpar;
         const CodecChoice& choice = (*track)->m_Choice;
         const std::string kind = KindName(parameters.codec_type);
-        lines.push_back(kind + ": " + avcodec_get_name(parameters.codec_id) + " as '" + FourCCText(choice.m_FourCC) +
+        const std::string way = (*track)->m_Encoding ? " encoded as '" : " as '";
+        lines.push_back(kind + ": " + avcodec_get_name(parameters.codec_id) + way + FourCCText(choice.m_FourCC) +
                         "' (" + choice.m_CodecID + "), from " + (*track)->m_pFile->Path() + " #" +
                         std::to_string((*track)->m_pStream->index));
     }

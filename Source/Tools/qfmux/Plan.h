@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CodecMap.h"
+#include "Encoding.h"
 #include "Loss.h"
 #include "MediaFile.h"
 #include "Options.h"
@@ -20,6 +21,7 @@ struct PlannedTrack {
     std::shared_ptr<MediaFile> m_pFile;
     AVStream* m_pStream;
     CodecChoice m_Choice;
+    std::optional<Encoding> m_Encoding; // absent for a copy
 };
 
 struct Plan {
@@ -33,6 +35,9 @@ struct Plan {
     bool WritesAspect() const { return m_Aspect && !IsWebm(); }
     bool IsWebm() const { return m_pFormat->fourCC == MakeFourCC("WEBM"); }
 };
+
+// The display aspect of pictures whose pixels are not square. pixel: the aspect of a pixel, 0/1 if it is not known.
+std::optional<Aspect> DisplayAspect(AVRational pixel, const AVCodecParameters& parameters);
 
 // Throws ToolError when the plug-in lists no formats.
 const FileFormatInfo* FormatsOf(const Plugin& plugin);

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "H264Units.h"
+#include "Likeness.h"
 #include "RawFile.h"
 #include "SignalGuard.h"
 
@@ -209,6 +210,11 @@ WholePlay::WholePlay(const SourceStreams& sources) {
     for (std::size_t i = 0; i < sources.size(); ++i) {
         if (sources[i] != nullptr) m_Decodings[i] = std::make_unique<Decoding>(*sources[i], nullptr, 0);
     }
+}
+
+void WholePlay::CompareWith(bool isVideo, Likeness& given) {
+    Decoding* const decoding = m_Decodings[isVideo ? 0 : 1].get();
+    if (decoding != nullptr) decoding->ShowTo([&given](const AVFrame& frame) { given.TakeResult(frame); });
 }
 
 void WholePlay::Take(bool isVideo, const Frame& frame) { m_Decodings[isVideo ? 0 : 1]->Take(frame.Source()); }

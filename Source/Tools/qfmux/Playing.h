@@ -12,6 +12,8 @@
 #include "Decoding.h"
 #include "Excerpts.h"
 
+class Likeness;
+
 // A source's video and audio stream, in this order; null for no such track.
 using SourceStreams = std::array<const AVCodecParameters*, 2>;
 
@@ -30,6 +32,9 @@ Played PlayExcerpts(const std::string& path, const Excerpts& excerpts, const Sou
 class WholePlay {
 public:
     explicit WholePlay(const SourceStreams& sources);
+
+    // Compares the decoded frames with what an encoder was given.
+    void CompareWith(bool isVideo, Likeness& given);
 
     // To be called for each frame that becomes a block.
     void Take(bool isVideo, const Frame& frame);

@@ -36,12 +36,14 @@ Progress::~Progress() {
 void Progress::Begin(const char* phase) {
     m_Phase = phase;
     m_Position = 0;
+    m_Pictures = 0;
     m_Start = m_NextShow = Clock::now();
 }
 
-bool Progress::Update(std::int64_t position, std::uint64_t size) {
+bool Progress::Update(std::int64_t position, std::uint64_t size, std::uint64_t pictures) {
     m_Position = position;
     m_Size = size;
+    m_Pictures = pictures;
     const Clock::time_point now = Clock::now();
     if (now < m_NextShow) return false;
     m_NextShow = now + kInterval;
@@ -60,19 +62,24 @@ void Progress::Show(bool done) {
     const double length = static_cast<double>(m_Length) / 1e7;
     const double share = done ? 1.0 : length > 0 ? std::clamp(mediaSeconds / length, 0.0, 1.0) : 0.0;
     const double speed = seconds > 0 ? mediaSeconds / seconds : 0.0;
+    const double rate = seconds > 0 ? static_cast<double>(m_Pictures) / seconds : 0.0;
     const double remaining = share > 0 ? seconds / share - seconds : 0.0;
     if (m_Mode == ProgressMode::Json) {
-        const nlohmann::json line = {{"phase", m_Phase}, {"percent", share * 100}, {"seconds", mediaSeconds},
-                                     {"speed", speed},   {"remaining", remaining}, {"size", m_Size},
-                                     {"done", done}};
+        nlohmann::json line = {{"phase", m_Phase}, {"percent", share * 100}, {"seconds", mediaSeconds},
+                               {"speed", speed},   {"remaining", remaining}, {"size", m_Size},
+                               {"done", done}};
+        if (m_Pictures > 0) line["framesPerSecond"] = rate;
         std::printf("%s\n", line.dump().c_str());
         std::fflush(stdout);
         return;
     }
     std::string bar(kBarWidth, '.');
     std::fill_n(bar.begin(), static_cast<int>(share * kBarWidth), '#');
-    std::fprintf(stderr, "\r\033[K%-6s [%s] %3.0f %%  %.0fx  %s left  %.1f MB", m_Phase, bar.c_str(), share * 100,
-                 speed, ClockText(remaining).c_str(), static_cast<double>(m_Size) / 1e6);
+    // Encoders may be slower than the film.
+    std::fprintf(stderr, "\r\033[K%-6s [%s] %3.0f %%  %.*fx  ", m_Phase, bar.c_str(), share * 100, speed < 10 ? 1 : 0,
+                 speed);
+    if (m_Pictures > 0) std::fprintf(stderr, "%.0f frames/s  ", rate);
+    std::fprintf(stderr, "%s left  %.1f MB", ClockText(remaining).c_str(), static_cast<double>(m_Size) / 1e6);
     std::fflush(stderr);
     m_BarShown = true;
 }

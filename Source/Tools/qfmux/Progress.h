@@ -18,9 +18,9 @@ public:
 
     // Starts a new pass over the media. phase: its name, which must outlive this object.
     void Begin(const char* phase);
-    // position: in the media, 100 ns; size: octets so far. Shows at most a few updates a second.
-    // Returns whether this update was due.
-    bool Update(std::int64_t position, std::uint64_t size);
+    // position: in the media, 100 ns; size: octets so far; pictures: encoded so far. Shows at most a few updates a
+    // second. Returns whether this update was due.
+    bool Update(std::int64_t position, std::uint64_t size, std::uint64_t pictures = 0);
     // To be called once, at the end of the run.
     void Finish();
 
@@ -33,6 +33,7 @@ private:
     const char* m_Phase = "write";
     std::int64_t m_Position = 0;
     std::uint64_t m_Size = 0;
+    std::uint64_t m_Pictures = 0;
     Clock::time_point m_Start = Clock::now();
     Clock::time_point m_NextShow = m_Start;
     bool m_BarShown = false;

@@ -68,6 +68,17 @@ void AddFileFacts(nlohmann::json& facts, const Options& options, std::optional<T
         std::optional<Track>& track = entry["kind"] == "video" ? video : audio;
         entry["frames"] = track ? track->Digest().Blocks() : 0;
         entry["octets"] = track ? track->Digest().TotalOctets() : 0;
+        if (!track || !track->IsEncoded()) continue;
+        const AVCodecParameters& parameters = track->Reader().Parameters();
+        if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+            entry["encoding"]["width"] = parameters.width;
+            entry["encoding"]["height"] = parameters.height;
+            entry["encoding"]["frameRate"] = track->Reader().FrameRate();
+        } else {
+            entry["encoding"]["sampleRate"] = parameters.sample_rate;
+            entry["encoding"]["channels"] = parameters.ch_layout.nb_channels;
+        }
+        entry["encoding"]["concealed"] = track->Reader().Concealed();
     }
 }
 

@@ -31,6 +31,8 @@
 #include "TimeLine.h"
 #include "ToolError.h"
 #include "Track.h"
+#include "TrackEncoder.h"
+#include "TrackReader.h"
 #include "TrackSetup.h"
 #include "Verification.h"
 #include "Verify.h"
@@ -73,24 +75,39 @@ std::unique_ptr<SessionWriter> MakeRecorder(const Options& options, const Plugin
     return std::make_unique<SessionWriter>(options.m_Record, version, options.m_Overwrite);
 }
 
-// Tracks of the same file share one source.
+// Tracks of the same file share one source. The sound comes first, since an encoder of pictures needs its start.
 void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video, std::optional<Track>& audio) {
     std::map<MediaFile*, std::set<int>> streams;
     for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
         if (*track) streams[(*track)->m_pFile.get()].insert((*track)->m_pStream->index);
     }
     std::map<MediaFile*, std::shared_ptr<PacketSource>> sources;
-    const auto open = [&](const PlannedTrack& track, std::optional<Track>& opened, bool isVideo) {
+    const auto open = [&](const PlannedTrack& track, std::optional<Track>& opened, bool isVideo, std::int64_t other) {
         std::shared_ptr<PacketSource>& source = sources[track.m_pFile.get()];
         if (source == nullptr) {
             // The times of two files need not have the same origin.
             const std::int64_t shift = streams.size() > 1 ? -track.m_pFile->Origin() : 0;
             source = std::make_shared<PacketSource>(track.m_pFile, streams[track.m_pFile.get()], shift);
         }
-        opened.emplace(track, source, isVideo, plan.IsWebm(), areVerified);
+        std::unique_ptr<FrameSource> reader;
+        if (track.m_Encoding) {
+            reader = std::make_unique<TrackEncoder>(source, track.m_pStream->index, *track.m_Encoding, other);
+        } else {
+            reader = std::make_unique<TrackReader>(source, track.m_pStream->index, track.m_Choice.m_Filters);
+        }
+        opened.emplace(track, std::move(reader), isVideo, plan.IsWebm(), areVerified);
     };
-    if (plan.m_Video) open(*plan.m_Video, video, true);
-    if (plan.m_Audio) open(*plan.m_Audio, audio, false);
+    std::int64_t start = kFurthestTime;
+    if (plan.m_Audio) open(*plan.m_Audio, audio, false, kFurthestTime);
+    if (audio && audio->HasFrame()) start = audio->Time();
+    if (plan.m_Video) open(*plan.m_Video, video, true, start);
+}
+
+// The display aspect for the file. Only the encoder knows that of the pictures it gets.
+std::optional<Aspect> AspectOf(const Plan& plan, const std::optional<Track>& video) {
+    if (plan.IsWebm()) return std::nullopt;
+    if (plan.m_Aspect || !video || !video->IsEncoded()) return plan.m_Aspect;
+    return DisplayAspect(video->Reader().Parameters().sample_aspect_ratio, video->Reader().Parameters());
 }
 
 // The output of --dry-run.
@@ -151,10 +168,11 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
 
     HostCalls host(plugin, MakeRecorder(options, plugin));
     MuxParam muxParam{};
-    if (plan.WritesAspect()) {
+    if (const std::optional<Aspect> aspect = AspectOf(plan, video)) {
         muxParam.muxFlags = 1;
-        muxParam.displayAspectX = plan.m_Aspect->m_X;
-        muxParam.displayAspectY = plan.m_Aspect->m_Y;
+        muxParam.displayAspectX = aspect->m_X;
+        muxParam.displayAspectY = aspect->m_Y;
+        report.Facts()["displayAspect"] = {aspect->m_X, aspect->m_Y};
     }
     host.SetMuxParam(&muxParam);
 
@@ -186,9 +204,12 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     std::int64_t position = 0;
     FrameLosses losses;
     std::int64_t sound = 0; // all its durations
+    std::uint64_t pictures = 0;
     Progress progress(options.m_Progress, options.m_Quiet, extent.m_Length);
     const auto isDue = [&](const std::optional<Track>& track) {
-        return track && track->HasFrame() && static_cast<double>(track->Next().m_Decode - start) < limit;
+        if (!track || !track->HasFrame()) return false;
+        // An encoder stops by itself.
+        return track->IsEncoded() || static_cast<double>(track->Next().m_Decode - start) < limit;
     };
     // In decoding order over both: the plug-in holds back what waits for the other track.
     while (SignalGuard::Caught() == 0 && (isDue(video) || isDue(audio))) {
@@ -205,12 +226,13 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
             if (track.Send(host, file.Handle(), shift) && !track.SetupHasChanged()) {
                 verification.Take(videoIsNext, track.Next(), ToMilliseconds(track.Time() + shift) - zero);
             }
+            if (videoIsNext && track.IsEncoded()) ++pictures;
             track.Advance();
         } else {
             track.LeaveOut();
             track.Advance();
         }
-        if (progress.Update(position, octets)) output.CheckRoom();
+        if (progress.Update(position, octets, pictures)) output.CheckRoom();
     }
     SettleLength(host, file.Handle(), losses.Length() - sound);
     file.Close();

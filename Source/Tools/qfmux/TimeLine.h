@@ -22,6 +22,12 @@ std::int64_t HostTime(std::int64_t stamp, AVRational timeBase);
 // Rounded, as the file's times are.
 constexpr std::int64_t ToMilliseconds(std::int64_t hostTime) { return (hostTime + 5000) / 10000; }
 
+// The cluster, counted from 0, of a block at this time, ms. A cluster takes the blocks of one second; a block on the
+// boundary belongs to the cluster before it.
+constexpr std::int64_t ClusterOf(std::int64_t milliseconds) {
+    return milliseconds <= 0 ? 0 : (milliseconds - 1) / 1000;
+}
+
 // The times of packets jump where a recording was cut, joined or damaged. Packets after a jump are moved to the end of
 // the packets before it. Streams reach such a place one after the other and stay in step.
 class TimeLine {

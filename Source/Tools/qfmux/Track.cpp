@@ -6,11 +6,16 @@
 
 #include "TimeLine.h"
 
-Track::Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified)
-    : m_Plan(plan), m_Reader(std::move(source), plan.m_pStream->index, plan.m_Choice.m_Filters), m_Digest(isVerified),
-      m_Frames(m_Reader.Parameters().codec_id == AV_CODEC_ID_H264 ? m_Reader.SetupData() : std::vector<std::uint8_t>()),
+Track::Track(const PlannedTrack& plan, std::unique_ptr<FrameSource> reader, bool isVideo, bool isWebm, bool isVerified)
+    : m_Plan(plan), m_Reader(std::move(reader)), m_Digest(isVerified),
+      m_Frames(m_Reader->Parameters().codec_id == AV_CODEC_ID_H264 ? m_Reader->SetupData()
+                                                                   : std::vector<std::uint8_t>()),
       m_IsVideo(isVideo), m_IsWebm(isWebm) {
     Advance();
+}
+
+const AVCodecParameters& Track::SourceParameters() const {
+    return IsEncoded() ? m_Reader->Parameters() : *m_Plan.m_pStream->codecpar;
 }
 
 bool Track::HasUnits() const {
@@ -51,8 +56,8 @@ bool Track::Send(HostCalls& host, void* handle, std::int64_t shift) {
     frame.timestamp = Time() + shift;
     frame.duration = m_Next.m_Duration;
     if (!m_IsVideo) {
-        if (m_Setup.empty()) m_Setup = m_Reader.SetupData();
-        m_SetupHasChanged = m_SetupHasChanged || m_Next.m_IsOtherSound || m_Reader.SetupData() != m_Setup;
+        if (m_Setup.empty()) m_Setup = m_Reader->SetupData();
+        m_SetupHasChanged = m_SetupHasChanged || m_Next.m_IsOtherSound || m_Reader->SetupData() != m_Setup;
         frame.audioData = packet.data;
         frame.audioSize = packet.size;
         Expect(frame.timestamp, true, packet.data, packetSize);

@@ -8,21 +8,23 @@
 #include <optional>
 #include <vector>
 
-#include "Frame.h"
+#include "FrameSource.h"
 #include "H264Frames.h"
 #include "Plan.h"
 #include "Session.h"
 #include "TrackDigest.h"
-#include "TrackReader.h"
 
 class Track {
 public:
-    // source: reads the planned track's file.
-    Track(const PlannedTrack& plan, std::shared_ptr<PacketSource> source, bool isVideo, bool isWebm, bool isVerified);
+    // reader: gives the planned track's frames.
+    Track(const PlannedTrack& plan, std::unique_ptr<FrameSource> reader, bool isVideo, bool isWebm, bool isVerified);
 
     bool HasFrame() const { return m_HasFrame; }
     const Frame& Next() const { return m_Next; }
-    const TrackReader& Reader() const { return m_Reader; }
+    const FrameSource& Reader() const { return *m_Reader; }
+    bool IsEncoded() const { return m_Plan.m_Encoding.has_value(); }
+    // The parameters of the stream or encoder that the frames come from.
+    const AVCodecParameters& SourceParameters() const;
     const PlannedTrack& Plan() const { return m_Plan; }
     TrackDigest& Digest() { return m_Digest; }
     bool SlicesWereSplit() const { return m_SlicesWereSplit; }
@@ -36,7 +38,7 @@ public:
     // The time of the next frame's block, 100 ns.
     std::int64_t Time() const { return m_Plan.m_Choice.m_DecodeTimes ? m_Next.m_Decode : m_Next.m_Presentation; }
 
-    void Advance() { m_HasFrame = m_Reader.Next(m_Next); }
+    void Advance() { m_HasFrame = m_Reader->Next(m_Next); }
     // To be called instead of Send for a frame that has no place in the file.
     void LeaveOut();
     int LeftOut() const { return m_LeftOut; }
@@ -61,7 +63,7 @@ private:
     void ExpectKeptUnits(std::int64_t time, const std::vector<NalUnit>& units);
 
     PlannedTrack m_Plan;
-    TrackReader m_Reader;
+    std::unique_ptr<FrameSource> m_Reader;
     Frame m_Next;
     TrackDigest m_Digest;
     H264Frames m_Frames;

@@ -17,7 +17,6 @@ extern "C" {
 
 namespace {
 
-constexpr const char* kEncrypted = "it is encrypted";
 constexpr std::int64_t kLeastGap = 1000000; // 0.1 s, in sound that should have none
 
 // Profile, sample rate and channels in the header of an AAC frame (ISO/IEC 13818-7, ADTS); 0 when there is no header.
@@ -26,35 +25,25 @@ std::uint32_t AdtsHeader(const AVPacket& packet) {
     return 0xFF0000U + (packet.data[2] & 0xFDU) * 256U + (packet.data[3] & 0xC0U);
 }
 
-// Whether the container marks the stream as encrypted. ISO files mark each frame instead.
-bool IsEncrypted(const AVStream* stream) {
-    const std::uint32_t code = stream->codecpar->codec_tag;
-    return code == MKTAG('d', 'r', 'm', 's') || code == MKTAG('d', 'r', 'm', 'i') || // QuickTime
-           av_dict_get(stream->metadata, "enc_key_id", nullptr, 0) != nullptr;       // Matroska
-}
-
 } // namespace
 
 TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
-    : m_Source(std::move(source)), m_pStream(m_Source->File().Context()->streams[streamIndex]),
-      m_HasFilter(!filters.empty()) {
+    : FrameSource(std::move(source), streamIndex), m_HasFilter(!filters.empty()) {
     const std::string& path = Path();
-    if (IsEncrypted(m_pStream)) FailReading(path, kEncrypted);
     AVBSFContext* filter = nullptr;
     CheckReading(av_bsf_list_parse_str(filters.empty() ? "null" : filters.c_str(), &filter), path);
     m_Filter.reset(filter);
-    CheckReading(avcodec_parameters_copy(filter->par_in, m_pStream->codecpar), path);
-    filter->time_base_in = m_pStream->time_base;
+    CheckReading(avcodec_parameters_copy(filter->par_in, Stream()->codecpar), path);
+    filter->time_base_in = Stream()->time_base;
     CheckReading(av_bsf_init(filter), path);
     const AVCodecParameters& out = *filter->par_out;
     m_SetupData.assign(out.extradata, out.extradata + out.extradata_size);
     m_LengthSize = LengthSize();
 
-    m_FrameDuration = out.codec_type == AVMEDIA_TYPE_VIDEO
-                          ? static_cast<std::int64_t>(1e7 / m_Source->File().FrameRate(m_pStream))
-                          : 1;
+    m_FrameDuration =
+        out.codec_type == AVMEDIA_TYPE_VIDEO ? static_cast<std::int64_t>(1e7 / File().FrameRate(Stream())) : 1;
     // Broadcasts need not have a time for each picture.
-    if (out.codec_id == AV_CODEC_ID_H264 && m_Source->File().HasLooseTimes()) {
+    if (out.codec_id == AV_CODEC_ID_H264 && File().HasLooseTimes()) {
         m_Order = std::make_unique<PictureOrder>(out, 0, m_FrameDuration);
     }
 }
@@ -72,7 +61,7 @@ bool TrackReader::NextPacket(Frame& frame) {
         }
         if (filtered != AVERROR(EAGAIN)) FailReading(Path(), AvReason(filtered));
 
-        const int read = m_Source->Next(m_pStream->index, *frame.m_Packet);
+        const int read = Source().Next(Stream()->index, *frame.m_Packet);
         if (read == 0 && m_HasFilter) {
             frame.m_Source.reset(av_packet_clone(frame.m_Packet.get()));
             if (frame.m_Source == nullptr) throw std::bad_alloc();
@@ -111,8 +100,6 @@ bool TrackReader::NextInDecodingOrder(Frame& frame, bool& hasPresentation) {
         return false;
     }
     const AVPacket& packet = *frame.m_Packet;
-    if (av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr) != nullptr)
-        FailReading(Path(), kEncrypted);
 
     const auto toHostTime = [this](std::int64_t time) { return HostTime(time, m_Filter->time_base_out); };
     hasPresentation = packet.pts != AV_NOPTS_VALUE;
@@ -146,7 +133,7 @@ void TrackReader::Examine(Frame& frame) {
         frame.m_IsOtherSound = header != 0 && header != m_AdtsHeader;
     }
     if (codec != AV_CODEC_ID_H264) {
-        frame.m_Access = FindAccessPoint(codec, packet.data, size, isKey, m_Source->File().HasSetup(m_pStream));
+        frame.m_Access = FindAccessPoint(codec, packet.data, size, isKey, File().HasSetup(Stream()));
         return;
     }
     bool isWhole = false;
@@ -198,7 +185,7 @@ bool TrackReader::ReadFrame(Frame& frame) {
             frame = std::move(next);
             return true;
         }
-        m_Order->Push(std::move(next), hasPresentation && m_Source->File().HasLooseTimes());
+        m_Order->Push(std::move(next), hasPresentation && File().HasLooseTimes());
     }
 }
 
@@ -216,7 +203,7 @@ bool TrackReader::Next(Frame& frame) {
         if (distance > 0 && std::abs(distance - frame.m_Duration) <= tick) {
             frame.m_Duration = static_cast<std::int32_t>(distance);
         }
-        if (m_Source->File().HasLooseTimes() && distance - frame.m_Duration > kLeastGap) {
+        if (File().HasLooseTimes() && distance - frame.m_Duration > kLeastGap) {
             ++m_Gaps;
             m_GapLength += distance - frame.m_Duration;
         }

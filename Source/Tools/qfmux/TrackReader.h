@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One stream's frames in decoding order, each with its times.
+// The frames of a stream that is copied.
 #pragma once
 
 #include <cstdint>
@@ -8,39 +8,25 @@
 #include <string>
 #include <vector>
 
-#include "Frame.h"
-#include "PacketSource.h"
+#include "FrameSource.h"
 #include "PictureOrder.h"
 
-// The frames of one stream.
-class TrackReader {
+class TrackReader : public FrameSource {
 public:
     // source: must have this stream chosen. filters: bitstream filters in libavcodec's notation, or empty.
     TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters);
 
+    bool Next(Frame& frame) override;
+
     // The parameters after the filters.
-    const AVCodecParameters& Parameters() const { return *m_Filter->par_out; }
-
+    const AVCodecParameters& Parameters() const override { return *m_Filter->par_out; }
     // Codec set-up data from the file, or from a filter that found them in the frames read so far.
-    const std::vector<std::uint8_t>& SetupData() const { return m_SetupData; }
+    const std::vector<std::uint8_t>& SetupData() const override { return m_SetupData; }
 
-    // Whether the stream has no time stamps, so that they were derived from frame order and frame rate.
-    bool TimesWereMade() const { return m_TimesWereMade && !m_TimesWereTold; }
-    // Damaged frames that a filter dropped, plus frames with truncated units.
-    int Damaged() const { return m_Damaged; }
-    // The length of the frames read, and the length in the file's header (0 if none), 100 ns.
-    std::int64_t Length() const { return m_Source->Length(m_pStream->index); }
-    std::int64_t PromisedLength() const {
-        return m_Source->File().PromisedLength(m_pStream, m_Source->HasAllStreams());
-    }
-    // For sound of broadcasts: the number of gaps of more than 0.1 s, and their total length, 100 ns.
-    int Gaps() const { return m_Gaps; }
-    std::int64_t GapLength() const { return m_GapLength; }
-    const std::string& Failure() const { return m_Source->Failure(); }
-    int Jumps() const { return m_Source->Jumps(m_pStream->index); }
-
-    // Reads the next frame; false at the end. Throws ToolError for a damaged file or one without time stamps.
-    bool Next(Frame& frame);
+    bool TimesWereMade() const override { return m_TimesWereMade && !m_TimesWereTold; }
+    int Damaged() const override { return m_Damaged; }
+    int Gaps() const override { return m_Gaps; }
+    std::int64_t GapLength() const override { return m_GapLength; }
 
 private:
     bool NextPacket(Frame& frame);
@@ -53,10 +39,6 @@ private:
     void Examine(Frame& frame);
     unsigned LengthSize() const;
 
-    const std::string& Path() const { return m_Source->File().Path(); }
-
-    std::shared_ptr<PacketSource> m_Source;
-    AVStream* m_pStream;
     const bool m_HasFilter;
     unsigned m_LengthSize = 0; // octets of the length prefix of H.264 units; 0 for start codes
     AvPtr<AVBSFContext> m_Filter;

@@ -13,7 +13,7 @@ VideoParam VideoParamOf(const Track& track) {
     video.fourCC = track.Plan().m_Choice.m_FourCC;
     video.width = parameters.width;
     video.height = parameters.height;
-    video.frameRate = track.Plan().m_pFile->FrameRate(track.Plan().m_pStream);
+    video.frameRate = track.Reader().FrameRate();
     video.bitCount = 24;
     return video;
 }

@@ -4,8 +4,12 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <nlohmann/json.hpp>
+#include <vector>
 
+#include "Likeness.h"
 #include "RunReport.h"
+#include "SignalGuard.h"
 #include "TimeLine.h"
 #include "ToolError.h"
 #include "Verify.h"
@@ -14,19 +18,34 @@ namespace {
 
 SourceStreams StreamsOf(const std::optional<Track>& video, const std::optional<Track>& audio) {
     SourceStreams streams{};
-    if (video) streams[0] = video->Plan().m_pStream->codecpar;
+    if (video) streams[0] = &video->SourceParameters();
     // After a change players use the first set-up data, of which the user is warned.
-    if (audio && !audio->SetupHasChanged()) streams[1] = audio->Plan().m_pStream->codecpar;
+    if (audio && !audio->SetupHasChanged()) streams[1] = &audio->SourceParameters();
     return streams;
 }
 
 bool IsDamaged(const std::optional<Track>& video, const std::optional<Track>& audio) {
     for (const auto* track : {&video, &audio}) {
-        if (!*track) continue;
+        if (!*track || (*track)->IsEncoded()) continue; // an encoder's frames are whole
         const ReadErrors& errors = (*track)->Plan().m_pFile->Errors();
         if (errors.Packets() + errors.Others() + (*track)->Reader().Damaged() > 0) return true;
     }
     return false;
+}
+
+void ReportLikeness(const std::vector<LikeMinute>& minutes, bool arePictures, RunReport& report) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const LikeMinute& minute : minutes) {
+        list.push_back(arePictures ? nlohmann::json{{"ssim", minute.m_Result}}
+                                   : nlohmann::json{{"sourceLevel", minute.m_Source}, {"level", minute.m_Result}});
+    }
+    for (nlohmann::json& track : report.Facts()["tracks"]) {
+        if (track["kind"] == (arePictures ? "video" : "audio")) track["encoding"]["minutes"] = list;
+    }
+    const std::string bad = OutOfLine(minutes, arePictures);
+    if (bad.empty()) return;
+    report.Note(arePictures ? "the encoded pictures differ more than usual from their source in " + bad
+                            : "the encoded sound is not as loud as its source in " + bad);
 }
 
 } // namespace
@@ -40,7 +59,12 @@ Verification::Verification(const Options& options, std::int64_t length, std::opt
         m_Excerpts.emplace(video.has_value(), ToMilliseconds(length),
                            video && video->Reader().Parameters().codec_id == AV_CODEC_ID_MPEG4);
     }
-    if (options.m_Verify == VerifyMode::Decode) m_Whole = std::make_unique<WholePlay>(StreamsOf(video, audio));
+    if (options.m_Verify != VerifyMode::Decode) return;
+    m_Whole = std::make_unique<WholePlay>(StreamsOf(video, audio));
+    for (auto* track : {&video, &audio}) {
+        Likeness* const given = *track ? (*track)->Reader().Compared() : nullptr;
+        if (given != nullptr) m_Whole->CompareWith(track == &video, *given);
+    }
 }
 
 void Verification::Take(bool isVideo, const Frame& frame, std::int64_t time) {
@@ -80,4 +104,9 @@ void Verification::Check(const StagedFile& output, Progress& progress, RunReport
                         "'" + m_Options.m_Output + "' failed verification and was removed: " + *fault);
     }
     for (const std::string& note : m_Played.m_Notes) report.Note(note);
+    if (m_Whole == nullptr || SignalGuard::Caught() != 0) return;
+    for (auto* track : {&m_Video, &m_Audio}) {
+        Likeness* const given = *track ? (*track)->Reader().Compared() : nullptr;
+        if (given != nullptr) ReportLikeness(given->Finish(), track == &m_Video, report);
+    }
 }

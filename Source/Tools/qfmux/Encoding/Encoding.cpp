@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+#include "Encoding.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "StreamFilters.h"
+#include "TimeLine.h"
+#include "ToolError.h"
+
+extern "C" {
+#include <libavutil/opt.h>
+}
+
+namespace {
+
+constexpr double kUsualQuality = 70;
+
+std::string Text(double value) {
+    std::string text = std::to_string(std::round(value * 10) / 10);
+    return text.substr(0, text.find('.') + 2);
+}
+
+// Scales of 0 to 100 to those of the encoders, whose best value is the least.
+AvOptions RateOptions(const Target& target, const Options& options) {
+    if (options.m_VideoBitrate > 0) return {{"b", std::to_string(options.m_VideoBitrate)}};
+    const double quality = options.m_Quality.value_or(kUsualQuality);
+    switch (target.m_Codec) {
+    case AV_CODEC_ID_H264:
+        return {{"crf", Text(41 - 0.3 * quality)}};
+    case AV_CODEC_ID_VP8:
+        // A bit rate of 0 leaves the rate to the quality.
+        return {{"crf", std::to_string(std::lround(45 - 0.4 * quality))}, {"b", "0"}};
+    default: {
+        const long scale = std::lround(1 + (100 - quality) / 10);
+        return {{"flags", "+qscale"}, {"global_quality", std::to_string(scale * FF_QP2LAMBDA)}};
+    }
+    }
+}
+
+AvOptions PictureOptions(const Target& target, const Options& options) {
+    AvOptions usual = RateOptions(target, options);
+    switch (target.m_Codec) {
+    case AV_CODEC_ID_H264:
+        usual.insert({{"preset", "medium"}});
+        break;
+    case AV_CODEC_ID_VP8:
+        usual.insert({{"deadline", "good"}, {"cpu-used", "2"}});
+        break;
+    case AV_CODEC_ID_MPEG2VIDEO:
+        usual.insert({{"g", "15"}, {"bf", "2"}});
+        break;
+    default:
+        break;
+    }
+    return usual;
+}
+
+AvOptions SoundOptions(const Target& target, const AVCodecParameters& source, const Options& options) {
+    if (options.m_AudioBitrate > 0) return {{"b", std::to_string(options.m_AudioBitrate)}};
+    const int channels = std::clamp(source.ch_layout.nb_channels, 1, 8);
+    switch (target.m_Codec) {
+    case AV_CODEC_ID_AAC:
+        return {{"b", std::to_string(80000 * channels)}};
+    case AV_CODEC_ID_MP3:
+        return {{"b", "192000"}};
+    case AV_CODEC_ID_VORBIS:
+        return {{"flags", "+qscale"}, {"global_quality", std::to_string(5 * FF_QP2LAMBDA)}};
+    default:
+        return {};
+    }
+}
+
+// Of an encoder's options these alone set the rate.
+bool SetsRate(const AvOptions& options) {
+    return std::any_of(options.begin(), options.end(), [](const auto& option) {
+        static constexpr const char* kNames[] = {"b", "crf", "qp", "cqp", "global_quality", "q"};
+        return std::find(std::begin(kNames), std::end(kNames), option.first) != std::end(kNames);
+    });
+}
+
+void CheckNames(const Target& target, const AvOptions& options, const char* name) {
+    const AvPtr<AVCodecContext> codec(avcodec_alloc_context3(avcodec_find_encoder_by_name(target.m_Encoder)));
+    if (codec == nullptr) {
+        throw ToolError(kExitError, std::string("libavcodec has no encoder ") + target.m_Encoder);
+    }
+    for (const auto& [key, value] : options) {
+        if (av_opt_find(codec.get(), key.c_str(), nullptr, 0, AV_OPT_SEARCH_CHILDREN) == nullptr) {
+            throw ToolError(kExitUsage, std::string(name) + ": " + target.m_Encoder + " has no option '" + key + "'");
+        }
+    }
+}
+
+} // namespace
+
+Encoding PlanEncoding(const MediaFile& file, AVStream* stream, const Target& target, bool isWebm,
+                      const Options& options) {
+    const bool isVideo = target.m_Type == AVMEDIA_TYPE_VIDEO;
+    const char* const name = isVideo ? "--video-options" : "--audio-options";
+    const AvOptions own = ParseAvOptions(isVideo ? options.m_VideoOptions : options.m_AudioOptions, name);
+    CheckNames(target, own, name);
+    AvOptions all = own;
+    AvOptions usual = isVideo ? PictureOptions(target, options) : SoundOptions(target, *stream->codecpar, options);
+    if (SetsRate(own)) {
+        for (const char* const rate : {"b", "crf", "flags", "global_quality"}) usual.erase(rate);
+    }
+    // The encoder is marked as experimental, but there is no other.
+    if (target.m_Codec == AV_CODEC_ID_DTS) usual["strict"] = "experimental";
+    all.insert(usual.begin(), usual.end());
+
+    Encoding encoding{};
+    encoding.m_pTarget = &target;
+    encoding.m_Options = std::move(all);
+    StreamFilters filters =
+        isVideo ? PictureFilters(file, stream, target, options, isWebm) : SoundFilters(target, options);
+    encoding.m_Filter = std::move(filters.m_Text);
+    encoding.m_Notes = std::move(filters.m_Notes);
+    encoding.m_Deinterlaces = options.m_Deinterlace;
+    encoding.m_IsCompared = options.m_Verify == VerifyMode::Decode;
+    // The file has a place for the set-up data of H.264 and of sound. Frames in start-code form carry theirs.
+    const bool hasPlace = !isVideo || (target.m_Codec == AV_CODEC_ID_H264 && target.m_FourCC == MakeFourCC("H264") &&
+                                       options.m_H264.empty());
+    encoding.m_SetupInFrames = !hasPlace;
+    const bool hasOwnSpan = own.count("g") + own.count("kf-max-dist") > 0;
+    encoding.m_KeyFramesOpenClusters = isVideo && isWebm && !hasOwnSpan;
+    encoding.m_Length = std::isfinite(options.m_Duration)
+                            ? static_cast<std::int64_t>(std::min(options.m_Duration, 1e10) * 1e7)
+                            : kFurthestTime;
+    return encoding;
+}

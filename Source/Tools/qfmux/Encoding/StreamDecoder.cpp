@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#include "StreamDecoder.h"
+
+#include <algorithm>
+#include <new>
+
+#include "ToolError.h"
+
+extern "C" {
+#include <libavutil/mathematics.h>
+}
+
+StreamDecoder::StreamDecoder(PacketSource& source, AVStream* stream)
+    : m_Source(source), m_pStream(stream), m_Packet(av_packet_alloc()), m_LastRescaled(AV_NOPTS_VALUE) {
+    const AVCodecParameters& parameters = *stream->codecpar;
+    const std::string name = avcodec_get_name(parameters.codec_id);
+    const AVCodec* const decoder = avcodec_find_decoder(parameters.codec_id);
+    if (decoder == nullptr)
+        throw ToolError(kExitError, "cannot convert " + name + ": libavcodec has no decoder for it");
+    m_Codec.reset(avcodec_alloc_context3(decoder));
+    if (m_Codec == nullptr || m_Packet == nullptr) throw std::bad_alloc();
+    CheckReading(avcodec_parameters_to_context(m_Codec.get(), &parameters), source.File().Path());
+    m_Codec->pkt_timebase = stream->time_base;
+    m_Codec->thread_count = 0; // as many as there are processors
+    const int result = avcodec_open2(m_Codec.get(), decoder, nullptr);
+    if (result < 0) throw ToolError(kExitError, "cannot decode " + name + ": " + AvReason(result));
+    m_TimeBase = stream->time_base;
+}
+
+bool StreamDecoder::Next(AVFrame& frame) {
+    for (;;) {
+        const int result = avcodec_receive_frame(m_Codec.get(), &frame);
+        if (result == 0) {
+            SetTime(frame);
+            if ((frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0) NoteDamage();
+            return true;
+        }
+        if (result == AVERROR_EOF) return false;
+        if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+        if (result == AVERROR(EAGAIN)) {
+            SendPacket();
+        } else {
+            NoteDamage(); // the decoder goes on with the next packet
+        }
+    }
+}
+
+bool StreamDecoder::SendPacket() {
+    const bool isEnd = m_Source.Next(m_pStream->index, *m_Packet) < 0;
+    // A packet of no size would end the decoding.
+    const int result = isEnd                 ? avcodec_send_packet(m_Codec.get(), nullptr)
+                       : m_Packet->size == 0 ? 0
+                                             : avcodec_send_packet(m_Codec.get(), m_Packet.get());
+    av_packet_unref(m_Packet.get());
+    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (result < 0 && result != AVERROR_EOF) NoteDamage();
+    return !isEnd;
+}
+
+// Pictures without a time of their own follow the picture before them. Samples are counted, so that time stamps of a
+// coarse clock, such as milliseconds, do not jitter.
+void StreamDecoder::SetTime(AVFrame& frame) {
+    std::int64_t time = frame.best_effort_timestamp;
+    if (m_Codec->codec_type == AVMEDIA_TYPE_AUDIO) {
+        const AVRational sample = {1, std::max(1, frame.sample_rate)};
+        if (frame.pts != AV_NOPTS_VALUE) time = frame.pts; // without the samples that the decoder skipped
+        if (time != AV_NOPTS_VALUE) {
+            time = av_rescale_delta(m_pStream->time_base, time, sample, frame.nb_samples, &m_LastRescaled, sample);
+        } else {
+            time = av_rescale_q(m_NextTime, m_TimeBase, sample);
+        }
+        m_TimeBase = sample;
+        m_NextTime = time + frame.nb_samples;
+    } else {
+        if (m_pStream->sample_aspect_ratio.num > 0) frame.sample_aspect_ratio = m_pStream->sample_aspect_ratio;
+        if (time == AV_NOPTS_VALUE) time = m_NextTime;
+        const AVRational rate = av_guess_frame_rate(m_Source.File().Context(), m_pStream, nullptr);
+        const std::int64_t usual = rate.num > 0 ? av_rescale_q(1, av_inv_q(rate), m_TimeBase) : 0;
+        m_NextTime = time + (frame.pkt_duration > 0 ? frame.pkt_duration : std::max<std::int64_t>(1, usual));
+    }
+    frame.pts = time;
+}
+
+void StreamDecoder::NoteDamage() {
+    if (m_Damaged++ == 0) m_FirstDamaged = m_NextTime;
+}

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// Decodes one stream of a file, as players show it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "PacketSource.h"
+
+class StreamDecoder {
+public:
+    // source: must have this stream chosen. Throws ToolError when libavcodec has no decoder for it.
+    StreamDecoder(PacketSource& source, AVStream* stream);
+
+    // Decodes the next picture or the next samples; false at the end. frame.pts is set always, in TimeBase().
+    bool Next(AVFrame& frame);
+
+    // That of the stream for pictures, one sample for sound.
+    AVRational TimeBase() const { return m_TimeBase; }
+    // Pictures or pieces of sound that were damaged: libavcodec has concealed or dropped them.
+    int Damaged() const { return m_Damaged; }
+    // The first of them, in TimeBase().
+    std::int64_t FirstDamaged() const { return m_FirstDamaged; }
+
+private:
+    bool SendPacket();
+    void SetTime(AVFrame& frame);
+    void NoteDamage();
+
+    PacketSource& m_Source;
+    AVStream* m_pStream;
+    AvPtr<AVCodecContext> m_Codec;
+    AvPtr<AVPacket> m_Packet;
+    AVRational m_TimeBase{};
+    std::int64_t m_NextTime = 0;
+    std::int64_t m_LastRescaled; // state of av_rescale_delta
+    std::int64_t m_FirstDamaged = 0;
+    int m_Damaged = 0;
+};

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#include "StreamFilters.h"
+
+#include "Turn.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace {
+
+// From this height on, players take untagged pictures for BT.709, and smaller ones for BT.601.
+constexpr int kLeastHighDefinition = 720;
+
+void Append(std::string& chain, const std::string& filter) {
+    if (!filter.empty()) chain += (chain.empty() ? "" : ",") + filter;
+}
+
+std::string ToneMapping(const AVCodecParameters& parameters) {
+    const auto name = [](const char* known, bool isKnown, const char* usual) {
+        return std::string(isKnown ? known : usual);
+    };
+    const std::string transfer = av_color_transfer_name(parameters.color_trc);
+    const std::string primaries = name(av_color_primaries_name(parameters.color_primaries),
+                                       parameters.color_primaries != AVCOL_PRI_UNSPECIFIED, "bt2020");
+    const std::string matrix =
+        name(av_color_space_name(parameters.color_space), parameters.color_space != AVCOL_SPC_UNSPECIFIED, "bt2020nc");
+    const std::string range = parameters.color_range == AVCOL_RANGE_JPEG ? "full" : "limited";
+    return "zscale=tin=" + transfer + ":pin=" + primaries + ":min=" + matrix + ":rin=" + range +
+           ":t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,tonemap=hable:desat=0,"
+           "zscale=t=bt709:m=bt709:r=limited";
+}
+
+// The matrix of RGB is chosen as players guess it.
+std::string Range(const AVCodecParameters& parameters, const AVPixFmtDescriptor& format) {
+    if ((format.flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) != 0) {
+        const bool isHigh = parameters.height >= kLeastHighDefinition;
+        const std::string matrix = isHigh ? "bt709" : "smpte170m";
+        return "scale=out_color_matrix=" + std::string(isHigh ? "bt709" : "bt601") +
+               ":out_range=limited,format=yuv420p,setparams=colorspace=" + matrix;
+    }
+    return parameters.color_range == AVCOL_RANGE_JPEG ? "scale=out_range=limited" : "";
+}
+
+std::string Size(const std::string& size) {
+    if (size.empty()) return "";
+    const std::size_t by = size.find('x');
+    const std::string width = size.substr(0, by);
+    const std::string height = size.substr(by + 1);
+    return "scale=" + (width.empty() ? "-2" : width) + ":" + (height.empty() ? "-2" : height);
+}
+
+template <class Item, class Describe>
+void AppendList(std::string& filter, const char* name, const Item* list, Item end, Describe describe) {
+    if (list == nullptr) return;
+    std::string words;
+    for (; *list != end; ++list) words += (words.empty() ? "" : "|") + describe(*list);
+    filter += (filter.empty() ? "aformat=" : ":") + std::string(name) + "=" + words;
+}
+
+std::string LayoutText(const AVChannelLayout& layout) {
+    char text[64] = "";
+    av_channel_layout_describe(&layout, text, sizeof text);
+    return text;
+}
+
+} // namespace
+
+StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Target& target, const Options& options,
+                             bool squarePixels) {
+    const AVCodecParameters& parameters = *stream->codecpar;
+    StreamFilters filters;
+    std::string& chain = filters.m_Text;
+    const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(parameters.format));
+    if (format == nullptr) format = av_pix_fmt_desc_get(AV_PIX_FMT_YUV420P);
+
+    if (options.m_Deinterlace) Append(chain, "bwdif=mode=send_frame:deint=interlaced");
+    Append(chain, TurnFilter(stream));
+    if ((format->flags & AV_PIX_FMT_FLAG_ALPHA) != 0) {
+        Append(chain, "premultiply=inplace=1");
+        filters.m_Notes.emplace_back("transparent parts of the pictures become black");
+    }
+    const bool isPq = parameters.color_trc == AVCOL_TRC_SMPTE2084;
+    if (isPq || parameters.color_trc == AVCOL_TRC_ARIB_STD_B67) {
+        Append(chain, ToneMapping(parameters));
+        filters.m_Notes.push_back(std::string("HDR (") + (isPq ? "PQ" : "HLG") + ") is tone-mapped to BT.709");
+    } else {
+        Append(chain, Range(parameters, *format));
+    }
+    Append(chain, options.m_VideoFilter);
+    const AVRational pixel = av_guess_sample_aspect_ratio(file.Context(), stream, nullptr);
+    const bool isSquare = pixel.num <= 0 || pixel.num == pixel.den;
+    if (squarePixels && (!isSquare || options.m_Aspect)) {
+        if (options.m_Aspect) {
+            Append(chain,
+                   "setdar=" + std::to_string(options.m_Aspect->m_X) + "/" + std::to_string(options.m_Aspect->m_Y));
+        }
+        Append(chain, "scale=trunc(iw*sar/2+0.5)*2:ih,setsar=1");
+        filters.m_Notes.emplace_back("the pictures are scaled to square pixels");
+    }
+    Append(chain, Size(options.m_Size));
+    const bool isOdd = parameters.width % 2 != 0 || parameters.height % 2 != 0;
+    if (target.m_NeedsEvenSides && (isOdd || !options.m_VideoFilter.empty() || !options.m_Size.empty())) {
+        Append(chain, "crop=trunc(iw/2)*2:trunc(ih/2)*2");
+        if (isOdd && options.m_Size.empty()) {
+            filters.m_Notes.emplace_back("one row or column of pixels is cut off: the codec needs even sizes");
+        }
+    }
+    Append(chain, std::string("format=") + target.m_Pixels);
+    return filters;
+}
+
+StreamFilters SoundFilters(const Target& target, const Options& options) {
+    StreamFilters filters;
+    std::string wanted;
+    if (const AVCodec* const encoder = avcodec_find_encoder_by_name(target.m_Encoder)) {
+        AppendList(wanted, "sample_fmts", encoder->sample_fmts, AV_SAMPLE_FMT_NONE,
+                   [](AVSampleFormat one) { return std::string(av_get_sample_fmt_name(one)); });
+        AppendList(wanted, "sample_rates", encoder->supported_samplerates, 0,
+                   [](int one) { return std::to_string(one); });
+        if (encoder->ch_layouts != nullptr) {
+            std::string layouts;
+            for (const AVChannelLayout* one = encoder->ch_layouts; one->nb_channels != 0; ++one) {
+                layouts += (layouts.empty() ? "" : "|") + LayoutText(*one);
+            }
+            wanted += (wanted.empty() ? "aformat=" : ":") + std::string("channel_layouts=") + layouts;
+        }
+    }
+    Append(filters.m_Text, options.m_AudioFilter);
+    Append(filters.m_Text, wanted.empty() ? "anull" : wanted);
+    return filters;
+}
