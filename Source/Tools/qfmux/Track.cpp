@@ -25,6 +25,13 @@ bool Track::HasUnits() const {
     return framing != Framing::AsTheyAre;
 }
 
+// Encoders may have them in their frames alone.
+KnownSets Track::FirstSets() const {
+    KnownSets sets = m_Frames.Sets();
+    sets.Note(m_Next.m_Units);
+    return sets;
+}
+
 void Track::LeaveOut() {
     ++m_LeftOut;
     m_Frames.LeaveOut(m_Next);

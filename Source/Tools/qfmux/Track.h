@@ -30,8 +30,8 @@ public:
     bool SlicesWereSplit() const { return m_SlicesWereSplit; }
     // For sound only: a file has one set-up per track, while pictures carry changed set-up data in their frames.
     bool SetupHasChanged() const { return m_SetupHasChanged; }
-    // For H.264.
-    const KnownSets& Sets() const { return m_Frames.Sets(); }
+    // For H.264, before the first frame is sent: the parameter sets for the file's set-up data.
+    KnownSets FirstSets() const;
     // Whether the file's frames are H.264 units with length prefixes.
     bool HasUnits() const;
 

@@ -34,7 +34,8 @@ void SendSetup(HostCalls& host, void* handle, const std::optional<Track>& video,
         const std::vector<std::uint8_t>& setup = video->Reader().SetupData();
         const AVCodecID codec = video->Reader().Parameters().codec_id;
         if (codec == AV_CODEC_ID_H264) {
-            host.WritezXPSData(handle, video->Sets().Picture(), video->Sets().Sequence());
+            const KnownSets sets = video->FirstSets();
+            host.WritezXPSData(handle, sets.Picture(), sets.Sequence());
             // The plug-in assumes start-code form if the first frame contains 00 00 00 01, for example as the length of
             // a unit of one octet. It examines only the first frame and keeps nothing of an empty frame.
             std::uint8_t none = 0;
