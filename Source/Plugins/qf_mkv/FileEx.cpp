@@ -94,7 +94,7 @@ unsigned long FileEx::WriteThrough(const void* buffer, unsigned long count) {
 }
 
 unsigned long FileEx::WriteOut(const void* octets, unsigned long count) {
-    if (m_HasEnded || count == 0) return 0;
+    if (count == 0) return 0;
     const unsigned long moved = std::fwrite(octets, 1, count, m_pStream);
     if (m_IsOutput) {
         if (m_DrainedPos != kUnknown) m_DrainedPos += static_cast<std::int64_t>(moved);

@@ -96,10 +96,6 @@ public:
         m_IsSet = true;
         return static_cast<Derived&>(*this);
     }
-    void Clear() {
-        m_Value = Value{};
-        m_IsSet = false;
-    }
 
     std::uint64_t Size(bool withHeader) const override {
         return m_IsSet ? Sized(Self().PayloadWidth(), withHeader) : 0;

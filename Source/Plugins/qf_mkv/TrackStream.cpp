@@ -202,7 +202,6 @@ void TrackStream<Block>::Renew(Block& block) {
     frames.erase(std::next(frames.begin()), frames.end());
     frames.front().m_ID = 0;
     Bytes& payload = frames.front().m_Data;
-    payload.clear();
     if (payload.capacity() > kKeptPayload) Bytes().swap(payload);
     std::destroy_at(&block);
     new (&block) Block{Block::kId};
