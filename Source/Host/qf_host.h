@@ -32,10 +32,13 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/// The version of this header. qf_host_version() returns the library's.
+/// The major version of this header: it rises when programs have to change.
 #define QF_HOST_VERSION_MAJOR 1
+/// The minor version of this header: it rises with additions.
 #define QF_HOST_VERSION_MINOR 0
+/// The patch version of this header: it rises with corrections.
 #define QF_HOST_VERSION_PATCH 0
+/// The version of this header as one number: 0x10000 is 1.0.0. qf_host_version() returns the library's.
 #define QF_HOST_VERSION (QF_HOST_VERSION_MAJOR * 0x10000 + QF_HOST_VERSION_MINOR * 0x100 + QF_HOST_VERSION_PATCH)
 
 #ifdef __cplusplus
@@ -116,96 +119,167 @@ typedef struct qf_packet {
     int32_t reserved;     ///< 0
 } qf_packet;
 
-/// The library's version, as QF_HOST_VERSION counts: 0x10000 is 1.0.0.
+/// The library's version.
+/// \return the version, counted as QF_HOST_VERSION is: 0x10000 is 1.0.0
 uint32_t qf_host_version(void);
 
-/// A line of English about this thread's last call that did not return QF_OK, with the name of the file or codec. ""
-/// when no call has failed. Valid until this thread's next call that fails.
+/// What went wrong in this thread's last call that did not return QF_OK.
+/// \return a line of English with the name of the file or codec; "" when no call has failed. Valid until this thread's
+/// next call that fails
 const char* qf_error_text(void);
 
-/// The name of an error, "QF_ERROR_MEMORY" for example. "unknown" for any other value.
+/// The name of an error.
+/// \param error a value of qf_error
+/// \return "QF_ERROR_MEMORY" for example; "unknown" for any other value
 const char* qf_error_name(int error);
 
 /// Loads a plug-in.
-/// path: UTF-8; null for the installed plug-in, which is searched beside this library, in the folder qf_mkv there, and
-/// where the packages install it. *plugin: for qf_plugin_close; null when the call fails.
+/// \param path UTF-8; null for the installed plug-in, which is searched beside this library, in the folder qf_mkv
+/// there, and where the packages install it
+/// \param plugin receives the plug-in, for qf_plugin_close; null when the call fails
+/// \return QF_OK or an error
 int qf_plugin_open(const char* path, qf_plugin** plugin);
 
-/// Unloads a plug-in once the last file that was opened with it is closed. Null is allowed.
+/// Unloads a plug-in once the last file that was opened with it is closed.
+/// \param plugin the plug-in, or null
 void qf_plugin_close(qf_plugin* plugin);
 
-/// The path that the plug-in was loaded from. Null for a null plug-in.
+/// The path that a plug-in was loaded from.
+/// \param plugin the plug-in, or null
+/// \return the path in UTF-8; null for null
 const char* qf_plugin_path(const qf_plugin* plugin);
 
-/// The plug-in's version, "5,0,0,14" for example. Null for a null plug-in.
+/// A plug-in's version.
+/// \param plugin the plug-in, or null
+/// \return "5,0,0,14" for example; null for null
 const char* qf_plugin_version(const qf_plugin* plugin);
 
-/// The number of formats that the plug-in writes. 0 for a null plug-in.
+/// The number of formats that a plug-in writes.
+/// \param plugin the plug-in, or null
+/// \return the number; 0 for null
 size_t qf_format_count(const qf_plugin* plugin);
 
-/// Describes a format, counted from 0. info: set struct_size before the call.
+/// Describes a format.
+/// \param plugin the plug-in
+/// \param format the format's number, from 0
+/// \param info receives the description; set struct_size before the call
+/// \return QF_OK or an error
 int qf_format_get(const qf_plugin* plugin, size_t format, qf_format_info* info);
 
-/// The number of codecs that a format takes. 0 for a null plug-in or a format that it does not have.
+/// The number of codecs that a format takes.
+/// \param plugin the plug-in, or null
+/// \param format the format's number, from 0
+/// \return the number; 0 for null or a format that the plug-in does not have
 size_t qf_codec_count(const qf_plugin* plugin, size_t format);
 
-/// Describes a codec, counted from 0, video first. info: set struct_size before the call.
+/// Describes a codec.
+/// \param plugin the plug-in
+/// \param format the format's number, from 0
+/// \param codec the codec's number in the format, from 0, video first
+/// \param info receives the description; set struct_size before the call
+/// \return QF_OK or an error
 int qf_codec_get(const qf_plugin* plugin, size_t format, size_t codec, qf_codec_info* info);
 
-/// Makes a job without tracks. *job: for qf_job_free; null when the call fails.
+/// Makes a job without tracks.
+/// \param job receives the job, for qf_job_free; null when the call fails
+/// \return QF_OK or an error
 int qf_job_new(qf_job** job);
 
-/// Frees a job. Files that were opened with it do not need it. Null is allowed.
+/// Frees a job. Files that were opened with it do not need it.
+/// \param job the job, or null
 void qf_job_free(qf_job* job);
 
-/// Sets the format: "mkv", "hmkv", "mka" or "webm". Without it the file's extension decides: .mkv, .mka, .webm.
+/// Sets the format. Without it the file's extension decides: .mkv, .mka, .webm.
+/// \param job the job
+/// \param format "mkv", "hmkv", "mka" or "webm"
+/// \return QF_OK or an error
 int qf_job_set_format(qf_job* job, const char* format);
 
 /// Adds the video track.
-/// codec: a name: "h264", "mpeg1", "mpeg2", "mpeg4", "vp8"; qf_codec_get lists all. width, height: pixels, above 0.
-/// frame_rate: frames per second; 0 for not known.
+/// \param job the job
+/// \param codec a name: "h264", "mpeg1", "mpeg2", "mpeg4", "vp8"; qf_codec_get lists all
+/// \param width pixels, above 0
+/// \param height pixels, above 0
+/// \param frame_rate frames per second; 0 when not known
+/// \return QF_OK or an error
 int qf_job_set_video(qf_job* job, const char* codec, int32_t width, int32_t height, double frame_rate);
 
 /// Adds the audio track.
-/// codec: a name: "aac", "ac3", "mp3", "mp2", "dts", "pcm", "vorbis"; qf_codec_get lists all. sample_rate: Hz, above 0.
-/// channels: above 0. bits_per_sample: 8, 16, 24 or 32 for PCM, which is little-endian; for other codecs the value for
-/// the file, 0 for 16.
+/// \param job the job
+/// \param codec a name: "aac", "ac3", "mp3", "mp2", "dts", "pcm", "vorbis"; qf_codec_get lists all
+/// \param sample_rate Hz, above 0
+/// \param channels above 0
+/// \param bits_per_sample 8, 16, 24 or 32 for PCM, which is little-endian; for other codecs the value for the file, 0
+/// for 16
+/// \return QF_OK or an error
 int qf_job_set_audio(qf_job* job, const char* codec, int32_t sample_rate, int32_t channels, int32_t bits_per_sample);
 
 /// Sets the set-up data of a track's codec.
-/// h264: an AVCDecoderConfigurationRecord ("avcC"), or parameter sets behind start codes. Without it the sets are taken
-/// from the first packet. aac: the AudioSpecificConfig. Without it packets must have ADTS headers. vorbis: the three
-/// header packets laced as in Matroska and Ogg (2, sizes, packets). Without it the first three packets are the headers.
-/// mpeg1, mpeg2, mpeg4: the sequence or object headers. Without it the headers are in the first packet. Other codecs
-/// have no set-up data: it is ignored. A size of 0 clears it.
+///
+/// - h264: an AVCDecoderConfigurationRecord ("avcC"), or parameter sets behind start codes. Without it the sets are
+///   taken from the first packet.
+/// - aac: the AudioSpecificConfig. Without it packets must have ADTS headers.
+/// - vorbis: the three header packets laced as in Matroska and Ogg (2, sizes, packets). Without it the first three
+///   packets are the headers.
+/// - mpeg1, mpeg2, mpeg4: the sequence or object headers. Without it the headers are in the first packet.
+/// - Other codecs have no set-up data: it is ignored.
+///
+/// \param job the job
+/// \param track QF_VIDEO or QF_AUDIO
+/// \param data the octets, copied
+/// \param size octets at data; 0 clears the set-up data
+/// \return QF_OK or an error
 int qf_job_set_setup(qf_job* job, int track, const void* data, size_t size);
 
-/// Sets how the units of H.264 packets are separated: a value of enum qf_framing. length_size: octets of a length, 1 to
-/// 4, for QF_FRAMING_LENGTHS; otherwise 0.
+/// Sets how the units of H.264 packets are separated.
+/// \param job the job
+/// \param framing a value of qf_framing
+/// \param length_size octets of a length, 1 to 4, for QF_FRAMING_LENGTHS; otherwise 0
+/// \return QF_OK or an error
 int qf_job_set_framing(qf_job* job, int framing, int length_size);
 
-/// Sets the unit of a track's times: numerator / denominator seconds, both above 0. The default is 1 / 10000000, which
-/// is 100 ns.
+/// Sets the unit of a track's times, numerator / denominator seconds. The default is 1 / 10000000, which is 100 ns.
+/// \param job the job
+/// \param track QF_VIDEO or QF_AUDIO
+/// \param numerator above 0
+/// \param denominator above 0
+/// \return QF_OK or an error
 int qf_job_set_time_base(qf_job* job, int track, int32_t numerator, int32_t denominator);
 
 /// Sets the aspect ratio of the picture, 16 and 9 for example, for the Matroska formats. 0 and 0 clear it.
+/// \param job the job
+/// \param x the horizontal term
+/// \param y the vertical term
+/// \return QF_OK or an error
 int qf_job_set_display_aspect(qf_job* job, int32_t x, int32_t y);
 
-/// Sets whether an existing file is replaced: 1 or 0. The default is 0.
+/// Sets whether an existing file is replaced. The default is 0.
+/// \param job the job
+/// \param overwrite 1 or 0
+/// \return QF_OK or an error
 int qf_job_set_overwrite(qf_job* job, int overwrite);
 
-/// Sets whether qf_file_close waits until the file is on the disk (fsync): 1 or 0. The default is 0.
+/// Sets whether qf_file_close waits until the file is on the disk (fsync). The default is 0.
+/// \param job the job
+/// \param sync 1 or 0
+/// \return QF_OK or an error
 int qf_job_set_sync(qf_job* job, int sync);
 
-/// Sets how long a packet waits for the other track at most, in milliseconds of media time. The default is 0: without
-/// limit. This is for live sources, of which one may fall silent. A packet more than 30 seconds behind the packets
-/// already written is then refused with QF_ERROR_TIME. A track that will have nothing is ended at once, see
-/// qf_file_end_track: until its first packet all is in memory.
+/// Sets how long a packet waits for the other track at most. The default is 0: without limit. This is for live sources,
+/// of which one may fall silent. A packet more than 30 seconds behind the packets already written is then refused with
+/// QF_ERROR_TIME. End a track that will have no packets at once, with qf_file_end_track: until a track's first packet
+/// the other track's packets are all held in memory.
+/// \param job the job
+/// \param milliseconds of media time
+/// \return QF_OK or an error
 int qf_job_set_longest_wait(qf_job* job, int32_t milliseconds);
 
 /// Creates the file, or empties an existing file.
-/// path: UTF-8; any name that the file system takes. It must be a regular file: a pipe cannot be rewritten. job: with
-/// at least one track; it is copied. *file: for qf_file_close; null when the call fails.
+/// \param plugin the plug-in
+/// \param path UTF-8; any name that the file system takes. It must be a regular file: a pipe cannot be rewritten
+/// \param job with at least one track; it is copied
+/// \param file receives the file, for qf_file_close; null when the call fails
+/// \return QF_OK or an error
 int qf_file_open(qf_plugin* plugin, const char* path, const qf_job* job, qf_file** file);
 
 /// Takes one packet in. The packets of a track come in decoding order. The tracks may come in any order: a packet is
@@ -213,23 +287,33 @@ int qf_file_open(qf_plugin* plugin, const char* path, const qf_job* job, qf_file
 /// file counts from its first block. A missing dts counts as the pts; a packet without either follows the packet before
 /// it. Pictures whose presentation time is before the file's first block depend on pictures that were cut off: they are
 /// left out, and qf_file_left_out counts them. Each H.264 packet is one picture. All its units are written, behind
-/// lengths of 4 octets. After QF_ERROR_MEMORY the packet was not taken: try again, or close the file. After
-/// QF_ERROR_WRITE all later calls return QF_ERROR_WRITE.
+/// lengths of 4 octets.
+/// \param file the file
+/// \param packet the packet, copied
+/// \return QF_OK or an error. After QF_ERROR_MEMORY the packet was not taken: try again, or close the file. After
+/// QF_ERROR_WRITE all later calls return QF_ERROR_WRITE
 int qf_file_write(qf_file* file, const qf_packet* packet);
 
 /// Ends a track: the other track no longer waits for it. A track that ends without a packet is not in the file.
+/// \param file the file
+/// \param track QF_VIDEO or QF_AUDIO
+/// \return QF_OK or an error
 int qf_file_end_track(qf_file* file, int track);
 
-/// The number of packets that were left out, see qf_file_write. 0 for a null file.
+/// The number of packets that were left out, see qf_file_write.
+/// \param file the file, or null
+/// \return the number; 0 for null
 uint64_t qf_file_left_out(const qf_file* file);
 
 /// Writes the packets held back, completes the file, checks it and frees the handle, whatever the result.
-/// QF_OK means that the file is whole: its Segment has its size, its elements reach to its end, and all packets are in
-/// it. After QF_ERROR_WRITE the file ends early; most players play it up to there. After QF_ERROR_EMPTY it has 0
-/// octets. QF_ERROR_ARGUMENT for null.
+/// \param file the file
+/// \return QF_OK when the file is whole: its Segment has its size, its elements reach to its end, and all packets are
+/// in it. After QF_ERROR_WRITE the file ends early; most players play it up to there. After QF_ERROR_EMPTY it has 0
+/// octets. QF_ERROR_ARGUMENT for null
 int qf_file_close(qf_file* file);
 
-/// Closes the file, removes it and frees the handle. Null is allowed.
+/// Closes the file, removes it and frees the handle.
+/// \param file the file, or null
 void qf_file_discard(qf_file* file);
 
 #ifdef __cplusplus
