@@ -13,12 +13,13 @@ public:
     // Counts the context's errors from now on. This object must outlive the context.
     void Watch(AVFormatContext& context);
 
+    // To be called for each line that libavformat logs.
+    static void Take(AVFormatContext& context, int level, const char* format);
+
     int Packets() const { return m_Packets; } // packets reported as corrupt
     int Others() const { return m_Others; }
 
 private:
-    static void Take(void* object, int level, const char* format, va_list arguments);
-
     int m_Packets = 0;
     int m_Others = 0;
 };

@@ -4,6 +4,7 @@
 #include <optional>
 #include <random>
 
+#include "AvLog.h"
 #include "CommandLine.h"
 #include "Messages.h"
 #include "Options.h"
@@ -14,10 +15,6 @@
 #include "SignalGuard.h"
 #include "Surroundings.h"
 #include "ToolError.h"
-
-extern "C" {
-#include <libavutil/log.h>
-}
 
 namespace {
 
@@ -50,7 +47,7 @@ int Run(int argc, char** argv, RunReport& report) {
 
 // NOLINTNEXTLINE(bugprone-exception-escape): without memory for the report there is nothing to say it with
 int main(int argc, char** argv) {
-    av_log_set_level(AV_LOG_QUIET);
+    KeepAvErrors();
     RunReport report;
     return RunTool([&] { return Run(argc, argv, report); },
                    [&](int exitCode, const std::string& reason) {

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "AvLog.h"
 #include "ToolError.h"
 
 extern "C" {
@@ -43,7 +44,7 @@ FilterGraph::FilterGraph(std::string filter, AVMediaType type, AVRational timeBa
 
 void FilterGraph::Check(int result) const {
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result < 0) throw ToolError(kExitError, "libavfilter refuses '" + m_Filter + "': " + AvReason(result));
+    if (result < 0) throw ToolError(kExitError, "libavfilter refuses '" + m_Filter + "': " + TakeAvError(result));
 }
 
 bool FilterGraph::IsLike(const AVFrame& frame) const {

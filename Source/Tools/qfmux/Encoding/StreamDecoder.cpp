@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <new>
 
+#include "AvLog.h"
 #include "ToolError.h"
 
 extern "C" {
@@ -23,7 +24,7 @@ StreamDecoder::StreamDecoder(PacketSource& source, AVStream* stream)
     m_Codec->pkt_timebase = stream->time_base;
     m_Codec->thread_count = 0; // as many as there are processors
     const int result = avcodec_open2(m_Codec.get(), decoder, nullptr);
-    if (result < 0) throw ToolError(kExitError, "cannot decode " + name + ": " + AvReason(result));
+    if (result < 0) throw ToolError(kExitError, "cannot decode " + name + ": " + TakeAvError(result));
     m_TimeBase = stream->time_base;
 }
 

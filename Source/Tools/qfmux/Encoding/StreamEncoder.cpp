@@ -8,6 +8,7 @@
 #include <limits>
 #include <new>
 
+#include "AvLog.h"
 #include "TimeLine.h"
 #include "ToolError.h"
 
@@ -78,7 +79,7 @@ void StreamEncoder::Open() {
     const std::string name = m_Encoding.m_pTarget->m_Encoder;
     if (result < 0) {
         throw ToolError(kExitError,
-                        name + " refuses to encode with " + ToText(m_Encoding.m_Options) + ": " + AvReason(result));
+                        name + " refuses to encode with " + ToText(m_Encoding.m_Options) + ": " + TakeAvError(result));
     }
 }
 
@@ -128,7 +129,7 @@ void StreamEncoder::Send(const AVFrame* frame) {
 void StreamEncoder::Fail(int result) const {
     char text[160];
     std::snprintf(text, sizeof text, "%s fails at %.2f s: %s", m_Encoding.m_pTarget->m_Encoder,
-                  static_cast<double>(m_LastTime) / 1e7, AvReason(result).c_str());
+                  static_cast<double>(m_LastTime) / 1e7, TakeAvError(result).c_str());
     throw ToolError(kExitError, text);
 }
 
