@@ -25,5 +25,12 @@ struct AvDeleter {
 template <class Object>
 using AvPtr = std::unique_ptr<Object, AvDeleter>;
 
+// Blank packets and frames.
+AvPtr<AVPacket> NewAvPacket();
+AvPtr<AVFrame> NewAvFrame();
+
+// Returns the result of a call of the media libraries. Throws std::bad_alloc when the call found no memory.
+int CheckMemory(int result);
+
 // libavutil's text for an error code.
 std::string AvReason(int error);

@@ -14,8 +14,8 @@ extern "C" {
 }
 
 Decoding::Decoding(const AVCodecParameters& parameters, const std::vector<std::uint8_t>* setup, int threads)
-    : m_Frame(av_frame_alloc()), m_State(XXH3_createState()) {
-    if (m_Frame == nullptr || m_State == nullptr) throw std::bad_alloc();
+    : m_Frame(NewAvFrame()), m_State(XXH3_createState()) {
+    if (m_State == nullptr) throw std::bad_alloc();
     XXH3_64bits_reset(m_State.get());
     const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
     if (codec == nullptr) return;

@@ -17,9 +17,9 @@ AvPtr<AVFrame> DecodeFirstPicture(const MediaFile& file, const AVStream* stream)
     const AvPtr<AVFormatContext> context(opened);
     const AVCodec* const decoder = avcodec_find_decoder(stream->codecpar->codec_id);
     const AvPtr<AVCodecContext> codec(avcodec_alloc_context3(decoder));
-    const AvPtr<AVPacket> packet(av_packet_alloc());
-    AvPtr<AVFrame> picture(av_frame_alloc());
-    if (codec == nullptr || packet == nullptr || picture == nullptr) throw std::bad_alloc();
+    const AvPtr<AVPacket> packet = NewAvPacket();
+    AvPtr<AVFrame> picture = NewAvFrame();
+    if (codec == nullptr) throw std::bad_alloc();
     if (decoder == nullptr || stream->index >= static_cast<int>(context->nb_streams)) return nullptr;
     if (avcodec_parameters_to_context(codec.get(), stream->codecpar) < 0) return nullptr;
     codec->color_primaries = AVCOL_PRI_UNSPECIFIED;

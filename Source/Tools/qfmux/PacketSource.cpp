@@ -2,7 +2,6 @@
 #include "PacketSource.h"
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 #include "PictureOrder.h"
@@ -81,8 +80,7 @@ int PacketSource::Next(int stream, AVPacket& packet) {
             ++own.m_Taken;
             return 0;
         }
-        AvPtr<AVPacket> waiting(av_packet_alloc());
-        if (waiting == nullptr) throw std::bad_alloc();
+        AvPtr<AVPacket> waiting = NewAvPacket();
         av_packet_move_ref(waiting.get(), &packet);
         m_WaitingOctets += static_cast<std::size_t>(waiting->size);
         chosen->second.m_Waiting.push_back(std::move(waiting));

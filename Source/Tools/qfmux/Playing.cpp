@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <future>
-#include <new>
 
 #include "H264Units.h"
 #include "Likeness.h"
@@ -65,8 +64,7 @@ std::optional<std::string> ReadPiece(const std::string& path, const Excerpt& exc
         return "seeking to " + Seconds(excerpt.m_Time) + " fails";
     }
     while (left[0] + left[1] > 0) {
-        AvPtr<AVPacket> packet(av_packet_alloc());
-        if (packet == nullptr) throw std::bad_alloc();
+        AvPtr<AVPacket> packet = NewAvPacket();
         if (file.Next(*packet) < 0) return "a seek to " + Seconds(excerpt.m_Time) + " does not find the frames there";
         const std::size_t i =
             piece.m_Streams[0] != nullptr && piece.m_Streams[0]->index == packet->stream_index ? 0 : 1;
@@ -238,8 +236,7 @@ Played WholePlay::Compare(const std::string& path, const SourceStreams& sources)
             return played;
         }
     }
-    const AvPtr<AVPacket> packet(av_packet_alloc());
-    if (packet == nullptr) throw std::bad_alloc();
+    const AvPtr<AVPacket> packet = NewAvPacket();
     while (SignalGuard::Caught() == 0 && file.Next(*packet) >= 0) {
         const AVMediaType type = file.Context()->streams[packet->stream_index]->codecpar->codec_type;
         const auto& decoding = decodings[type == AVMEDIA_TYPE_VIDEO ? 0 : 1];

@@ -2,7 +2,6 @@
 #include "StreamEnds.h"
 
 #include <algorithm>
-#include <new>
 
 extern "C" {
 #include <libavutil/avstring.h>
@@ -31,8 +30,7 @@ StreamEnds ReadStreamEnds(const MediaFile& file, const AVStream* stream) {
     AVFormatContext* opened = nullptr;
     if (avformat_open_input(&opened, ("file:" + file.Path()).c_str(), nullptr, nullptr) < 0) return ends;
     const AvPtr<AVFormatContext> context(opened);
-    const AvPtr<AVPacket> packet(av_packet_alloc());
-    if (packet == nullptr) throw std::bad_alloc();
+    const AvPtr<AVPacket> packet = NewAvPacket();
     if (stream->index >= static_cast<int>(context->nb_streams)) return ends;
     for (unsigned i = 0; i < context->nb_streams; ++i) {
         context->streams[i]->discard = static_cast<int>(i) == stream->index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;

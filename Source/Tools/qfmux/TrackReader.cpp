@@ -49,8 +49,7 @@ TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, 
 }
 
 bool TrackReader::NextPacket(Frame& frame) {
-    frame.m_Packet.reset(av_packet_alloc());
-    if (frame.m_Packet == nullptr) throw std::bad_alloc();
+    frame.m_Packet = NewAvPacket();
     for (;;) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), frame.m_Packet.get());
         if (filtered == 0) return true;

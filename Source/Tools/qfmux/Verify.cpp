@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <new>
 
 #include "RawFile.h"
 #include "SignalGuard.h"
@@ -52,8 +51,7 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
     if (!file.Error().empty()) return file.Error();
     TrackDigest foundVideo(true);
     TrackDigest foundAudio(true);
-    const AvPtr<AVPacket> packet(av_packet_alloc());
-    if (packet == nullptr) throw std::bad_alloc();
+    const AvPtr<AVPacket> packet = NewAvPacket();
     std::uint64_t octets = 0;
     for (int result = 0; (result = file.Next(*packet)) != AVERROR_EOF;) {
         if (SignalGuard::Caught() != 0) return std::nullopt; // the caller knows

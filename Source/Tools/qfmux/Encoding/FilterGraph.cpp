@@ -17,12 +17,6 @@ extern "C" {
 
 namespace {
 
-AvPtr<AVFrame> NewFrame() {
-    AvPtr<AVFrame> frame(av_frame_alloc());
-    if (frame == nullptr) throw std::bad_alloc();
-    return frame;
-}
-
 // A filter's end that a text of filters can be connected to. Takes over nothing.
 struct Ends {
     Ends(const char* name, AVFilterContext* filter) : m_pEnd(avfilter_inout_alloc()) {
@@ -43,8 +37,8 @@ FilterGraph::FilterGraph(std::string filter, AVMediaType type, AVRational timeBa
     : m_Filter(std::move(filter)), m_Type(type), m_TimeBase(timeBase), m_FrameRate(frameRate) {}
 
 void FilterGraph::Check(int result) const {
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result < 0) throw ToolError(kExitError, "libavfilter refuses '" + m_Filter + "': " + TakeAvError(result));
+    if (CheckMemory(result) < 0)
+        throw ToolError(kExitError, "libavfilter refuses '" + m_Filter + "': " + TakeAvError(result));
 }
 
 bool FilterGraph::IsLike(const AVFrame& frame) const {
@@ -119,7 +113,7 @@ void FilterGraph::Drain() {
     if (m_Graph == nullptr) return;
     Check(av_buffersrc_add_frame(m_pIn, nullptr));
     std::deque<AvPtr<AVFrame>> rest = std::exchange(m_Rest, {});
-    for (AvPtr<AVFrame> frame = NewFrame(); Pull(*frame); frame = NewFrame()) rest.push_back(std::move(frame));
+    for (AvPtr<AVFrame> frame = NewAvFrame(); Pull(*frame); frame = NewAvFrame()) rest.push_back(std::move(frame));
     m_Rest = std::move(rest);
 }
 
@@ -156,7 +150,7 @@ void FilterGraph::Configure(const AVFrame& frame) {
     Check(avfilter_graph_config(graph.get(), nullptr));
     m_Graph = std::move(graph);
     SetFrameSize(m_FrameSize);
-    m_Like = NewFrame();
+    m_Like = NewAvFrame();
     m_Like->format = frame.format;
     m_Like->width = frame.width;
     m_Like->height = frame.height;

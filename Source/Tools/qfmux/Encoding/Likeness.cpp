@@ -19,15 +19,9 @@ extern "C" {
 
 namespace {
 
-AvPtr<AVFrame> NewFrame() {
-    AvPtr<AVFrame> frame(av_frame_alloc());
-    if (frame == nullptr) throw std::bad_alloc();
-    return frame;
-}
-
 void Check(int result) {
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result < 0) throw ToolError(kExitError, "cannot compare the result with its source: " + AvReason(result));
+    if (CheckMemory(result) < 0)
+        throw ToolError(kExitError, "cannot compare the result with its source: " + AvReason(result));
 }
 
 std::size_t MinuteOf(std::int64_t time, AVRational timeBase) {
@@ -100,7 +94,7 @@ private:
     }
 
     void Pull() {
-        for (const AvPtr<AVFrame> frame = NewFrame(); av_buffersink_get_frame(m_pSink, frame.get()) >= 0;) {
+        for (const AvPtr<AVFrame> frame = NewAvFrame(); av_buffersink_get_frame(m_pSink, frame.get()) >= 0;) {
             const AVDictionaryEntry* const all = av_dict_get(frame->metadata, "lavfi.ssim.All", nullptr, 0);
             if (all != nullptr) m_Means.Add(MinuteOf(frame->pts, m_TimeBase), std::strtod(all->value, nullptr), 1);
             av_frame_unref(frame.get());
@@ -137,7 +131,7 @@ public:
 
 private:
     void Pull() {
-        for (const AvPtr<AVFrame> frame = NewFrame(); m_Graph.Pull(*frame);) {
+        for (const AvPtr<AVFrame> frame = NewAvFrame(); m_Graph.Pull(*frame);) {
             const auto* const samples = reinterpret_cast<const float*>(frame->data[0]);
             const int count = frame->nb_samples * frame->ch_layout.nb_channels;
             double sum = 0;

@@ -12,14 +12,14 @@ extern "C" {
 }
 
 StreamDecoder::StreamDecoder(PacketSource& source, AVStream* stream)
-    : m_Source(source), m_pStream(stream), m_Packet(av_packet_alloc()), m_LastRescaled(AV_NOPTS_VALUE) {
+    : m_Source(source), m_pStream(stream), m_Packet(NewAvPacket()), m_LastRescaled(AV_NOPTS_VALUE) {
     const AVCodecParameters& parameters = *stream->codecpar;
     const std::string name = avcodec_get_name(parameters.codec_id);
     const AVCodec* const decoder = avcodec_find_decoder(parameters.codec_id);
     if (decoder == nullptr)
         throw ToolError(kExitError, "cannot convert " + name + ": libavcodec has no decoder for it");
     m_Codec.reset(avcodec_alloc_context3(decoder));
-    if (m_Codec == nullptr || m_Packet == nullptr) throw std::bad_alloc();
+    if (m_Codec == nullptr) throw std::bad_alloc();
     CheckReading(avcodec_parameters_to_context(m_Codec.get(), &parameters), source.File().Path());
     m_Codec->pkt_timebase = stream->time_base;
     m_Codec->thread_count = 0; // as many as there are processors
@@ -30,14 +30,13 @@ StreamDecoder::StreamDecoder(PacketSource& source, AVStream* stream)
 
 bool StreamDecoder::Next(AVFrame& frame) {
     for (;;) {
-        const int result = avcodec_receive_frame(m_Codec.get(), &frame);
+        const int result = CheckMemory(avcodec_receive_frame(m_Codec.get(), &frame));
         if (result == 0) {
             SetTime(frame);
             if ((frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0) NoteDamage();
             return true;
         }
         if (result == AVERROR_EOF) return false;
-        if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
         if (result == AVERROR(EAGAIN)) {
             SendPacket();
         } else {
@@ -53,8 +52,7 @@ bool StreamDecoder::SendPacket() {
                        : m_Packet->size == 0 ? 0
                                              : avcodec_send_packet(m_Codec.get(), m_Packet.get());
     av_packet_unref(m_Packet.get());
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result < 0 && result != AVERROR_EOF) NoteDamage();
+    if (CheckMemory(result) < 0 && result != AVERROR_EOF) NoteDamage();
     return !isEnd;
 }
 

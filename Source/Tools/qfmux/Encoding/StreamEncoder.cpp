@@ -74,8 +74,7 @@ void StreamEncoder::Open() {
     AvOptions options = m_Encoding.m_Options;
     options.emplace("threads", "auto");
     AvDictionary dictionary(options);
-    const int result = avcodec_open2(m_Codec.get(), nullptr, dictionary.Get());
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+    const int result = CheckMemory(avcodec_open2(m_Codec.get(), nullptr, dictionary.Get()));
     const std::string name = m_Encoding.m_pTarget->m_Encoder;
     if (result < 0) {
         throw ToolError(kExitError,
@@ -121,8 +120,7 @@ void StreamEncoder::Push(AVFrame& frame, std::int64_t duration, bool isKey) {
 void StreamEncoder::End() { Send(nullptr); }
 
 void StreamEncoder::Send(const AVFrame* frame) {
-    const int result = avcodec_send_frame(m_Codec.get(), frame);
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+    const int result = CheckMemory(avcodec_send_frame(m_Codec.get(), frame));
     if (result < 0 && result != AVERROR_EOF) Fail(result);
 }
 
@@ -135,11 +133,9 @@ void StreamEncoder::Fail(int result) const {
 
 bool StreamEncoder::Pull(Frame& frame) {
     frame = Frame();
-    frame.m_Packet.reset(av_packet_alloc());
-    if (frame.m_Packet == nullptr) throw std::bad_alloc();
-    const int result = avcodec_receive_packet(m_Codec.get(), frame.m_Packet.get());
+    frame.m_Packet = NewAvPacket();
+    const int result = CheckMemory(avcodec_receive_packet(m_Codec.get(), frame.m_Packet.get()));
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return false;
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (result < 0) Fail(result);
     const AVPacket& packet = *frame.m_Packet;
     if (m_Codec->codec_type == AVMEDIA_TYPE_VIDEO) {

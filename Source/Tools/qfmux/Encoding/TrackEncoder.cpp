@@ -22,8 +22,8 @@ TrackEncoder::TrackEncoder(std::shared_ptr<PacketSource> source, int streamIndex
     : FrameSource(std::move(source), streamIndex), m_Encoding(encoding),
       m_IsVideo(encoding.m_pTarget->m_Type == AVMEDIA_TYPE_VIDEO), m_Decoder(Source(), Stream()),
       m_Graph(encoding.m_Filter, encoding.m_pTarget->m_Type, m_Decoder.TimeBase(), FrameRateOf(Source(), Stream())),
-      m_Parameters(avcodec_parameters_alloc()), m_Decoded(av_frame_alloc()), m_Held(av_frame_alloc()), m_Zero(other) {
-    if (m_Parameters == nullptr || m_Decoded == nullptr || m_Held == nullptr) throw std::bad_alloc();
+      m_Parameters(avcodec_parameters_alloc()), m_Decoded(NewAvFrame()), m_Held(NewAvFrame()), m_Zero(other) {
+    if (m_Parameters == nullptr) throw std::bad_alloc();
     m_Parameters->codec_type = encoding.m_pTarget->m_Type;
     m_Parameters->codec_id = encoding.m_pTarget->m_Codec;
     const std::int64_t start = File().Context()->start_time;
@@ -59,8 +59,7 @@ void TrackEncoder::Feed() {
 
 bool TrackEncoder::Encode() {
     if (!m_IsVideo && m_Encoder == nullptr) return false;
-    AvPtr<AVFrame> frame(av_frame_alloc());
-    if (frame == nullptr) throw std::bad_alloc();
+    AvPtr<AVFrame> frame = NewAvFrame();
     if (!m_Graph.Pull(*frame)) return false;
     if (!m_IsVideo) {
         m_Encoder->Push(*frame, 0, false);
