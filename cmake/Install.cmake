@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # The files that cmake --install installs, and the .deb packages that cpack makes of them: one for each component.
 include(CMakePackageConfigHelpers)
-# Installed files, without the tests.
+# Builds all that is installed, without the tests.
 add_custom_target(shipped DEPENDS qf_mkv)
 
 # The plug-in, and the files with which a host finds it and builds: find_package(qf_mkv) and pkg-config.
@@ -26,9 +26,9 @@ install(
     DESTINATION ${package_folder}
     COMPONENT dev)
 install(FILES ${PROJECT_BINARY_DIR}/qf_mkv.pc DESTINATION ${pkgconfig_folder} COMPONENT dev)
-# Installs a page and adapts its links: to pages beside it, to the installed headers, or to plain text where the target is
-# not installed.
-function(qf_install_pages component package) # then the pages of Docs, whose neighbours these are
+# Installs pages and adapts their links: a link becomes one to a page beside it or to an installed header, or plain text
+# where its target is not installed.
+function(qf_install_pages component package) # then pages of Docs
     foreach(page ${ARGN})
         set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS Docs/${page})
         file(READ Docs/${page} text)
@@ -48,7 +48,7 @@ function(qf_install_pages component package) # then the pages of Docs, whose nei
     endforeach()
 endfunction()
 
-# Debian's required files of each package: its licence and a changelog. SOURCE_DATE_EPOCH sets the time.
+# Installs the files that Debian requires of a package: its licence and a changelog. SOURCE_DATE_EPOCH sets the time.
 function(qf_install_legal component package)
     install(
         FILES cmake/copyright
@@ -61,7 +61,7 @@ endfunction()
 qf_install_legal(plugin qf-mkv-plugin)
 qf_install_legal(dev qf-mkv-dev)
 qf_install_pages(dev qf-mkv-dev HostGuide.md FileLayout.md)
-# The guide's host as a file.
+# The example host is the first C++ block of the guide.
 file(READ Docs/HostGuide.md guide)
 string(REGEX MATCH "\n```cpp\n" fence "${guide}")
 string(FIND "${guide}" "${fence}" begin)
@@ -125,9 +125,8 @@ if(TARGET gstqfmkv)
     qf_install_legal(gstreamer gstreamer1.0-qf-mkv)
 endif()
 
-# The tools: each manual page, with the program that it describes and the program's completion. Tools that need media
-# libraries are packages of their own. 32-bit tools have names of their own, so that both word sizes of a tool can be
-# installed on one machine.
+# The tools: each program with its manual page and its completion. Tools that need media libraries have their own
+# packages. The names of 32-bit tools have a suffix, so that both word sizes of a tool can be installed on one machine.
 set(tools_package qf-mkv-tools)
 set(tool_suffix "")
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL i386)
@@ -217,16 +216,17 @@ set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME qf-mkv-plugin)
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_PLUGIN_DESCRIPTION
     "Matroska and WebM writer plug-in for media conversion hosts
-A host loads it, hands it compressed frames and gets a .mkv, .mka or .webm
-file.")
+A host program loads the plug-in and hands it compressed frames. The plug-in
+writes them into a .mkv, .mka or .webm file.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME qf-mkv-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qf-mkv-plugin (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
     "headers for hosts of the qf_mkv plug-in
-The records and functions that cross the boundary, the developer's guide, and
-what CMake and pkg-config find them by.")
+The headers of the plug-in's records and functions, the developer's guide with
+an example host, and the files by which CMake and pkg-config find the
+plug-in.")
 
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME libqf-host${QF_HOST_MAJOR})
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION libs)
@@ -237,16 +237,17 @@ file(CONFIGURE OUTPUT debian/triggers CONTENT "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
 set(CPACK_COMPONENT_HOST_DESCRIPTION
     "C library that writes Matroska and WebM files
-Programs hand it compressed frames with their times; it writes a Matroska or
-WebM file of them through the qf_mkv plug-in, many files at once.")
+Programs hand the library compressed frames with their times. It writes them
+to Matroska or WebM files through the qf_mkv plug-in, many files at once.")
 
 set(CPACK_DEBIAN_HOSTDEV_PACKAGE_NAME libqf-host-dev)
 set(CPACK_DEBIAN_HOSTDEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_HOSTDEV_PACKAGE_DEPENDS "libqf-host${QF_HOST_MAJOR} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_HOSTDEV_DESCRIPTION
     "header and static library of libqf_host
-What programs that write Matroska and WebM files through libqf_host are built
-with, and what CMake and pkg-config find it by.")
+Programmers need this package to build programs that write Matroska and WebM
+files through libqf_host. It has the files by which CMake and pkg-config find
+the library.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-qf-mkv)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
@@ -255,7 +256,8 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), libqf-host${QF_HOST_MAJOR} (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "Python package that writes Matroska and WebM files
-Compressed frames, from PyAV for example, become a .mkv, .mka or .webm file.")
+A program hands it compressed frames, from PyAV for example, and gets a .mkv,
+.mka or .webm file.")
 
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-qf-mkv)
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
@@ -264,29 +266,30 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS "libqf-host${QF_HOST_MAJOR} (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_GSTREAMER_DESCRIPTION
     "GStreamer element that writes Matroska and WebM files
-qfmkvsink writes a stream of pictures and one of sound into a Matroska or WebM
-file through the qf_mkv plug-in.")
+The element qfmkvsink writes one video and one audio stream into a Matroska or
+WebM file through the qf_mkv plug-in.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS qf-mkv-plugin)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "tools that examine the qf_mkv plug-in
-qfcheck asks any build of the plug-in whether it keeps its interface; qfreplay
+qfcheck checks whether a build of the plug-in keeps the interface. qfreplay
 repeats the recorded calls of a host. Neither needs a media library.")
 
 set(CPACK_DEBIAN_QFMUX_PACKAGE_NAME qfmux)
 set(CPACK_DEBIAN_QFMUX_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_QFMUX_PACKAGE_DEPENDS "qf-mkv-plugin (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_QFMUX_DESCRIPTION
-    "remuxer to Matroska and WebM
-Puts the streams of any media file that libavformat reads into a Matroska or
-WebM file, by way of the qf_mkv plug-in, and compares what it wrote.")
+    "remuxer and converter to Matroska and WebM
+qfmux copies the streams of any media file that libavformat reads into a
+Matroska or WebM file through the qf_mkv plug-in. With --encode it encodes
+streams for the new file. It can compare the new file with its source.")
 
 set(CPACK_DEBIAN_QFMAP_PACKAGE_NAME qfmap)
 set(CPACK_DEBIAN_QFMAP_PACKAGE_SECTION video)
 set(CPACK_COMPONENT_QFMAP_DESCRIPTION
-    "drawings of how Matroska and WebM files are laid out
-Prints or draws the parts, clusters, tracks, key frames and cues of any such
-file, whoever wrote it, and finds tracks that lag or have gaps.")
+    "viewer for the layout of Matroska and WebM files
+qfmap prints or draws the elements, clusters, tracks, key frames and cues of
+any Matroska or WebM file, and finds tracks that lag or have gaps.")
 include(CPack)

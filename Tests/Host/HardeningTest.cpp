@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How the library that ships is hardened, as readelf and nm see it. Builds with sanitizers have checks of their own.
+// The hardening of the library that ships, read with readelf and nm. Builds with sanitizers have other checks instead.
 #ifdef QF_HARDENED
 
 #include <gtest/gtest.h>
@@ -58,7 +58,7 @@ TEST(Hardening, NoSegmentIsBothWritableAndExecutable) {
     EXPECT_GT(executable, 0);
 }
 
-// All relocations are done while the library is loaded, and then closed to writing.
+// The loader makes all relocations while it loads the library. Then it makes their memory read-only.
 TEST(Hardening, RelocationsAreClosed) {
     EXPECT_EQ(LinesWith("readelf -lW", "GNU_RELRO").size(), 1U);
     const std::vector<std::string> flags = LinesWith("readelf -dW", "(FLAGS)");
@@ -73,8 +73,9 @@ TEST(Hardening, NoRelocationLiesInCode) {
 
 TEST(Hardening, StacksAreGuarded) { EXPECT_EQ(LinesWith("nm -D -u", "__stack_chk_fail").size(), 1U); }
 
-// The C library checks what it is asked to write against the size of the buffer. What the compiler can prove needs no
-// checked function, so there need not be one in the library: the objects' own commands tell.
+// Checked functions of the C library compare the size of a write with the size of its buffer. The compiler uses the
+// plain function where it can prove that the write fits, so the library may contain no checked function at all. The
+// test therefore reads the compiler's commands.
 TEST(Hardening, TheCLibrarysCallsAreChecked) {
     const std::string commands = "grep -E '\"command\": .*qf_mkv_core\\.dir' " + Quoted(QF_COMPILE_COMMANDS);
     const std::string all = RunCommand(commands + " | wc -l").m_Output;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Opens our files in public readers: every code and every trait, with every reader. Docs/Readers.md lists the known
-// differences. The tests read that table: a difference that it does not list fails, and so does a row that no longer
-// holds.
+// Opens our files in public readers: every codec and every trait, with every reader. Docs/Readers.md lists the known
+// differences. The tests read that table. They fail at a difference that has no row, and at a row that no longer holds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -38,10 +37,11 @@ std::string Ffmpeg(const std::string& arguments) {
     return RunCommand("ffmpeg -nostdin -v warning " + arguments + " 2>&1").m_Output;
 }
 
-// In one thread: of pictures that lack slices, several do not always make the same.
+// In one thread, because several threads do not always decode pictures with missing slices to the same result.
 constexpr const char* kDecode = "ffmpeg -nostdin -v quiet -threads 1 ";
 
-// The hash of what ffmpeg makes of one track: all of its pictures or sound, or its octets when the options say copy.
+// The hash of one track as ffmpeg reads it: of the decoded pictures or sound, or of the octets with "-c copy" in the
+// options.
 std::string Hash(const std::string& file, char kind, const std::string& inputOptions, const std::string& options) {
     const std::string said = RunCommand(kDecode + inputOptions + " -i " + Quoted(file) + " -map 0:" + kind +
                                         " -fps_mode passthrough " + options + " -f streamhash -")
@@ -64,8 +64,8 @@ std::vector<std::string> PictureHashes(const std::string& file, const std::strin
     return hashes;
 }
 
-// The H.264 units of a track, of the types that are kept, each behind its size. How units are kept apart, by start
-// codes of three or four octets or by lengths, is what differs between source and file.
+// The H.264 units of the types that the file keeps, each behind its size. The separators are left out, because source
+// and file have different ones: start codes of three or four octets, or lengths.
 std::string Units(const std::string& file, bool slicesOnly) {
     const std::string octets = RunCommand("ffmpeg -nostdin -v quiet -i " + Quoted(file) +
                                           " -map 0:v -c copy -bsf:v h264_mp4toannexb -f data -")
@@ -93,8 +93,8 @@ struct ClipFacts {
     std::vector<bool> m_Keys;
 };
 
-// Which pictures of an MPEG-4 stream in an AVI are key frames: the flags there also mark empty pictures that hold the
-// place of B pictures.
+// Finds the key frames of an MPEG-4 stream in an AVI file. The flags of the AVI file are not enough: they also mark the
+// empty pictures that hold the place of B pictures.
 std::vector<bool> IntraPictures(const std::string& file) {
     const std::string octets = RunCommand("ffmpeg -nostdin -v quiet -i " + Quoted(file) +
                                           " -map 0:v -c copy -bsf:v mpeg4_unpack_bframes -f data -")
@@ -137,7 +137,7 @@ struct Asked {
             if (isVideo ? one.m_pVideo == nullptr : one.m_pAudio == nullptr) continue;
             ClipFacts& facts = isVideo ? m_Video : m_Audio;
             facts = ProbeClip(ClipPath(isVideo ? one.m_pVideo->m_Clip : one.m_pAudio->m_Clip));
-            // Transport streams count from any time; of two inputs each then begins at zero.
+            // The times of a transport stream may begin anywhere: the file counts them from the stream's start.
             const bool countsFromZero =
                 fs::path(isVideo ? one.m_pVideo->m_Clip : one.m_pAudio->m_Clip).extension() != ".ts";
             start = std::min(start, countsFromZero ? facts.m_Start : 0);
@@ -155,7 +155,7 @@ struct Asked {
 
 std::vector<Difference> Known() { return ReadKnownDifferences(QF_SOURCE "/Docs/Readers.md"); }
 
-// A block that refers to its own time is one of several of its picture, and counts as one that refers to none.
+// A block that refers to its own time continues a picture. It counts as a block without a reference.
 bool IsKey(const Ebml::Block& block) {
     return block.m_Simple ? (block.m_Flags & 0x80) != 0 : block.m_Reference.value_or(0) == 0;
 }
@@ -183,7 +183,7 @@ protected:
     std::string m_File = Path("out." + GetParam().m_Extension);
     std::string m_VideoClip = m_Case.m_pVideo != nullptr ? ClipPath(m_Case.m_pVideo->m_Clip) : "";
     std::string m_AudioClip = m_Case.m_pAudio != nullptr ? ClipPath(m_Case.m_pAudio->m_Clip) : "";
-    json m_Report; // of qfmux
+    json m_Report; // qfmux's
 
     struct Observed {
         std::string m_Reader;
@@ -194,8 +194,8 @@ protected:
     std::vector<Observed> m_Differences;
 };
 
-// Has qfmux make the file. A late set-up block is one whose call is moved behind the first frames of a recorded
-// session.
+// Makes the file with qfmux. For late set-up data it records qfmux's session, moves the set-up calls behind the first
+// frames, and replays the session.
 void Matrix::Make() {
     const bool late = m_Case.m_LateSetup == LateSetup::Yes;
     std::string line = Quoted(QF_QFMUX) + " --json " + m_Case.m_Options;
@@ -232,7 +232,7 @@ void Matrix::Make() {
     const CommandResult replayed = RunCommand(Quoted(QF_QFREPLAY) + " " + Quoted(QF_PLUGIN) + " " +
                                               Quoted(Path("session")) + " " + Quoted(m_File) + " 2>&1");
     ASSERT_EQ(replayed.m_ExitCode, 0) << replayed.m_Output;
-    // The room that was kept shows that the data came after the Tracks element was written.
+    // Room of 1,024 octets or more shows that the data came after the Tracks element was written.
     const Ebml::File file(ReadFile(m_File));
     for (const Ebml::Element* entry : file.Children("Segment/Tracks", "TrackEntry")) {
         const std::string codec = file.Text(entry->m_Path + "/CodecID");
@@ -253,7 +253,7 @@ void Matrix::ExpectFacts(const std::string& reader, const Facts& says, const cha
         asked["video codec"] = videoCodec;
         asked["size"] = "320x180";
         asked["display size"] = "320x180";
-        // What was asked of the plug-in: the mean of an uneven clip.
+        // An uneven clip has the mean rate, which qfmux reports.
         asked["frame rate"] = m_Asked.m_Tags.count("uneven") != 0 ? m_Report["tracks"][0]["frameRate"].dump() : "25";
         asked["key frames"] = Places(m_Asked.m_Video.m_Keys);
     }
@@ -282,8 +282,8 @@ void Matrix::CheckPayloads() {
             Expect("ffmpeg", property, Units(m_File, m_Case.m_pVideo->m_SlicesOnly) == units ? kSame : kOther, kSame);
             continue;
         }
-        // The filters that qfmux names are what it changes: headers in front of key frames, ADTS headers taken off,
-        // start codes for lengths.
+        // qfmux reports the filters by which it changes a stream: it puts headers in front of key frames, removes ADTS
+        // headers, or replaces lengths by start codes. The source must pass the same filters.
         const std::string filters = track["filters"];
         const std::string copy = std::string("-c copy");
         const std::string source =
@@ -310,7 +310,7 @@ void Matrix::CheckFacts() {
     const auto name = [](const CodecNames* codec, const char* CodecNames::*reader) {
         return codec != nullptr ? codec->*reader : nullptr;
     };
-    // Each with the properties that it has no word for.
+    // Each reader with the properties that it does not report.
     ExpectFacts("mkvinfo", MkvinfoFacts(m_File), name(video, &CodecNames::m_CodecID),
                 name(audio, &CodecNames::m_CodecID), {});
     ExpectFacts("mkvmerge", MkvmergeFacts(m_File), name(video, &CodecNames::m_Mkvmerge),
@@ -323,7 +323,8 @@ void Matrix::CheckFacts() {
                 name(audio, &CodecNames::m_Ffprobe), {"display size", "container"});
 }
 
-// webm_info refuses a display size of zero; with that mended in a copy it has no other complaint, and tells the rest.
+// webm_info refuses a display size of zero. It must accept a copy with another display size, and reports the facts
+// there.
 void Matrix::CheckWebmInfo() {
     Facts says = WebmInfoFacts(m_File);
     Expect("webm_info", "complaints", says["complaints"], "");
@@ -346,9 +347,10 @@ void Matrix::CheckWebmInfo() {
     ExpectFacts("webm_info", says, video, audio, {"display size"});
 }
 
-// To every cue. A reader lands right when the first frame that it takes out of the file is one of the cue's cluster.
-// The right picture is that of the first key frame from there on: the cue's own in the Matroska formats; in WebM, where
-// a cluster may open without a key frame, the next one, or none where none follows.
+// Seeks to every cue. A reader lands right when the first frame that it reads is in the cue's cluster. The right
+// picture is that of the first key frame from there on. In the Matroska formats this is the cue's own frame. In WebM,
+// where a cluster may begin without a key frame, it is the next key frame, and no picture is right when no key frame
+// follows.
 void Matrix::CheckSeeking() {
     const Ebml::File file(ReadFile(m_File));
     const bool hasPicture = m_Case.m_pVideo != nullptr;
@@ -477,7 +479,7 @@ void Matrix::CompareWithTheTable() {
                 if (seen.m_Reader == reader) found = true;
                 occurred[i] = true;
             }
-            // WEBM files alone are shown to webm_info.
+            // webm_info reads WEBM files only.
             if (reader == "webm_info" && m_Case.m_Extension != "webm") continue;
             EXPECT_TRUE(found) << "Docs/Readers.md line " << row.m_Line << ": " << reader << " no longer says '"
                                << row.m_Says << "' of " << row.m_Property;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Long runs: many files in one process, days of media in one file, and the memory of queued frames. With QF_SOAK
-// set, as in scripts/soak, the same at the rates of real media and ten times as often.
+// Long runs: many files in one process, days of media in one file, and the memory of queued frames. With QF_SOAK set,
+// as scripts/soak sets it, the process writes ten times as many files, and the media has real frame rates.
 #include <malloc.h>
 
 #include <cstdlib>
@@ -16,10 +16,10 @@ namespace {
 
 bool Soaking() { return std::getenv("QF_SOAK") != nullptr; }
 
-// Octets that the C library's heap has handed out, including those of stdio.
+// The octets that are allocated from the C library's heap, stdio's buffers included.
 std::size_t WholeHeap() {
 #if defined(__SANITIZE_ADDRESS__)
-    return 0; // the sanitizer keeps what is freed
+    return 0; // the sanitizer holds freed memory back
 #else
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
@@ -86,7 +86,7 @@ TEST_P(OneLongFile, OfAHundredHours) {
             ++frames;
             frame.timestamp = std::min(video, audio);
             if (video <= audio) {
-                octets[3] = 1; // rewritten by the call before
+                octets[3] = 1; // the previous call wrote a length over the start code
                 frame.duration = static_cast<std::int32_t>(videoStep);
                 video += videoStep;
                 ASSERT_GT(m_Plugin.WriteVideoPacket(handle, &frame), 0);
@@ -120,8 +120,8 @@ TEST_P(OneLongFile, OfAHundredHours) {
 INSTANTIATE_TEST_SUITE_P(Jobs, OneLongFile, testing::Values(kMatroskaJob, kWebmJob),
                          [](const auto& row) { return std::string(row.param.m_Name); });
 
-// What waits costs its octets and some more for each block, in the queue of a stream whose other one never comes, and
-// in the cluster of a time that does not move on.
+// A waiting frame takes the memory of its octets and a bounded amount for its block. Frames wait in a track's queue
+// while the other track has no frame, and in the current cluster while the time does not leave it.
 TEST_F(LongHours, QueuedFramesCostTheirOctets) {
     constexpr std::size_t kFrames = 1000;
     constexpr std::size_t kMostForABlock = 512;

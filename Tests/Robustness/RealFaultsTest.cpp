@@ -19,7 +19,7 @@
 
 namespace {
 
-// A limit of this process for a while.
+// Sets a limit of this process for as long as the object lives.
 class Limit {
 public:
     Limit(__rlimit_resource_t resource, rlim_t value) : m_Resource(resource) {
@@ -38,8 +38,8 @@ private:
 
 class RealFaults : public RobustnessTest {
 protected:
-    // Runs the work in a process with mounts of its own, with an empty file system of so many octets at
-    // m_Directory/disk. A machine that does not let us do this fails the test: it has not been run.
+    // Runs the work in a process with its own mounts, where m_Directory/disk is an empty file system of the given size.
+    // The test fails on a machine that does not allow such mounts, because it cannot run there.
     void OnDisk(std::size_t octets, const std::function<void(const std::filesystem::path&)>& work) {
         const std::filesystem::path disk = m_Directory / "disk";
         std::filesystem::create_directory(disk);
@@ -50,7 +50,7 @@ protected:
             if (unshare(root ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0 ||
                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
                 mount("tmpfs", disk.c_str(), "tmpfs", 0, options.c_str()) != 0) {
-                std::printf("no file system of our own (%s): this test needs root or user namespaces\n",
+                std::printf("cannot mount a file system (%s): this test needs root or user namespaces\n",
                             std::strerror(errno));
                 std::fflush(stdout);
                 _exit(2);
@@ -73,7 +73,8 @@ protected:
         return results;
     }
 
-    // The host does not notice: the same results, and nothing of the session is left.
+    // Runs a session whose host notices no fault: all calls return the given results, and no memory or descriptor of
+    // the session is left.
     void RunUnnoticed(const SmallJob& job, const std::filesystem::path& path, const std::vector<int>& results,
                       const std::function<void(int)>& between = {}) {
         const std::size_t descriptors = OpenDescriptors();
@@ -89,8 +90,8 @@ protected:
         ASSERT_EQ(OpenDescriptors(), descriptors);
     }
 
-    // What has been cut off by its disk: its octets are those of the whole file as far as it goes, apart from what
-    // closing would have filled in, and the guide's check sees it.
+    // A file that was cut off has the octets of the whole file up to its end, apart from the values that closing would
+    // have filled in. IsWhole, which is the guide's check, finds that it was cut off.
     static void ExpectBeginningOf(const Octets& expected, const std::filesystem::path& path) {
         const Octets disk = ReadFile(path);
         ASSERT_EQ(IsWhole(path), disk == expected);
@@ -121,7 +122,7 @@ TEST_F(RealFaults, DisksThatFillUp) {
     }
 }
 
-// The kernel refuses writes beyond this process's limit for files, at any octet.
+// The kernel refuses writes beyond the process's limit on file sizes. A limit may be any octet of the file.
 TEST_F(RealFaults, FilesThatReachTheirLimit) {
     const auto before = std::signal(SIGXFSZ, SIG_IGN);
     for (const SmallJob& job : kJobs) {
@@ -141,7 +142,8 @@ TEST_F(RealFaults, FilesThatReachTheirLimit) {
     std::signal(SIGXFSZ, before);
 }
 
-// And there is room again, at any time later: for what comes then, and for what closing writes over the front.
+// The limit is raised again before one of the later calls: a frame, or the close, which writes over the front. The file
+// still ends where the first write failed.
 TEST_F(RealFaults, FilesWhoseLimitIsRaised) {
     const auto before = std::signal(SIGXFSZ, SIG_IGN);
     for (const SmallJob& job : kJobs) {
@@ -188,7 +190,7 @@ TEST_F(RealFaults, PlacesWhereNoFileCanBe) {
     }
 }
 
-// Root may write everywhere, so it is somebody else for a while.
+// Root may write everywhere, so the test runs these calls as another user.
 TEST_F(RealFaults, FoldersThatAreClosedToTheUser) {
     const std::filesystem::path folder = m_Directory / "closed";
     std::filesystem::create_directory(folder);
@@ -220,7 +222,7 @@ TEST_F(RealFaults, DisksThatAreReadOnly) {
     });
 }
 
-// A disk that somebody makes room on: the file has ended where there was none.
+// Somebody makes room on a full disk. The file still ends where the disk was full.
 TEST_F(RealFaults, DisksThatAreFullForAWhile) {
     for (const SmallJob& job : kJobs) {
         const Octets expected = Undisturbed(job);
@@ -240,7 +242,7 @@ TEST_F(RealFaults, DisksThatAreFullForAWhile) {
     }
 }
 
-// Removed, moved away, or replaced while it is written: its octets go on where they began, and nothing else is touched.
+// A file is removed, moved or replaced while it is open. The plug-in continues the same file and touches no other.
 TEST_F(RealFaults, FilesThatGoAwayWhileTheyAreOpen) {
     for (const SmallJob& job : kJobs) {
         const Octets expected = Undisturbed(job);
@@ -287,11 +289,11 @@ TEST_F(RealFaults, DescriptorsThatRunOut) {
             while (sessions.size() < 100 && create() != 0) {
             }
             ASSERT_GE(sessions.size(), 2U);
-            ASSERT_LE(sessions.size(), 6U) << "five, and one that found no descriptor";
+            ASSERT_LE(sessions.size(), 6U) << "five files, and one for which no descriptor was left";
             EXPECT_FALSE(std::filesystem::exists(sessions.back()->Path()));
-            EXPECT_EQ(create(), 0) << "nor do others";
+            EXPECT_EQ(create(), 0) << "no other file opens either";
             sessions.resize(sessions.size() - 2);
-            // The open ones go on, and where one is closed another can be.
+            // The open files continue. Once one of them is closed, another file can be opened.
             for (int call = 1; call < sessions[0]->Calls(); ++call) {
                 for (const auto& session : sessions) session->Call(call);
                 if (call + 1 < sessions[0]->Calls()) continue;

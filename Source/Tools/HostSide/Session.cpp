@@ -160,7 +160,7 @@ void* HostCalls::CreateMediaFile(const std::wstring& path, const EncodeParam& pa
 
 int HostCalls::WriteVideoPacket(void* handle, const MEDIA_FRAME& frame) {
     if (m_Writer == nullptr) return m_Plugin.WriteVideoPacket(handle, &frame);
-    // Kept before the call, which may rewrite the octets.
+    // Stored before the call, which may rewrite the octets.
     json data = m_Writer->Store(frame.videoData, frame.videoSize);
     const int result = m_Plugin.WriteVideoPacket(handle, &frame);
     Record({{"call", "WriteVideoPacket"},
@@ -224,7 +224,9 @@ void HostCalls::CloseMediaFile(void* handle) {
 
 namespace {
 
-// A record's octets, the host's to rewrite. `size` is what the call is told, and may be anything.
+constexpr const char* kTooShort = "the payload file does not have these bytes";
+
+// The octets of a call, which the plug-in may rewrite. m_Size is the size that the call is given: any number.
 struct Payload {
     std::vector<unsigned char> m_Octets;
     bool m_Null = true;
@@ -287,7 +289,7 @@ private:
         }
         payload.m_Size = reference.at("size");
         if (payload.m_Size <= 0) {
-            payload.m_Octets.resize(1); // something to point at
+            payload.m_Octets.resize(1); // so that the pointer is not null
             return payload;
         }
         m_Payload.clear();
@@ -295,11 +297,11 @@ private:
         const auto available = static_cast<std::uint64_t>(std::max<std::streamoff>(m_Payload.tellg(), 0));
         const std::uint64_t at = reference.at("at");
         const auto size = static_cast<std::uint64_t>(payload.m_Size);
-        if (at > available || size > available - at) throw std::runtime_error("octets are missing beside the session");
+        if (at > available || size > available - at) throw std::runtime_error(kTooShort);
         payload.m_Octets.resize(static_cast<std::size_t>(size));
         m_Payload.seekg(static_cast<std::streamoff>(at));
         m_Payload.read(reinterpret_cast<char*>(payload.m_Octets.data()), payload.m_Size);
-        if (!m_Payload) throw std::runtime_error("octets are missing beside the session");
+        if (!m_Payload) throw std::runtime_error(kTooShort);
         return payload;
     }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// A host's calls to the plug-in, recorded while they are made and made again from the record.
+// Records a host's calls to the plug-in, and replays them.
 //
-// A session is a text of one JSON object a line, its payloads in a second file beside it; Docs/SessionFormat.md has the
-// format. Host-owned gaps of records are not recorded: nothing reads them.
+// A session is a text file with one JSON object in each line, and a second file beside it with the payloads.
+// Docs/SessionFormat.md describes both. The host's own parts of records are not recorded: the plug-in does not read
+// them.
 #pragma once
 
 #include <cstdint>
@@ -48,7 +49,7 @@ private:
     bool m_HasFailed = false;
 };
 
-// The exports of one plug-in, each call passed on and, if a writer is given, recorded with its result.
+// Passes calls on to one plug-in and, when there is a writer, records each call with its result.
 class HostCalls {
 public:
     explicit HostCalls(const Plugin& plugin, std::unique_ptr<SessionWriter> writer = nullptr)
@@ -68,14 +69,14 @@ private:
 
     const Plugin& m_Plugin;
     std::unique_ptr<SessionWriter> m_Writer;
-    std::map<void*, int> m_Files; // open handles, numbered as they were created
+    std::map<void*, int> m_Files; // the numbers of open handles, in the order of creation
     int m_FileCount = 0;
 };
 
 // Makes the calls of the session at path. Files are created at output, those after the first at output + ".2", ...
 // overwrite: existing files are replaced; without it an existing file is a ToolError.
-// onResult, if given, gets each line, the line's number from 1 and what the call returned now (null for nothing);
-// returning false ends the replay, after closing what is open.
+// onResult, if given, gets each line, the line's number from 1 and the result of the call (null when the call has
+// none). When it returns false the replay closes the open files and ends.
 void ReplaySession(
     const Plugin& plugin, const std::string& path, const std::string& output, bool overwrite,
     const std::function<bool(const nlohmann::json& line, int number, const nlohmann::json& result)>& onResult);

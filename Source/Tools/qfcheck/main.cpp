@@ -27,7 +27,7 @@ constexpr const char* kExamples = R"(Examples:
   qfcheck ./qf_mkv.so --json > report.json           a report for a program
   qfcheck ./qf_mkv.so --junit report.xml             a report for a build server
 
-Exit codes: 0 all passed, 2 this program cannot check the file, 3 usage, 4 the report cannot be written, 5 some
+Exit codes: 0 all checks passed, 2 the file cannot be checked, 3 usage, 4 the report cannot be written, 5 a check
 failed, 128+n ended by signal n)";
 
 std::vector<const Check*> Chosen(const std::vector<std::string>& patterns) {
@@ -39,7 +39,7 @@ std::vector<const Check*> Chosen(const std::vector<std::string>& patterns) {
     for (const std::string& pattern : patterns) {
         const auto matches = [&](const Check* check) { return fnmatch(pattern.c_str(), check->m_Name, 0) == 0; };
         if (std::none_of(chosen.begin(), chosen.end(), matches)) {
-            throw ToolError(kExitUsage, "no check is called '" + pattern + "'; --list names them");
+            throw ToolError(kExitUsage, "no check is called '" + pattern + "'; --list shows all names");
         }
     }
     return chosen;
@@ -106,13 +106,14 @@ int Run(int argc, char** argv) {
     std::vector<std::string> only;
     double timeLimit = 10;
     app.add_option("PLUGIN", plugin, "the plug-in's file, of this program's word size");
-    app.add_flag("--json", json, "one JSON object on stdout instead of lines");
+    app.add_flag("--json", json, "print one JSON object instead of lines");
     app.add_option("--junit", junit, "also write a JUnit report to FILE")->type_name("FILE");
     app.add_flag("--list", list, "list the checks and exit");
-    app.add_option("--only", only, "make only checks of this name, with * and ? as wildcards; may be repeated")
+    app.add_option("--only", only,
+                   "make only the checks with this NAME, in which * and ? are wildcards; may be repeated")
         ->type_name("NAME")
         ->allow_extra_args(false);
-    app.add_option("--timeout", timeLimit, "time limit for each call of the plug-in, 10 by default")
+    app.add_option("--timeout", timeLimit, "the time limit for each call of the plug-in (default: 10)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 86400.0));
     app.set_version_flag("--version", "qfcheck " QF_VERSION ", " + std::to_string(kWordSize) + "-bit");
