@@ -8,6 +8,10 @@ function(qf_target target)
         ${target}
         PRIVATE -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wcast-qual
                 -Woverloaded-virtual -Wformat=2)
+    if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+        # g++ takes the united sources for headers.
+        target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+    endif()
     if(QF_SANITIZE)
         target_compile_options(
             ${target} PRIVATE -fsanitize=${QF_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -16,6 +20,11 @@ function(qf_target target)
     cmake_path(IS_PREFIX qf_source_folder ${CMAKE_CURRENT_SOURCE_DIR} in_source)
     if(in_source)
         qf_sanitize_source(${target})
+        # Here each file of the product is compiled by itself, also where the others are united: a missing include is
+        # noticed.
+        if(CMAKE_SIZEOF_VOID_P EQUAL 8 AND CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT QF_SANITIZE)
+            set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
+        endif()
     endif()
 endfunction()
 
@@ -49,4 +58,11 @@ endfunction()
 # Code that runs once, such as a command line, takes longer to optimise than to run.
 function(qf_optimise_little target)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+endfunction()
+
+# The same of tools that the tests under the sanitizers run on short files.
+function(qf_sanitize_plainly target)
+    if(QF_SANITIZE)
+        target_compile_options(${target} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0>)
+    endif()
 endfunction()

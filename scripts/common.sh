@@ -34,6 +34,10 @@ build_preset() { # preset, then options for the configuration
     rm -f "$log"
 }
 
+# For builds from nothing: the sources of a target are compiled as one, so that their headers are read once. Without these
+# options each file is compiled by itself, which suits work on single files.
+united=(-DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0)
+
 build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev)
 tool_packages=(libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libxxhash-dev libebml-dev
     libmatroska-dev)

@@ -10,8 +10,6 @@
 
 namespace {
 
-const Octets kPicture = Hex("10 00 00 9D 01 2A");
-
 class Errors : public LibraryTest {};
 
 TEST_F(Errors, AreReturnedForNullPointers) {

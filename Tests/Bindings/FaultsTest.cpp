@@ -10,7 +10,7 @@
 
 namespace {
 
-const Octets kPicture = Repeated(20000, 0x10);
+const Octets kLargePicture = Repeated(20000, 0x10);
 
 // Writes of this process beyond that size fail as on a full disk.
 class SizeLimit {
@@ -40,7 +40,7 @@ protected:
     // Returns the first error and the packet's number.
     std::pair<int, int> WriteFilm(const FileHandle& file, int pictures) const {
         for (int i = 0; i < pictures; ++i) {
-            const int error = Write(file, QF_VIDEO, kPicture, i * 40, i * 40, 40, i == 0);
+            const int error = Write(file, QF_VIDEO, kLargePicture, i * 40, i * 40, 40, i == 0);
             if (error != QF_OK) return {error, i};
         }
         return {QF_OK, pictures};
@@ -81,7 +81,7 @@ TEST_F(Faults, InTheMiddleShowWhenTheFileIsClosed) {
     {
         const SizeLimit limit(800000);
         for (int i = 60; i < 90; ++i) {
-            if (Write(file, QF_VIDEO, kPicture, i * 40, i * 40, 40, false) != QF_OK) break;
+            if (Write(file, QF_VIDEO, kLargePicture, i * 40, i * 40, 40, false) != QF_OK) break;
         }
     }
     EXPECT_EQ(Close(file), QF_ERROR_WRITE) << "a part was lost";

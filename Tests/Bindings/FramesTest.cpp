@@ -4,9 +4,9 @@
 
 namespace {
 
-const Octets kSequence = Hex("67 64001F AC D9");
-const Octets kPicture = Hex("68 EB E3");
-const Octets kRecord = Hex("01 64001F FF E1 0006") + kSequence + Hex("01 0003") + kPicture;
+const Octets kSequenceSet = Hex("67 64001F AC D9");
+const Octets kPictureSet = Hex("68 EB E3");
+const Octets kRecord = Hex("01 64001F FF E1 0006") + kSequenceSet + Hex("01 0003") + kPictureSet;
 const Octets kSlice = Hex("65 88 84 00 11");
 const Octets kMessage = Hex("06 05 01 AA 80");
 const Octets kEnd = Hex("0A"); // end of sequence: one octet
@@ -41,10 +41,10 @@ protected:
 };
 
 TEST_F(H264Frames, WithStartCodesOfEitherLengthKeepAllTheirUnits) {
-    const Octets packet = Hex("00000001") + Hex("09 F0") + Hex("000001") + kSequence + Hex("00000001") + kPicture +
-                          Hex("000001") + kMessage + Hex("000001") + kSlice + Hex("0000");
+    const Octets packet = Hex("00000001") + Hex("09 F0") + Hex("000001") + kSequenceSet + Hex("00000001") +
+                          kPictureSet + Hex("000001") + kMessage + Hex("000001") + kSlice + Hex("0000");
     const Octets block = BlockOf(MillisecondJob("h264", nullptr), packet);
-    EXPECT_TRUE(SameOctets(block, Lengths({Hex("09 F0"), kSequence, kPicture, kMessage, kSlice})));
+    EXPECT_TRUE(SameOctets(block, Lengths({Hex("09 F0"), kSequenceSet, kPictureSet, kMessage, kSlice})));
     EXPECT_TRUE(SameOctets(m_Private, kRecord));
 }
 
@@ -70,19 +70,20 @@ TEST_F(H264Frames, KeepAUnitOfOneOctetWhichLooksLikeAStartCode) {
 TEST_F(H264Frames, MayStateTheirFraming) {
     const JobHandle job = MillisecondJob("h264", nullptr);
     qf_job_set_framing(job.get(), QF_FRAMING_LENGTHS, 2);
-    EXPECT_TRUE(
-        SameOctets(BlockOf(job, Lengths({kSequence, kPicture, kSlice}, 2)), Lengths({kSequence, kPicture, kSlice})));
+    EXPECT_TRUE(SameOctets(BlockOf(job, Lengths({kSequenceSet, kPictureSet, kSlice}, 2)),
+                           Lengths({kSequenceSet, kPictureSet, kSlice})));
     EXPECT_TRUE(SameOctets(m_Private, kRecord));
 }
 
 // The file's record has room for one of each kind.
 TEST_F(H264Frames, HaveFurtherParameterSetsInFrontOfKeyFrames) {
     const Octets second = Hex("68 EB E4");
-    const Octets record = Hex("01 64001F FF E1 0006") + kSequence + Hex("02 0003") + kPicture + Hex("0003") + second;
+    const Octets record =
+        Hex("01 64001F FF E1 0006") + kSequenceSet + Hex("02 0003") + kPictureSet + Hex("0003") + second;
     const JobHandle job = MillisecondJob("h264", nullptr);
     qf_job_set_setup(job.get(), QF_VIDEO, record.data(), record.size());
     EXPECT_TRUE(SameOctets(BlockOf(job, Lengths({Hex("09 F0"), kSlice})),
-                           Lengths({Hex("09 F0"), kSequence, kPicture, second, kSlice})));
+                           Lengths({Hex("09 F0"), kSequenceSet, kPictureSet, second, kSlice})));
     EXPECT_TRUE(SameOctets(m_Private, kRecord));
     EXPECT_TRUE(SameOctets(Read().BlocksOf(1).at(1).m_Frame, Lengths({Hex("09 F0"), kSlice})));
 }
@@ -106,7 +107,7 @@ TEST_F(H264Frames, ThatAreDamagedAreRefused) {
         {"a length beyond the packet", kRecord, Hex("00000009 65"), "reaches beyond its packet"},
         {"half a length", kRecord, Hex("0000"), "reaches beyond its packet"},
         {"an absurd length", kRecord, Hex("FFFFFFFF 65"), "reaches beyond its packet"},
-        {"a record cut off", Hex("01 64001F FF E1 00FF") + kSequence, Lengths({kSlice}), "no parameter sets"},
+        {"a record cut off", Hex("01 64001F FF E1 00FF") + kSequenceSet, Lengths({kSlice}), "no parameter sets"},
     };
     for (const auto& row : rows) {
         const JobHandle job = MillisecondJob("h264", nullptr);

@@ -11,6 +11,9 @@
 #include "SameOctets.h"
 #include "TempDirectory.h"
 
+// A key frame of VP8: its first octets.
+inline const Octets kPicture = Hex("10 00 00 9D 01 2A");
+
 class LibraryTest : public testing::Test {
 protected:
     std::filesystem::path Path(const char* name = "film.mkv") const { return m_Directory / name; }

@@ -4,7 +4,6 @@
 
 namespace {
 
-const Octets kPicture = Hex("10 00 00 9D 01 2A");
 const Octets kSound = Zeros(192);
 
 class Order : public LibraryTest {

@@ -9,9 +9,6 @@ namespace {
 using EntryPoints = HostTest;
 using Routing = HostTest;
 
-const FourCC kMkv = MakeFourCC("MKV ");
-const FourCC kWebm = MakeFourCC("WEBM");
-
 TEST_F(EntryPoints, CreateFollowedAtOnceByCloseLeavesAnEmptyFile) {
     for (const FourCC format : {kMkv, MakeFourCC("HMKV"), MakeFourCC("MKA "), kWebm}) {
         HostSession session(m_Plugin, MakeJob(format, MakeFourCC("H264"), MakeFourCC("AAC ")));

@@ -8,8 +8,6 @@ namespace {
 
 using Finalisation = HostTest;
 
-const FourCC kFormats[] = {MakeFourCC("MKV "), MakeFourCC("WEBM")};
-
 struct Frame {
     char m_Kind; // v or a
     std::int64_t m_Milliseconds;
@@ -49,7 +47,7 @@ TEST_F(Finalisation, Durations) {
         {"rounded to single precision, upwards", kVideo, {{'v', 0, 1}, {'v', 16777218, 1}}, 16777220.0F},
     };
     for (const auto& row : rows) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             EncodeParam job = MakeJob(format, MakeFourCC("Xvid"), MakeFourCC("MP3 "));
             job.disableVideo = row.m_Tracks == kAudio ? 1 : 0;
             job.disableAudio = row.m_Tracks == kVideo ? 1 : 0;
@@ -80,7 +78,7 @@ TEST_F(Finalisation, TheAudioDurationIsRoundedTwice) {
         {516191786, "47 49 A3 2D"}, // once: 4749A32E
     };
     for (const auto& row : rows) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
             session.Audio(Hex("01"), 0, row.m_Sum - 5);
             session.Audio(Hex("02"), row.m_Sum - 5, 5);

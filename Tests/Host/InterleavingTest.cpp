@@ -8,19 +8,17 @@ namespace {
 
 using Interleaving = HostTest;
 
-const FourCC kMkv = MakeFourCC("MKV ");
-
 // One frame of a session: v and V are video's delta and key frames, a is audio.
-struct Frame {
+struct TimedFrame {
     char m_Kind;
     std::int64_t m_Milliseconds;
 };
 
-Ebml::File Mux(const Plugin& plugin, const EncodeParam& job, const std::vector<Frame>& frames,
+Ebml::File Mux(const Plugin& plugin, const EncodeParam& job, const std::vector<TimedFrame>& frames,
                Ebml::Times times = Ebml::Times::InOrder) {
     HostSession session(plugin, job);
     session.m_Times = times;
-    for (const Frame& frame : frames) {
+    for (const TimedFrame& frame : frames) {
         const std::int64_t at = frame.m_Milliseconds * kMillisecond;
         if (frame.m_Kind == 'a') {
             session.Audio(Hex("AA"), at, 10000);
@@ -72,7 +70,7 @@ TEST_F(Interleaving, SpansAndCues) {
     const struct {
         const char* m_What;
         const EncodeParam& m_Job;
-        std::vector<Frame> m_Frames;
+        std::vector<TimedFrame> m_Frames;
         Ebml::Times m_Times;
         const char* m_Layout;
         const char* m_Cues;

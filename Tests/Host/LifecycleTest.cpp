@@ -9,10 +9,8 @@ namespace {
 using Lifecycle = HostTest;
 using Paths = HostTest;
 
-const FourCC kFormats[] = {MakeFourCC("MKV "), MakeFourCC("HMKV"), MakeFourCC("MKA "), MakeFourCC("WEBM")};
-
 TEST_F(Lifecycle, BothStreamsDisabledCreateNoTrack) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kAllFormats) {
         EncodeParam job = MakeJob(format, MakeFourCC("H264"), MakeFourCC("AAC "));
         job.disableVideo = 1;
         job.disableAudio = 1;
@@ -92,7 +90,7 @@ TEST_F(Lifecycle, AnOlderFileIsReplaced) {
 
 TEST_F(Lifecycle, ADirectoryThatDoesNotExistFails) {
     TempDirectory directory;
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kAllFormats) {
         const EncodeParam job = MakeJob(format, MakeFourCC("H264"), MakeFourCC("AAC "));
         EXPECT_EQ(m_Plugin.CreateMediaFile((directory / "none/a").wstring().c_str(), &job), nullptr);
         EXPECT_FALSE(std::filesystem::exists(directory / "none"));
@@ -188,7 +186,7 @@ TEST_F(Paths, AreCutAt2047OctetsBetweenCharacters) {
 
 TEST_F(Paths, OfDiscImagesTakeEverythingAndWriteNothing) {
     for (const wchar_t* name : {L"disc.iso:", L"disc.ISO:/VIDEO/a", L"disc.Iso:x", L".iSo:", L"a.b.iso:mkv"}) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kAllFormats) {
             TempDirectory directory;
             const EncodeParam job = MakeJob(format, MakeFourCC("H264"), MakeFourCC("AAC "));
             void* const handle = m_Plugin.CreateMediaFile(((directory / "").wstring() + name).c_str(), &job);

@@ -6,9 +6,6 @@ namespace {
 
 using PacketIntake = HostTest;
 
-const FourCC kMkv = MakeFourCC("MKV ");
-const std::string kPrivate = "Segment/Tracks/TrackEntry[0]/CodecPrivate";
-
 std::vector<Octets> Frames(const std::vector<Ebml::Block>& blocks) {
     std::vector<Octets> frames;
     for (const Ebml::Block& block : blocks) frames.push_back(block.m_Frame);

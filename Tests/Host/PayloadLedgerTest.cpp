@@ -8,26 +8,27 @@
 
 namespace {
 
-struct Frame {
+struct LedgerFrame {
     HostCall::Kind m_Kind;
     Octets m_Octets;
 };
 
-constexpr HostCall::Kind kVideo = HostCall::Kind::WriteVideoPacket;
-constexpr HostCall::Kind kAudio = HostCall::Kind::WriteAudioPacket;
+constexpr HostCall::Kind kVideoCall = HostCall::Kind::WriteVideoPacket;
+constexpr HostCall::Kind kAudioCall = HostCall::Kind::WriteAudioPacket;
 
-const std::vector<Frame> kFrames = {{kVideo, Hex("01")}, {kAudio, Hex("02 03")}, {kVideo, Hex("04 05 06")},
-                                    {kAudio, Hex("07")}, {kVideo, Hex("08")},    {kVideo, Hex("09")}};
+const std::vector<LedgerFrame> kWritten = {{kVideoCall, Hex("01")},       {kAudioCall, Hex("02 03")},
+                                           {kVideoCall, Hex("04 05 06")}, {kAudioCall, Hex("07")},
+                                           {kVideoCall, Hex("08")},       {kVideoCall, Hex("09")}};
 
-// Compares the ledger of a host with these frames, 100 ms apart, with the file of a host that wrote kFrames.
-std::string Judge(const std::vector<Frame>& frames) {
+// Compares the ledger of a host with these frames, 100 ms apart, with the file of a host that wrote kWritten.
+std::string Judge(const std::vector<LedgerFrame>& frames) {
     static const Plugin plugin(QF_PLUGIN);
     const EncodeParam job = MakeJob(MakeFourCC("MKV "), MakeFourCC("Xvid"), MakeFourCC("AC3 "));
     HostSession session(plugin, job);
     std::int64_t timestamp = 0;
-    for (const Frame& frame : kFrames) {
-        if (frame.m_Kind == kVideo) session.Video(frame.m_Octets, timestamp, 1);
-        if (frame.m_Kind == kAudio) session.Audio(frame.m_Octets, timestamp, 1);
+    for (const LedgerFrame& frame : kWritten) {
+        if (frame.m_Kind == kVideoCall) session.Video(frame.m_Octets, timestamp, 1);
+        if (frame.m_Kind == kAudioCall) session.Audio(frame.m_Octets, timestamp, 1);
         timestamp += 100 * kMillisecond;
     }
 
@@ -51,28 +52,28 @@ std::string Judge(const std::vector<Frame>& frames) {
     return ledger.Closed(0, &file);
 }
 
-TEST(PayloadLedger, AcceptsTheWrittenFrames) { EXPECT_EQ(Judge(kFrames), ""); }
+TEST(PayloadLedger, AcceptsTheWrittenFrames) { EXPECT_EQ(Judge(kWritten), ""); }
 
 TEST(PayloadLedger, MissesABlock) {
-    std::vector<Frame> frames = kFrames;
-    frames.push_back({kAudio, Hex("0A")});
+    std::vector<LedgerFrame> frames = kWritten;
+    frames.push_back({kAudioCall, Hex("0A")});
     EXPECT_EQ(Judge(frames), "ledger: track 2 lacks a block");
 }
 
 TEST(PayloadLedger, FindsABlockTooMany) {
-    std::vector<Frame> frames = kFrames;
+    std::vector<LedgerFrame> frames = kWritten;
     frames.pop_back();
     EXPECT_EQ(Judge(frames), "ledger: track 1 has a block too many");
 }
 
 TEST(PayloadLedger, FindsBlocksInAnotherOrder) {
-    std::vector<Frame> frames = kFrames;
+    std::vector<LedgerFrame> frames = kWritten;
     std::swap(frames[4], frames[5]);
     EXPECT_NE(Judge(frames).find("ledger: track 1, block 2: first difference at 0"), std::string::npos);
 }
 
 TEST(PayloadLedger, FindsAnotherOctet) {
-    std::vector<Frame> frames = kFrames;
+    std::vector<LedgerFrame> frames = kWritten;
     frames[1].m_Octets[1] = 0xFF;
     EXPECT_NE(Judge(frames).find("ledger: track 2, block 0: first difference at 1"), std::string::npos);
 }
@@ -80,7 +81,7 @@ TEST(PayloadLedger, FindsAnotherOctet) {
 TEST(PayloadLedger, CountsTheOctetsThatACallTook) {
     PayloadLedger ledger;
     HostCall call;
-    call.kind = kVideo;
+    call.kind = kVideoCall;
     EXPECT_EQ(ledger.Wrote(call, 0), "");
     EXPECT_EQ(ledger.Wrote(call, 3), "ledger: took 3 octets instead of 0");
 }

@@ -9,12 +9,9 @@ namespace {
 
 using RareInput = HostTest;
 
-const FourCC kFormats[] = {MakeFourCC("MKV "), MakeFourCC("WEBM")};
-const std::string kTrack = "Segment/Tracks/TrackEntry[0]/";
-
 // The record's own size, which a table of sizes does without when it is 0 or below.
 TEST_F(RareInput, PackedAudioWithoutASizeOfItsOwnTrustsItsTable) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         for (const std::int32_t size : {0, -1, INT32_MIN}) {
             HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
             Octets octets = Hex("01 02 03 04 05 06");
@@ -48,7 +45,7 @@ TEST_F(RareInput, PackedAudioEndsWithItsOctets) {
         {"one octet is left", {3, 2, 1, 1}, 4},
     };
     for (const auto& row : rows) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
             EXPECT_EQ(session.PackedAudio(Hex("01 02 03 04"), 0, 600000, row.m_Sizes), row.m_Taken) << row.m_What;
         }
@@ -56,7 +53,7 @@ TEST_F(RareInput, PackedAudioEndsWithItsOctets) {
 }
 
 TEST_F(RareInput, SizesBelowZeroAreNoFramesAndMoveNothing) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
         EXPECT_EQ(session.PackedAudio(Hex("01 02 03 04"), 0, 600000, {5, 2, -1, INT32_MIN, 1, 1}), 4);
         const std::vector<Ebml::Block> blocks = session.Finish().Blocks();
@@ -69,7 +66,7 @@ TEST_F(RareInput, SizesBelowZeroAreNoFramesAndMoveNothing) {
 
 // Each of two frames has half of the record's 0.9 ms: the last one ends at 0.9 ms, which rounds to 1.
 TEST_F(RareInput, PackedAudioSharesItsDurationOut) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
         EXPECT_EQ(session.PackedAudio(Hex("01 02"), 0, 9000, {2, 1, 1}), 2);
         EXPECT_EQ(session.Finish().Float("Segment/Info/Duration"), 1.0F);
@@ -78,7 +75,7 @@ TEST_F(RareInput, PackedAudioSharesItsDurationOut) {
 
 // 500 s are more units than 32 bits count.
 TEST_F(RareInput, TheSoundsDurationsAddUpIn64Bits) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
         for (int i = 0; i < 1000; ++i)
             session.Audio(Hex("21"), i * kSecond / 2, static_cast<std::int32_t>(kSecond / 2));
@@ -88,7 +85,7 @@ TEST_F(RareInput, TheSoundsDurationsAddUpIn64Bits) {
 
 // Around the millisecond at which a host's time passes 31 bits.
 TEST_F(RareInput, StreamsAreInterleavedBeyond31Bits) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeJob(format, MakeFourCC("VP8 "), MakeFourCC("VBIS")));
         const std::int64_t edge = (std::int64_t{1} << 31) * kMillisecond;
         session.Video(Hex("01"), edge - 10 * kMillisecond, 400000);
@@ -105,7 +102,7 @@ TEST_F(RareInput, NoRoomForTheVersionIsNone) { EXPECT_EQ(m_Plugin.GetMultiVersio
 
 // A month has more milliseconds than 32 bits with a sign count.
 TEST_F(RareInput, AMonthHasADuration) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeVideoJob(format, MakeFourCC("VP8 ")));
         session.Video(Hex("01"), 0, 400000);
         session.Video(Hex("02"), 30 * 86400 * kSecond, 400000);
@@ -115,7 +112,7 @@ TEST_F(RareInput, AMonthHasADuration) {
 
 TEST_F(RareInput, AFrameWithoutASizeAndWithoutATableIsNone) {
     Octets octets = Hex("01 02");
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
         MEDIA_FRAME frame{};
         frame.audioData = octets.data();
@@ -131,7 +128,7 @@ const char* const kNoHeader = "00 00 01 B5 AA 00 00 01 B8 BB 00 00 01";
 
 TEST_F(RareInput, MpegSetUpDataWithoutASequenceHeaderStoresNothing) {
     for (const FourCC codec : {MakeFourCC("MP1V"), MakeFourCC("MP2V")}) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             HostSession kept(m_Plugin, MakeVideoJob(format, codec));
             kept.XpsData({}, Hex(kHeader));
             kept.XpsData({}, Hex(kNoHeader));
@@ -147,7 +144,7 @@ TEST_F(RareInput, MpegSetUpDataWithoutASequenceHeaderStoresNothing) {
 }
 
 TEST_F(RareInput, LateMpegSetUpDataWithoutASequenceHeaderChangesNoOctet) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         Octets files[2];
         for (const bool late : {false, true}) {
             FakeEnvironment::SetRand({});
@@ -183,7 +180,7 @@ TEST_F(RareInput, FramePeriodsAtTheEndsOfTheirRange) {
         {"no number", std::numeric_limits<double>::quiet_NaN(), nullptr},
     };
     for (const auto& row : rows) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             EncodeParam job = MakeVideoJob(format, MakeFourCC("Xvid"));
             job.videoParam.frameRate = row.m_Rate;
             HostSession session(m_Plugin, job);
@@ -199,7 +196,7 @@ TEST_F(RareInput, FramePeriodsAtTheEndsOfTheirRange) {
 
 // The Duration of a file whose blocks all begin with it is their own.
 TEST_F(RareInput, OneFrameLateInTheHostsTimeHasItsOwnDuration) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         for (const std::int64_t start : {std::int64_t{0}, 3600 * kSecond, -3600 * kSecond}) {
             HostSession session(m_Plugin, MakeVideoJob(format, MakeFourCC("VP8 ")));
             session.Video(Hex("01"), start, 400000);
@@ -220,7 +217,7 @@ TEST_F(RareInput, FramesWithoutUnitsTakeNothingOnThePathsOfH264) {
 
 // What reaches the disk while the file is open: each fourth cluster takes those before it along.
 TEST_F(RareInput, EveryFourthClusterReachesTheDisk) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         const std::size_t batch = format == MakeFourCC("WEBM") ? 1 : 5; // frames that are drained together
         HostSession session(m_Plugin, MakeAudioJob(format, MakeFourCC("MP3 ")));
         for (std::size_t frames = 1; frames <= 60; ++frames) {

@@ -8,10 +8,6 @@ namespace {
 
 using SetupData = HostTest;
 
-const FourCC kMkv = MakeFourCC("MKV ");
-const FourCC kFormats[] = {MakeFourCC("MKV "), MakeFourCC("WEBM")};
-const std::string kPrivate = "Segment/Tracks/TrackEntry[0]/CodecPrivate";
-
 // Frames enough for Tracks to be written, in a file of one kind of media.
 void FeedAudio(HostSession& session) {
     for (int i = 0; i < 6; ++i) session.Audio(Hex("21"), i * 200000, 200000);
@@ -23,7 +19,7 @@ void FeedVideo(HostSession& session) {
 
 TEST_F(SetupData, AudioBeforeAnyFrameIsStoredAsItComes) {
     for (const FourCC codec : {MakeFourCC("AAC "), MakeFourCC("VBIS")}) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             HostSession session(m_Plugin, MakeAudioJob(format, codec));
             session.VosData(Octets(3000, 0x77)); // replaced by the next
             session.VosData(Hex("12 10"));
@@ -41,7 +37,7 @@ TEST_F(SetupData, AudioBetweenTheFirstFrameAndTheWritingReplacesThePlaceholder) 
 }
 
 TEST_F(SetupData, LateAudioIsPatchedIntoThePlaceholder) {
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         Octets files[2];
         for (const bool late : {false, true}) {
             FakeEnvironment::SetRand({});
@@ -72,7 +68,7 @@ TEST_F(SetupData, LateAudioFitsOrIsDropped) {
         {MakeFourCC("VBIS"), 10240, 12000, false},
     };
     for (const auto& row : rows) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             HostSession session(m_Plugin, MakeAudioJob(format, row.m_Codec));
             FeedAudio(session);
             session.VosData(Octets(row.m_Length, 0x77));
@@ -102,7 +98,7 @@ TEST_F(SetupData, TheRoomIsFixedWhenTracksIsWritten) {
 TEST_F(SetupData, OtherAudioCodecsIgnoreIt) {
     for (const FourCC codec :
          {MakeFourCC("MP3 "), MakeFourCC("AC3 "), MakeFourCC("MP2A"), MakeFourCC("DTS "), MakeFourCC("PCM ")}) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             HostSession session(m_Plugin, MakeAudioJob(format, codec));
             session.VosData(Hex("12 10"));
             FeedAudio(session);
@@ -227,7 +223,7 @@ TEST_F(SetupData, LateDataThatCannotFitNeedsNoMemory) {
     void* const huge = mmap(nullptr, kHuge, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(huge, MAP_FAILED);
     auto* const octets = static_cast<unsigned char*>(huge);
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeJob(format, MakeFourCC("H264"), MakeFourCC("AAC ")));
         for (int i = 0; i < 6; ++i) {
             session.Video(Hex("65 66 67"), i * 400000, 400000);
@@ -279,7 +275,7 @@ TEST_F(SetupData, AbsentParameterSets) {
 
 TEST_F(SetupData, OtherVideoCodecsIgnoreIt) {
     for (const FourCC codec : {MakeFourCC("MP4V"), MakeFourCC("Xvid"), MakeFourCC("VP8 ")}) {
-        for (const FourCC format : kFormats) {
+        for (const FourCC format : kFormatOfEachMuxer) {
             HostSession session(m_Plugin, MakeVideoJob(format, codec));
             session.XpsData(Hex("68 CE"), Hex("67 64 00 28 AC"));
             FeedVideo(session);
@@ -288,7 +284,7 @@ TEST_F(SetupData, OtherVideoCodecsIgnoreIt) {
         }
     }
     // Video for Windows, I264 in WebM among it.
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         HostSession session(m_Plugin, MakeVideoJob(format, format == kMkv ? MakeFourCC("havc") : MakeFourCC("I264")));
         session.XpsData(Hex("68 CE"), Hex("67 64 00 28 AC"));
         FeedVideo(session);
@@ -318,7 +314,7 @@ TEST_F(SetupData, MpegSequenceHeaders) {
         {"none", {}, group + extension, {}},
         {"no second buffer", header, {}, {}},
     };
-    for (const FourCC format : kFormats) {
+    for (const FourCC format : kFormatOfEachMuxer) {
         for (const FourCC codec : {MakeFourCC("MP1V"), MakeFourCC("MP2V")}) {
             for (const auto& row : rows) {
                 HostSession session(m_Plugin, MakeVideoJob(format, codec));

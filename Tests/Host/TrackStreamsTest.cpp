@@ -8,8 +8,6 @@ namespace {
 
 using TrackStreams = HostTest;
 
-const std::string kTrack = "Segment/Tracks/TrackEntry[0]/";
-
 Ebml::File VideoFile(const Plugin& plugin, const EncodeParam& job) {
     HostSession session(plugin, job);
     EXPECT_GT(session.Video(Hex("01"), 0, 400000), 0);

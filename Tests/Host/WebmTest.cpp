@@ -6,8 +6,6 @@ namespace {
 
 using Webm = HostTest;
 
-const FourCC kWebm = MakeFourCC("WEBM");
-
 TEST_F(Webm, TheHeaderOctetByOctet) {
     const Octets versions = Hex("42 86 81 01 42 F7 81 01 42 F2 81 04 42 F3 81 08");
     HostSession video(m_Plugin, MakeVideoJob(kWebm, MakeFourCC("VP8 ")));

@@ -103,10 +103,10 @@ protected:
     }
 };
 
-const SmallJob kJobs[] = {kMatroskaJob, kWebmJob};
+const SmallJob kBothMuxers[] = {kMatroskaJob, kWebmJob};
 
 TEST_F(RealFaults, DisksThatFillUp) {
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const Octets expected = Undisturbed(job);
         const std::vector<int> results = Results(job);
         const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
@@ -125,7 +125,7 @@ TEST_F(RealFaults, DisksThatFillUp) {
 // The kernel refuses writes beyond the process's limit on file sizes. A limit may be any octet of the file.
 TEST_F(RealFaults, FilesThatReachTheirLimit) {
     const auto before = std::signal(SIGXFSZ, SIG_IGN);
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const Octets expected = Undisturbed(job);
         const std::vector<int> results = Results(job);
         for (std::size_t size = 0; size < expected.size(); size += size < 8000 ? 197 : 1997) {
@@ -146,7 +146,7 @@ TEST_F(RealFaults, FilesThatReachTheirLimit) {
 // still ends where the first write failed.
 TEST_F(RealFaults, FilesWhoseLimitIsRaised) {
     const auto before = std::signal(SIGXFSZ, SIG_IGN);
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const Octets expected = Undisturbed(job);
         const std::vector<int> results = Results(job);
         const auto calls = static_cast<int>(results.size());
@@ -167,7 +167,7 @@ TEST_F(RealFaults, FilesWhoseLimitIsRaised) {
 }
 
 TEST_F(RealFaults, DevicesThatAreFullOrEmpty) {
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const std::vector<int> results = Results(job);
         for (const char* device : {"/dev/full", "/dev/null"}) RunUnnoticed(job, device, results);
     }
@@ -176,7 +176,7 @@ TEST_F(RealFaults, DevicesThatAreFullOrEmpty) {
 TEST_F(RealFaults, PlacesWhereNoFileCanBe) {
     const std::filesystem::path closed = m_Directory / "closed";
     std::filesystem::create_directory(closed);
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const std::size_t descriptors = OpenDescriptors();
         for (const std::filesystem::path& path :
              {m_Directory / "", closed, m_Directory / "none/file", std::filesystem::path("/proc/file"),
@@ -200,7 +200,7 @@ TEST_F(RealFaults, FoldersThatAreClosedToTheUser) {
     std::filesystem::permissions(folder, std::filesystem::perms(0555));
     const bool root = geteuid() == 0;
     ASSERT_TRUE(!root || seteuid(65534) == 0);
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         EXPECT_EQ(SmallSession(m_Plugin, job, folder / "new").Call(0), 0);
         EXPECT_EQ(SmallSession(m_Plugin, job, folder / "old").Call(0), 0);
     }
@@ -214,7 +214,7 @@ TEST_F(RealFaults, DisksThatAreReadOnly) {
     OnDisk(1 << 20, [&](const std::filesystem::path& disk) {
         WriteFile(disk / "old", Ascii("good"));
         ASSERT_EQ(mount(nullptr, disk.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0) << std::strerror(errno);
-        for (const SmallJob& job : kJobs) {
+        for (const SmallJob& job : kBothMuxers) {
             EXPECT_EQ(SmallSession(m_Plugin, job, disk / "new").Call(0), 0);
             EXPECT_EQ(SmallSession(m_Plugin, job, disk / "old").Call(0), 0);
         }
@@ -224,7 +224,7 @@ TEST_F(RealFaults, DisksThatAreReadOnly) {
 
 // Somebody makes room on a full disk. The file still ends where the disk was full.
 TEST_F(RealFaults, DisksThatAreFullForAWhile) {
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const Octets expected = Undisturbed(job);
         const std::vector<int> results = Results(job);
         OnDisk(512 << 10, [&](const std::filesystem::path& disk) {
@@ -244,7 +244,7 @@ TEST_F(RealFaults, DisksThatAreFullForAWhile) {
 
 // A file is removed, moved or replaced while it is open. The plug-in continues the same file and touches no other.
 TEST_F(RealFaults, FilesThatGoAwayWhileTheyAreOpen) {
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const Octets expected = Undisturbed(job);
         const std::vector<int> results = Results(job);
         const std::filesystem::path folder = m_Directory / "folder";
@@ -272,7 +272,7 @@ TEST_F(RealFaults, FilesThatGoAwayWhileTheyAreOpen) {
 }
 
 TEST_F(RealFaults, DescriptorsThatRunOut) {
-    for (const SmallJob& job : kJobs) {
+    for (const SmallJob& job : kBothMuxers) {
         const Octets expected = Undisturbed(job);
         const std::size_t used = OpenDescriptors();
         const int lowest = dup(STDIN_FILENO);

@@ -16,6 +16,11 @@
 constexpr std::int64_t kMillisecond = 10000;
 constexpr std::int64_t kSecond = 1000 * kMillisecond;
 
+constexpr FourCC kMkv = MakeFourCC("MKV ");
+constexpr FourCC kWebm = MakeFourCC("WEBM");
+constexpr FourCC kFormatOfEachMuxer[] = {kMkv, kWebm};
+constexpr FourCC kAllFormats[] = {kMkv, MakeFourCC("HMKV"), MakeFourCC("MKA "), kWebm};
+
 constexpr std::uint32_t kKey = 1;
 constexpr std::uint32_t kDelta = 0;
 

@@ -8,6 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
+// Paths of the first track and its set-up data.
+inline const std::string kTrack = "Segment/Tracks/TrackEntry[0]/";
+inline const std::string kPrivate = kTrack + "CodecPrivate";
+
 class HostTest : public ::testing::Test {
 protected:
     HostTest() {

@@ -283,7 +283,7 @@ TEST_F(QfmuxTest, FilesInOneFollowOneAnother) {
 
 // A Flash file has set-up data wherever they change.
 TEST_F(QfmuxTest, WarnsOfSoundThatChangesOnTheWay) {
-    constexpr std::size_t kHeader = 13; // of the file, and the size of what is in front of the first tag
+    constexpr std::size_t kFileHeader = 13; // with the size of what is in front of the first tag
     for (const std::string rate : {"44100", "22050"}) {
         RunCommand("ffmpeg -nostdin -v error -f lavfi -i anullsrc=r=" + rate + " -t 1 -c:a aac " +
                    Quoted(Path(rate + ".flv")));
@@ -292,8 +292,8 @@ TEST_F(QfmuxTest, WarnsOfSoundThatChangesOnTheWay) {
     for (const std::string rate : {"44100", "22050"}) {
         Octets joined = first;
         const Octets second = ReadFile(Path(rate + ".flv"));
-        ASSERT_GT(second.size(), kHeader);
-        joined.insert(joined.end(), second.begin() + kHeader, second.end());
+        ASSERT_GT(second.size(), kFileHeader);
+        joined.insert(joined.end(), second.begin() + kFileHeader, second.end());
         WriteFile(Path("joined.flv"), joined);
         const CommandResult result = Qfmux("--overwrite " + Path("joined.flv") + " " + Path("out.mka"));
         EXPECT_EQ(result.m_ExitCode, 1);

@@ -3,12 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include "Extremes.h"
 
 namespace {
-
-constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
 
 TEST(ByteOrder, CountsOctetsUpToTheMostSignificantOne) {
     EXPECT_EQ(SignificantOctets(0), 0U);
@@ -29,11 +26,11 @@ TEST(ByteOrder, AppendsTheLowOctets) {
 }
 
 TEST(ByteOrder, ArithmeticWraps) {
-    EXPECT_EQ(WrappingAdd(kMost, 1), kLeast);
-    EXPECT_EQ(WrappingSubtract(kLeast, 1), kMost);
-    EXPECT_EQ(WrappingMultiply(kMost, 2), -2);
-    EXPECT_EQ(WrappingDivide(kLeast, -1), kLeast);
-    EXPECT_EQ(WrappingRemainder(kLeast, -1), 0);
+    EXPECT_EQ(WrappingAdd(kMost32, 1), kLeast32);
+    EXPECT_EQ(WrappingSubtract(kLeast32, 1), kMost32);
+    EXPECT_EQ(WrappingMultiply(kMost32, 2), -2);
+    EXPECT_EQ(WrappingDivide(kLeast32, -1), kLeast32);
+    EXPECT_EQ(WrappingRemainder(kLeast32, -1), 0);
     EXPECT_EQ(WrappingDivide(-7, 2), -3);
     EXPECT_EQ(WrappingRemainder(-7, 2), -1);
 }

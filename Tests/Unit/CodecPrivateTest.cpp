@@ -3,16 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <random>
 
+#include "Extremes.h"
 #include "SameOctets.h"
 #include "VideoModels.h"
 
 namespace {
-
-constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
 
 ByteView View(const Octets& octets) { return {octets.data(), octets.size()}; }
 
@@ -29,7 +26,7 @@ const BitmapRow kBitmapRows[] = {
     {"plain", 720, 576, 24, MakeFourCC("MJPG"), "28000000 D0020000 40020000 0100 1800 4D4A5047"},
     {"the height keeps its sign", 720, -576, 24, MakeFourCC("X264"), "28000000 D0020000 C0FDFFFF 0100 1800 58323634"},
     {"low 16 bits of the bit count", 1, 1, 0x12345678, 0, "28000000 01000000 01000000 0100 7856 00000000"},
-    {"extremes", kMost, kLeast, -1, 0xFFFFFFFF, "28000000 FFFFFF7F 00000080 0100 FFFF FFFFFFFF"},
+    {"extremes", kMost32, kLeast32, -1, 0xFFFFFFFF, "28000000 FFFFFF7F 00000080 0100 FFFF FFFFFFFF"},
 };
 
 TEST(BitmapInfoHeader, Rows) {
@@ -64,8 +61,8 @@ const WaveRow kWaveRows[] = {
      "0100 0200 01000000 02400100 0000 0800 1200"},
     {"2^15 * 2^15 * 2 wraps to -2^31", 1, 0x8000, 0x8000, 2, "0100 0080 00800000 000000F0 0000 0200 1200"},
     {"2^32 wraps to 0", 1, 0x10000, 0x10000, 1, "0100 0000 00000100 00000000 0000 0100 1200"},
-    {"the most negative by -1 wraps to itself", 1, -1, kLeast, 1, "0100 FFFF 00000080 000000F0 0000 0100 1200"},
-    {"(2^31 - 1) * 2 wraps to -2, and -2 * 8 / 8", 1, 2, kMost, 8, "0100 0200 FFFFFF7F FEFFFFFF 0000 0800 1200"},
+    {"the most negative by -1 wraps to itself", 1, -1, kLeast32, 1, "0100 FFFF 00000080 000000F0 0000 0100 1200"},
+    {"(2^31 - 1) * 2 wraps to -2, and -2 * 8 / 8", 1, 2, kMost32, 8, "0100 0200 FFFFFF7F FEFFFFFF 0000 0800 1200"},
     {"nothing", 0, 0, 0, 0, "0000 0000 00000000 00000000 0000 0000 1200"},
 };
 

@@ -50,7 +50,7 @@ TEST(CID, Rows) {
 
 // ---- lengths
 
-constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t kMostUnsigned = std::numeric_limits<std::uint64_t>::max();
 
 struct LengthRow {
     const char* m_Reason;
@@ -79,7 +79,7 @@ const LengthRow kLengthRows[] = {
     {"largest in eight", 72057594037927934, "01FFFFFFFFFFFFFE"},
     {"unknown", 72057594037927935, "01FFFFFFFFFFFFFF"},
     {"more than eight octets hold", 72057594037927936, ""},
-    {"the largest number", kMost, ""},
+    {"the largest number", kMostUnsigned, ""},
 };
 
 TEST(CLength, Rows) {
@@ -130,7 +130,7 @@ const UIntRow kUIntRows[] = {
     {"smallest of seven", 0x1000000000000, "01000000000000"},
     {"largest of seven", 0xFFFFFFFFFFFFFF, "FFFFFFFFFFFFFF"},
     {"smallest of eight", 0x0100000000000000, "0100000000000000"},
-    {"the largest", kMost, "FFFFFFFFFFFFFFFF"},
+    {"the largest", kMostUnsigned, "FFFFFFFFFFFFFFFF"},
 };
 
 TEST(CUInt, Rows) {

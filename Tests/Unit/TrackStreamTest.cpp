@@ -5,12 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <optional>
 #include <string>
 
 #include "ClassNames.h"
 #include "ElementRows.h"
+#include "Extremes.h"
 #include "FakeEnvironment.h"
 #include "MKVMuxer.h"
 #include "WebmMuxer1.h"
@@ -18,11 +18,6 @@
 using namespace MatroskaWriter;
 
 namespace {
-
-constexpr std::int64_t kMost64 = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t kLeast64 = std::numeric_limits<std::int64_t>::min();
-constexpr std::int32_t kMost32 = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t kLeast32 = std::numeric_limits<std::int32_t>::min();
 
 VideoParam MakeVideo(const char (&fourCC)[5]) {
     VideoParam video{};

@@ -10,14 +10,14 @@ using namespace MatroskaWriter;
 namespace {
 
 // Matroska's header names no EBML versions, deliberately: their defaults hold.
-const MuxerProfile kProfile = {5, [](EBML& header) {
-                                   header.m_DocTypeVersion.Set(1);
-                                   header.m_DocTypeReadVersion.Set(1);
-                               }};
+const MuxerProfile kMatroskaProfile = {5, [](EBML& header) {
+                                           header.m_DocTypeVersion.Set(1);
+                                           header.m_DocTypeReadVersion.Set(1);
+                                       }};
 
 } // namespace
 
-MKVMuxer::MKVMuxer() : ContainerMuxer(kProfile) {}
+MKVMuxer::MKVMuxer() : ContainerMuxer(kMatroskaProfile) {}
 
 std::uint32_t MKVMuxer::CreateMediaFile(const wchar_t* path, const EncodeParam* param, const MuxParam* muxParam) {
     if (param != nullptr && param->videoParam.fourCC == MakeFourCC("H264")) {

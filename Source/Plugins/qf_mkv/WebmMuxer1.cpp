@@ -5,18 +5,18 @@ using namespace MatroskaWriter;
 
 namespace {
 
-const MuxerProfile kProfile = {1, [](EBML& header) {
-                                   header.m_EBMLVersion.Set(1);
-                                   header.m_EBMLReadVersion.Set(1);
-                                   header.m_EBMLMaxIDLength.Set(4);
-                                   header.m_EBMLMaxSizeLength.Set(8);
-                                   header.m_DocTypeVersion.Set(2);
-                                   header.m_DocTypeReadVersion.Set(2);
-                               }};
+const MuxerProfile kWebmProfile = {1, [](EBML& header) {
+                                       header.m_EBMLVersion.Set(1);
+                                       header.m_EBMLReadVersion.Set(1);
+                                       header.m_EBMLMaxIDLength.Set(4);
+                                       header.m_EBMLMaxSizeLength.Set(8);
+                                       header.m_DocTypeVersion.Set(2);
+                                       header.m_DocTypeReadVersion.Set(2);
+                                   }};
 
 } // namespace
 
-WebmMuxer1::WebmMuxer1() : ContainerMuxer(kProfile) {}
+WebmMuxer1::WebmMuxer1() : ContainerMuxer(kWebmProfile) {}
 
 std::uint32_t WebmMuxer1::CreateMediaFile(const wchar_t* path, const EncodeParam* param) {
     CloseMediaFile();

@@ -7,9 +7,9 @@
 
 namespace {
 
-constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
-constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t kNumbers[] = {kLeast, kLeast + 1, -1, 0, 1, kMost - 1, kMost};
+constexpr std::int32_t kLeastNumber = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t kMostNumber = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t kNumbers[] = {kLeastNumber, kLeastNumber + 1, -1, 0, 1, kMostNumber - 1, kMostNumber};
 
 constexpr const char* kVideoCodes[] = {"H264", "N264", "I264", "havc", "MP2V", "Xvid", "VP8 ", "????"};
 constexpr const char* kAudioCodes[] = {"AAC ", "AC3 ", "MP3 ", "PCM ", "VBIS", "????", "DTS ", "MP2A"};
@@ -118,7 +118,7 @@ void Times(Host& host) {
         for (const std::int64_t time : {kEarliest, kEarliest + 1, std::int64_t{-1}, std::int64_t{0}, kLatest}) {
             OutputFile output(host, MakeJob(format, "Xvid", "MP3 "));
             for (const std::int64_t start : {std::int64_t{0}, time, -1000 * kMillisecond, time}) {
-                for (const std::int32_t duration : {kLeast, 0, kMost}) {
+                for (const std::int32_t duration : {kLeastNumber, 0, kMostNumber}) {
                     RequireEqual(output.Video(Hex("01 02"), start, duration == 0, duration), 2, "WriteVideoPacket");
                     RequireEqual(output.Audio(Hex("03"), start, duration), 1, "WriteAudioPacket");
                     RequireEqual(output.PackedAudio(Hex("04 05"), start, duration, {2, 1, 1}), 2, "WriteAudioPacket");
@@ -132,8 +132,14 @@ void Times(Host& host) {
 void SizeTables(Host& host) {
     for (const char* format : kFormats) {
         OutputFile output(host, MakeJob(format, "", "MP3 "));
-        for (const std::vector<int>& sizes :
-             {std::vector<int>{kLeast}, {-1}, {0}, {1, -1}, {1, kLeast}, {2, -1, -1}, {3, 0, -1, kLeast}, {1, kMost}}) {
+        for (const std::vector<int>& sizes : {std::vector<int>{kLeastNumber},
+                                              {-1},
+                                              {0},
+                                              {1, -1},
+                                              {1, kLeastNumber},
+                                              {2, -1, -1},
+                                              {3, 0, -1, kLeastNumber},
+                                              {1, kMostNumber}}) {
             RequireEqual(output.PackedAudio(Hex("01 02 03 04"), 0, kFrameTime, sizes), 0,
                          "WriteAudioPacket with a table of no frame");
         }

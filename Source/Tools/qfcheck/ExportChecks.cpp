@@ -9,7 +9,7 @@ namespace {
 
 void Loads(Host& host) { host.Load(); }
 
-std::string Kind(bool isFunction) { return isFunction ? "a function" : "data"; }
+std::string KindName(bool isFunction) { return isFunction ? "a function" : "data"; }
 
 void NamesAreThere(Host& host) {
     const std::vector<ExportedName> names = ExportedNames(host.PluginPath());
@@ -20,7 +20,7 @@ void NamesAreThere(Host& host) {
             if (name.m_Name != wanted.m_Name) continue;
             isThere = true;
             Require(name.m_IsFunction == wanted.m_IsFunction,
-                    name.m_Name + " is " + Kind(name.m_IsFunction) + ", expected " + Kind(wanted.m_IsFunction));
+                    name.m_Name + " is " + KindName(name.m_IsFunction) + ", expected " + KindName(wanted.m_IsFunction));
         }
         if (!isThere) missing += std::string(missing.empty() ? "" : ", ") + wanted.m_Name;
     }
@@ -29,7 +29,7 @@ void NamesAreThere(Host& host) {
     for (const Interface::Export& wanted : Interface::kExports) host.Data(wanted.m_Name);
 }
 
-void NothingElse(Host& host) {
+void NoOtherName(Host& host) {
     std::set<std::string> others;
     for (const ExportedName& name : ExportedNames(host.PluginPath())) others.insert(name.m_Name);
     for (const Interface::Export& wanted : Interface::kExports) others.erase(wanted.m_Name);
@@ -44,6 +44,6 @@ std::vector<Check> ExportChecks() {
     return {
         {"load", "the library loads", Loads},
         {"exports.names", "the 25 names are exported, decorated as the interface has them", NamesAreThere},
-        {"exports.nothing-else", "no other name is exported", NothingElse},
+        {"exports.nothing-else", "no other name is exported", NoOtherName},
     };
 }

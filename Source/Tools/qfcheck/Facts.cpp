@@ -32,7 +32,7 @@ int g_Threads = 0;
 int g_Seeds = 0;
 
 template <class Function>
-Function* Hidden(const char* name) {
+Function* Next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
@@ -191,20 +191,20 @@ extern "C" {
 #ifndef QF_SANITIZED // a sanitizer has one of its own
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) noexcept {
     ++g_Threads;
-    static auto* const hidden = Hidden<decltype(pthread_create)>("pthread_create");
+    static auto* const hidden = Next<decltype(pthread_create)>("pthread_create");
     return hidden(thread, attributes, run, argument);
 }
 #endif
 
 void srand(unsigned seed) noexcept {
     ++g_Seeds;
-    static auto* const hidden = Hidden<decltype(srand)>("srand");
+    static auto* const hidden = Next<decltype(srand)>("srand");
     hidden(seed);
 }
 
 void srandom(unsigned seed) noexcept {
     ++g_Seeds;
-    static auto* const hidden = Hidden<decltype(srandom)>("srandom");
+    static auto* const hidden = Next<decltype(srandom)>("srandom");
     hidden(seed);
 }
 }

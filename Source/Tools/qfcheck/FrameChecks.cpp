@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr const char* kEntry = "Segment/Tracks/TrackEntry";
+constexpr const char* kTrackEntry = "Segment/Tracks/TrackEntry";
 
 void RequireFrames(const Ebml::File& file, const std::vector<Octets>& expected) {
     const std::vector<Ebml::Block> blocks = file.Blocks();
@@ -56,7 +56,7 @@ void Slices(Host& host) {
     }
 }
 
-void Untouched(Host& host) {
+void OtherFrames(Host& host) {
     const struct {
         const char* m_Format;
         const char* m_Code;
@@ -124,10 +124,10 @@ void LateSetUp(Host& host) {
         output.VosData(Hex("12 10"));
         output.XpsData(Hex("68 EE 3C"), Hex("67 64 00 0A AC"));
         const Ebml::File file = output.Finish();
-        RequireEqual(file.Payload(std::string(kEntry) + "[0]/CodecPrivate"),
+        RequireEqual(file.Payload(std::string(kTrackEntry) + "[0]/CodecPrivate"),
                      Hex("01 64 00 0A FF E1 00 05 67 64 00 0A AC 01 00 03 68 EE 3C") + Zeros(1024 - 19),
                      what + "the video track's CodecPrivate");
-        RequireEqual(file.Payload(std::string(kEntry) + "[1]/CodecPrivate"), Hex("12 10") + Zeros(row.m_Room - 2),
+        RequireEqual(file.Payload(std::string(kTrackEntry) + "[1]/CodecPrivate"), Hex("12 10") + Zeros(row.m_Room - 2),
                      what + "the audio track's CodecPrivate");
     }
 }
@@ -140,9 +140,9 @@ void SetUpAgain(Host& host) {
     output.TakeVideo(Hex("00 00 00 02 65 88"), 0);
     output.TakeAudio(Hex("21"), 0);
     const Ebml::File file = output.Finish();
-    RequireEqual(file.Payload(std::string(kEntry) + "[0]/CodecPrivate"),
+    RequireEqual(file.Payload(std::string(kTrackEntry) + "[0]/CodecPrivate"),
                  Hex("01 64 00 0A FF E1 00 04 67 64 00 0A 01 00 02 68 EE"), "the video track's CodecPrivate");
-    RequireEqual(file.Payload(std::string(kEntry) + "[1]/CodecPrivate"), Hex("12 10"),
+    RequireEqual(file.Payload(std::string(kTrackEntry) + "[1]/CodecPrivate"), Hex("12 10"),
                  "the audio track's CodecPrivate");
 }
 
@@ -153,7 +153,7 @@ std::vector<Check> FrameChecks() {
         {"frames.start-codes", "start codes become lengths, in the host's buffer and in the file", StartCodes},
         {"frames.other-units", "units other than slices, parameter sets and delimiters are dropped", DropsOtherUnits},
         {"frames.slices", "N264, A264 and I264 become one block for each slice", Slices},
-        {"frames.untouched", "all other frames stay as they are", Untouched},
+        {"frames.untouched", "all other frames stay as they are", OtherFrames},
         {"frames.packed-audio", "several audio frames in one packet share its duration", PackedAudio},
         {"frames.rounding", "times are rounded to the millisecond", Rounding},
         {"set-up.late", "late set-up data is written into the reserved space", LateSetUp},

@@ -114,7 +114,7 @@ void NoMemory(Host& host) {
     }
 }
 
-void NothingElse(Host& host) {
+void NoOtherCall(Host& host) {
     LogReader log("TW_Log.so");
     host.FindFileFormat(Code("AVI "));
     host.GetEncoders();
@@ -151,6 +151,6 @@ std::vector<Check> LogChecks() {
         {"log.not-opened", "a message names the file that does not open, whatever its name", FileThatDoesNotOpen,
          Log::FirstName},
         {"log.no-memory", "a message reports that there is no memory for a file", NoMemory, Log::FirstName},
-        {"log.nothing-else", "no other call is logged", NothingElse, Log::FirstName},
+        {"log.nothing-else", "no other call is logged", NoOtherCall, Log::FirstName},
     };
 }

@@ -102,7 +102,7 @@ void WriteFiles(Host& host, int frames) {
 
 // ---- the state of the process
 
-void Untouched(Host& host) {
+void UntouchedByCalls(Host& host) {
     host.Load();
     Facts before = FactsOfProcess();
     host.CallBy([&before](const std::string& function, const std::function<void()>& call) {
@@ -565,7 +565,8 @@ void FullDisk(Host& host) {
 
 std::vector<Check> ProcessChecks() {
     return {
-        {"process.untouched", "no call changes locale, signals, umask, directory, environment, threads", Untouched},
+        {"process.untouched", "no call changes locale, signals, umask, directory, environment, threads",
+         UntouchedByCalls},
         {"process.loading", "loading and unloading change none of these either", UntouchedByLoading},
         {"process.silent", "nothing is written to stdout and stderr", Silent},
         {"process.descriptors", "descriptors are closed, also in programs that the host starts", Descriptors},

@@ -18,7 +18,7 @@ namespace {
 
 thread_local std::string t_LastError;
 
-void Take(void* object, int level, const char* format, va_list arguments) {
+[[gnu::format(printf, 3, 0)]] void Take(void* object, int level, const char* format, va_list arguments) {
     if (level > AV_LOG_WARNING) return;
     const AVClass* const kind = object != nullptr ? *static_cast<AVClass**>(object) : nullptr;
     if (kind != nullptr && std::strcmp(kind->class_name, "AVFormatContext") == 0) {

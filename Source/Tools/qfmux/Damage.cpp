@@ -7,9 +7,10 @@
 #include <set>
 #include <string>
 
-namespace {
+#include "LossText.h"
+#include "TimeLine.h"
 
-constexpr std::int64_t kSecond = 10000000; // 100 ns
+namespace {
 
 struct Findings {
     std::int64_t m_Length = 0;   // of the frames read, 100 ns
@@ -37,10 +38,6 @@ bool IsShort(const Findings& findings) {
     return missing > (isDamaged ? kSecond / 4 : std::max(kSecond, findings.m_Promised / 10));
 }
 
-std::string Counted(int count, const std::string& what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 std::string Words(const Findings& findings) {
     std::string words;
     const auto add = [&words](const std::string& more) { words += (words.empty() ? "" : ", ") + more; };
@@ -56,18 +53,19 @@ std::string Words(const Findings& findings) {
     }
     if (!findings.m_Failure.empty()) words += " (" + findings.m_Failure + ")";
     if (findings.m_Packets > 0) {
-        add("has " + Counted(findings.m_Packets, "damaged packet"));
+        add("has " + Counted(static_cast<std::size_t>(findings.m_Packets), "damaged packet"));
     } else if (findings.m_Others > 0 && words.empty()) {
-        add("is damaged in " + Counted(findings.m_Others, "place"));
+        add("is damaged in " + Counted(static_cast<std::size_t>(findings.m_Others), "place"));
     }
     if (findings.m_Gaps > 0) {
-        add("lacks " + seconds(findings.m_GapLength) + " of sound in " + Counted(findings.m_Gaps, "place"));
+        add("lacks " + seconds(findings.m_GapLength) + " of sound in " +
+            Counted(static_cast<std::size_t>(findings.m_Gaps), "place"));
     }
     return words;
 }
 
 void WarnOfConcealment(const Track& track, bool isVideo, RunReport& report) {
-    const int count = track.Reader().Concealed();
+    const auto count = static_cast<std::size_t>(track.Reader().Concealed());
     if (count == 0) return;
     report.Warn(track.Plan().m_pFile->Path() + " has " + Counted(count, isVideo ? "damaged picture" : "damaged piece") +
                 (isVideo ? "" : " of sound") + " that the decoder concealed or left out");

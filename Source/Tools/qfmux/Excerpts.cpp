@@ -12,14 +12,14 @@ namespace {
 
 constexpr std::int64_t kLength = 1000;         // ms
 constexpr std::int64_t kLeastDistance = 2000;  // ms
-constexpr std::size_t kMost = 6;               // the first second included
+constexpr std::size_t kMostExcerpts = 6;       // the first second included
 constexpr std::size_t kMostOctets = 32U << 20; // per track: a second of the highest disc bit rates takes half of this
 
 } // namespace
 
 Excerpts::Excerpts(bool hasVideo, std::int64_t length, bool videoIsMpeg4)
     : m_HasVideo(hasVideo), m_VideoIsMpeg4(videoIsMpeg4),
-      m_Distance(std::max(kLeastDistance, length / static_cast<std::int64_t>(kMost))) {}
+      m_Distance(std::max(kLeastDistance, length / static_cast<std::int64_t>(kMostExcerpts))) {}
 
 void Excerpts::Take(bool isVideo, const Frame& frame, std::int64_t time) {
     std::size_t size = 0;
@@ -36,7 +36,7 @@ void Excerpts::Take(bool isVideo, const Frame& frame, std::int64_t time) {
 }
 
 void Excerpts::Begin(std::int64_t time) {
-    if (m_All.size() == kMost) {
+    if (m_All.size() == kMostExcerpts) {
         for (auto excerpt = std::next(m_All.begin()); excerpt != m_All.end();) {
             excerpt = m_All.erase(excerpt);
             if (excerpt != m_All.end()) ++excerpt;

@@ -7,7 +7,7 @@
 namespace {
 
 // A decoder may hold back this many frames.
-constexpr int kMostPackets = 200;
+constexpr int kMostHeldBack = 200;
 
 } // namespace
 
@@ -32,7 +32,7 @@ AvPtr<AVFrame> DecodeFirstPicture(const MediaFile& file, const AVStream* stream)
     for (unsigned i = 0; i < context->nb_streams; ++i) {
         context->streams[i]->discard = static_cast<int>(i) == stream->index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     }
-    for (int i = 0; i < kMostPackets && av_read_frame(context.get(), packet.get()) >= 0; ++i) {
+    for (int i = 0; i < kMostHeldBack && av_read_frame(context.get(), packet.get()) >= 0; ++i) {
         if (packet->stream_index == stream->index) avcodec_send_packet(codec.get(), packet.get());
         av_packet_unref(packet.get());
         if (avcodec_receive_frame(codec.get(), picture.get()) == 0) return picture;

@@ -5,10 +5,10 @@
 #include <cstdio>
 
 #include "MatroskaHeader.h"
+#include "TimeLine.h"
 
 namespace {
 
-constexpr std::int64_t kSecond = 10000000;
 // Players round, and the last frame may be shown for a while.
 constexpr double kTolerance = 0.1; // s
 

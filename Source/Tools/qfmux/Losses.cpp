@@ -19,7 +19,7 @@ namespace {
 
 using Inputs = std::vector<std::shared_ptr<MediaFile>>;
 
-void Tell(Losses& losses, const char* kind, const std::string& text) {
+void Note(Losses& losses, const char* kind, const std::string& text) {
     losses.push_back({kind, text, LossWeight::Note});
 }
 
@@ -67,10 +67,10 @@ void TellOfFilm(const Inputs& inputs, const std::vector<const PlannedTrack*>& tr
     }
     for (const PlannedTrack* track : tracks) AddKeys(keys, track->m_pStream->metadata);
     if (chapters > 0) {
-        Tell(losses, "chapters", Counted(chapters, "chapter") + (chapters == 1 ? " is" : " are") + " left out");
+        Note(losses, "chapters", Counted(chapters, "chapter") + (chapters == 1 ? " is" : " are") + " left out");
     }
-    if (!titles.empty()) Tell(losses, "title", "the title is left out: " + Joined(titles));
-    if (!keys.empty()) Tell(losses, "tags", "tags are left out: " + Joined(keys));
+    if (!titles.empty()) Note(losses, "title", "the title is left out: " + Joined(titles));
+    if (!keys.empty()) Note(losses, "tags", "tags are left out: " + Joined(keys));
 }
 
 void TellOfTracks(const std::vector<const PlannedTrack*>& tracks, Losses& losses) {
@@ -93,9 +93,9 @@ void TellOfTracks(const std::vector<const PlannedTrack*>& tracks, Losses& losses
             if (const char* const name = av_disposition_to_string(flag)) flags.push_back(name + kind);
         }
     }
-    if (!languages.empty()) Tell(losses, "languages", "languages are left out: " + Joined(languages));
-    if (!names.empty()) Tell(losses, "track names", "track names are left out: " + Joined(names));
-    if (!flags.empty()) Tell(losses, "flags", "track flags are left out: " + Joined(flags));
+    if (!languages.empty()) Note(losses, "languages", "languages are left out: " + Joined(languages));
+    if (!names.empty()) Note(losses, "track names", "track names are left out: " + Joined(names));
+    if (!flags.empty()) Note(losses, "flags", "track flags are left out: " + Joined(flags));
 }
 
 } // namespace

@@ -9,16 +9,16 @@
 
 namespace {
 
-constexpr std::uint64_t kEbml = 0x1A45DFA3;
-constexpr std::uint64_t kSegment = 0x18538067;
-constexpr std::uint64_t kCluster = 0x1F43B675;
-constexpr std::uint64_t kInfo = 0x1549A966;
-constexpr std::uint64_t kTimestampScale = 0x2AD7B1;
-constexpr std::uint64_t kDuration = 0x4489;
-constexpr std::uint64_t kTracks = 0x1654AE6B;
-constexpr std::uint64_t kTrackEntry = 0xAE;
-constexpr std::uint64_t kVideo = 0xE0;
-constexpr std::uint64_t kPixelCrops[] = {0x54AA, 0x54BB, 0x54CC, 0x54DD};
+constexpr std::uint64_t kEbmlId = 0x1A45DFA3;
+constexpr std::uint64_t kSegmentId = 0x18538067;
+constexpr std::uint64_t kClusterId = 0x1F43B675;
+constexpr std::uint64_t kInfoId = 0x1549A966;
+constexpr std::uint64_t kTimestampScaleId = 0x2AD7B1;
+constexpr std::uint64_t kDurationId = 0x4489;
+constexpr std::uint64_t kTracksId = 0x1654AE6B;
+constexpr std::uint64_t kTrackEntryId = 0xAE;
+constexpr std::uint64_t kVideoId = 0xE0;
+constexpr std::uint64_t kPixelCropIds[] = {0x54AA, 0x54BB, 0x54CC, 0x54DD};
 
 constexpr int kMostElements = 10000; // few elements precede the frames
 
@@ -94,34 +94,34 @@ MatroskaHeader ReadMatroskaHeader(const std::string& path) {
     double ticks = 0;
     std::uint64_t scale = 1000000; // ns in a tick
     const auto visitInfo = [&](std::uint64_t identifier, std::uint64_t end) {
-        if (identifier == kTimestampScale) scale = elements.Unsigned(end);
-        if (identifier == kDuration) ticks = elements.Float(end);
+        if (identifier == kTimestampScaleId) scale = elements.Unsigned(end);
+        if (identifier == kDurationId) ticks = elements.Float(end);
         return true;
     };
     const auto visitVideo = [&](std::uint64_t identifier, std::uint64_t end) {
-        for (const std::uint64_t crop : kPixelCrops) {
+        for (const std::uint64_t crop : kPixelCropIds) {
             if (identifier == crop && elements.Unsigned(end) > 0) header.m_Crops.back() = true;
         }
         return true;
     };
     const auto visitTrack = [&](std::uint64_t identifier, std::uint64_t end) {
-        if (identifier != kVideo) return true;
+        if (identifier != kVideoId) return true;
         header.m_Crops.push_back(false);
         elements.Each(end, visitVideo);
         return true;
     };
     const auto visitTracks = [&](std::uint64_t identifier, std::uint64_t end) {
-        if (identifier == kTrackEntry) elements.Each(end, visitTrack);
+        if (identifier == kTrackEntryId) elements.Each(end, visitTrack);
         return true;
     };
     const auto visitSegment = [&](std::uint64_t identifier, std::uint64_t end) {
-        if (identifier == kInfo) elements.Each(end, visitInfo);
-        if (identifier == kTracks) elements.Each(end, visitTracks);
-        return identifier != kCluster;
+        if (identifier == kInfoId) elements.Each(end, visitInfo);
+        if (identifier == kTracksId) elements.Each(end, visitTracks);
+        return identifier != kClusterId;
     };
     elements.Each(std::numeric_limits<std::int64_t>::max(), [&](std::uint64_t identifier, std::uint64_t end) {
-        if (identifier == kSegment) elements.Each(end, visitSegment);
-        return identifier == kEbml;
+        if (identifier == kSegmentId) elements.Each(end, visitSegment);
+        return identifier == kEbmlId;
     });
     header.m_Duration = ticks * static_cast<double>(scale) / 1e9;
     return header;

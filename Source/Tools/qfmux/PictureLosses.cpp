@@ -18,7 +18,7 @@ extern "C" {
 
 namespace {
 
-void Tell(Losses& losses, const char* kind, const std::string& text) {
+void Warn(Losses& losses, const char* kind, const std::string& text) {
     losses.push_back({kind, text, LossWeight::Warning});
 }
 
@@ -91,7 +91,7 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
     if (hasColours) {
         const std::vector<std::string> lost = LostColours(*declared, picture.get());
         if (!lost.empty()) {
-            Tell(losses, "colour",
+            Warn(losses, "colour",
                  "colour data that is not in the frames is lost: " + Joined(lost) + "; players will guess it");
         }
     }
@@ -101,10 +101,10 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
     }
     if (hasLight && !Has(picture.get(), AV_FRAME_DATA_CONTENT_LIGHT_LEVEL)) lost.emplace_back("content light level");
     if (!lost.empty()) {
-        Tell(losses, "HDR", "HDR data that is not in the frames is lost: " + Joined(lost));
+        Warn(losses, "HDR", "HDR data that is not in the frames is lost: " + Joined(lost));
     }
     if (isStereo && !Has(picture.get(), AV_FRAME_DATA_STEREO3D)) {
-        Tell(losses, "stereo 3D",
+        Warn(losses, "stereo 3D",
              std::string("stereo 3D (") + av_stereo3d_type_name(stereo->type) +
                  ") is lost: players will show the two views as one picture");
     }
@@ -114,7 +114,7 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
 void TellOfEncodedColours(const PlannedTrack& video, Losses& losses) {
     const AVCodecParameters& parameters = *video.m_pStream->codecpar;
     if (HasStereo(video.m_pStream)) {
-        Tell(losses, "stereo 3D", "stereo 3D is lost: players will show the two views as one picture");
+        Warn(losses, "stereo 3D", "stereo 3D is lost: players will show the two views as one picture");
     }
     const bool isHdr = parameters.color_trc == AVCOL_TRC_SMPTE2084 || parameters.color_trc == AVCOL_TRC_ARIB_STD_B67;
     if (video.m_Encoding->m_pTarget->m_Codec == AV_CODEC_ID_H264 || isHdr || !TellsColours(parameters)) return;
@@ -164,18 +164,18 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
     const AVStream* const stream = video.m_pStream;
     const bool isEncoded = video.m_Encoding.has_value();
     if (plan.m_Aspect && !plan.WritesAspect()) {
-        Tell(losses, "aspect",
+        Warn(losses, "aspect",
              "the display aspect " + std::to_string(plan.m_Aspect->m_X) + ":" + std::to_string(plan.m_Aspect->m_Y) +
                  " is lost: players will show square pixels");
     }
     if (const std::string turn = TurnText(stream); !turn.empty() && !isEncoded) {
-        Tell(losses, "rotation", "the " + turn + " is lost: players will show the pictures as they were recorded");
+        Warn(losses, "rotation", "the " + turn + " is lost: players will show the pictures as they were recorded");
     }
     if (HasCrop(video)) {
-        Tell(losses, "cropping", "the cropping is lost: players will show the edges of the pictures too");
+        Warn(losses, "cropping", "the cropping is lost: players will show the edges of the pictures too");
     }
     if (HasAlpha(stream)) {
-        Tell(losses, "transparency", "transparency is lost: players will show the pictures opaque");
+        Warn(losses, "transparency", "transparency is lost: players will show the pictures opaque");
     }
     if (isEncoded) {
         TellOfEncodedColours(video, losses);
@@ -183,21 +183,21 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
         TellOfColours(video, losses);
     }
     if (HasSideData(stream, AV_PKT_DATA_DOVI_CONF)) {
-        Tell(losses, "Dolby Vision", "the Dolby Vision configuration is lost: players will show the base layer");
+        Warn(losses, "Dolby Vision", "the Dolby Vision configuration is lost: players will show the base layer");
     }
     if (HasSideData(stream, AV_PKT_DATA_ICC_PROFILE)) {
-        Tell(losses, "colour profile", "the ICC colour profile is lost");
+        Warn(losses, "colour profile", "the ICC colour profile is lost");
     }
     if (const auto* const spherical = SideData<AVSphericalMapping>(stream, AV_PKT_DATA_SPHERICAL)) {
-        Tell(losses, "projection",
+        Warn(losses, "projection",
              std::string("the spherical projection (") + av_spherical_projection_name(spherical->projection) +
                  ") is lost: players will show the pictures flat");
     }
     const bool isInterlaced = stream->codecpar->field_order > AV_FIELD_PROGRESSIVE;
     if (isEncoded && isInterlaced && !video.m_Encoding->m_Deinterlaces) {
-        Tell(losses, "field order",
+        Warn(losses, "field order",
              "the pictures are interlaced and encoded as they are: --deinterlace deinterlaces them");
     } else if (!isEncoded && isInterlaced && !FramesTellFields(stream->codecpar->codec_id)) {
-        Tell(losses, "field order", "the field order is lost: players will show the pictures without deinterlacing");
+        Warn(losses, "field order", "the field order is lost: players will show the pictures without deinterlacing");
     }
 }

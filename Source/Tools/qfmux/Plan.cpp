@@ -23,7 +23,7 @@ std::vector<std::string> Codes(const EncoderEntry* list) {
     return codes;
 }
 
-std::string Joined(const std::vector<std::string>& words) {
+std::string Quoted(const std::vector<std::string>& words) {
     std::string text;
     for (const std::string& word : words) text += (text.empty() ? "'" : ", '") + word + "'";
     return text.empty() ? "none" : text;
@@ -50,7 +50,7 @@ const FileFormatInfo& ChooseFormat(const Options& options, const FileFormatInfo*
     }
     known.erase(std::unique(known.begin(), known.end()), known.end());
     throw ToolError(kExitUsage, "choose the output format with --format or by the file name's extension, one of " +
-                                    Joined(known) + ": '" + options.m_Output + "'");
+                                    Quoted(known) + ": '" + options.m_Output + "'");
 }
 
 using Inputs = std::vector<std::shared_ptr<MediaFile>>;
@@ -140,7 +140,7 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
     }
     const std::string hint =
         std::string(" (--encode auto converts it") + (isAlone ? ")" : ", --no-" + kind + " leaves it out)");
-    const std::string takes = "format '" + format + "' lists " + Joined(Codes(list));
+    const std::string takes = "format '" + format + "' lists " + Quoted(Codes(list));
     if (choice.m_FourCC == 0) {
         throw ToolError(kExitError, kind + " codec " + codec + " cannot be written: it has no four-character code; " +
                                         takes + hint);
@@ -327,8 +327,8 @@ std::string FormatsAsText(const FileFormatInfo* formats) {
     std::string text;
     for (; formats->fourCC != 0; ++formats) {
         text += "'" + FourCCText(formats->fourCC) + "' " + Narrow(formats->extension) + " (" +
-                Narrow(formats->description) + "): video " + Joined(Codes(formats->videoEncoders)) + "; audio " +
-                Joined(Codes(formats->audioEncoders)) + "\n";
+                Narrow(formats->description) + "): video " + Quoted(Codes(formats->videoEncoders)) + "; audio " +
+                Quoted(Codes(formats->audioEncoders)) + "\n";
     }
     return text;
 }

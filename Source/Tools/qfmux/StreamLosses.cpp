@@ -32,8 +32,8 @@ struct StreamKind {
     const char* m_Name; // singular
     const char* m_Reason;
 };
-constexpr StreamKind kVideo = {"video", "video stream", "the file holds one"};
-constexpr StreamKind kAudio = {"audio", "audio stream", "the file holds one"};
+constexpr StreamKind kMoreVideo = {"video", "video stream", "the file holds one"};
+constexpr StreamKind kMoreAudio = {"audio", "audio stream", "the file holds one"};
 constexpr StreamKind kUnknownVideo = {"video", "video stream", "its size is not known"};
 constexpr StreamKind kUnknownAudio = {"audio", "audio stream", "its sample rate is not known"};
 constexpr StreamKind kSubtitles = {"subtitles", "subtitle stream", "the file holds only video and audio"};
@@ -45,9 +45,9 @@ const StreamKind& KindOf(const AVStream& stream) {
     const bool isKnown = MediaFile::IsKnown(&stream);
     switch (stream.codecpar->codec_type) {
     case AVMEDIA_TYPE_VIDEO:
-        return IsCover(stream) ? kCover : isKnown ? kVideo : kUnknownVideo;
+        return IsCover(stream) ? kCover : isKnown ? kMoreVideo : kUnknownVideo;
     case AVMEDIA_TYPE_AUDIO:
-        return isKnown ? kAudio : kUnknownAudio;
+        return isKnown ? kMoreAudio : kUnknownAudio;
     case AVMEDIA_TYPE_SUBTITLE:
         return kSubtitles;
     case AVMEDIA_TYPE_ATTACHMENT:
@@ -102,7 +102,7 @@ private:
         const auto asked = [](bool isAsked) { return isAsked ? LossWeight::AsAsked : LossWeight::Warning; };
         if (&kind == &kSubtitles) return asked(m_Options.m_NoSubtitles);
         if (&kind == &kData) return asked(m_Options.m_NoData);
-        const bool isVideo = &kind == &kVideo || &kind == &kUnknownVideo;
+        const bool isVideo = &kind == &kMoreVideo || &kind == &kUnknownVideo;
         const std::optional<PlannedTrack>& chosen = isVideo ? m_Plan.m_Video : m_Plan.m_Audio;
         return asked((isVideo ? m_Options.m_NoVideo : m_Options.m_NoAudio) ||
                      (isVideo ? m_Options.m_VideoIndex : m_Options.m_AudioIndex) ||

@@ -12,7 +12,6 @@ extern "C" {
 
 namespace {
 
-constexpr std::int64_t kSecond = 10000000; // 100 ns
 constexpr std::int64_t kNear = 10 * kSecond;
 
 } // namespace

@@ -8,10 +8,13 @@
 
 extern "C" {
 #include <libavcodec/packet.h>
+#include <libavutil/avutil.h>
 #include <libavutil/rational.h>
 }
 
-constexpr AVRational kHostTimeBase = {1, 10000000}; // 100 ns
+constexpr AVRational kHostTimeBase = {1, 10000000};   // 100 ns
+constexpr AVRational kAvTimeBase = {1, AV_TIME_BASE}; // microseconds
+constexpr std::int64_t kSecond = kHostTimeBase.den;
 // 3,653 years: sums and differences of such times stay within 64 bits for any time stamps of a damaged file.
 constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
 // The largest number of H.264 pictures that wait between decoding and presentation.

@@ -92,7 +92,7 @@ std::int64_t StreamEncoder::TickOf(std::int64_t time) const {
     AVRational fine = m_Codec->time_base;
     const int bits = std::clamp(29 - static_cast<int>(std::log2(fine.den)), 0, 16);
     fine.den <<= bits;
-    const std::int64_t origin = av_rescale_q(m_Origin, AV_TIME_BASE_Q, m_GraphTimeBase);
+    const std::int64_t origin = av_rescale_q(m_Origin, kAvTimeBase, m_GraphTimeBase);
     const double tick = static_cast<double>(av_rescale_q(time - origin, m_GraphTimeBase, fine)) / (1 << bits);
     return std::llrint(tick + (tick > 0 ? 1.0 : -1.0) / (1 << 17));
 }

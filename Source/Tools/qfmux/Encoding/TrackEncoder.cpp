@@ -40,7 +40,7 @@ void TrackEncoder::Feed() {
     AVFrame& frame = *m_Decoded;
     bool isThere = !m_SourceHasEnded && SignalGuard::Caught() == 0 && m_Decoder.Next(frame);
     if (isThere) {
-        const std::int64_t start = HostTime(m_Origin, AV_TIME_BASE_Q);
+        const std::int64_t start = HostTime(m_Origin, kAvTimeBase);
         isThere = HostTime(frame.pts, m_Decoder.TimeBase()) - start < m_Encoding.m_Length;
     }
     if (isThere) {
