@@ -17,9 +17,11 @@ constexpr double kTolerance = 0.1; // s
 void FrameLosses::Add(bool isVideo, bool isKey, std::int64_t start, std::int64_t end) {
     m_Length = std::max(m_Length, end);
     if (!isVideo) return;
-    m_HasVideo = true;
-    m_LongestGap = std::max(m_LongestGap, start - m_LastKey);
-    if (isKey) m_LastKey = start;
+    const std::int64_t cluster = ClusterOf(ToMilliseconds(start));
+    if (!isKey && !m_WaitSince && cluster > m_Cluster) m_WaitSince = start;
+    if (m_WaitSince) m_LongestWait = std::max(m_LongestWait, (isKey ? start : end) - *m_WaitSince);
+    if (isKey) m_WaitSince.reset();
+    m_Cluster = std::max(m_Cluster, cluster);
 }
 
 Losses FrameLosses::Tell(const std::string& path, bool isWebm) const {
@@ -32,10 +34,10 @@ Losses FrameLosses::Tell(const std::string& path, bool isWebm) const {
                       told, length);
         losses.push_back({"length", text, LossWeight::Note});
     }
-    if (isWebm && m_HasVideo && m_LongestGap > kSecond) {
+    if (isWebm && m_LongestWait > kSecond) {
         std::snprintf(text, sizeof text,
-                      "after a seek, players may show nothing for up to %.1f s, the longest distance of key frames",
-                      static_cast<double>(m_LongestGap) / kSecond);
+                      "after a seek, players may show nothing for up to %.1f s, until the next key frame",
+                      static_cast<double>(m_LongestWait) / kSecond);
         losses.push_back({"seeking", text, LossWeight::Note});
     }
     return losses;

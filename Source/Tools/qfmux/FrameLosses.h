@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "LossText.h"
@@ -14,12 +15,13 @@ public:
 
     // How long the film is, 100 ns.
     std::int64_t Length() const { return m_Length; }
-    // path: of the finished file. isWebm: readers seek to any frame in it, and not to a key frame.
+    // path: of the finished file. isWebm: readers seek to the first picture of a cluster, whether it is a key frame or
+    // not.
     Losses Tell(const std::string& path, bool isWebm) const;
 
 private:
     std::int64_t m_Length = 0;
-    std::int64_t m_LastKey = 0;
-    std::int64_t m_LongestGap = 0; // between key frames
-    bool m_HasVideo = false;
+    std::int64_t m_Cluster = -1;             // of the last picture
+    std::optional<std::int64_t> m_WaitSince; // the first picture after a seek, until there is a key frame
+    std::int64_t m_LongestWait = 0;          // for a key frame after a seek
 };

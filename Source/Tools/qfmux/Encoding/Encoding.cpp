@@ -23,15 +23,20 @@ std::string Text(double value) {
 }
 
 // Scales of 0 to 100 to those of the encoders, whose best value is the least.
-AvOptions RateOptions(const Target& target, const Options& options) {
+AvOptions RateOptions(const Target& target, const MediaFile& file, AVStream* stream, const Options& options) {
     if (options.m_VideoBitrate > 0) return {{"b", std::to_string(options.m_VideoBitrate)}};
     const double quality = options.m_Quality.value_or(kUsualQuality);
     switch (target.m_Codec) {
     case AV_CODEC_ID_H264:
         return {{"crf", Text(41 - 0.3 * quality)}};
-    case AV_CODEC_ID_VP8:
-        // A bit rate of 0 leaves the rate to the quality.
-        return {{"crf", std::to_string(std::lround(45 - 0.4 * quality))}, {"b", "0"}};
+    case AV_CODEC_ID_VP8: {
+        // The encoder needs a bit rate, which is never exceeded. This one leaves the rate to the quality.
+        constexpr double kBitsOfPixel = 0.4;
+        const AVCodecParameters& parameters = *stream->codecpar;
+        const double rate = kBitsOfPixel * parameters.width * parameters.height * file.FrameRate(stream);
+        return {{"crf", std::to_string(std::max(4L, std::lround(38 - 0.4 * quality)))},
+                {"b", std::to_string(std::lround(std::clamp(rate, 2e5, 1e8)))}};
+    }
     default: {
         const long scale = std::lround(1 + (100 - quality) / 10);
         return {{"flags", "+qscale"}, {"global_quality", std::to_string(scale * FF_QP2LAMBDA)}};
@@ -39,14 +44,14 @@ AvOptions RateOptions(const Target& target, const Options& options) {
     }
 }
 
-AvOptions PictureOptions(const Target& target, const Options& options) {
-    AvOptions usual = RateOptions(target, options);
+AvOptions PictureOptions(const Target& target, const MediaFile& file, AVStream* stream, const Options& options) {
+    AvOptions usual = RateOptions(target, file, stream, options);
     switch (target.m_Codec) {
     case AV_CODEC_ID_H264:
         usual.insert({{"preset", "medium"}});
         break;
     case AV_CODEC_ID_VP8:
-        usual.insert({{"deadline", "good"}, {"cpu-used", "2"}});
+        usual.insert({{"deadline", "good"}, {"cpu-used", "4"}});
         break;
     case AV_CODEC_ID_MPEG2VIDEO:
         usual.insert({{"g", "15"}, {"bf", "2"}});
@@ -101,7 +106,8 @@ Encoding PlanEncoding(const MediaFile& file, AVStream* stream, const Target& tar
     const AvOptions own = ParseAvOptions(isVideo ? options.m_VideoOptions : options.m_AudioOptions, name);
     CheckNames(target, own, name);
     AvOptions all = own;
-    AvOptions usual = isVideo ? PictureOptions(target, options) : SoundOptions(target, *stream->codecpar, options);
+    AvOptions usual =
+        isVideo ? PictureOptions(target, file, stream, options) : SoundOptions(target, *stream->codecpar, options);
     if (SetsRate(own)) {
         for (const char* const rate : {"b", "crf", "flags", "global_quality"}) usual.erase(rate);
     }
