@@ -74,11 +74,6 @@ bool FilterGraph::Pull(AVFrame& frame) {
     return true;
 }
 
-void FilterGraph::SetFrameSize(int samples) {
-    m_FrameSize = samples;
-    if (samples > 0) av_buffersink_set_frame_size(m_pOut, static_cast<unsigned>(samples));
-}
-
 AVRational FilterGraph::TimeBase() const { return av_buffersink_get_time_base(m_pOut); }
 AVRational FilterGraph::FrameRate() const { return av_buffersink_get_frame_rate(m_pOut); }
 AVRational FilterGraph::PixelAspect() const { return av_buffersink_get_sample_aspect_ratio(m_pOut); }
@@ -149,7 +144,7 @@ void FilterGraph::Configure(const AVFrame& frame) {
     Check(avfilter_graph_parse_ptr(graph.get(), filter.c_str(), &inputs.m_pEnd, &outputs.m_pEnd, nullptr));
     Check(avfilter_graph_config(graph.get(), nullptr));
     m_Graph = std::move(graph);
-    SetFrameSize(m_FrameSize);
+    if (m_FrameSize > 0) av_buffersink_set_frame_size(m_pOut, static_cast<unsigned>(m_FrameSize));
     m_Like = NewAvFrame();
     m_Like->format = frame.format;
     m_Like->width = frame.width;

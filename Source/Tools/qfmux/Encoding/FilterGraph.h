@@ -18,8 +18,8 @@ public:
     void Push(AVFrame* frame);
     // The next filtered frame; false when the graph needs more.
     bool Pull(AVFrame& frame);
-    // Makes all frames of sound but the last that long, in samples.
-    void SetFrameSize(int samples);
+    // Before the first frame: makes all frames of sound but the last that long, in samples; 0 for any length.
+    void SetFrameSize(int samples) { m_FrameSize = samples; }
 
     // After the first frame: properties of the output.
     AVRational TimeBase() const;

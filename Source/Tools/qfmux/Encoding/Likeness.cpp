@@ -25,7 +25,8 @@ void Check(int result) {
 }
 
 std::size_t MinuteOf(std::int64_t time, AVRational timeBase) {
-    return static_cast<std::size_t>(std::clamp<std::int64_t>(av_rescale_q(time, timeBase, {60, 1}), 0, 100000));
+    return static_cast<std::size_t>(
+        std::clamp<std::int64_t>(av_rescale_q_rnd(time, timeBase, {60, 1}, AV_ROUND_DOWN), 0, 100000));
 }
 
 // Sums for the mean of each minute.
@@ -112,8 +113,9 @@ private:
 // The mean power of a stream's samples.
 class Power {
 public:
-    explicit Power(AVRational timeBase)
-        : m_TimeBase(timeBase), m_Graph("aformat=sample_fmts=flt", AVMEDIA_TYPE_AUDIO, timeBase, {0, 1}) {}
+    Power(AVRational timeBase, std::int64_t origin)
+        : m_TimeBase(timeBase), m_Origin(origin),
+          m_Graph("aformat=sample_fmts=flt", AVMEDIA_TYPE_AUDIO, timeBase, {0, 1}) {}
 
     void Take(const AVFrame& frame) {
         const AvPtr<AVFrame> copy(av_frame_clone(&frame));
@@ -136,19 +138,20 @@ private:
             const int count = frame->nb_samples * frame->ch_layout.nb_channels;
             double sum = 0;
             for (int i = 0; i < count; ++i) sum += static_cast<double>(samples[i]) * samples[i];
-            m_Means.Add(MinuteOf(frame->pts, m_TimeBase), sum, count);
+            m_Means.Add(MinuteOf(frame->pts - m_Origin, m_TimeBase), sum, count);
             av_frame_unref(frame.get());
         }
     }
 
     const AVRational m_TimeBase;
+    const std::int64_t m_Origin;
     FilterGraph m_Graph;
     Means m_Means;
 };
 
 class SoundLikeness : public Likeness {
 public:
-    explicit SoundLikeness(AVRational timeBase) : m_Source(timeBase), m_Result(timeBase) {}
+    SoundLikeness(AVRational timeBase, std::int64_t origin) : m_Source(timeBase, origin), m_Result(timeBase, origin) {}
 
     void TakeSource(const AVFrame& frame) override { m_Source.Take(frame); }
     void TakeResult(const AVFrame& frame) override { m_Result.Take(frame); }
@@ -171,7 +174,9 @@ std::unique_ptr<Likeness> Likeness::OfPictures(AVRational timeBase) {
     return std::make_unique<PictureLikeness>(timeBase);
 }
 
-std::unique_ptr<Likeness> Likeness::OfSound(AVRational timeBase) { return std::make_unique<SoundLikeness>(timeBase); }
+std::unique_ptr<Likeness> Likeness::OfSound(AVRational timeBase, std::int64_t origin) {
+    return std::make_unique<SoundLikeness>(timeBase, origin);
+}
 
 std::string OutOfLine(const std::vector<LikeMinute>& minutes, bool arePictures) {
     constexpr double kLeastSimilarity = 0.85;

@@ -20,7 +20,8 @@ class Likeness {
 public:
     // timeBase: of the frames' times.
     static std::unique_ptr<Likeness> OfPictures(AVRational timeBase);
-    static std::unique_ptr<Likeness> OfSound(AVRational timeBase);
+    // origin: the time that counts as 0.
+    static std::unique_ptr<Likeness> OfSound(AVRational timeBase, std::int64_t origin);
     virtual ~Likeness() = default;
 
     // Takes what the encoder is given, and what a decoder makes of it, each in the order of their times. Frames wait

@@ -32,7 +32,9 @@ StreamEncoder::StreamEncoder(const Encoding& encoding, const FilterGraph& graph,
     }
     Open();
     if (!encoding.m_IsCompared) return;
-    m_Likeness = first != nullptr ? Likeness::OfPictures(m_Codec->time_base) : Likeness::OfSound(m_Codec->time_base);
+    const AVRational timeBase = m_Codec->time_base;
+    m_Likeness = first != nullptr ? Likeness::OfPictures(timeBase)
+                                  : Likeness::OfSound(timeBase, av_rescale_q(origin, kAvTimeBase, timeBase));
 }
 
 void StreamEncoder::PrepareVideo(const FilterGraph& graph, const AVFrame& first) {
@@ -141,7 +143,8 @@ bool StreamEncoder::Pull(Frame& frame) {
     if (m_Codec->codec_type == AVMEDIA_TYPE_VIDEO) {
         SetVideoTimes(frame);
     } else {
-        frame.m_Presentation = frame.m_Decode = HostTime(packet.pts, m_Codec->time_base);
+        frame.m_Presentation = frame.m_Decode =
+            HostTime(packet.pts - m_Encoding.m_pTarget->m_Delay, m_Codec->time_base);
         const std::int64_t samples = packet.duration > 0 ? packet.duration : std::max(1, m_Codec->frame_size);
         frame.m_Duration = static_cast<std::int32_t>(HostTime(samples, m_Codec->time_base));
     }

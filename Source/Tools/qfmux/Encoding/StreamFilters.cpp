@@ -107,7 +107,7 @@ StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Targ
             filters.m_Notes.emplace_back("one row or column of pixels is cut off: the codec needs even sizes");
         }
     }
-    Append(chain, std::string("format=") + target.m_Pixels);
+    Append(chain, std::string("format=") + target.m_Formats);
     return filters;
 }
 
@@ -119,15 +119,16 @@ StreamFilters SoundFilters(const Target& target, const Options& options) {
                    [](AVSampleFormat one) { return std::string(av_get_sample_fmt_name(one)); });
         AppendList(wanted, "sample_rates", encoder->supported_samplerates, 0,
                    [](int one) { return std::to_string(one); });
-        if (encoder->ch_layouts != nullptr) {
-            std::string layouts;
+        std::string layouts = target.m_Formats != nullptr ? target.m_Formats : "";
+        if (layouts.empty() && encoder->ch_layouts != nullptr) {
             for (const AVChannelLayout* one = encoder->ch_layouts; one->nb_channels != 0; ++one) {
                 layouts += (layouts.empty() ? "" : "|") + LayoutText(*one);
             }
-            wanted += (wanted.empty() ? "aformat=" : ":") + std::string("channel_layouts=") + layouts;
         }
+        if (!layouts.empty()) wanted += (wanted.empty() ? "aformat=" : ":") + ("channel_layouts=" + layouts);
     }
     Append(filters.m_Text, options.m_AudioFilter);
     Append(filters.m_Text, wanted.empty() ? "anull" : wanted);
+    if (target.m_Delay > 0) Append(filters.m_Text, "apad=pad_len=" + std::to_string(target.m_Delay));
     return filters;
 }

@@ -9,21 +9,26 @@ namespace {
 constexpr AVMediaType kVideo = AVMEDIA_TYPE_VIDEO;
 constexpr AVMediaType kAudio = AVMEDIA_TYPE_AUDIO;
 
+// Those of ISO/IEC 14496-3, and those that decoders recognise in a program config element.
+constexpr const char* kAacLayouts = "mono|stereo|2.1|3.0|3.0(back)|4.0|quad|quad(side)|5.0|5.1|7.1";
+// Vorbis I, 4.3.9: each number of channels has one layout.
+constexpr const char* kVorbisLayouts = "mono|stereo|3.0|quad|5.0|5.1|6.1|7.1";
+
 constexpr Target kTargets[] = {
-    {"h264", kVideo, AV_CODEC_ID_H264, MakeFourCC("H264"), "libx264", "yuv420p", true},
-    {"havc", kVideo, AV_CODEC_ID_H264, MakeFourCC("havc"), "libx264", "yuv420p", true},
-    {"vp8", kVideo, AV_CODEC_ID_VP8, MakeFourCC("VP8 "), "libvpx", "yuv420p", false},
-    {"mpeg4", kVideo, AV_CODEC_ID_MPEG4, MakeFourCC("MP4V"), "mpeg4", "yuv420p", true},
-    {"xvid", kVideo, AV_CODEC_ID_MPEG4, MakeFourCC("Xvid"), "libxvid", "yuv420p", true},
-    {"mpeg2", kVideo, AV_CODEC_ID_MPEG2VIDEO, MakeFourCC("MP2V"), "mpeg2video", "yuv420p", true},
-    {"mpeg1", kVideo, AV_CODEC_ID_MPEG1VIDEO, MakeFourCC("MP1V"), "mpeg1video", "yuv420p", true},
-    {"aac", kAudio, AV_CODEC_ID_AAC, MakeFourCC("AAC "), "aac", nullptr, false},
-    {"ac3", kAudio, AV_CODEC_ID_AC3, MakeFourCC("AC3 "), "ac3", nullptr, false},
-    {"mp3", kAudio, AV_CODEC_ID_MP3, MakeFourCC("MP3 "), "libmp3lame", nullptr, false},
-    {"mp2", kAudio, AV_CODEC_ID_MP2, MakeFourCC("MP2A"), "mp2", nullptr, false},
-    {"dts", kAudio, AV_CODEC_ID_DTS, MakeFourCC("DTS "), "dca", nullptr, false},
-    {"pcm", kAudio, AV_CODEC_ID_PCM_S16LE, MakeFourCC("PCM "), "pcm_s16le", nullptr, false},
-    {"vorbis", kAudio, AV_CODEC_ID_VORBIS, MakeFourCC("VBIS"), "libvorbis", nullptr, false},
+    {"h264", kVideo, AV_CODEC_ID_H264, MakeFourCC("H264"), "libx264", "yuv420p", true, 0},
+    {"havc", kVideo, AV_CODEC_ID_H264, MakeFourCC("havc"), "libx264", "yuv420p", true, 0},
+    {"vp8", kVideo, AV_CODEC_ID_VP8, MakeFourCC("VP8 "), "libvpx", "yuv420p", false, 0},
+    {"mpeg4", kVideo, AV_CODEC_ID_MPEG4, MakeFourCC("MP4V"), "mpeg4", "yuv420p", true, 0},
+    {"xvid", kVideo, AV_CODEC_ID_MPEG4, MakeFourCC("Xvid"), "libxvid", "yuv420p", true, 0},
+    {"mpeg2", kVideo, AV_CODEC_ID_MPEG2VIDEO, MakeFourCC("MP2V"), "mpeg2video", "yuv420p", true, 0},
+    {"mpeg1", kVideo, AV_CODEC_ID_MPEG1VIDEO, MakeFourCC("MP1V"), "mpeg1video", "yuv420p", true, 0},
+    {"aac", kAudio, AV_CODEC_ID_AAC, MakeFourCC("AAC "), "aac", kAacLayouts, false, 0},
+    {"ac3", kAudio, AV_CODEC_ID_AC3, MakeFourCC("AC3 "), "ac3", nullptr, false, 0},
+    {"mp3", kAudio, AV_CODEC_ID_MP3, MakeFourCC("MP3 "), "libmp3lame", nullptr, false, 0},
+    {"mp2", kAudio, AV_CODEC_ID_MP2, MakeFourCC("MP2A"), "mp2", nullptr, false, 0},
+    {"dts", kAudio, AV_CODEC_ID_DTS, MakeFourCC("DTS "), "dca", nullptr, false, 512},
+    {"pcm", kAudio, AV_CODEC_ID_PCM_S16LE, MakeFourCC("PCM "), "pcm_s16le", nullptr, false, 0},
+    {"vorbis", kAudio, AV_CODEC_ID_VORBIS, MakeFourCC("VBIS"), "libvorbis", kVorbisLayouts, false, 0},
 };
 
 const char* UsualName(AVMediaType type, FourCC format) {

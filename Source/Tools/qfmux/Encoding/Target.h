@@ -18,8 +18,10 @@ struct Target {
     AVCodecID m_Codec;
     FourCC m_FourCC;       // the plug-in's code
     const char* m_Encoder; // libavcodec's name
-    const char* m_Pixels;  // pixel formats that players of this codec know, separated by |; null for sound
+    // Pixel formats or channel layouts that players of this codec know, separated by |; null for all of the encoder's.
+    const char* m_Formats;
     bool m_NeedsEvenSides; // of its pictures, since chroma has half the resolution
+    int m_Delay;           // samples by which the encoder is late without saying so
 };
 
 // The target with this name, or the usual one of the format if the name is empty. Null if there is none.

@@ -22,7 +22,8 @@ TrackEncoder::TrackEncoder(std::shared_ptr<PacketSource> source, int streamIndex
     : FrameSource(std::move(source), streamIndex), m_Encoding(encoding),
       m_IsVideo(encoding.m_pTarget->m_Type == AVMEDIA_TYPE_VIDEO), m_Decoder(Source(), Stream()),
       m_Graph(encoding.m_Filter, encoding.m_pTarget->m_Type, m_Decoder.TimeBase(), FrameRateOf(Source(), Stream())),
-      m_Parameters(avcodec_parameters_alloc()), m_Decoded(NewAvFrame()), m_Held(NewAvFrame()), m_Zero(other) {
+      m_Pieces("anull", AVMEDIA_TYPE_AUDIO, {}, {}), m_Parameters(avcodec_parameters_alloc()), m_Decoded(NewAvFrame()),
+      m_Held(NewAvFrame()), m_Zero(other) {
     if (m_Parameters == nullptr) throw std::bad_alloc();
     m_Parameters->codec_type = encoding.m_pTarget->m_Type;
     m_Parameters->codec_id = encoding.m_pTarget->m_Codec;
@@ -41,7 +42,12 @@ void TrackEncoder::Feed() {
     bool isThere = !m_SourceHasEnded && SignalGuard::Caught() == 0 && m_Decoder.Next(frame);
     if (isThere) {
         const std::int64_t start = HostTime(m_Origin, kAvTimeBase);
-        isThere = HostTime(frame.pts, m_Decoder.TimeBase()) - start < m_Encoding.m_Length;
+        const std::int64_t left = m_Encoding.m_Length + start - HostTime(frame.pts, m_Decoder.TimeBase());
+        isThere = left > 0;
+        if (!m_IsVideo && isThere) {
+            const std::int64_t samples = av_rescale_q_rnd(left, kHostTimeBase, m_Decoder.TimeBase(), AV_ROUND_UP);
+            frame.nb_samples = static_cast<int>(std::min<std::int64_t>(frame.nb_samples, samples));
+        }
     }
     if (isThere) {
         m_Graph.Push(&frame);
@@ -53,6 +59,8 @@ void TrackEncoder::Feed() {
     } else {
         m_HasEnded = true;
         PushHeld(AV_NOPTS_VALUE);
+        m_Pieces.Push(nullptr);
+        if (m_Pieces.Pull(*m_Held)) m_Encoder->Push(*m_Held, 0, false);
         if (m_Encoder != nullptr) m_Encoder->End();
     }
 }
@@ -60,11 +68,16 @@ void TrackEncoder::Feed() {
 bool TrackEncoder::Encode() {
     if (!m_IsVideo && m_Encoder == nullptr) return false;
     AvPtr<AVFrame> frame = NewAvFrame();
-    if (!m_Graph.Pull(*frame)) return false;
     if (!m_IsVideo) {
+        while (!m_Pieces.Pull(*frame)) {
+            if (!m_Graph.Pull(*frame)) return false;
+            frame->pts = av_rescale_q(frame->pts, m_Graph.TimeBase(), {1, frame->sample_rate});
+            m_Pieces.Push(frame.get());
+        }
         m_Encoder->Push(*frame, 0, false);
         return true;
     }
+    if (!m_Graph.Pull(*frame)) return false;
     if (m_Encoder == nullptr) {
         OpenEncoder(frame.get());
         m_Zero = std::min(m_Zero, HostTime(frame->pts, m_Graph.TimeBase()));
@@ -99,7 +112,7 @@ bool TrackEncoder::OpensCluster(std::int64_t time) {
 
 void TrackEncoder::OpenEncoder(const AVFrame* first) {
     m_Encoder = std::make_unique<StreamEncoder>(m_Encoding, m_Graph, first, m_Origin);
-    if (!m_IsVideo) m_Graph.SetFrameSize(m_Encoder->FrameSize());
+    if (!m_IsVideo) m_Pieces.SetFrameSize(m_Encoder->FrameSize());
     CheckReading(avcodec_parameters_from_context(m_Parameters.get(), &m_Encoder->Codec()), Path());
     m_SetupData.assign(m_Parameters->extradata, m_Parameters->extradata + m_Parameters->extradata_size);
 }

@@ -39,6 +39,7 @@ private:
     const bool m_IsVideo;
     StreamDecoder m_Decoder;
     FilterGraph m_Graph;
+    FilterGraph m_Pieces; // cuts sound to the encoder's frames, across changes of its parameters
     std::unique_ptr<StreamEncoder> m_Encoder;
     AvPtr<AVCodecParameters> m_Parameters;
     std::vector<std::uint8_t> m_SetupData;
