@@ -12,6 +12,12 @@
 
 namespace {
 
+std::string SecondsText(std::int64_t time) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(time) / kSecond);
+    return text;
+}
+
 struct Findings {
     std::int64_t m_Length = 0;   // of the frames read, 100 ns
     std::int64_t m_Promised = 0; // by the file's header, 100 ns; 0 if it has no length
@@ -41,15 +47,10 @@ bool IsShort(const Findings& findings) {
 std::string Words(const Findings& findings) {
     std::string words;
     const auto add = [&words](const std::string& more) { words += (words.empty() ? "" : ", ") + more; };
-    const auto seconds = [](std::int64_t length) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(length) / kSecond);
-        return std::string(text);
-    };
     if (IsShort(findings)) {
-        add("ends after " + seconds(findings.m_Length) + " of " + seconds(findings.m_Promised));
+        add("ends after " + SecondsText(findings.m_Length) + " of " + SecondsText(findings.m_Promised));
     } else if (!findings.m_Failure.empty()) {
-        add("ends after " + seconds(findings.m_Length));
+        add("ends after " + SecondsText(findings.m_Length));
     }
     if (!findings.m_Failure.empty()) words += " (" + findings.m_Failure + ")";
     if (findings.m_Packets > 0) {
@@ -58,7 +59,7 @@ std::string Words(const Findings& findings) {
         add("is damaged in " + Counted(static_cast<std::size_t>(findings.m_Others), "place"));
     }
     if (findings.m_Gaps > 0) {
-        add("lacks " + seconds(findings.m_GapLength) + " of sound in " +
+        add("lacks " + SecondsText(findings.m_GapLength) + " of sound in " +
             Counted(static_cast<std::size_t>(findings.m_Gaps), "place"));
     }
     return words;
@@ -67,8 +68,10 @@ std::string Words(const Findings& findings) {
 void WarnOfConcealment(const Track& track, bool isVideo, RunReport& report) {
     const auto count = static_cast<std::size_t>(track.Reader().Concealed());
     if (count == 0) return;
-    report.Warn(track.Plan().m_pFile->Path() + " has " + Counted(count, isVideo ? "damaged picture" : "damaged piece") +
-                (isVideo ? "" : " of sound") + " that the decoder concealed or left out");
+    const char* const one = isVideo ? "damaged picture" : "damaged piece";
+    report.Warn(track.Plan().m_pFile->Path() + " has " + Counted(count, one) + (isVideo ? "" : " of sound") +
+                " that the decoder concealed or left out, " + (count == 1 ? "at " : "the first at ") +
+                SecondsText(track.Reader().FirstConcealed()));
 }
 
 } // namespace

@@ -33,14 +33,14 @@ bool StreamDecoder::Next(AVFrame& frame) {
         const int result = CheckMemory(avcodec_receive_frame(m_Codec.get(), &frame));
         if (result == 0) {
             SetTime(frame);
-            if ((frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0) NoteDamage();
+            if ((frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0) NoteDamage(frame.pts);
             return true;
         }
         if (result == AVERROR_EOF) return false;
         if (result == AVERROR(EAGAIN)) {
             SendPacket();
         } else {
-            NoteDamage(); // the decoder goes on with the next packet
+            NoteDamage(m_NextTime); // the decoder goes on with the next packet
         }
     }
 }
@@ -52,7 +52,7 @@ bool StreamDecoder::SendPacket() {
                        : m_Packet->size == 0 ? 0
                                              : avcodec_send_packet(m_Codec.get(), m_Packet.get());
     av_packet_unref(m_Packet.get());
-    if (CheckMemory(result) < 0 && result != AVERROR_EOF) NoteDamage();
+    if (CheckMemory(result) < 0 && result != AVERROR_EOF) NoteDamage(m_NextTime);
     return !isEnd;
 }
 
@@ -80,6 +80,6 @@ void StreamDecoder::SetTime(AVFrame& frame) {
     frame.pts = time;
 }
 
-void StreamDecoder::NoteDamage() {
-    if (m_Damaged++ == 0) m_FirstDamaged = m_NextTime;
+void StreamDecoder::NoteDamage(std::int64_t time) {
+    if (m_Damaged++ == 0) m_FirstDamaged = HostTime(time, m_TimeBase);
 }

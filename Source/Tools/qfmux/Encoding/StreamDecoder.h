@@ -19,13 +19,13 @@ public:
     AVRational TimeBase() const { return m_TimeBase; }
     // Pictures or pieces of sound that were damaged: libavcodec has concealed or dropped them.
     int Damaged() const { return m_Damaged; }
-    // The first of them, in TimeBase().
+    // When the first of them is shown, 100 ns.
     std::int64_t FirstDamaged() const { return m_FirstDamaged; }
 
 private:
     bool SendPacket();
     void SetTime(AVFrame& frame);
-    void NoteDamage();
+    void NoteDamage(std::int64_t time);
 
     PacketSource& m_Source;
     AVStream* m_pStream;

@@ -24,6 +24,7 @@ public:
     double FrameRate() const override;
     Likeness* Compared() const override { return m_Encoder != nullptr ? m_Encoder->Compared() : nullptr; }
     int Concealed() const override { return m_Decoder.Damaged(); }
+    std::int64_t FirstConcealed() const override { return m_Decoder.FirstDamaged(); }
 
 private:
     // Takes a picture or samples from the decoder to the filters; at the end, tells these.
