@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "H264.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace QfHost {
@@ -20,6 +21,15 @@ const std::uint8_t* FindStartCode(const std::uint8_t* data, const std::uint8_t* 
 
 bool IsRecord(const std::vector<std::uint8_t>& setupData) { return setupData.size() >= 7 && setupData[0] == 1; }
 
+std::vector<std::uint8_t> Joined(const std::vector<NalUnit>& units, bool withStartCodes) {
+    std::size_t size = 0;
+    for (const NalUnit& unit : units) size += 4 + unit.m_Size;
+    std::vector<std::uint8_t> frame;
+    frame.reserve(size);
+    for (const NalUnit& unit : units) AppendUnit(frame, unit, withStartCodes);
+    return frame;
+}
+
 } // namespace
 
 std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size) {
@@ -34,6 +44,24 @@ std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size) {
         while (last > begin && last[-1] == 0) --last;
         if (last > begin) units.push_back({begin, static_cast<std::size_t>(last - begin)});
         begin = next;
+    }
+    return units;
+}
+
+std::vector<NalUnit> SplitLengths(const std::uint8_t* data, std::size_t size, std::size_t lengthSize, bool& isWhole) {
+    std::vector<NalUnit> units;
+    isWhole = true;
+    while (size > 0) {
+        const std::size_t head = std::min(lengthSize, size);
+        std::size_t length = 0;
+        for (std::size_t i = 0; i < head; ++i) length = length * 256 + data[i];
+        data += head;
+        size -= head;
+        isWhole = head == lengthSize && length <= size;
+        length = std::min(length, size);
+        if (length > 0) units.push_back({data, length});
+        data += length;
+        size -= length;
     }
     return units;
 }
@@ -62,13 +90,14 @@ H264Setup ReadH264Setup(const std::vector<std::uint8_t>& setupData) {
     return setup;
 }
 
-std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units) {
-    std::vector<std::uint8_t> frame;
-    for (const NalUnit& unit : units) {
-        frame.insert(frame.end(), {0, 0, 0, 1});
-        frame.insert(frame.end(), unit.m_pData, unit.m_pData + unit.m_Size);
-    }
-    return frame;
+void AppendUnit(std::vector<std::uint8_t>& octets, const NalUnit& unit, bool withStartCode) {
+    const std::size_t head = withStartCode ? 1 : unit.m_Size; // 00 00 00 01 is a start code
+    for (const unsigned shift : {24U, 16U, 8U, 0U}) octets.push_back(static_cast<std::uint8_t>(head >> shift));
+    octets.insert(octets.end(), unit.m_pData, unit.m_pData + unit.m_Size);
 }
+
+std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units) { return Joined(units, true); }
+
+std::vector<std::uint8_t> WithLengths(const std::vector<NalUnit>& units) { return Joined(units, false); }
 
 } // namespace QfHost

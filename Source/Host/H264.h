@@ -32,10 +32,17 @@ struct NalUnit {
 // The units of data in start-code form (ISO/IEC 14496-10, Annex B), start codes of 3 and of 4 octets alike.
 std::vector<NalUnit> SplitUnits(const std::uint8_t* data, std::size_t size);
 
+// The units of data in which a length of lengthSize octets precedes each unit. isWhole: becomes false when the last
+// unit is cut off; this unit then ends with the data.
+std::vector<NalUnit> SplitLengths(const std::uint8_t* data, std::size_t size, std::size_t lengthSize, bool& isWhole);
+
 // The units of set-up data of either kind, those of a record up to where it is damaged. They lie in setupData.
 std::vector<NalUnit> ParameterSets(const std::vector<std::uint8_t>& setupData);
 
-// The units behind start codes of 4 octets, as the plug-in expects them.
+// Appends a unit behind a start code or a length, each of 4 octets, as the plug-in expects them.
+void AppendUnit(std::vector<std::uint8_t>& octets, const NalUnit& unit, bool withStartCode);
+// All units behind start codes or behind lengths of 4 octets.
 std::vector<std::uint8_t> WithLongStartCodes(const std::vector<NalUnit>& units);
+std::vector<std::uint8_t> WithLengths(const std::vector<NalUnit>& units);
 
 } // namespace QfHost

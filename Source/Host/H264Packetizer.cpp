@@ -12,16 +12,10 @@ namespace {
 constexpr unsigned kSequenceSet = 7;
 constexpr unsigned kDelimiter = 9;
 
-void AppendUnit(Octets& octets, const NalUnit& unit, Framing target) {
-    const std::size_t size = target == Framing::H264Lengths ? unit.m_Size : 1; // 00 00 00 01 is a start code
-    for (const unsigned shift : {24U, 16U, 8U, 0U}) octets.push_back(static_cast<std::uint8_t>(size >> shift));
-    octets.insert(octets.end(), unit.m_pData, unit.m_pData + unit.m_Size);
-}
-
 } // namespace
 
 H264Packetizer::H264Packetizer(Framing target, qf_framing source, int lengthSize, const Octets& setup)
-    : m_Target(target), m_LengthSize(static_cast<std::size_t>(lengthSize)) {
+    : m_WithStartCodes(target != Framing::H264Lengths), m_LengthSize(static_cast<std::size_t>(lengthSize)) {
     const bool isRecord = !setup.empty() && setup[0] == 1;
     if (source == QF_FRAMING_AUTO && isRecord) m_LengthSize = ReadH264Setup(setup).m_LengthSize;
     if (setup.empty()) return;
@@ -41,17 +35,11 @@ std::vector<NalUnit> H264Packetizer::Units(Span packet) const {
         }
         return SplitUnits(packet.m_pData, packet.m_Size);
     }
-    std::vector<NalUnit> units;
-    for (std::size_t position = 0; position < packet.m_Size;) {
-        std::size_t size = 0;
-        const bool hasLength = packet.m_Size - position >= m_LengthSize;
-        for (std::size_t i = 0; hasLength && i < m_LengthSize; ++i) size = size * 256 + packet.m_pData[position++];
-        if (!hasLength || size > packet.m_Size - position) {
-            throw HostError(QF_ERROR_DATA, "H.264: a unit reaches beyond its packet; its lengths have " +
-                                               std::to_string(m_LengthSize) + " bytes");
-        }
-        if (size > 0) units.push_back({packet.m_pData + position, size});
-        position += size;
+    bool isWhole = false;
+    std::vector<NalUnit> units = SplitLengths(packet.m_pData, packet.m_Size, m_LengthSize, isWhole);
+    if (!isWhole) {
+        throw HostError(QF_ERROR_DATA, "H.264: a unit reaches beyond its packet; its lengths have " +
+                                           std::to_string(m_LengthSize) + " bytes");
     }
     return units;
 }
@@ -66,7 +54,7 @@ void H264Packetizer::NeedSets(const std::vector<NalUnit>& units) {
         if (unit.Type() != kSequenceSet && unit.Type() != kSequenceSet + 1) continue;
         Octets& first = unit.Type() == kSequenceSet ? sequence : picture;
         if (first.empty()) first.assign(unit.m_pData, unit.m_pData + unit.m_Size);
-        AppendUnit(all, unit, m_Target);
+        AppendUnit(all, unit, m_WithStartCodes);
         ++count;
     }
     if (sequence.empty() || picture.empty()) return;
@@ -93,7 +81,7 @@ std::list<HeldFrame> H264Packetizer::Take(Span packet, bool isKey) {
             frame.m_Octets.insert(frame.m_Octets.end(), m_AllSets.begin(), m_AllSets.end());
             needsSets = false;
         }
-        AppendUnit(frame.m_Octets, unit, m_Target);
+        AppendUnit(frame.m_Octets, unit, m_WithStartCodes);
     }
     std::list<HeldFrame> frames;
     if (!frame.m_Octets.empty()) frames.push_back(std::move(frame));
@@ -109,7 +97,7 @@ void H264Packetizer::SendSetup(const FileFormatInfo& format, void* handle) {
     MEDIA_FRAME empty{};
     unsigned char none = 0;
     empty.videoData = &none;
-    if (m_Target == Framing::H264Lengths) format.WriteVideoPacket(handle, &empty);
+    if (!m_WithStartCodes) format.WriteVideoPacket(handle, &empty);
     m_IsSent = true;
 }
 

@@ -19,11 +19,11 @@ private:
     std::vector<NalUnit> Units(Span packet) const;
     void NeedSets(const std::vector<NalUnit>& units);
 
-    const Framing m_Target;
-    std::size_t m_LengthSize; // octets of a length; 0: start codes
-    Octets m_Sequence;        // the first sets, which the file's set-up data has
+    const bool m_WithStartCodes; // in front of the units for the plug-in, instead of lengths
+    std::size_t m_LengthSize;    // octets of a length; 0: start codes
+    Octets m_Sequence;           // the first sets, which the file's set-up data has
     Octets m_Picture;
-    Octets m_AllSets; // in the target's framing, when that data has no room for all
+    Octets m_AllSets; // in the framing for the plug-in, when that data has no room for all
     bool m_IsSent = false;
 };
 

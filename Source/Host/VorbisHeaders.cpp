@@ -59,6 +59,7 @@ std::vector<Octets> SplitVorbisHeaders(const Octets& setup) {
 }
 
 Octets LaceVorbisHeaders(const std::vector<Octets>& headers) {
+    if (headers.empty()) return {};
     Octets laced{kHeaders - 1};
     for (std::size_t i = 0; i + 1 < headers.size(); ++i) {
         laced.insert(laced.end(), headers[i].size() / 255, 255);

@@ -11,7 +11,7 @@ namespace QfHost {
 // when there are not three.
 std::vector<std::vector<std::uint8_t>> SplitVorbisHeaders(const std::vector<std::uint8_t>& setup);
 
-// Laces three packets for Matroska (RFC 9559, Xiph lacing).
+// Laces three packets for Matroska (RFC 9559, Xiph lacing). Empty when there are none.
 std::vector<std::uint8_t> LaceVorbisHeaders(const std::vector<std::vector<std::uint8_t>>& headers);
 
 // Whether the packet is the header of that number, from 0 on.

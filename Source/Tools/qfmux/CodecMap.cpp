@@ -2,9 +2,10 @@
 #include "CodecMap.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <iterator>
+#include <vector>
 
 #include "H264.h"
 
@@ -118,31 +119,6 @@ CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std
         choice.m_Filters = "aac_adtstoasc";
     }
     return choice;
-}
-
-std::vector<std::uint8_t> LacedVorbisHeaders(const std::vector<std::uint8_t>& setupData) {
-    constexpr std::size_t kIdentificationSize = 30;
-    // libavformat returns the headers either laced already or each with its size in two octets before it.
-    if (!setupData.empty() && setupData[0] == 2) return setupData;
-    std::array<const std::uint8_t*, 3> packets{};
-    std::array<std::size_t, 3> sizes{};
-    std::size_t position = 0;
-    for (std::size_t i = 0; i < packets.size(); ++i) {
-        if (setupData.size() - position < 2) return {};
-        sizes[i] = setupData[position] * 256U + setupData[position + 1];
-        position += 2;
-        if (setupData.size() - position < sizes[i]) return {};
-        packets[i] = setupData.data() + position;
-        position += sizes[i];
-    }
-    if (sizes[0] != kIdentificationSize) return {};
-    std::vector<std::uint8_t> laced{2};
-    for (std::size_t i = 0; i < 2; ++i) {
-        laced.insert(laced.end(), sizes[i] / 255, 255);
-        laced.push_back(static_cast<std::uint8_t>(sizes[i] % 255));
-    }
-    for (std::size_t i = 0; i < packets.size(); ++i) laced.insert(laced.end(), packets[i], packets[i] + sizes[i]);
-    return laced;
 }
 
 std::string FourCCText(FourCC fourCC) {

@@ -2,9 +2,7 @@
 // Maps libavcodec's codecs to codes of the plug-in, with the filters and framing that their frames need.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 #include "HostRecords.h"
 #include "MediaFile.h"
@@ -32,10 +30,6 @@ CodecChoice ChooseCodec(const MediaFile& file, const AVStream* stream, const std
 
 // The same for frames of an encoder.
 CodecChoice ChooseCodec(const Target& target, const std::string& h264);
-
-// The three Vorbis header packets as Matroska wants them (RFC 9559, Xiph lacing). Empty when there are not exactly
-// three.
-std::vector<std::uint8_t> LacedVorbisHeaders(const std::vector<std::uint8_t>& setupData);
 
 // The four characters of a code, or its number when they are not printable.
 std::string FourCCText(FourCC fourCC);

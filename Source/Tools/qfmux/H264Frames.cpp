@@ -24,7 +24,7 @@ void H264Frames::Take(const Frame& frame) {
         m_pData = frame.m_Packet->data;
         m_Size = static_cast<std::size_t>(frame.m_Packet->size);
     } else {
-        m_Buffer = WithLengths(m_Units);
+        m_Buffer = QfHost::WithLengths(m_Units);
         m_pData = m_Buffer.data();
         m_Size = m_Buffer.size();
     }

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 
 namespace {
 
@@ -11,12 +13,6 @@ constexpr unsigned kSequenceSet = 7;
 constexpr unsigned kPictureSet = 8;
 constexpr unsigned kSubsetSequenceSet = 15;
 constexpr unsigned kRecoveryPoint = 6; // a payload type of SEI
-
-// No unit ends with a zero: trailing zeros are padding.
-void Take(std::vector<NalUnit>& units, const std::uint8_t* begin, const std::uint8_t* end) {
-    while (end > begin && end[-1] == 0) --end;
-    if (end > begin) units.push_back({begin, static_cast<std::size_t>(end - begin)});
-}
 
 // The bits after a unit's first octets, without emulation prevention octets (7.3.1). Reads zeros after the end.
 class Bits {
@@ -74,19 +70,12 @@ bool MarksRecoveryPoint(const NalUnit& unit) {
 
 } // namespace
 
-std::vector<NalUnit> SplitLengths(const std::uint8_t* data, std::size_t size, unsigned lengthSize, bool& isWhole) {
-    std::vector<NalUnit> units;
-    isWhole = true;
-    while (size > 0) {
-        std::size_t length = 0;
-        for (unsigned i = 0; i < lengthSize && i < size; ++i) length = length * 256 + data[i];
-        isWhole = size >= lengthSize && length <= size - lengthSize;
-        const std::size_t head = std::min<std::size_t>(lengthSize, size);
-        length = std::min(length, size - head);
-        Take(units, data + head, data + head + length);
-        data += head + length;
-        size -= head + length;
+std::vector<NalUnit> WithoutPadding(std::vector<NalUnit> units) {
+    for (NalUnit& unit : units) {
+        while (unit.m_Size > 0 && unit.m_pData[unit.m_Size - 1] == 0) --unit.m_Size;
     }
+    units.erase(std::remove_if(units.begin(), units.end(), [](const NalUnit& unit) { return unit.m_Size == 0; }),
+                units.end());
     return units;
 }
 
@@ -113,17 +102,4 @@ int ParameterSetId(const NalUnit& unit) {
     // Profile, constraints and level come first in a sequence set.
     if (unit.Type() == kSequenceSet || unit.Type() == kSubsetSequenceSet) return Bits(unit, 4).Number();
     return unit.Type() == kPictureSet ? Bits(unit, 1).Number() : -1;
-}
-
-std::vector<std::uint8_t> WithLengths(const std::vector<NalUnit>& units) {
-    std::vector<std::uint8_t> frame;
-    std::size_t total = 0;
-    for (const NalUnit& unit : units) total += 4 + unit.m_Size;
-    frame.reserve(total);
-    for (const NalUnit& unit : units) {
-        for (const unsigned shift : {24U, 16U, 8U, 0U})
-            frame.push_back(static_cast<std::uint8_t>(unit.m_Size >> shift));
-        frame.insert(frame.end(), unit.m_pData, unit.m_pData + unit.m_Size);
-    }
-    return frame;
 }

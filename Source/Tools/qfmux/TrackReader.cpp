@@ -136,7 +136,9 @@ void TrackReader::Examine(Frame& frame) {
         return;
     }
     bool isWhole = false;
-    if (m_LengthSize > 0) frame.m_Units = SplitLengths(packet.data, size, m_LengthSize, isWhole);
+    if (m_LengthSize > 0) {
+        frame.m_Units = WithoutPadding(QfHost::SplitLengths(packet.data, size, m_LengthSize, isWhole));
+    }
     frame.m_IsFramed = m_LengthSize == 4;
     if (!isWhole) {
         // Some files declare one form and contain the other.

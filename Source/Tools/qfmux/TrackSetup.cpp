@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "CodecMap.h"
+#include "VorbisHeaders.h"
 
 VideoParam VideoParamOf(const Track& track) {
     const AVCodecParameters& parameters = track.Reader().Parameters();
@@ -50,6 +50,8 @@ void SendSetup(HostCalls& host, void* handle, const std::optional<Track>& video,
         const std::vector<std::uint8_t>& setup = audio->Reader().SetupData();
         const AVCodecID codec = audio->Reader().Parameters().codec_id;
         if (codec == AV_CODEC_ID_AAC) host.WriteVosData(handle, setup);
-        if (codec == AV_CODEC_ID_VORBIS) host.WriteVosData(handle, LacedVorbisHeaders(setup));
+        if (codec == AV_CODEC_ID_VORBIS) {
+            host.WriteVosData(handle, QfHost::LaceVorbisHeaders(QfHost::SplitVorbisHeaders(setup)));
+        }
     }
 }

@@ -62,7 +62,9 @@ std::optional<std::string> CheckBlocks(const std::string& path, const TrackDiges
         const auto size = static_cast<std::size_t>(packet->size);
         if (type == AVMEDIA_TYPE_VIDEO && hasUnits) {
             bool isWhole = true;
-            for (const NalUnit& unit : SplitLengths(packet->data, size, 4, isWhole)) digest.Unit(unit);
+            for (const NalUnit& unit : WithoutPadding(QfHost::SplitLengths(packet->data, size, 4, isWhole))) {
+                digest.Unit(unit);
+            }
         } else {
             digest.Octets(packet->data, size);
         }
