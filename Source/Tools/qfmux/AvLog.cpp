@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
 #include "AvPtr.h"
@@ -19,9 +18,12 @@ namespace {
 thread_local std::string t_LastError;
 
 [[gnu::format(printf, 3, 0)]] void Take(void* object, int level, const char* format, va_list arguments) {
-    if (level > AV_LOG_WARNING) return;
+    if (level > AV_LOG_INFO) return;
     const AVClass* const kind = object != nullptr ? *static_cast<AVClass**>(object) : nullptr;
-    if (kind != nullptr && std::strcmp(kind->class_name, "AVFormatContext") == 0) {
+    const std::string name = kind != nullptr ? kind->class_name : "";
+    if (name == "AVCodecContext") ReadErrors::Take(*static_cast<AVCodecContext*>(object), format);
+    if (level > AV_LOG_WARNING) return;
+    if (name == "AVFormatContext") {
         ReadErrors::Take(*static_cast<AVFormatContext*>(object), level, format);
     } else if (level <= AV_LOG_ERROR) {
         std::array<char, 200> text{};

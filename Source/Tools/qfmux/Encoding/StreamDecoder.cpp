@@ -23,6 +23,7 @@ StreamDecoder::StreamDecoder(PacketSource& source, AVStream* stream)
     CheckReading(avcodec_parameters_to_context(m_Codec.get(), &parameters), source.File().Path());
     m_Codec->pkt_timebase = stream->time_base;
     m_Codec->thread_count = 0; // as many as there are processors
+    m_Errors.Watch(*m_Codec);
     const int result = avcodec_open2(m_Codec.get(), decoder, nullptr);
     if (result < 0) throw ToolError(kExitError, "cannot decode " + name + ": " + TakeAvError(result));
     m_TimeBase = stream->time_base;
@@ -33,14 +34,18 @@ bool StreamDecoder::Next(AVFrame& frame) {
         const int result = CheckMemory(avcodec_receive_frame(m_Codec.get(), &frame));
         if (result == 0) {
             SetTime(frame);
-            if ((frame.flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame.decode_error_flags != 0) NoteDamage(frame.pts);
+            const bool isCorrupt = (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0;
+            CountDamage(isCorrupt || frame.decode_error_flags != 0, frame.pts);
             return true;
         }
-        if (result == AVERROR_EOF) return false;
+        if (result == AVERROR_EOF) {
+            CountDamage(false, m_NextTime);
+            return false;
+        }
         if (result == AVERROR(EAGAIN)) {
             SendPacket();
         } else {
-            NoteDamage(m_NextTime); // the decoder goes on with the next packet
+            CountDamage(true, m_NextTime); // the decoder goes on with the next packet
         }
     }
 }
@@ -52,7 +57,7 @@ bool StreamDecoder::SendPacket() {
                        : m_Packet->size == 0 ? 0
                                              : avcodec_send_packet(m_Codec.get(), m_Packet.get());
     av_packet_unref(m_Packet.get());
-    if (CheckMemory(result) < 0 && result != AVERROR_EOF) NoteDamage(m_NextTime);
+    if (CheckMemory(result) < 0 && result != AVERROR_EOF) CountDamage(true, m_NextTime);
     return !isEnd;
 }
 
@@ -80,6 +85,10 @@ void StreamDecoder::SetTime(AVFrame& frame) {
     frame.pts = time;
 }
 
-void StreamDecoder::NoteDamage(std::int64_t time) {
-    if (m_Damaged++ == 0) m_FirstDamaged = HostTime(time, m_TimeBase);
+// A picture may be marked, in the log, or both.
+void StreamDecoder::CountDamage(bool isMarked, std::int64_t time) {
+    if (isMarked) ++m_Marked;
+    const int damaged = std::max(m_Marked, m_Errors.Concealed());
+    if (m_Damaged == 0 && damaged > 0) m_FirstDamaged = HostTime(time, m_TimeBase);
+    m_Damaged = damaged;
 }

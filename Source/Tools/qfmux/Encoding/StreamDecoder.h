@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "PacketSource.h"
+#include "ReadErrors.h"
 
 class StreamDecoder {
 public:
@@ -25,10 +26,11 @@ public:
 private:
     bool SendPacket();
     void SetTime(AVFrame& frame);
-    void NoteDamage(std::int64_t time);
+    void CountDamage(bool isMarked, std::int64_t time);
 
     PacketSource& m_Source;
     AVStream* m_pStream;
+    ReadErrors m_Errors;
     AvPtr<AVCodecContext> m_Codec;
     AvPtr<AVPacket> m_Packet;
     AVRational m_TimeBase{};
@@ -36,4 +38,5 @@ private:
     std::int64_t m_LastRescaled; // state of av_rescale_delta
     std::int64_t m_FirstDamaged = 0;
     int m_Damaged = 0;
+    int m_Marked = 0; // of these, known without the log
 };
