@@ -19,6 +19,7 @@ constexpr std::int64_t kSecond = kHostTimeBase.den;
 constexpr std::int64_t kFurthestTime = std::int64_t{1} << 60;
 // The largest number of H.264 pictures that wait between decoding and presentation.
 constexpr std::size_t kLargestPictureBuffer = 16;
+constexpr std::int64_t kLeastGap = 1000000; // 0.1 s, in sound that should have none
 // Converts a stamp to 100 ns units, limited to kFurthestTime.
 std::int64_t HostTime(std::int64_t stamp, AVRational timeBase);
 

@@ -17,8 +17,6 @@ extern "C" {
 
 namespace {
 
-constexpr std::int64_t kLeastGap = 1000000; // 0.1 s, in sound that should have none
-
 // Profile, sample rate and channels in the header of an AAC frame (ISO/IEC 13818-7, ADTS); 0 when there is no header.
 std::uint32_t AdtsHeader(const AVPacket& packet) {
     if (packet.size < 4 || packet.data[0] != 0xFF || (packet.data[1] & 0xF6) != 0xF0) return 0;
@@ -54,7 +52,8 @@ bool TrackReader::NextPacket(Frame& frame) {
         const int filtered = av_bsf_receive_packet(m_Filter.get(), frame.m_Packet.get());
         if (filtered == 0) return true;
         if (filtered == AVERROR_EOF) return false;
-        if (filtered == AVERROR_INVALIDDATA) { // the filter has dropped the packet
+        // The filter has dropped the packet. In the midst of a stream a frame of a rare kind is a damaged one.
+        if (filtered == AVERROR_INVALIDDATA || (filtered == AVERROR_PATCHWELCOME && m_IsStarted)) {
             ++m_Damaged;
             continue;
         }

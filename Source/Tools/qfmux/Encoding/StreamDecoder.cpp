@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "AvLog.h"
 #include "ToolError.h"
@@ -68,11 +69,13 @@ void StreamDecoder::SetTime(AVFrame& frame) {
     if (m_Codec->codec_type == AVMEDIA_TYPE_AUDIO) {
         const AVRational sample = {1, std::max(1, frame.sample_rate)};
         if (frame.pts != AV_NOPTS_VALUE) time = frame.pts; // without the samples that the decoder skipped
+        const std::int64_t expected = av_rescale_q(m_NextTime, m_TimeBase, sample);
         if (time != AV_NOPTS_VALUE) {
             time = av_rescale_delta(m_pStream->time_base, time, sample, frame.nb_samples, &m_LastRescaled, sample);
         } else {
-            time = av_rescale_q(m_NextTime, m_TimeBase, sample);
+            time = expected;
         }
+        if (std::exchange(m_HasBegun, true)) NoteGap(HostTime(time - expected, sample));
         m_TimeBase = sample;
         m_NextTime = time + frame.nb_samples;
     } else {
@@ -83,6 +86,12 @@ void StreamDecoder::SetTime(AVFrame& frame) {
         m_NextTime = time + (frame.pkt_duration > 0 ? frame.pkt_duration : std::max<std::int64_t>(1, usual));
     }
     frame.pts = time;
+}
+
+void StreamDecoder::NoteGap(std::int64_t length) {
+    if (length <= kLeastGap || !m_Source.File().HasLooseTimes()) return;
+    ++m_Gaps;
+    m_GapLength += length;
 }
 
 // A picture may be marked, in the log, or both.

@@ -22,11 +22,15 @@ public:
     int Damaged() const { return m_Damaged; }
     // When the first of them is shown, 100 ns.
     std::int64_t FirstDamaged() const { return m_FirstDamaged; }
+    // As for FrameSource.
+    int Gaps() const { return m_Gaps; }
+    std::int64_t GapLength() const { return m_GapLength; }
 
 private:
     bool SendPacket();
     void SetTime(AVFrame& frame);
     void CountDamage(bool isMarked, std::int64_t time);
+    void NoteGap(std::int64_t length);
 
     PacketSource& m_Source;
     AVStream* m_pStream;
@@ -37,6 +41,9 @@ private:
     std::int64_t m_NextTime = 0;
     std::int64_t m_LastRescaled; // state of av_rescale_delta
     std::int64_t m_FirstDamaged = 0;
+    std::int64_t m_GapLength = 0;
     int m_Damaged = 0;
     int m_Marked = 0; // of these, known without the log
+    int m_Gaps = 0;
+    bool m_HasBegun = false;
 };

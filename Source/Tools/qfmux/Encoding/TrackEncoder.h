@@ -24,7 +24,11 @@ public:
     double FrameRate() const override;
     Likeness* Compared() const override { return m_Encoder != nullptr ? m_Encoder->Compared() : nullptr; }
     int Concealed() const override { return m_Decoder.Damaged(); }
-    std::int64_t FirstConcealed() const override { return m_Decoder.FirstDamaged(); }
+    int Gaps() const override { return m_Decoder.Gaps(); }
+    std::int64_t GapLength() const override { return m_Decoder.GapLength(); }
+    std::int64_t FirstConcealed() const override {
+        return m_Decoder.FirstDamaged() - HostTime(m_Origin, kAvTimeBase);
+    }
 
 private:
     // Takes a picture or samples from the decoder to the filters; at the end, tells these.
