@@ -4,14 +4,19 @@
 
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
+#include <numeric>
 #include <string>
+#include <vector>
 
 #include "Command.h"
+#include "ReferenceModel.h"
 #include "TempDirectory.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using nlohmann::json;
 
 // The tools of one word size.
 struct Build {
@@ -40,10 +45,86 @@ protected:
     const std::string m_Pinned = "--rand 1000000000 --time 1700000000 --check";
 };
 
+Model::FourCC CodeOf(const json& value) {
+    if (!value.is_string()) return value.get<Model::FourCC>();
+    const auto text = value.get<std::string>();
+    return Model::MakeFourCC({text.at(0), text.at(1), text.at(2), text.at(3), '\0'});
+}
+
+Model::EncodeParam JobOf(const json& param) {
+    const json& video = param.at("videoParam");
+    const json& audio = param.at("audioParam");
+    Model::EncodeParam job;
+    job.videoParam = {CodeOf(video.at("fourCC")), video.at("width"), video.at("height"), video.at("frameRate"),
+                      video.at("bitCount")};
+    job.audioParam = {CodeOf(audio.at("fourCC")), audio.at("sampleRate"), audio.at("channels"),
+                      audio.at("bitsPerSample")};
+    job.disableVideo = param.at("disableVideo");
+    job.disableAudio = param.at("disableAudio");
+    job.formatFourCC = CodeOf(param.at("formatFourCC"));
+    return job;
+}
+
+// Makes a recorded session's calls of the model, with the numbers and the time that replays are given, and compares
+// their results. Returns the file.
+Octets PlayOnModel(const std::string& session) {
+    std::vector<int> rands(16);
+    std::iota(rands.begin() + 2, rands.end(), 1);
+    rands[0] = 1000000000;
+    rands[1] = 1000000001;
+    ReferenceModel model(rands, 1700000000);
+    const Octets payload = ReadFile(session + ".payload");
+    const auto take = [&](const json& reference) {
+        if (reference.is_null()) return Octets();
+        const auto at = payload.begin() + reference.at("at").get<std::ptrdiff_t>();
+        return Octets(at, at + reference.at("size").get<std::ptrdiff_t>());
+    };
+    Octets file;
+    int handle = 0;
+    std::ifstream lines(session);
+    std::string text;
+    std::getline(lines, text); // the version
+    while (std::getline(lines, text)) {
+        const json line = json::parse(text);
+        const std::string call = line.at("call");
+        if (call == "SetMuxParam") {
+            const json& param = line.at("param");
+            const Model::MuxParam given = {
+                0, param.at("muxFlags"), 0, param.at("displayAspectX"), param.at("displayAspectY"), 0};
+            EXPECT_EQ(model.SetMuxParam(&given), line.at("result"));
+        } else if (call == "CreateMediaFile") {
+            const Model::EncodeParam job = JobOf(line.at("param"));
+            handle = model.CreateMediaFile(ReferenceModel::Path::Opens, &job);
+        } else if (call == "WriteVosData") {
+            const Octets data = take(line.at("data"));
+            model.WriteVosData(handle, data.data(), static_cast<int>(data.size()));
+        } else if (call == "WritezXPSData") {
+            const Octets picture = take(line.at("pictureSet"));
+            const Octets sequence = take(line.at("sequenceSet"));
+            model.WritezXPSData(handle, picture.empty() ? nullptr : picture.data(), static_cast<int>(picture.size()),
+                                sequence.empty() ? nullptr : sequence.data(), static_cast<int>(sequence.size()));
+        } else if (call == "CloseMediaFile") {
+            file = model.CloseMediaFile(handle);
+        } else {
+            Octets data = take(line.at("data"));
+            Model::Frame frame;
+            frame.data = data.empty() ? nullptr : data.data();
+            frame.size = static_cast<std::int32_t>(data.size());
+            frame.frameFlags = line.value("frameFlags", 0U);
+            frame.timestamp = line.at("timestamp");
+            frame.duration = line.at("duration");
+            const int result = call == "WriteVideoPacket" ? model.WriteVideoPacket(handle, &frame)
+                                                          : model.WriteAudioPacket(handle, &frame, nullptr);
+            EXPECT_EQ(result, line.at("result"));
+        }
+    }
+    return file;
+}
+
 struct Recording {
     const char* m_Clip;
     const char* m_Output;
-    const char* m_Options;
+    std::string m_Options;
 };
 
 class EverySession : public SessionTest, public testing::WithParamInterface<Recording> {};
@@ -62,7 +143,28 @@ TEST_P(EverySession, ReplaysAlikeInBothBuilds) {
         << "the same file but for its identifiers and date";
     EXPECT_TRUE(native == ReadFile(Path("again")));
     EXPECT_TRUE(native == ReadFile(Path("i386")));
+    EXPECT_TRUE(native == PlayOnModel(Path("session")));
 }
+
+constexpr const char* kOpenGroups = "--encode all --video-options x264-params=open-gop=1:b-adapt=0:keyint=10";
+
+// Encoders give start codes, with parameter sets in front of key frames.
+INSTANTIATE_TEST_SUITE_P(
+    Encoders, EverySession,
+    testing::Values(Recording{"hevc-aac.mp4", "a.mkv", "--encode all"},
+                    Recording{"hevc-aac.mp4", "a.mkv", "--encode all --h264 H264"},
+                    Recording{"hevc-aac.mp4", "a.mkv", "--encode all --h264 N264"},
+                    Recording{"hevc-aac.mp4", "a.mkv", "--encode all --h264 A264"},
+                    Recording{"hevc-aac.mp4", "a.mkv", "--encode all --h264 I264"},
+                    Recording{"hevc-aac.mp4", "a.mkv", "--encode all --format HMKV"},
+                    Recording{"hevc-aac.mp4", "a.mkv", kOpenGroups},
+                    Recording{"uneven.mkv", "a.mkv", std::string(kOpenGroups) + " --h264 H264"},
+                    Recording{"uneven.mkv", "a.mkv", std::string(kOpenGroups) + " --h264 N264"},
+                    Recording{"fields-mp2.ts", "a.mkv", "--encode all --video-codec mpeg2 --audio-codec mp3"},
+                    Recording{"hevc-turned.mp4", "a.mkv", "--encode all --video-codec xvid --audio-codec pcm"},
+                    Recording{"uneven.mkv", "a.webm", "--encode all --video-options cpu-used=5"},
+                    Recording{"six-channels.m4a", "a.mka", "--encode all --audio-codec ac3"}),
+    [](const auto& row) { return "Row" + std::to_string(row.index); });
 
 INSTANTIATE_TEST_SUITE_P(
     Clips, EverySession,
