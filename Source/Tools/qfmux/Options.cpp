@@ -182,7 +182,7 @@ void AddEncodeOptions(CLI::App& app, Options& options) {
                    "filters in libavfilter's notation, e.g. hqdn3d,eq=gamma=1.1")
         ->type_name("TEXT")
         ->group(kEncoding);
-    app.add_option("--audio-filter", options.m_AudioFilter, "the same for sound, e.g. loudnorm")
+    app.add_option("--audio-filter", options.m_AudioFilter, "the same for sound, e.g. loudnorm,aresample=48000")
         ->type_name("TEXT")
         ->group(kEncoding);
 }

@@ -8,6 +8,25 @@
 #include "LossText.h"
 #include "RunReport.h"
 
+namespace {
+
+// What the encoder does not support as it is, or a filter changed.
+void NoteSound(const Track& audio, RunReport& report) {
+    const AVCodecParameters& source = *audio.Plan().m_pStream->codecpar;
+    const AVCodecParameters& result = audio.Reader().Parameters();
+    if (result.sample_rate != source.sample_rate) {
+        report.Note("the sound is resampled from " + std::to_string(source.sample_rate) + " Hz to " +
+                    std::to_string(result.sample_rate) + " Hz");
+    }
+    const int channels = source.ch_layout.nb_channels;
+    if (result.ch_layout.nb_channels != channels) {
+        report.Note("the sound is mixed from " + Counted(static_cast<std::size_t>(channels), "channel") + " to " +
+                    std::to_string(result.ch_layout.nb_channels));
+    }
+}
+
+} // namespace
+
 void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>& audio, RunReport& report) {
     if (video && video->SlicesWereSplit()) {
         report.Warn(
@@ -17,6 +36,7 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
         report.Warn("the set-up data of the sound in " + audio->Plan().m_pFile->Path() +
                     " change within the stream: the file holds only the first");
     }
+    if (audio && audio->IsEncoded()) NoteSound(*audio, report);
     for (const auto* track : {&video, &audio}) {
         if (!*track) continue;
         const std::string& path = (*track)->Plan().m_pFile->Path();

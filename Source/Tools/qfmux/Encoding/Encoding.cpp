@@ -2,6 +2,7 @@
 #include "Encoding.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <string>
 
@@ -91,8 +92,17 @@ void CheckNames(const Target& target, const AvOptions& options, const char* name
         throw ToolError(kExitError, std::string("libavcodec has no encoder ") + target.m_Encoder);
     }
     for (const auto& [key, value] : options) {
-        if (av_opt_find(codec.get(), key.c_str(), nullptr, 0, AV_OPT_SEARCH_CHILDREN) == nullptr) {
+        const AVOption* const option = av_opt_find(codec.get(), key.c_str(), nullptr, 0, AV_OPT_SEARCH_CHILDREN);
+        if (option == nullptr) {
             throw ToolError(kExitUsage, std::string(name) + ": " + target.m_Encoder + " has no option '" + key + "'");
+        }
+        // These would describe the frames, not change them.
+        static constexpr std::array<const char*, 4> kProperties = {"ac", "ar", "channel_layout", "ch_layout"};
+        if ((option->flags & AV_OPT_FLAG_ENCODING_PARAM) == 0 ||
+            std::find(kProperties.begin(), kProperties.end(), key) != kProperties.end()) {
+            const std::string filter = target.m_Type == AVMEDIA_TYPE_VIDEO ? "--video-filter" : "--audio-filter";
+            throw ToolError(kExitUsage, std::string(name) + ": '" + key + "' is a property of the source, which " +
+                                            filter + " can change");
         }
     }
 }
