@@ -45,26 +45,30 @@ bool HasStereo(const AVStream* stream) {
     return stereo != nullptr && stereo->type != AV_STEREO3D_2D;
 }
 
+// A file may hold codes that libavutil has no name for.
+std::string NameOr(const char* name, int code) { return name != nullptr ? name : std::to_string(code); }
+
 // Colour data that only the container has. picture: decoded without the container's data; null if that failed.
 std::vector<std::string> LostColours(const AVCodecParameters& declared, const AVFrame* picture) {
     std::vector<std::string> lost;
     if (declared.color_primaries != AVCOL_PRI_UNSPECIFIED &&
         (picture == nullptr || picture->color_primaries != declared.color_primaries)) {
-        lost.push_back(std::string("primaries ") + av_color_primaries_name(declared.color_primaries));
+        lost.push_back("primaries " +
+                       NameOr(av_color_primaries_name(declared.color_primaries), declared.color_primaries));
     }
     if (declared.color_trc != AVCOL_TRC_UNSPECIFIED &&
         (picture == nullptr || picture->color_trc != declared.color_trc)) {
-        lost.push_back(std::string("transfer ") + av_color_transfer_name(declared.color_trc));
+        lost.push_back("transfer " + NameOr(av_color_transfer_name(declared.color_trc), declared.color_trc));
     }
     if (declared.color_space != AVCOL_SPC_UNSPECIFIED &&
         (picture == nullptr || picture->colorspace != declared.color_space)) {
-        lost.push_back(std::string("matrix ") + av_color_space_name(declared.color_space));
+        lost.push_back("matrix " + NameOr(av_color_space_name(declared.color_space), declared.color_space));
     }
     // Players assume the limited range if the frames do not give one.
     const AVColorRange told = picture == nullptr ? AVCOL_RANGE_UNSPECIFIED : picture->color_range;
     const bool isLimited = declared.color_range == AVCOL_RANGE_MPEG && told == AVCOL_RANGE_UNSPECIFIED;
     if (declared.color_range != AVCOL_RANGE_UNSPECIFIED && declared.color_range != told && !isLimited) {
-        lost.push_back(std::string("range ") + av_color_range_name(declared.color_range));
+        lost.push_back("range " + NameOr(av_color_range_name(declared.color_range), declared.color_range));
     }
     return lost;
 }

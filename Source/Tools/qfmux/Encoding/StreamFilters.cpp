@@ -17,19 +17,23 @@ void Append(std::string& chain, const std::string& filter) {
     if (!filter.empty()) chain += (chain.empty() ? "" : ",") + filter;
 }
 
-std::string ToneMapping(const AVCodecParameters& parameters) {
-    const auto name = [](const char* known, bool isKnown, const char* usual) {
-        return std::string(isKnown ? known : usual);
-    };
+// libavutil's name of a colour property if it says anything.
+std::string NameOr(const char* name, const std::string& usual) {
+    const std::string known = name != nullptr ? name : "unknown";
+    return known == "unknown" || known == "reserved" ? usual : known;
+}
+
+std::string ToneMapping(const AVCodecParameters& parameters, bool isRgb, bool isOdd) {
     const std::string transfer = av_color_transfer_name(parameters.color_trc);
-    const std::string primaries = name(av_color_primaries_name(parameters.color_primaries),
-                                       parameters.color_primaries != AVCOL_PRI_UNSPECIFIED, "bt2020");
-    const std::string matrix =
-        name(av_color_space_name(parameters.color_space), parameters.color_space != AVCOL_SPC_UNSPECIFIED, "bt2020nc");
-    const std::string range = parameters.color_range == AVCOL_RANGE_JPEG ? "full" : "limited";
-    return "zscale=tin=" + transfer + ":pin=" + primaries + ":min=" + matrix + ":rin=" + range +
-           ":t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,tonemap=hable:desat=0,"
-           "zscale=t=bt709:m=bt709:r=limited";
+    const std::string primaries = NameOr(av_color_primaries_name(parameters.color_primaries), "bt2020");
+    const std::string matrix = isRgb ? "gbr" : NameOr(av_color_space_name(parameters.color_space), "bt2020nc");
+    const std::string range = isRgb || parameters.color_range == AVCOL_RANGE_JPEG ? "full" : "limited";
+    // zscale refuses odd sizes with subsampled chroma.
+    return "setparams=color_trc=" + transfer + ":color_primaries=" + primaries + ":colorspace=" + matrix +
+           ":range=" + range + (isOdd && !isRgb ? ",format=yuv444p12" : "") +
+           ",zscale=t=linear:npl=100,format=gbrpf32le,zscale=p=bt709,tonemap=hable:desat=0,"
+           "zscale=t=bt709:m=bt709:r=limited" +
+           (isOdd ? ",format=yuv444p" : "");
 }
 
 // The matrix of RGB is chosen as players guess it.
@@ -81,9 +85,10 @@ StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Targ
         Append(chain, "premultiply=inplace=1");
         filters.m_Notes.emplace_back("transparent parts of the pictures become black");
     }
+    const bool isOdd = parameters.width % 2 != 0 || parameters.height % 2 != 0;
     const bool isPq = parameters.color_trc == AVCOL_TRC_SMPTE2084;
     if (isPq || parameters.color_trc == AVCOL_TRC_ARIB_STD_B67) {
-        Append(chain, ToneMapping(parameters));
+        Append(chain, ToneMapping(parameters, (format->flags & AV_PIX_FMT_FLAG_RGB) != 0, isOdd));
         filters.m_Notes.push_back(std::string("HDR (") + (isPq ? "PQ" : "HLG") + ") is tone-mapped to BT.709");
     } else {
         Append(chain, Range(parameters, *format));
@@ -100,7 +105,6 @@ StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Targ
         filters.m_Notes.emplace_back("the pictures are scaled to square pixels");
     }
     Append(chain, Size(options.m_Size));
-    const bool isOdd = parameters.width % 2 != 0 || parameters.height % 2 != 0;
     if (target.m_NeedsEvenSides && (isOdd || !options.m_VideoFilter.empty() || !options.m_Size.empty())) {
         Append(chain, "crop=trunc(iw/2)*2:trunc(ih/2)*2");
         if (isOdd && options.m_Size.empty()) {
