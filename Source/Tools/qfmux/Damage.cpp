@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <set>
 #include <string>
 
@@ -11,12 +10,6 @@
 #include "TimeLine.h"
 
 namespace {
-
-std::string SecondsText(std::int64_t time) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(time) / kSecond);
-    return text;
-}
 
 struct Findings {
     std::int64_t m_Length = 0;   // of the frames read, 100 ns

@@ -2,6 +2,7 @@
 #include "FrameLosses.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include "MatroskaHeader.h"
@@ -10,7 +11,7 @@
 namespace {
 
 // Players round, and the last frame may be shown for a while.
-constexpr double kTolerance = 0.1; // s
+constexpr std::int64_t kTolerance = kSecond / 10;
 
 } // namespace
 
@@ -26,15 +27,15 @@ void FrameLosses::Add(bool isVideo, bool isKey, std::int64_t start, std::int64_t
 
 Losses FrameLosses::Tell(const std::string& path, bool isWebm) const {
     Losses losses;
-    char text[120];
-    const double length = static_cast<double>(m_Length) / kSecond;
-    const double told = ReadMatroskaHeader(path).m_Duration;
-    if (length - told > kTolerance) {
-        std::snprintf(text, sizeof text, "the file's duration is %.2f s instead of %.2f s: some players stop there",
-                      told, length);
-        losses.push_back({"length", text, LossWeight::Note});
+    const std::int64_t told = std::llround(ReadMatroskaHeader(path).m_Duration * kSecond);
+    if (m_Length - told > kTolerance) {
+        losses.push_back({"length",
+                          "the file's duration is " + SecondsText(told) + " instead of " + SecondsText(m_Length) +
+                              ": some players stop there",
+                          LossWeight::Note});
     }
     if (isWebm && m_LongestWait > kSecond) {
+        char text[120];
         std::snprintf(text, sizeof text,
                       "after a seek, players may show nothing for up to %.1f s, until the next key frame",
                       static_cast<double>(m_LongestWait) / kSecond);

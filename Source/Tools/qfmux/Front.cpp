@@ -2,9 +2,9 @@
 #include "Front.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
+#include "LossText.h"
 #include "RunReport.h"
 #include "ToolError.h"
 
@@ -26,10 +26,7 @@ void LeaveOutFront(Track& video, std::optional<Track>& audio) {
 void WarnOfFront(const Track& video, const std::optional<Track>& audio, RunReport& report) {
     if (video.InFront() == 0) return;
     const auto words = [](int frames, const char* kind, std::int64_t length) {
-        char text[80];
-        std::snprintf(text, sizeof text, "%d %s%s (%.2f s)", frames, kind, frames == 1 ? "" : "s",
-                      static_cast<double>(length) / 1e7);
-        return std::string(text);
+        return Counted(static_cast<std::size_t>(frames), kind) + " (" + SecondsText(length) + ")";
     };
     std::string text = words(video.InFront(), "picture", video.LengthInFront());
     if (audio && audio->InFront() > 0)

@@ -1,6 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "LossText.h"
 
+#include <cstdio>
+
+#include "TimeLine.h"
+
+std::string SecondsText(std::int64_t time) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(time) / kSecond);
+    return text;
+}
+
 std::string Counted(std::size_t count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Texts for losses.
+// Texts for losses and other messages.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@
 
 using Losses = std::vector<Loss>;
 
+// "1.25 s". time: 100 ns units.
+std::string SecondsText(std::int64_t time);
 // "1 chapter", "2 chapters".
 std::string Counted(std::size_t count, const std::string& what);
 std::string Joined(const std::vector<std::string>& words);

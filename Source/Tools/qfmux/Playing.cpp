@@ -3,12 +3,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <cstring>
 #include <future>
 
 #include "H264Units.h"
 #include "Likeness.h"
+#include "LossText.h"
 #include "RawFile.h"
 #include "SignalGuard.h"
 
@@ -31,11 +31,7 @@ SourceStreams Playable(const SourceStreams& sources, Played& played) {
     return playable;
 }
 
-std::string Seconds(std::int64_t milliseconds) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(milliseconds) / 1000);
-    return text;
-}
+std::string Seconds(std::int64_t milliseconds) { return SecondsText(10000 * milliseconds); }
 
 // The file's packets at the place of an excerpt.
 struct FilePiece {

@@ -116,8 +116,6 @@ std::string ClosingLine(const Options& options, std::optional<Track>& video, std
                                                                    : "compared, but not all of it could be played";
     std::uint64_t frames = 0;
     for (auto* track : {&video, &audio}) frames += *track ? (*track)->Digest().Blocks() : 0;
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%.2f s, ", static_cast<double>(length) / 1e7);
-    return options.m_Output + ": " + seconds + std::to_string(frames) + (frames == 1 ? " frame, " : " frames, ") +
-           SizeText(size) + ", " + check;
+    return options.m_Output + ": " + SecondsText(length) + ", " + Counted(frames, "frame") + ", " + SizeText(size) +
+           ", " + check;
 }

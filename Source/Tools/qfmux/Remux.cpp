@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -18,6 +17,7 @@
 #include "Extent.h"
 #include "FrameLosses.h"
 #include "Front.h"
+#include "LossText.h"
 #include "Messages.h"
 #include "Plan.h"
 #include "PluginFile.h"
@@ -53,9 +53,7 @@ namespace fs = std::filesystem;
     if (CheckSegmentSize(output.Path().string())) ThrowSignal(" before anything was written"); // nothing has got so far
     const std::string partial = output.KeepPartial().string();
     report.Facts()["partial"] = partial;
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%.2f s", static_cast<double>(length) / 1e7);
-    ThrowSignal(std::string(": the first ") + seconds + " are in '" + partial + "'");
+    ThrowSignal(": the first " + SecondsText(length) + " are in '" + partial + "'");
 }
 
 // Null without --record.
