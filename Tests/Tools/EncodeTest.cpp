@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "EbmlWalker.h"
+#include "Octets.h"
 #include "QfmuxCommand.h"
 
 namespace {
@@ -366,6 +367,57 @@ TEST_F(EncodeTest, HdrBecomesBt709) {
                          Path("a.mkv"))
                   .m_Output,
               "yuv420p,bt709,bt709,bt709\n");
+}
+
+TEST_F(EncodeTest, TransparentPartsBecomeBlack) {
+    ASSERT_EQ(RunCommand(kFfmpeg +
+                         std::string("-f lavfi -i color=white@0:size=64x64:rate=25:duration=0.4,format=rgba "
+                                     "-c:v png ") +
+                         Path("in.mov"))
+                  .m_ExitCode,
+              0);
+    const CommandResult result = Qfmux("--encode auto " + Path("in.mov") + " " + Path("a.mkv"));
+    EXPECT_EQ(result.m_ExitCode, 0) << result.m_Output;
+    EXPECT_NE(result.m_Output.find("transparent parts of the pictures become black"), std::string::npos)
+        << result.m_Output;
+    const Media media = Play(Path("a.mkv"), true, false, Path("output."));
+    EXPECT_EQ(media.m_Times.size(), 10U);
+    for (const int luma : media.m_Lumas) EXPECT_LT(luma, 4);
+}
+
+// Frames of H.264 and MPEG-2 carry captions (ATSC A/53), stereo 3D and colours. Those of other codecs do not.
+TEST_F(EncodeTest, TellsWhatFramesOfTheNewCodecCannotCarry) {
+    const std::string identifier = "086f3693b7b34f2c965321492feee5b8"; // of the user data, which become captions
+    ASSERT_EQ(RunCommand(kFfmpeg +
+                         std::string("-f lavfi -i testsrc2=size=64x64:rate=25:duration=0.4 -c:v libx264 "
+                                     "-x264-params frame-packing=3 -color_primaries bt709 -color_trc bt709 "
+                                     "-colorspace bt709 -bsf:v h264_metadata=sei_user_data=" +
+                                     identifier + "+12345678 ") +
+                         Path("in.mp4"))
+                  .m_ExitCode,
+              0);
+    Octets file = ReadFile(Path("in.mp4"));
+    const Octets mark = Hex(identifier);
+    const auto at = std::search(file.begin(), file.end(), mark.begin(), mark.end());
+    ASSERT_NE(at, file.end());
+    const Octets captions = Hex("B5 00 31 47 41 39 34 03 C1 FF FC 94 20 FF FF FF");
+    std::copy(captions.begin(), captions.end(), at);
+    *(at - 2) = 4; // registered user data
+    WriteFile(Path("in.mp4"), file);
+    for (const auto& [codec, expected] :
+         {std::pair{"h264", ""}, std::pair{"mpeg2", ""}, std::pair{"vp8", "stereo 3D captions colour "}}) {
+        SCOPED_TRACE(codec);
+        const json report = Report("-y --force-codec --encode all --video-codec " + std::string(codec) + " " +
+                                   Path("in.mp4") + " " + Path("a.mkv"));
+        std::string lost;
+        for (const json& loss : report["lost"]) lost += loss["kind"].get<std::string>() + " ";
+        EXPECT_EQ(lost, expected);
+        EXPECT_EQ(report.value("exitCode", -1), lost.empty() ? 0 : 1) << report.dump(1);
+        const std::string frames =
+            RunCommand("ffprobe -v error -read_intervals %+#1 -show_frames " + Path("a.mkv")).m_Output;
+        EXPECT_EQ(frames.find("Closed Captions") != std::string::npos, lost.empty());
+        EXPECT_EQ(frames.find("Stereo 3D") != std::string::npos, lost.empty());
+    }
 }
 
 TEST_F(EncodeTest, FieldsAreJoinedOnlyWhenAsked) {

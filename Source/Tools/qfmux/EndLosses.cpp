@@ -83,7 +83,7 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
             edits.push_back(Counted(static_cast<std::size_t>(ends.m_HiddenFrames), "picture") +
                             " before its start will be shown");
         }
-        if (iso.m_MediaEdits > 1 && (isSound || !isEncoded)) {
+        if (iso.m_MediaEdits > 1) {
             edits.push_back("the edges of its " + std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream) +
                             " may be wrong");
         }

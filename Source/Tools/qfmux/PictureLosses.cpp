@@ -114,14 +114,28 @@ void TellOfColours(const PlannedTrack& video, Losses& losses) {
     }
 }
 
-// An encoder of H.264 writes the colour data of its pictures into the frames; other encoders do not.
-void TellOfEncodedColours(const PlannedTrack& video, Losses& losses) {
-    const AVCodecParameters& parameters = *video.m_pStream->codecpar;
-    if (HasStereo(video.m_pStream)) {
+// Encoders of H.264 and MPEG-2 write into their frames what the source's frames carry, and colour data.
+void TellOfEncodedFrames(const PlannedTrack& video, Losses& losses) {
+    const AVStream* const stream = video.m_pStream;
+    const AVCodecParameters& parameters = *stream->codecpar;
+    const AVCodecID codec = video.m_Encoding->m_pTarget->m_Codec;
+    const bool hasPlace = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MPEG2VIDEO;
+    const bool isStereo = HasStereo(stream);
+    const AvPtr<AVFrame> picture(!hasPlace || isStereo ? DecodeFirstPicture(*video.m_pFile, stream) : nullptr);
+    const bool framesTellStereo = Has(picture.get(), AV_FRAME_DATA_STEREO3D);
+    if (hasPlace ? isStereo && !framesTellStereo : isStereo || framesTellStereo) {
         Warn(losses, "stereo 3D", "stereo 3D is lost: players will show the two views as one picture");
     }
+    if (!hasPlace && Has(picture.get(), AV_FRAME_DATA_A53_CC)) {
+        Warn(losses, "captions", "the closed captions are lost: frames of the new codec have no place for them");
+    }
     const bool isHdr = parameters.color_trc == AVCOL_TRC_SMPTE2084 || parameters.color_trc == AVCOL_TRC_ARIB_STD_B67;
-    if (video.m_Encoding->m_pTarget->m_Codec == AV_CODEC_ID_H264 || isHdr || !TellsColours(parameters)) return;
+    if (isHdr) return;
+    if (HasSideData(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA) ||
+        HasSideData(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL)) {
+        losses.push_back({"HDR", "HDR data of pictures that are not HDR is left out", LossWeight::Note});
+    }
+    if (hasPlace || !TellsColours(parameters)) return;
     AVCodecParameters others = parameters;
     others.color_range = AVCOL_RANGE_UNSPECIFIED; // converted to the limited range
     const std::vector<std::string> lost = LostColours(others, nullptr);
@@ -182,12 +196,14 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
         Warn(losses, "transparency", "transparency is lost: players will show the pictures opaque");
     }
     if (isEncoded) {
-        TellOfEncodedColours(video, losses);
+        TellOfEncodedFrames(video, losses);
     } else {
         TellOfColours(video, losses);
     }
     if (HasSideData(stream, AV_PKT_DATA_DOVI_CONF)) {
-        Warn(losses, "Dolby Vision", "the Dolby Vision configuration is lost: players will show the base layer");
+        Warn(losses, "Dolby Vision",
+             std::string("the Dolby Vision configuration is lost: ") +
+                 (isEncoded ? "the base layer is encoded" : "players will show the base layer"));
     }
     if (HasSideData(stream, AV_PKT_DATA_ICC_PROFILE)) {
         Warn(losses, "colour profile", "the ICC colour profile is lost");
