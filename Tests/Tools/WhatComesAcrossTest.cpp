@@ -22,9 +22,14 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-struct Row {
+struct Fate {
     std::string m_Kind; // empty where it comes across
     int m_ExitCode;
+};
+
+struct Row {
+    Fate m_Copied;
+    Fate m_Encoded;
     bool m_IsKnownBefore; // to --dry-run
 };
 
@@ -50,8 +55,8 @@ std::map<std::string, Row> RowsOfThePage() {
             cell.erase(cell.find_last_not_of(" `") + 1);
             cells.push_back(cell);
         }
-        if (cells.size() != 4) throw std::runtime_error("not a row: " + line);
-        rows[cells[0]] = {cells[2], std::stoi(cells[3]), tables == 1};
+        if (cells.size() != 7) throw std::runtime_error("not a row: " + line);
+        rows[cells[0]] = {{cells[2], std::stoi(cells[3])}, {cells[5], std::stoi(cells[6])}, tables == 1};
     }
     return rows;
 }
@@ -63,9 +68,10 @@ struct Source {
         m_Make; // commands of the shell, in a folder of their own; CLIP, WEBM and SOUND are clips of the tools' tests
     const char* m_Output = "out.mkv";
     std::function<void()> m_Patch = nullptr; // what no muxer at hand writes
-    // What a command says of the file when it came across.
+    // What a command says of the file when it came across, copied and encoded.
     const char* m_Ask = "";
     const char* m_Answer = "";
+    const char* m_EncodedAnswer = m_Answer;
 };
 
 // Puts octets over the file, so many behind the first place of some others.
@@ -87,18 +93,21 @@ const auto Mkvmerge = [](const std::string& options) {
 constexpr const char* kAskColours = "ffprobe -v error -select_streams v -show_entries "
                                     "stream=color_primaries,color_transfer,color_space -of csv=p=0 out.mkv";
 
+constexpr const char* kAskSize = "ffprobe -v error -show_entries stream=width,height -of csv=p=0 out.*";
+
 std::vector<Source> Sources() {
     return {
         {"H.264 with all its units: captions, recovery points, other SEI", "in.mp4",
          kPicture + "-c:v libx264 -x264-params open-gop=1:keyint=5:bframes=2 in.mp4", "out.mkv", nullptr,
          "ffmpeg -v error -i out.mkv -c copy -bsf:v h264_mp4toannexb,trace_headers -f null - -v trace 2>&1 | "
          "grep -c 'Recovery Point' | sed 's/^[1-9].*/some/'",
-         "some\n"},
+         "some\n", "0\n"},
         {"colour data in its H.264 frames", "in.mp4",
          kPicture + "-c:v libx264 -color_primaries bt2020 -color_trc smpte2084 -colorspace bt2020nc in.mp4", "out.mkv",
-         nullptr, kAskColours, "bt2020nc,smpte2084,bt2020\n"},
+         nullptr, kAskColours, "bt2020nc,smpte2084,bt2020\n", "bt709,bt709,bt709\n"},
         {"colour data that its container alone has", "in.mkv",
-         Mkvmerge("--colour-primaries 0:9 --colour-transfer-characteristics 0:16 --colour-matrix-coefficients 0:9")},
+         Mkvmerge("--colour-primaries 0:9 --colour-transfer-characteristics 0:1 --colour-matrix-coefficients 0:9"),
+         "out.mkv", nullptr, kAskColours, "", "bt2020nc,bt709,bt2020\n"},
         {"HDR data that its container alone has: mastering display, content light level", "in.mkv",
          Mkvmerge("--max-content-light 0:1000 --max-frame-light 0:400 --max-luminance 0:1000 --min-luminance 0:0.01 "
                   "--chromaticity-coordinates 0:0.68,0.32,0.265,0.69,0.15,0.06 "
@@ -112,8 +121,10 @@ std::vector<Source> Sources() {
          "out.mkv", [] { Patch("in.mov", Ascii("colrnclc"), Ascii("colrprof")); }},
         {"pixels that are not square, into Matroska", "in.mp4", kCopy + "-aspect 4:3 in.mp4", "out.mkv", nullptr,
          "ffprobe -v error -select_streams v -show_entries stream=display_aspect_ratio -of csv=p=0 out.mkv", "4:3\n"},
-        {"pixels that are not square, into WebM", "in.webm", kPicture + "-c:v libvpx -aspect 4:3 in.webm", "out.webm"},
-        {"a rotation", "in.mp4", kCopy + "-metadata:s:v rotate=90 in.mp4"},
+        {"pixels that are not square, into WebM", "in.webm", kPicture + "-c:v libvpx -aspect 4:3 in.webm", "out.webm",
+         nullptr, kAskSize, "", "86,64\n"},
+        {"a rotation", "in.mp4", kCopy + "-metadata:s:v rotate=90 in.mp4", "out.mkv", nullptr, kAskSize, "",
+         "180,320\n"},
         {"cropping in an MP4 file (clean aperture)", "in.mp4", kCopy + "-aspect 4:3 in.mp4", "out.mkv",
          [] { Patch("in.mp4", Ascii("btrt"), Ascii("clap")); }},
         {"cropping in a Matroska file", "in.mkv", Mkvmerge("--cropping 0:4,4,4,4")},
@@ -127,6 +138,9 @@ std::vector<Source> Sources() {
          "-auto-alt-ref 0 in.webm",
          "out.webm"},
         {"a field order that its frames do not tell", "in.mkv", kPicture + "-c:v libvpx -field_order tt in.mkv"},
+        {"a field order that its frames tell", "in.mpg",
+         kPicture + "-vf setfield=tff -c:v mpeg2video -flags +ildct+ilme in.mpg", "out.mkv", nullptr,
+         "ffprobe -v error -show_entries stream=field_order -of csv=p=0 out.mkv | grep -o tt", "tt\n"},
         {"a second video stream", "in.mp4", "ffmpeg -nostdin -v error -i CLIP -map 0:v -map 0:v -c copy in.mp4"},
         {"a second audio stream", "in.mp4", "ffmpeg -nostdin -v error -i CLIP -map 0 -map 0:a -c copy in.mp4"},
         {"video, into a file for sound", "in.mp4", "ln -s CLIP in.mp4", "out.mka"},
@@ -153,7 +167,9 @@ std::vector<Source> Sources() {
         {"PCM sound whose channels are not in the usual places", "in.wav",
          kSound + "-af 'pan=5.1(side)|c0=c0|c1=c0|c2=c0|c3=c0|c4=c0|c5=c0' in.wav", "out.mka"},
         {"an edit list that hides its first pictures", "in.mp4",
-         "ffmpeg -nostdin -v error -ss 0.3 -i CLIP -map 0:v -c copy in.mp4"},
+         "ffmpeg -nostdin -v error -ss 0.3 -i CLIP -map 0:v -c copy in.mp4", "out.mkv", nullptr,
+         "for file in in.mp4 out.mkv; do ffmpeg -nostdin -v error -i $file -f framemd5 - | grep -c '^0'; done | uniq",
+         "", "67\n"},
         {"an edit list of several parts", "in.mp4",
          "ffmpeg -nostdin -v error -itsoffset 1 -i CLIP -map 0:v -c copy in.mp4", "out.mkv",
          // The film's late begin becomes a first part.
@@ -178,6 +194,37 @@ protected:
         return text;
     }
 
+    static void ExpectFate(const Source& source, const Fate& fate, bool isKnownBefore, bool isEncoded) {
+        SCOPED_TRACE(isEncoded ? "encoded" : "copied");
+        const bool isWritten = !isKnownBefore || fate.m_Kind.empty();
+        const CommandResult result =
+            RunCommand(Quoted(QF_QFMUX) + (isWritten ? " -y --json" : " --dry-run --json") +
+                       (isEncoded ? " --encode all " : " ") + source.m_Name + " " + source.m_Output + " 2>words");
+        EXPECT_EQ(result.m_ExitCode, fate.m_ExitCode) << WordsOf("words");
+        const json report = json::parse(result.m_Output);
+        std::set<std::string> kinds;
+        for (const json& loss : report["lost"]) {
+            EXPECT_TRUE(kinds.insert(loss["kind"]).second) << "told twice: " << loss["kind"];
+            // On stderr the same words, once, unless they are asked for.
+            const std::string words = WordsOf("words");
+            const std::string text = loss["text"];
+            const std::size_t at = words.find(text);
+            EXPECT_EQ(at != std::string::npos, isWritten && loss["weight"] != "as asked") << words;
+            if (at == std::string::npos) continue;
+            EXPECT_EQ(words.find(text, at + 1), std::string::npos) << words;
+        }
+        if (!fate.m_Kind.empty()) {
+            EXPECT_EQ(kinds.count(fate.m_Kind), 1U) << report["lost"].dump();
+            return;
+        }
+        for (const char* kind : {"colour", "aspect", "rotation", "stereo 3D", "HDR", "trimming", "edit list",
+                                 "field order", "seeking", "channel layout"}) {
+            EXPECT_EQ(kinds.count(kind), 0U) << kind;
+        }
+        EXPECT_EQ(RunCommand(std::string(source.m_Ask) + " 2>&1").m_Output,
+                  isEncoded ? source.m_EncodedAnswer : source.m_Answer);
+    }
+
     void Make(const Source& source) {
         for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
         std::string line = Filled(source.m_Make, "CLIP", QF_CLIPS "/h264-aac.mp4");
@@ -200,29 +247,8 @@ TEST_F(WhatComesAcross, IsAsThePageSays) {
         const Row row = rows[source.m_Row];
         rows.erase(source.m_Row);
         Make(source);
-        const std::string files = std::string(" ") + source.m_Name + " " + source.m_Output;
-        const bool isWritten = !row.m_IsKnownBefore || row.m_Kind.empty();
-        const CommandResult result =
-            RunCommand(Quoted(QF_QFMUX) + (isWritten ? " --json" : " --dry-run --json") + files + " 2>words");
-        EXPECT_EQ(result.m_ExitCode, row.m_ExitCode) << WordsOf("words");
-        const json report = json::parse(result.m_Output);
-        std::set<std::string> kinds;
-        for (const json& loss : report["lost"]) {
-            EXPECT_TRUE(kinds.insert(loss["kind"]).second) << "told twice: " << loss["kind"];
-            // On stderr the same words, once, unless they are asked for.
-            const std::string words = WordsOf("words");
-            const std::string text = loss["text"];
-            const std::size_t at = words.find(text);
-            EXPECT_EQ(at != std::string::npos, isWritten && loss["weight"] != "as asked") << words;
-            if (at == std::string::npos) continue;
-            EXPECT_EQ(words.find(text, at + 1), std::string::npos) << words;
-        }
-        if (row.m_Kind.empty()) {
-            for (const char* kind : {"colour", "aspect", "stereo 3D"}) EXPECT_EQ(kinds.count(kind), 0U);
-            EXPECT_EQ(RunCommand(std::string(source.m_Ask) + " 2>&1").m_Output, source.m_Answer);
-        } else {
-            EXPECT_EQ(kinds.count(row.m_Kind), 1U) << report["lost"].dump();
-        }
+        ExpectFate(source, row.m_Copied, row.m_IsKnownBefore, false);
+        ExpectFate(source, row.m_Encoded, row.m_IsKnownBefore, true);
     }
     for (const auto& [row, unused] : rows) ADD_FAILURE() << "no source for the row: " << row;
 }
