@@ -2,6 +2,7 @@
 #include "LossText.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "TimeLine.h"
 
@@ -29,6 +30,11 @@ std::string KindName(const AVStream* stream) {
 const char* Value(const AVDictionary* tags, const char* key) {
     const AVDictionaryEntry* const entry = av_dict_get(tags, key, nullptr, 0);
     return entry != nullptr && entry->value[0] != '\0' ? entry->value : nullptr;
+}
+
+bool HasAlphaPictures(const AVStream* stream) {
+    const char* const mode = Value(stream->metadata, "alpha_mode");
+    return mode != nullptr && std::strcmp(mode, "0") != 0;
 }
 
 bool IsCover(const AVStream& stream) { return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0; }

@@ -21,5 +21,7 @@ std::string Joined(const std::vector<std::string>& words);
 std::string KindName(const AVStream* stream);
 // A tag's text; null if it is absent or empty.
 const char* Value(const AVDictionary* tags, const char* key);
+// Whether the file has a second picture with the transparency of each picture.
+bool HasAlphaPictures(const AVStream* stream);
 // Whether the stream is a cover picture, which does not count as video.
 bool IsCover(const AVStream& stream);

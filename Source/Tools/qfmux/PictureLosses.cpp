@@ -34,12 +34,6 @@ bool HasSideData(const AVStream* stream, AVPacketSideDataType type) {
     return av_stream_get_side_data(stream, type, nullptr) != nullptr;
 }
 
-// Whether the file has a second picture with the transparency of each picture.
-bool HasAlpha(const AVStream* stream) {
-    const char* const mode = Value(stream->metadata, "alpha_mode");
-    return mode != nullptr && std::strcmp(mode, "0") != 0;
-}
-
 bool HasStereo(const AVStream* stream) {
     const auto* const stereo = SideData<AVStereo3D>(stream, AV_PKT_DATA_STEREO3D);
     return stereo != nullptr && stereo->type != AV_STEREO3D_2D;
@@ -192,7 +186,7 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
     if (HasCrop(video)) {
         Warn(losses, "cropping", "the cropping is lost: players will show the edges of the pictures too");
     }
-    if (HasAlpha(stream)) {
+    if (HasAlphaPictures(stream) && !isEncoded) {
         Warn(losses, "transparency", "transparency is lost: players will show the pictures opaque");
     }
     if (isEncoded) {
@@ -213,7 +207,11 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
              std::string("the spherical projection (") + av_spherical_projection_name(spherical->projection) +
                  ") is lost: players will show the pictures flat");
     }
-    const bool isInterlaced = stream->codecpar->field_order > AV_FIELD_PROGRESSIVE;
+    bool isInterlaced = stream->codecpar->field_order > AV_FIELD_PROGRESSIVE;
+    if (isEncoded && stream->codecpar->field_order == AV_FIELD_UNKNOWN) {
+        const AvPtr<AVFrame> picture = DecodeFirstPicture(*video.m_pFile, stream);
+        isInterlaced = picture != nullptr && picture->interlaced_frame != 0;
+    }
     if (isEncoded && isInterlaced && !video.m_Encoding->m_Deinterlaces) {
         Warn(losses, "field order",
              "the pictures are interlaced and encoded as they are: --deinterlace deinterlaces them");

@@ -19,7 +19,7 @@ public:
 
     // To be called for each line in the log.
     static void Take(AVFormatContext& context, int level, const char* format);
-    static void Take(AVCodecContext& context, const char* format);
+    static void Take(AVCodecContext& context, int level, const char* format);
 
     int Packets() const { return m_Packets; } // packets reported as corrupt
     int Others() const { return m_Others; }
@@ -27,6 +27,6 @@ public:
 
 private:
     int m_Packets = 0;
-    int m_Others = 0;
+    std::atomic<int> m_Others = 0;
     std::atomic<int> m_Concealed = 0;
 };

@@ -6,17 +6,32 @@
 #include <utility>
 
 #include "AvLog.h"
+#include "LossText.h"
 #include "ToolError.h"
 
 extern "C" {
 #include <libavutil/mathematics.h>
 }
 
+namespace {
+
+const AVCodec* FindDecoder(const AVStream* stream) {
+    const AVCodecID codec = stream->codecpar->codec_id;
+    const AVCodec* decoder = nullptr;
+    if (HasAlphaPictures(stream)) { // which libavcodec's own decoders of these codecs ignore
+        const bool isVp8 = codec == AV_CODEC_ID_VP8;
+        if (isVp8 || codec == AV_CODEC_ID_VP9) decoder = avcodec_find_decoder_by_name(isVp8 ? "libvpx" : "libvpx-vp9");
+    }
+    return decoder != nullptr ? decoder : avcodec_find_decoder(codec);
+}
+
+} // namespace
+
 StreamDecoder::StreamDecoder(PacketSource& source, AVStream* stream)
     : m_Source(source), m_pStream(stream), m_Packet(NewAvPacket()), m_LastRescaled(AV_NOPTS_VALUE) {
     const AVCodecParameters& parameters = *stream->codecpar;
     const std::string name = avcodec_get_name(parameters.codec_id);
-    const AVCodec* const decoder = avcodec_find_decoder(parameters.codec_id);
+    const AVCodec* const decoder = FindDecoder(stream);
     if (decoder == nullptr)
         throw ToolError(kExitError, "cannot convert " + name + ": libavcodec has no decoder for it");
     m_Codec.reset(avcodec_alloc_context3(decoder));
@@ -97,7 +112,12 @@ void StreamDecoder::NoteGap(std::int64_t length) {
 // A picture may be marked, in the log, or both.
 void StreamDecoder::CountDamage(bool isMarked, std::int64_t time) {
     if (isMarked) ++m_Marked;
-    const int damaged = std::max(m_Marked, m_Errors.Concealed());
+    // Several lines may tell of one picture.
+    if (const int lines = m_Errors.Others(); lines > m_Lines) {
+        m_Lines = lines;
+        ++m_Told;
+    }
+    const int damaged = std::max({m_Marked, m_Told, m_Errors.Concealed()});
     if (m_Damaged == 0 && damaged > 0) m_FirstDamaged = HostTime(time, m_TimeBase);
     m_Damaged = damaged;
 }

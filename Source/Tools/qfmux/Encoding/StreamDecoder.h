@@ -44,6 +44,8 @@ private:
     std::int64_t m_GapLength = 0;
     int m_Damaged = 0;
     int m_Marked = 0; // of these, known without the log
+    int m_Told = 0;   // of these, with errors in the log
+    int m_Lines = 0;  // errors in the log so far
     int m_Gaps = 0;
     bool m_HasBegun = false;
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "StreamFilters.h"
 
+#include "LossText.h"
 #include "Turn.h"
 
 extern "C" {
@@ -81,7 +82,7 @@ StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Targ
 
     if (options.m_Deinterlace) Append(chain, "bwdif=mode=send_frame:deint=interlaced");
     Append(chain, TurnFilter(stream));
-    if ((format->flags & AV_PIX_FMT_FLAG_ALPHA) != 0) {
+    if ((format->flags & AV_PIX_FMT_FLAG_ALPHA) != 0 || HasAlphaPictures(stream)) {
         Append(chain, "premultiply=inplace=1");
         filters.m_Notes.emplace_back("transparent parts of the pictures become black");
     }
