@@ -104,7 +104,8 @@ void TrackEncoder::PushHeld(std::int64_t next) {
 
 // Whether a picture is the first of its cluster.
 bool TrackEncoder::OpensCluster(std::int64_t time) {
-    const std::int64_t cluster = ClusterOf(ToMilliseconds(time) - ToMilliseconds(m_Zero));
+    const std::int64_t shift = std::max<std::int64_t>(0, -m_Zero); // negative times are shifted before they are rounded
+    const std::int64_t cluster = ClusterOf(ToMilliseconds(time + shift) - ToMilliseconds(m_Zero + shift));
     if (cluster <= m_Cluster) return false;
     m_Cluster = cluster;
     return true;
