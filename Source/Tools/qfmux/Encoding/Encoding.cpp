@@ -50,6 +50,8 @@ AvOptions PictureOptions(const Target& target, const MediaFile& file, AVStream* 
     switch (target.m_Codec) {
     case AV_CODEC_ID_H264:
         usual.insert({{"preset", "medium"}});
+        // Blocks of a Video-for-Windows track have decoding times only, by which players show reordered pictures early.
+        if (target.m_FourCC == MakeFourCC("havc")) usual.insert({{"bf", "0"}});
         break;
     case AV_CODEC_ID_VP8:
         usual.insert({{"deadline", "good"}, {"cpu-used", "4"}});

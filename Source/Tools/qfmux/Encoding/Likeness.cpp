@@ -38,9 +38,9 @@ public:
         m_Sums[minute][1] += count;
     }
     std::size_t Size() const { return m_Sums.size(); }
-    double Of(std::size_t minute) const {
-        return minute < m_Sums.size() && m_Sums[minute][1] > 0 ? m_Sums[minute][0] / m_Sums[minute][1] : 0;
-    }
+    double Sum(std::size_t minute) const { return minute < m_Sums.size() ? m_Sums[minute][0] : 0; }
+    double Count(std::size_t minute) const { return minute < m_Sums.size() ? std::max(1.0, m_Sums[minute][1]) : 1; }
+    double Of(std::size_t minute) const { return Sum(minute) / Count(minute); }
 
 private:
     std::vector<std::array<double, 2>> m_Sums;
@@ -128,17 +128,22 @@ public:
         Pull();
     }
     std::size_t Size() const { return m_Means.Size(); }
-    // In decibels of full scale.
-    double Level(std::size_t minute) const { return 10 * std::log10(std::max(1e-12, m_Means.Of(minute))); }
+    // In decibels of full scale, as the mean of as many samples as the other has: an encoder's padding is silent.
+    double Level(std::size_t minute, const Power& other) const {
+        return 10 * std::log10(std::max(1e-12, m_Means.Sum(minute) / other.m_Means.Count(minute)));
+    }
 
 private:
     void Pull() {
         for (const AvPtr<AVFrame> frame = NewAvFrame(); m_Graph.Pull(*frame);) {
             const auto* const samples = reinterpret_cast<const float*>(frame->data[0]);
-            const int count = frame->nb_samples * frame->ch_layout.nb_channels;
-            double sum = 0;
-            for (int i = 0; i < count; ++i) sum += static_cast<double>(samples[i]) * samples[i];
-            m_Means.Add(MinuteOf(frame->pts - m_Origin, m_TimeBase), sum, count);
+            const int channels = frame->ch_layout.nb_channels;
+            for (int i = 0; i < frame->nb_samples; ++i) {
+                double sum = 0;
+                for (int k = i * channels; k < (i + 1) * channels; ++k)
+                    sum += static_cast<double>(samples[k]) * samples[k];
+                m_Means.Add(MinuteOf(frame->pts + i - m_Origin, m_TimeBase), sum, channels);
+            }
             av_frame_unref(frame.get());
         }
     }
@@ -159,7 +164,9 @@ public:
         m_Source.End();
         m_Result.End();
         std::vector<LikeMinute> minutes;
-        for (std::size_t i = 0; i < m_Source.Size(); ++i) minutes.push_back({m_Source.Level(i), m_Result.Level(i)});
+        for (std::size_t i = 0; i < m_Source.Size(); ++i) {
+            minutes.push_back({m_Source.Level(i, m_Source), m_Result.Level(i, m_Source)});
+        }
         return minutes;
     }
 

@@ -143,8 +143,8 @@ bool StreamEncoder::Pull(Frame& frame) {
     if (m_Codec->codec_type == AVMEDIA_TYPE_VIDEO) {
         SetVideoTimes(frame);
     } else {
-        frame.m_Presentation = frame.m_Decode =
-            HostTime(packet.pts - m_Encoding.m_pTarget->m_Delay, m_Codec->time_base);
+        frame.m_Packet->pts -= m_Encoding.m_pTarget->m_Delay;
+        frame.m_Presentation = frame.m_Decode = HostTime(packet.pts, m_Codec->time_base);
         const std::int64_t samples = packet.duration > 0 ? packet.duration : std::max(1, m_Codec->frame_size);
         frame.m_Duration = static_cast<std::int32_t>(HostTime(samples, m_Codec->time_base));
     }
