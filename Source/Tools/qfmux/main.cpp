@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// qfmux: copies the streams of media files into a Matroska or WebM file. It is a host of the plug-in.
+// qfmux: copies or encodes the streams of media files into a Matroska or WebM file. It is a host of the plug-in.
 #include <cstdlib>
 #include <optional>
 #include <random>
