@@ -53,6 +53,10 @@ void StreamEncoder::PrepareVideo(const FilterGraph& graph, const AVFrame& first)
                                                      : AV_FIELD_BT;
     m_FrameRate = graph.FrameRate();
     if (m_FrameRate.num <= 0 || m_FrameRate.den <= 0) m_FrameRate = {25, 1};
+    // ISO/IEC 11172-2 has no lower rate; the encoder lists rates of others' own.
+    constexpr AVRational kLeastOfMpeg1 = {24000, 1001};
+    if (codec.codec_id == AV_CODEC_ID_MPEG1VIDEO && av_cmp_q(m_FrameRate, kLeastOfMpeg1) < 0)
+        m_FrameRate = kLeastOfMpeg1;
     if (codec.codec->supported_framerates != nullptr) {
         m_FrameRate =
             codec.codec->supported_framerates[av_find_nearest_q_idx(m_FrameRate, codec.codec->supported_framerates)];
