@@ -625,6 +625,18 @@ TYPED_TEST(AnyStream, TakesItsBlocksBackAndFillsThemAgain) {
     EXPECT_TRUE(SameOctets(Written(*block), Written(fresh.m_Queue.front()))) << "nothing is left of what was in it";
 }
 
+TYPED_TEST(AnyStream, KeepsTheMemoryOfFramesOfUpTo1024Octets) {
+    for (const std::size_t size : {1024U, 1025U}) {
+        auto stream = MakeStream<TypeParam>(MakeVideo("VP8 "));
+        Write(stream, Repeated(size, 0xAA), 0, 1, 0);
+        auto blocks = Drained(stream);
+        stream.TakeBack(blocks);
+        Write(stream, Hex("01"), 0, 1, 1);
+        const std::size_t capacity = BlockOf(stream.m_Queue.front()).m_Frames.front().m_Data.capacity();
+        EXPECT_EQ(capacity, size == 1024 ? 1024U : 1U) << size;
+    }
+}
+
 TYPED_TEST(AnyStream, LeavesBlocksOfOtherTracksAndBlocksWithoutFrames) {
     const VideoParam video = MakeVideo("VP8 ");
     auto stream = MakeStream<TypeParam>(video);
