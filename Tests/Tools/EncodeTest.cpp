@@ -109,7 +109,7 @@ enum class Same {
 constexpr const char* kOwnKeys = "--encode auto --video-options cpu-used=5";
 constexpr const char* kEvenKeys = "--encode all --video-options cpu-used=5,g=10";
 
-struct Clip {
+struct Conversion {
     const char* m_Source;
     const char* m_Output;
     const char* m_Options;
@@ -123,7 +123,7 @@ struct Clip {
     Same m_Same;
 };
 
-class EveryClip : public EncodeTest, public testing::WithParamInterface<Clip> {
+class EveryConversion : public EncodeTest, public testing::WithParamInterface<Conversion> {
 protected:
     // What ffmpeg makes of the source with a track's encoder, options and filter. A file of Matroska asks encoders to
     // leave the set-up data out of the frames, a file of AVI does not.
@@ -180,8 +180,8 @@ protected:
     }
 };
 
-TEST_P(EveryClip, IsConvertedAsByFfmpeg) {
-    const Clip& clip = GetParam();
+TEST_P(EveryConversion, IsConvertedAsByFfmpeg) {
+    const Conversion& clip = GetParam();
     const std::string source = ClipPath(clip.m_Source);
     const std::string output = Path(clip.m_Output);
     const std::string arguments = clip.m_Options + (" " + Quoted(source)) + " " + Quoted(output);
@@ -227,51 +227,55 @@ TEST_P(EveryClip, IsConvertedAsByFfmpeg) {
     if (clip.m_Same != Same::No) ExpectSame(report["tracks"], source, output, clip.m_Same);
 }
 
-constexpr const char* kAvc = "V_MPEG4/ISO/AVC";
-constexpr const char* kVfw = "V_MS/VFW/FOURCC";
-constexpr const char* kAsp = "V_MPEG4/ISO/ASP";
+constexpr const char* kH264 = "V_MPEG4/ISO/AVC";
+constexpr const char* kHavc = "V_MS/VFW/FOURCC";
+constexpr const char* kMpeg4 = "V_MPEG4/ISO/ASP";
 constexpr const char* kVp8 = "V_VP8";
 constexpr const char* kAac = "A_AAC";
 constexpr const char* kAc3 = "A_AC3";
 constexpr const char* kVorbis = "A_VORBIS";
 
 INSTANTIATE_TEST_SUITE_P(
-    Clips, EveryClip,
+    Clips, EveryConversion,
     testing::Values(
-        Clip{"hevc-aac.mp4", "a.mkv", "--encode auto", kAvc, 160, 90, kAac, 48000, 1, 0, Same::Octets},
-        Clip{"hevc-aac.mp4", "a.mkv", "--encode all --format HMKV", kVfw, 160, 90, kAc3, 48000, 1, 0, Same::Pictures},
-        Clip{"hevc-aac.mp4", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::Octets},
-        Clip{"hevc-aac.mp4", "a.webm", kOwnKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::No},
-        Clip{"hevc-aac.mp4", "a.mka", "--encode all", nullptr, 0, 0, kAac, 48000, 1, 0, Same::Octets},
-        Clip{"hevc-turned.mp4", "a.mkv", "--encode auto", kAvc, 90, 160, kAac, 48000, 1, 0, Same::Octets},
-        Clip{"hevc-pq.mkv", "a.mkv", "--encode auto", kAvc, 160, 90, kAac, 48000, 1, 0, Same::Octets},
-        Clip{"hevc-pq.mkv", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::Octets},
-        Clip{"av1-opus.mkv", "a.mkv", "--encode auto", kAvc, 160, 90, kAac, 48000, 1, 0, Same::Octets},
-        Clip{"av1-opus.mkv", "a.mkv", "--encode auto --video-codec xvid --audio-codec mp3", kAsp, 160, 90, "A_MPEG/L3",
-             48000, 1, 0, Same::Octets},
-        Clip{"vp9-44100.mkv", "a.mkv", "--encode auto --quality 40", kAvc, 160, 90, kAac, 44100, 1, 0, Same::Octets},
-        Clip{"vp9-44100.mkv", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 44100, 1, 0, Same::Octets},
-        Clip{"mpeg2-eac3.ts", "a.mkv", "--encode auto", kAvc, 160, 90, kAac, 48000, 1, 0, Same::Octets},
-        Clip{"mpeg2-eac3.ts", "a.mka", "--encode auto --audio-codec ac3", nullptr, 0, 0, kAc3, 48000, 1, 0,
-             Same::Octets},
-        Clip{"fields-mp2.ts", "a.mkv", "--encode all --deinterlace", kAvc, 160, 90, kAac, 48000, 1, 0, Same::Octets},
-        Clip{"prores-96k.mov", "a.mkv", "--encode auto --video-options preset=ultrafast", kAvc, 160, 90, kAac, 96000, 1,
-             0, Same::Octets},
-        Clip{"prores-96k.mov", "a.mkv", "--encode all --format HMKV", kVfw, 160, 90, kAc3, 48000, 1, 0, Same::Pictures},
-        Clip{"mjpeg-8k.avi", "a.mkv", "--encode all", kAvc, 160, 90, kAac, 8000, 1, 0, Same::Octets},
-        Clip{"mjpeg-8k.avi", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 8000, 1, 0, Same::Octets},
-        Clip{"mjpeg-8k.avi", "a.mkv", "--encode all --video-codec mpeg4 --audio-codec pcm", kAsp, 160, 90,
-             "A_PCM/INT/LIT", 8000, 1, 0, Same::Octets},
-        Clip{"drawn.gif", "a.mkv", "--encode auto --size 80x", kAvc, 80, 46, nullptr, 0, 0, 0, Same::No},
-        Clip{"drawn.gif", "a.webm", kOwnKeys, kVp8, 160, 90, nullptr, 0, 0, 0, Same::No},
-        Clip{"dv.avi", "a.mkv", "--encode all --video-codec mpeg2 --audio-codec mp2", "V_MPEG2", 720, 576, "A_MPEG/L2",
-             48000, 2, 0, Same::Octets},
-        Clip{"uneven.mkv", "a.mkv", "--encode auto", kAvc, 160, 90, kAac, 48000, 1, 0, Same::No},
-        Clip{"uneven.mkv", "a.webm", kOwnKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::No},
-        Clip{"open-gop.ts", "a.mkv", "--encode all --video-filter hflip --audio-filter volume=0.9", kAvc, 160, 90, kAac,
-             48000, 1, 0, Same::Octets},
-        Clip{"six-channels.m4a", "a.mka", "--encode auto", nullptr, 0, 0, kAac, 48000, 6, 0, Same::Octets},
-        Clip{"six-channels.m4a", "a.webm", "--encode auto", nullptr, 0, 0, kVorbis, 48000, 6, 0, Same::Octets}),
+        Conversion{"hevc-aac.mp4", "a.mkv", "--encode auto", kH264, 160, 90, kAac, 48000, 1, 0, Same::Octets},
+        Conversion{"hevc-aac.mp4", "a.mkv", "--encode all --format HMKV", kHavc, 160, 90, kAc3, 48000, 1, 0,
+                   Same::Pictures},
+        Conversion{"hevc-aac.mp4", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::Octets},
+        Conversion{"hevc-aac.mp4", "a.webm", kOwnKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::No},
+        Conversion{"hevc-aac.mp4", "a.mka", "--encode all", nullptr, 0, 0, kAac, 48000, 1, 0, Same::Octets},
+        Conversion{"hevc-turned.mp4", "a.mkv", "--encode auto", kH264, 90, 160, kAac, 48000, 1, 0, Same::Octets},
+        Conversion{"hevc-pq.mkv", "a.mkv", "--encode auto", kH264, 160, 90, kAac, 48000, 1, 0, Same::Octets},
+        Conversion{"hevc-pq.mkv", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::Octets},
+        Conversion{"av1-opus.mkv", "a.mkv", "--encode auto", kH264, 160, 90, kAac, 48000, 1, 0, Same::Octets},
+        Conversion{"av1-opus.mkv", "a.mkv", "--encode auto --video-codec xvid --audio-codec mp3", kMpeg4, 160, 90,
+                   "A_MPEG/L3", 48000, 1, 0, Same::Octets},
+        Conversion{"vp9-44100.mkv", "a.mkv", "--encode auto --quality 40", kH264, 160, 90, kAac, 44100, 1, 0,
+                   Same::Octets},
+        Conversion{"vp9-44100.mkv", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 44100, 1, 0, Same::Octets},
+        Conversion{"mpeg2-eac3.ts", "a.mkv", "--encode auto", kH264, 160, 90, kAac, 48000, 1, 0, Same::Octets},
+        Conversion{"mpeg2-eac3.ts", "a.mka", "--encode auto --audio-codec ac3", nullptr, 0, 0, kAc3, 48000, 1, 0,
+                   Same::Octets},
+        Conversion{"fields-mp2.ts", "a.mkv", "--encode all --deinterlace", kH264, 160, 90, kAac, 48000, 1, 0,
+                   Same::Octets},
+        Conversion{"prores-96k.mov", "a.mkv", "--encode auto --video-options preset=ultrafast", kH264, 160, 90, kAac,
+                   96000, 1, 0, Same::Octets},
+        Conversion{"prores-96k.mov", "a.mkv", "--encode all --format HMKV", kHavc, 160, 90, kAc3, 48000, 1, 0,
+                   Same::Pictures},
+        Conversion{"mjpeg-8k.avi", "a.mkv", "--encode all", kH264, 160, 90, kAac, 8000, 1, 0, Same::Octets},
+        Conversion{"mjpeg-8k.avi", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 8000, 1, 0, Same::Octets},
+        Conversion{"mjpeg-8k.avi", "a.mkv", "--encode all --video-codec mpeg4 --audio-codec pcm", kMpeg4, 160, 90,
+                   "A_PCM/INT/LIT", 8000, 1, 0, Same::Octets},
+        Conversion{"drawn.gif", "a.mkv", "--encode auto --size 80x", kH264, 80, 46, nullptr, 0, 0, 0, Same::No},
+        Conversion{"drawn.gif", "a.webm", kOwnKeys, kVp8, 160, 90, nullptr, 0, 0, 0, Same::No},
+        Conversion{"dv.avi", "a.mkv", "--encode all --video-codec mpeg2 --audio-codec mp2", "V_MPEG2", 720, 576,
+                   "A_MPEG/L2", 48000, 2, 0, Same::Octets},
+        Conversion{"uneven.mkv", "a.mkv", "--encode auto", kH264, 160, 90, kAac, 48000, 1, 0, Same::No},
+        Conversion{"uneven.mkv", "a.webm", kOwnKeys, kVp8, 160, 90, kVorbis, 48000, 1, 0, Same::No},
+        Conversion{"open-gop.ts", "a.mkv", "--encode all --video-filter hflip --audio-filter volume=0.9", kH264, 160,
+                   90, kAac, 48000, 1, 0, Same::Octets},
+        Conversion{"six-channels.m4a", "a.mka", "--encode auto", nullptr, 0, 0, kAac, 48000, 6, 0, Same::Octets},
+        Conversion{"six-channels.m4a", "a.webm", "--encode auto", nullptr, 0, 0, kVorbis, 48000, 6, 0, Same::Octets}),
     [](const auto& row) {
         std::string name = std::to_string(row.index) + "_" + row.param.m_Source + "_" + row.param.m_Output;
         std::replace_if(

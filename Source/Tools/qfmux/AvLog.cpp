@@ -21,9 +21,10 @@ thread_local std::string t_LastError;
     if (level > AV_LOG_INFO) return;
     const AVClass* const kind = object != nullptr ? *static_cast<AVClass**>(object) : nullptr;
     const std::string name = kind != nullptr ? kind->class_name : "";
-    if (name == "AVCodecContext") ReadErrors::Take(*static_cast<AVCodecContext*>(object), level, format);
+    if (object != nullptr && name == "AVCodecContext")
+        ReadErrors::Take(*static_cast<AVCodecContext*>(object), level, format);
     if (level > AV_LOG_WARNING) return;
-    if (name == "AVFormatContext") {
+    if (object != nullptr && name == "AVFormatContext") {
         ReadErrors::Take(*static_cast<AVFormatContext*>(object), level, format);
     } else if (level <= AV_LOG_ERROR) {
         std::array<char, 200> text{};
