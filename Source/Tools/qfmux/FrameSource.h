@@ -39,6 +39,8 @@ public:
     // Damaged pictures or pieces of sound that a decoder concealed or left out, and when the first is shown, 100 ns.
     virtual int Concealed() const { return 0; }
     virtual std::int64_t FirstConcealed() const { return 0; }
+    // How often the size of decoded pictures changed: all are scaled to the first size.
+    virtual int SizeChanges() const { return 0; }
     // For sound of broadcasts: the number of gaps of more than 0.1 s, and their total length, 100 ns.
     virtual int Gaps() const { return 0; }
     virtual std::int64_t GapLength() const { return 0; }

@@ -128,9 +128,10 @@ Acceptance Accepts(const CodecChoice& choice, bool isWebm, const EncoderEntry* l
     return choice.m_FourCC != 0 && !choice.m_IsGeneric && !isWebm ? Acceptance::OwnIdentifier : Acceptance::Refused;
 }
 
-// Throws ToolError for a codec that the format does not support.
+// Throws ToolError for a codec that the format does not support. hint: what the user can do, for the message.
 void CheckAccepted(const CodecChoice& choice, const std::string& codec, const std::string& kind, bool isWebm,
-                   const std::string& format, const EncoderEntry* list, bool force, bool isAlone, RunReport& report) {
+                   const std::string& format, const EncoderEntry* list, bool force, const std::string& hint,
+                   RunReport& report) {
     const Acceptance acceptance = Accepts(choice, isWebm, list);
     if (acceptance == Acceptance::Listed) return;
     if (acceptance == Acceptance::OwnIdentifier) {
@@ -138,8 +139,6 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
                     ": it is written although the plug-in does not list it");
         return;
     }
-    const std::string hint =
-        std::string(" (--encode auto converts it") + (isAlone ? ")" : ", --no-" + kind + " leaves it out)");
     const std::string takes = "format '" + format + "' lists " + Quoted(Codes(list));
     if (choice.m_FourCC == 0) {
         throw ToolError(kExitError, kind + " codec " + codec + " cannot be written: it has no four-character code; " +
@@ -237,8 +236,12 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
         const AVMediaType other = type == AVMEDIA_TYPE_VIDEO ? AVMEDIA_TYPE_AUDIO : AVMEDIA_TYPE_VIDEO;
         const bool hasOther = std::any_of(inputs.begin(), inputs.end(),
                                           [&](const auto& input) { return !input->Streams(other).empty(); });
-        CheckAccepted(track.m_Choice, codec, KindName(type), plan.IsWebm(), format, list, options.m_ForceCodec,
-                      !hasOther, report);
+        const std::string kind = KindName(type);
+        const std::string hint = track.m_Encoding ? " (without --" + kind + "-codec it becomes " +
+                                                        FindTarget(type, "", plan.m_pFormat->fourCC)->m_Name + ")"
+                                 : hasOther ? " (--encode auto converts it, --no-" + kind + " leaves it out)"
+                                            : " (--encode auto converts it)";
+        CheckAccepted(track.m_Choice, codec, kind, plan.IsWebm(), format, list, options.m_ForceCodec, hint, report);
         return track;
     };
     plan.m_Video = take(AVMEDIA_TYPE_VIDEO, options.m_VideoIndex, options.m_NoVideo, plan.m_pFormat->videoEncoders);

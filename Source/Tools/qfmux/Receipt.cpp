@@ -32,6 +32,10 @@ void WarnOfTracks(const std::optional<Track>& video, const std::optional<Track>&
         report.Warn(
             "each picture with several slices became several blocks, which decoders reject; --h264 H264 avoids this");
     }
+    if (video && video->Reader().SizeChanges() > 0) {
+        report.Note("the pictures of " + video->Plan().m_pFile->Path() +
+                    " change their size: all are scaled to that of the first");
+    }
     if (audio && audio->SetupHasChanged()) {
         report.Warn("the set-up data of the sound in " + audio->Plan().m_pFile->Path() +
                     " change within the stream: the file holds only the first");

@@ -88,6 +88,14 @@ bool SetsRate(const AvOptions& options) {
     });
 }
 
+// Whether the user's own filters deinterlace.
+bool Deinterlaces(const std::string& filter) {
+    static constexpr const char* kNames[] = {"bwdif", "estdif",         "fieldmatch", "kerndeint",
+                                             "nnedi", "separatefields", "w3fdif",     "yadif"};
+    return std::any_of(std::begin(kNames), std::end(kNames),
+                       [&](const char* name) { return filter.find(name) != std::string::npos; });
+}
+
 void CheckNames(const Target& target, const AvOptions& options, const char* name) {
     const AvPtr<AVCodecContext> codec(avcodec_alloc_context3(avcodec_find_encoder_by_name(target.m_Encoder)));
     if (codec == nullptr) {
@@ -123,6 +131,11 @@ Encoding PlanEncoding(const MediaFile& file, AVStream* stream, const Target& tar
     if (SetsRate(own)) {
         for (const char* const rate : {"b", "crf", "flags", "global_quality"}) usual.erase(rate);
     }
+    // Flags of the user that have signs change the usual ones.
+    const auto flags = usual.find("flags");
+    if (flags != usual.end() && all.count("flags") > 0 && all["flags"].find_first_of("+-") == 0) {
+        all["flags"].insert(0, flags->second);
+    }
     // The encoder is marked as experimental, but there is no other.
     if (target.m_Codec == AV_CODEC_ID_DTS) usual["strict"] = "experimental";
     all.insert(usual.begin(), usual.end());
@@ -134,7 +147,7 @@ Encoding PlanEncoding(const MediaFile& file, AVStream* stream, const Target& tar
         isVideo ? PictureFilters(file, stream, target, options, isWebm) : SoundFilters(target, options);
     encoding.m_Filter = std::move(filters.m_Text);
     encoding.m_Notes = std::move(filters.m_Notes);
-    encoding.m_Deinterlaces = options.m_Deinterlace;
+    encoding.m_Deinterlaces = options.m_Deinterlace || Deinterlaces(options.m_VideoFilter);
     encoding.m_IsCompared = options.m_Verify == VerifyMode::Decode;
     // The file has a place for the set-up data of H.264 and of sound. Frames in start-code form carry theirs.
     const bool hasPlace = !isVideo || (target.m_Codec == AV_CODEC_ID_H264 && target.m_FourCC == MakeFourCC("H264") &&

@@ -57,6 +57,7 @@ void FilterGraph::Push(AVFrame* frame) {
         const int channels = frame->ch_layout.nb_channels;
         av_channel_layout_default(&frame->ch_layout, channels);
     }
+    if (m_Like != nullptr && (frame->width != m_Like->width || frame->height != m_Like->height)) ++m_SizeChanges;
     if (m_Graph == nullptr || !IsLike(*frame)) Configure(*frame);
     Check(av_buffersrc_add_frame(m_pIn, frame));
 }

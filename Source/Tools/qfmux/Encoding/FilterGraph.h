@@ -21,6 +21,9 @@ public:
     // Before the first frame: makes all frames of sound but the last that long, in samples; 0 for any length.
     void SetFrameSize(int samples) { m_FrameSize = samples; }
 
+    // Of pictures: how often their size changed. All are scaled to the first size.
+    int SizeChanges() const { return m_SizeChanges; }
+
     // After the first frame: properties of the output.
     AVRational TimeBase() const;
     AVRational FrameRate() const;
@@ -47,4 +50,5 @@ private:
     AvPtr<AVFrame> m_Like;             // the properties of the frames that the graph takes
     std::deque<AvPtr<AVFrame>> m_Rest; // frames of a graph that was replaced
     int m_FrameSize = 0;
+    int m_SizeChanges = 0;
 };

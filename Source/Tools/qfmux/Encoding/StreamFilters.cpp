@@ -56,6 +56,13 @@ std::string Size(const std::string& size) {
     return "scale=" + (width.empty() ? "-2" : width) + ":" + (height.empty() ? "-2" : height);
 }
 
+// Whether a side of "WxH" is an odd number.
+bool HasOddSide(const std::string& size) {
+    const auto isOddDigit = [](char c) { return c >= '0' && c <= '9' && (c - '0') % 2 != 0; };
+    const std::size_t by = size.find('x');
+    return isOddDigit(size.back()) || (by > 0 && isOddDigit(size[by - 1]));
+}
+
 template <class Item, class Describe>
 void AppendList(std::string& filter, const char* name, const Item* list, Item end, Describe describe) {
     if (list == nullptr) return;
@@ -108,7 +115,7 @@ StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Targ
     Append(chain, Size(options.m_Size));
     if (target.m_NeedsEvenSides && (isOdd || !options.m_VideoFilter.empty() || !options.m_Size.empty())) {
         Append(chain, "crop=trunc(iw/2)*2:trunc(ih/2)*2");
-        if (isOdd && options.m_Size.empty()) {
+        if (options.m_Size.empty() ? isOdd : HasOddSide(options.m_Size)) {
             filters.m_Notes.emplace_back("one row or column of pixels is cut off: the codec needs even sizes");
         }
     }

@@ -23,12 +23,11 @@ public:
     const std::vector<std::uint8_t>& SetupData() const override { return m_SetupData; }
     double FrameRate() const override;
     Likeness* Compared() const override { return m_Encoder != nullptr ? m_Encoder->Compared() : nullptr; }
+    int SizeChanges() const override { return m_Graph.SizeChanges(); }
     int Concealed() const override { return m_Decoder.Damaged(); }
     int Gaps() const override { return m_Decoder.Gaps(); }
     std::int64_t GapLength() const override { return m_Decoder.GapLength(); }
-    std::int64_t FirstConcealed() const override {
-        return m_Decoder.FirstDamaged() - HostTime(m_Origin, kAvTimeBase);
-    }
+    std::int64_t FirstConcealed() const override { return m_Decoder.FirstDamaged() - HostTime(m_Origin, kAvTimeBase); }
 
 private:
     // Takes a picture or samples from the decoder to the filters; at the end, tells these.
