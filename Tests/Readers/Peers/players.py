@@ -264,7 +264,7 @@ class Mpv:
     @classmethod
     def grids(cls, path):
         """The keys of all pictures that its seeks may show."""
-        lines = cls._play(["--ao=null", "--vo=null", "--untimed", f"{cls._grid}:print=yes", path]).splitlines()
+        lines = cls._play(["--no-audio", "--vo=null", "--untimed", f"{cls._grid}:print=yes", path]).splitlines()
         lines = [line.split() for line in lines if line.startswith("[fingerprint]")]
         return [(float(seconds.rstrip(":")), grid) for _, seconds, grid in lines]
 

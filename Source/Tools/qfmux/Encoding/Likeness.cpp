@@ -191,6 +191,7 @@ std::string OutOfLine(const std::vector<LikeMinute>& minutes, bool arePictures) 
     constexpr double kMostLevel = 1.5; // dB
     constexpr double kSilence = -60;   // dB
     std::vector<double> sorted;
+    sorted.reserve(minutes.size());
     for (const LikeMinute& minute : minutes) sorted.push_back(minute.m_Result);
     std::sort(sorted.begin(), sorted.end());
     std::string text;
