@@ -106,8 +106,8 @@ enum class Same {
 };
 
 // Without g, WebM's key frames are where its clusters begin.
-constexpr const char* kOwnKeys = "--encode auto --video-options cpu-used=5";
-constexpr const char* kEvenKeys = "--encode all --video-options cpu-used=5,g=10";
+constexpr const char* kOwnKeys = "--encode auto --video-options cpu-used=5,threads=1";
+constexpr const char* kEvenKeys = "--encode all --video-options cpu-used=5,threads=1,g=10";
 
 struct Conversion {
     const char* m_Source;
