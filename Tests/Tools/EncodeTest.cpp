@@ -374,19 +374,51 @@ TEST_F(EncodeTest, HdrBecomesBt709) {
 }
 
 TEST_F(EncodeTest, TransparentPartsBecomeBlack) {
-    ASSERT_EQ(RunCommand(kFfmpeg +
-                         std::string("-f lavfi -i color=white@0:size=64x64:rate=25:duration=0.4,format=rgba "
-                                     "-c:v png ") +
-                         Path("in.mov"))
-                  .m_ExitCode,
-              0);
-    const CommandResult result = Qfmux("--encode auto " + Path("in.mov") + " " + Path("a.mkv"));
-    EXPECT_EQ(result.m_ExitCode, 0) << result.m_Output;
-    EXPECT_NE(result.m_Output.find("transparent parts of the pictures become black"), std::string::npos)
-        << result.m_Output;
-    const Media media = Play(Path("a.mkv"), true, false, Path("output."));
-    EXPECT_EQ(media.m_Times.size(), 10U);
-    for (const int luma : media.m_Lumas) EXPECT_LT(luma, 4);
+    for (const auto& [codec, input] : {std::pair{"format=rgba -c:v png", "in.mov"},
+                                       std::pair{"format=yuva420p -c:v libvpx -auto-alt-ref 0", "vp8.webm"},
+                                       std::pair{"format=yuva420p -c:v libvpx-vp9", "vp9.webm"}}) {
+        ASSERT_EQ(RunCommand(kFfmpeg + std::string("-f lavfi -i color=white@0:size=64x64:rate=25:duration=0.4,") +
+                             codec + " " + Path(input))
+                      .m_ExitCode,
+                  0);
+        const CommandResult result = Qfmux("-y --encode auto " + Path(input) + " " + Path("a.mkv"));
+        EXPECT_EQ(result.m_ExitCode, 0) << result.m_Output;
+        EXPECT_NE(result.m_Output.find("transparent parts of the pictures become black"), std::string::npos)
+            << result.m_Output;
+        const Media media = Play(Path("a.mkv"), true, false, Path("output."));
+        EXPECT_EQ(media.m_Times.size(), 10U);
+        for (const int luma : media.m_Lumas) EXPECT_LT(luma, 4) << input;
+    }
+}
+
+// Sizes that a filter refuses, sizes that an encoder refuses, and pictures that change theirs.
+TEST_F(EncodeTest, OddAndChangingSizes) {
+    const std::string draw = kFfmpeg + std::string("-f lavfi -i testsrc2=size=64x64:rate=25:duration=0.4 ");
+    const std::string hdr = "-color_primaries bt2020 -color_trc arib-std-b67 -colorspace bt2020nc ";
+    const std::string odd = "-vf format=yuv444p10,crop=63:61:exact=1,format=yuv420p10 -c:v ffv1 " + hdr;
+    ASSERT_EQ(RunCommand(draw + odd + Path("odd.mkv")).m_ExitCode, 0);
+    ASSERT_EQ(RunCommand(draw + "-c:v mpeg2video " + Path("one.ts")).m_ExitCode, 0);
+    ASSERT_EQ(RunCommand(draw + "-s 96x80 -c:v mpeg2video -output_ts_offset 0.4 " + Path("two.ts")).m_ExitCode, 0);
+    ASSERT_EQ(RunCommand("cat " + Path("one.ts") + " " + Path("two.ts") + " > " + Path("both.ts")).m_ExitCode, 0);
+    struct Row {
+        const char* m_Arguments;
+        const char* m_Output;
+        const char* m_Size;
+        const char* m_Words;
+    };
+    for (const Row& row :
+         {Row{"odd.mkv", "a.mkv", "62,60\n", "one row or column of pixels is cut off"},
+          Row{"odd.mkv", "a.webm", "63,61\n", "HDR (HLG) is tone-mapped to BT.709"},
+          Row{"one.ts --size 33x31", "a.mkv", "32,30\n", "one row or column of pixels is cut off"},
+          Row{"both.ts", "a.mkv", "64,64\n", "change their size: all are scaled to that of the first"}}) {
+        const CommandResult result = Qfmux("-y --encode auto " + Path(row.m_Arguments) + " " + Path(row.m_Output));
+        EXPECT_LE(result.m_ExitCode, 1) << result.m_Output;
+        EXPECT_NE(result.m_Output.find(row.m_Words), std::string::npos) << result.m_Output;
+        EXPECT_EQ(
+            RunCommand("ffprobe -v error -show_entries stream=width,height -of csv=p=0 " + Path(row.m_Output)).m_Output,
+            row.m_Size)
+            << row.m_Arguments;
+    }
 }
 
 // Frames of H.264 and MPEG-2 carry captions (ATSC A/53), stereo 3D and colours. Those of other codecs do not.
@@ -591,7 +623,7 @@ TEST_F(EncodeTest, ExplainsInOneLineWhatItCannotEncode) {
              Row{"--encode all --video-options b=much", 2, "libx264 refuses to encode with "},
              Row{"--encode all --video-filter no_such_filter", 2, "libavfilter refuses "},
              Row{"--encode all --audio-filter volume=loud", 2, "libavfilter refuses "},
-             Row{"--encode all --video-codec vp8 --format WEBM --audio-codec aac", 2, "is not supported"},
+             Row{"--encode all --format WEBM --audio-codec aac", 2, "without --audio-codec it becomes vorbis"},
          }) {
         const CommandResult result = Qfmux("--quiet " + std::string(row.m_Options) + " " + clip + " " + Path("a.mkv"));
         EXPECT_EQ(result.m_ExitCode, row.m_ExitCode) << row.m_Options << "\n" << result.m_Output;
