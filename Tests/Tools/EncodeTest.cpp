@@ -266,6 +266,8 @@ INSTANTIATE_TEST_SUITE_P(
         Conversion{"mjpeg-8k.avi", "a.webm", kEvenKeys, kVp8, 160, 90, kVorbis, 8000, 1, 0, Same::Octets},
         Conversion{"mjpeg-8k.avi", "a.mkv", "--encode all --video-codec mpeg4 --audio-codec pcm", kMpeg4, 160, 90,
                    "A_PCM/INT/LIT", 8000, 1, 0, Same::Octets},
+        Conversion{"mjpeg-8k.avi", "a.mkv", "--encode all --audio-codec dts", kH264, 160, 90, "A_DTS", 8000, 1, 0,
+                   Same::Octets},
         Conversion{"drawn.gif", "a.mkv", "--encode auto --size 80x", kH264, 80, 46, nullptr, 0, 0, 0, Same::No},
         Conversion{"drawn.gif", "a.webm", kOwnKeys, kVp8, 160, 90, nullptr, 0, 0, 0, Same::No},
         Conversion{"dv.avi", "a.mkv", "--encode all --deinterlace --video-codec mpeg2 --audio-codec mp2", "V_MPEG2",
@@ -310,6 +312,59 @@ TEST_F(EncodeTest, EachChannelStaysInItsPlace) {
         EXPECT_EQ(report.value("exitCode", -1), 0) << report.dump(1);
         const std::vector<double> result = levels(name);
         for (std::size_t i = 0; i < 6; ++i) EXPECT_NEAR(result[i], source[i], source[i] * 0.28) << i;
+    }
+}
+
+// A frame that was filled up at each change would move all that follows.
+TEST_F(EncodeTest, SoundStaysInStepWhenItsChannelsChange) {
+    struct Piece {
+        const char* m_Channels;
+        const char* m_Picture;
+        const char* m_Sound;
+    };
+    // Whole frames of AC-3 and whole pictures, but half a frame of AAC more than whole ones.
+    constexpr double kLength = 0.928;
+    const std::string all = Path("all.ts");
+    int start = 0;
+    for (const auto& [channels, picture, sound] :
+         {Piece{"2", "null", "0"}, Piece{"6", "null", "0"},
+          Piece{"2", "drawbox=color=white:t=fill:enable='gte(t,0.4)'", "if(gte(t,0.416),0.8*sin(6000*t),0)"}}) {
+        const std::string length = ":d=" + std::to_string(kLength);
+        const CommandResult made = RunCommand(
+            kFfmpeg + std::string("-f lavfi -i ") +
+            Quoted("color=c=black:s=64x64:r=125/4" + length + "," + std::string(picture)) + " -f lavfi -i " +
+            Quoted("aevalsrc='" + std::string(sound) + "':s=48000" + length) + " -c:v libx264 -bf 0 -c:a ac3 -ac " +
+            channels + " -output_ts_offset " + std::to_string(kLength * start++) + " -f mpegts - >> " + Quoted(all));
+        ASSERT_EQ(made.m_ExitCode, 0) << made.m_Output;
+    }
+    for (const char* const codec : {"aac", "mp3", "dts", "vorbis"}) {
+        SCOPED_TRACE(codec);
+        Report("-y --encode all --audio-codec " + std::string(codec) + " " + Quoted(all) + " " + Path("a.mkv"));
+        const Media played = Play(Path("a.mkv"), true, true, Path("output."));
+        EXPECT_NEAR(played.Distance().value_or(9), 0, 0.010);
+    }
+}
+
+// Players place no channel whose layout is unknown.
+TEST_F(EncodeTest, LayoutsThatDecodersDoNotNameAreReplaced) {
+    struct Row {
+        const char* m_Layout;
+        const char* m_Codec;
+        const char* m_Result;
+    };
+    for (const auto& [layout, codec, result] :
+         {Row{"5.1(side)", "aac", "5.1"}, Row{"5.0(side)", "aac", "5.0"}, Row{"6.1", "aac", "7.1"},
+          Row{"7.1", "aac", "7.1"}, Row{"2.1", "aac", "2.1"}, Row{"4.0", "vorbis", "5.0"},
+          Row{"7.1", "ac3", "5.1(side)"}, Row{"7.1", "mp3", "stereo"}}) {
+        SCOPED_TRACE(std::string(layout) + " " + codec);
+        const std::string source = Path("layout.wav");
+        RunCommand(kFfmpeg + std::string("-f lavfi -i ") +
+                   Quoted("anoisesrc=a=0.1:d=0.2:r=48000,aformat=channel_layouts=" + std::string(layout)) + " " +
+                   source);
+        Report("-y --encode all --audio-codec " + std::string(codec) + " " + source + " " + Path("a.mka"));
+        EXPECT_EQ(
+            RunCommand("ffprobe -v error -show_entries stream=channel_layout -of csv=p=0 " + Path("a.mka")).m_Output,
+            result + std::string("\n"));
     }
 }
 
@@ -608,6 +663,8 @@ TEST_F(EncodeTest, ExplainsInOneLineWhatItCannotEncode) {
              Row{"--encode all --video-options crf", 3, "--video-options takes a list"},
              Row{"--encode all --video-options crv=20", 3, "--video-options: libx264 has no option 'crv'"},
              Row{"--encode all --audio-options crf=20", 3, "--audio-options: aac has no option 'crf'"},
+             Row{"--encode all --audio-options ar=44100", 3, "'ar' is a property of the source"},
+             Row{"--encode all --video-options time_base=1/5", 3, "'time_base' is a property of the source"},
              Row{"--video-codec h264", 3, "--video-codec needs --encode auto, video or all"},
              Row{"--encode audio --video-codec h264", 3, "--video-codec needs --encode"},
              Row{"--encode audio --video-options crf=20", 3, "--video-options needs --encode"},

@@ -279,7 +279,7 @@ nlohmann::json PlanAsJson(const Plan& plan, const Options& options) {
             entry["encoding"] = {{"codec", avcodec_get_name(encoding->m_pTarget->m_Codec)},
                                  {"encoder", encoding->m_pTarget->m_Encoder},
                                  {"options", encoding->m_Options},
-                                 {"filter", encoding->m_Filter}};
+                                 {"filter", encoding->AllFilters()}};
         }
         if (isVideo) {
             entry["width"] = parameters.width;

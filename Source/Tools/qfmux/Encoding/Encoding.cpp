@@ -146,6 +146,7 @@ Encoding PlanEncoding(const MediaFile& file, AVStream* stream, const Target& tar
     StreamFilters filters =
         isVideo ? PictureFilters(file, stream, target, options, isWebm) : SoundFilters(target, options);
     encoding.m_Filter = std::move(filters.m_Text);
+    if (target.m_Delay > 0) encoding.m_Padding = "apad=pad_len=" + std::to_string(target.m_Delay);
     encoding.m_Notes = std::move(filters.m_Notes);
     encoding.m_Deinterlaces = options.m_Deinterlace || Deinterlaces(options.m_VideoFilter);
     encoding.m_IsCompared = options.m_Verify == VerifyMode::Decode;

@@ -12,8 +12,12 @@
 #include "Target.h"
 
 struct Encoding {
+    // With the padding, as one text.
+    std::string AllFilters() const { return m_Filter + (m_Padding.empty() ? "" : "," + m_Padding); }
+
     const Target* m_pTarget;
     std::string m_Filter;             // what the decoded stream passes, in libavfilter's notation
+    std::string m_Padding;            // the same for the end of sound, behind all changes of its parameters
     AvOptions m_Options;              // of the encoder, as libavcodec names them
     std::vector<std::string> m_Notes; // changes that the user did not ask for
     bool m_Deinterlaces;

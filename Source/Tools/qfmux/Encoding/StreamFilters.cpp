@@ -141,6 +141,5 @@ StreamFilters SoundFilters(const Target& target, const Options& options) {
     }
     Append(filters.m_Text, options.m_AudioFilter);
     Append(filters.m_Text, wanted.empty() ? "anull" : wanted);
-    if (target.m_Delay > 0) Append(filters.m_Text, "apad=pad_len=" + std::to_string(target.m_Delay));
     return filters;
 }

@@ -22,8 +22,8 @@ TrackEncoder::TrackEncoder(std::shared_ptr<PacketSource> source, int streamIndex
     : FrameSource(std::move(source), streamIndex), m_Encoding(encoding),
       m_IsVideo(encoding.m_pTarget->m_Type == AVMEDIA_TYPE_VIDEO), m_Decoder(Source(), Stream()),
       m_Graph(encoding.m_Filter, encoding.m_pTarget->m_Type, m_Decoder.TimeBase(), FrameRateOf(Source(), Stream())),
-      m_Pieces("anull", AVMEDIA_TYPE_AUDIO, {}, {}), m_Parameters(avcodec_parameters_alloc()), m_Decoded(NewAvFrame()),
-      m_Held(NewAvFrame()), m_Zero(other) {
+      m_Pieces(encoding.m_Padding.empty() ? "anull" : encoding.m_Padding, AVMEDIA_TYPE_AUDIO, {}, {}),
+      m_Parameters(avcodec_parameters_alloc()), m_Decoded(NewAvFrame()), m_Held(NewAvFrame()), m_Zero(other) {
     if (m_Parameters == nullptr) throw std::bad_alloc();
     m_Parameters->codec_type = encoding.m_pTarget->m_Type;
     m_Parameters->codec_id = encoding.m_pTarget->m_Codec;
@@ -53,14 +53,13 @@ void TrackEncoder::Feed() {
         m_Graph.Push(&frame);
         av_frame_unref(&frame);
         if (!m_IsVideo && m_Encoder == nullptr) OpenEncoder(nullptr);
-    } else if (!m_SourceHasEnded) {
-        m_SourceHasEnded = true;
+    } else if (!std::exchange(m_SourceHasEnded, true)) {
         m_Graph.Push(nullptr);
-    } else {
-        m_HasEnded = true;
+    } else if (!std::exchange(m_FiltersHaveEnded, true)) {
         PushHeld(AV_NOPTS_VALUE);
         m_Pieces.Push(nullptr);
-        if (m_Pieces.Pull(*m_Held)) m_Encoder->Push(*m_Held, 0, false);
+    } else {
+        m_HasEnded = true;
         if (m_Encoder != nullptr) m_Encoder->End();
     }
 }

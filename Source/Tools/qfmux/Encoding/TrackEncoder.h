@@ -54,5 +54,6 @@ private:
     std::int64_t m_Zero;        // when the file begins, 100 ns
     std::int64_t m_Cluster = 0; // of the last picture
     bool m_SourceHasEnded = false;
+    bool m_FiltersHaveEnded = false;
     bool m_HasEnded = false;
 };
