@@ -88,15 +88,17 @@ std::int64_t MediaFile::Origin() const {
 
 std::int64_t MediaFile::PromisedLength(const AVStream* stream, bool isAlone) const {
     if (m_Context->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return 0;
-    // Matroska has a track's length in an optional tag, and otherwise only the length of the file.
+    // Matroska has a track's end in an optional tag, and otherwise only the end of the file.
+    std::int64_t start = 0;
     if (av_match_name("matroska", m_Context->iformat->name) != 0) {
+        start = std::max<std::int64_t>(0, m_Context->start_time);
         const AVDictionaryEntry* const tag = av_dict_get(stream->metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
-        std::int64_t length = 0;
-        if (tag != nullptr && av_parse_time(&length, tag->value, 1) >= 0) return HostTime(length, {1, AV_TIME_BASE});
+        std::int64_t end = 0;
+        if (tag != nullptr && av_parse_time(&end, tag->value, 1) >= 0) return HostTime(end - start, {1, AV_TIME_BASE});
     } else if (stream->duration > 0) {
         return HostTime(stream->duration, stream->time_base);
     }
-    return isAlone ? HostTime(std::max<std::int64_t>(0, m_Context->duration), {1, AV_TIME_BASE}) : 0;
+    return isAlone ? HostTime(std::max<std::int64_t>(0, m_Context->duration - start), {1, AV_TIME_BASE}) : 0;
 }
 
 std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {
