@@ -256,8 +256,8 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), libqf-host${QF_HOST_MAJOR} (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "Python package that writes Matroska and WebM files
-A program hands it compressed frames, from PyAV for example, and gets a .mkv,
-.mka or .webm file.")
+A program hands it compressed frames, from PyAV for example, and gets an mkv,
+mka or webm file.")
 
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-qf-mkv)
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
