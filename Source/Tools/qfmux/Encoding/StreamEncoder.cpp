@@ -3,17 +3,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <iterator>
 #include <limits>
 #include <new>
 
 #include "AvLog.h"
+#include "LossText.h"
 #include "TimeLine.h"
 #include "ToolError.h"
 
 extern "C" {
-#include <libavfilter/buffersink.h>
 #include <libavutil/avutil.h>
 #include <libavutil/common.h>
 }
@@ -131,10 +130,8 @@ void StreamEncoder::Send(const AVFrame* frame) {
 }
 
 void StreamEncoder::Fail(int result) const {
-    char text[160];
-    std::snprintf(text, sizeof text, "%s fails at %.2f s: %s", m_Encoding.m_pTarget->m_Encoder,
-                  static_cast<double>(m_LastTime) / 1e7, TakeAvError(result).c_str());
-    throw ToolError(kExitError, text);
+    throw ToolError(kExitError, std::string(m_Encoding.m_pTarget->m_Encoder) + " fails at " + SecondsText(m_LastTime) +
+                                    ": " + TakeAvError(result));
 }
 
 bool StreamEncoder::Pull(Frame& frame) {

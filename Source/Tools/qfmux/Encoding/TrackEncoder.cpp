@@ -2,7 +2,6 @@
 #include "TrackEncoder.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <utility>
 
