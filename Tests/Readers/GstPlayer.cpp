@@ -113,7 +113,7 @@ GstLanding GstPlayer::Seek(std::int64_t milliseconds) {
     if (sample != nullptr) {
         GstMapInfo map;
         if (gst_buffer_map(gst_sample_get_buffer(sample), &map, GST_MAP_READ) != FALSE) {
-            gchar* const sum = g_compute_checksum_for_data(G_CHECKSUM_SHA256, map.data, map.size);
+            gchar* const sum = g_compute_checksum_for_data(G_CHECKSUM_MD5, map.data, map.size);
             landing.m_Picture = sum;
             g_free(sum);
             gst_buffer_unmap(gst_sample_get_buffer(sample), &map);

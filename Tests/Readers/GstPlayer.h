@@ -10,7 +10,7 @@
 
 struct GstLanding {
     std::optional<std::int64_t> m_FrameTime; // ms, of the first frame out of the demuxer; none when none came
-    std::string m_Picture;                   // SHA-256 of the first picture shown, as I420, or of the first sound
+    std::string m_Picture;                   // MD5 of the first picture shown, as I420, or of the first sound
 };
 
 class GstPlayer {

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "ReaderFacts.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
 
 #include "Command.h"
+#include "TempDirectory.h"
 
 namespace {
 
@@ -18,8 +20,18 @@ std::string Number(double value) {
     return text.str();
 }
 
-std::string Milliseconds(const std::string& hours, const std::string& minutes, const std::string& seconds) {
-    return Number((std::stod(hours) * 3600 + std::stod(minutes) * 60 + std::stod(seconds)) * 1000);
+// Of "30000/1001".
+std::string Quotient(const std::string& fraction) {
+    return Number(std::stod(fraction) / std::stod(fraction.substr(fraction.find('/') + 1)));
+}
+
+// Of "0:00:03.04".
+std::string Milliseconds(const std::string& time) {
+    int hours = 0;
+    int minutes = 0;
+    double seconds = 0;
+    std::sscanf(time.c_str(), "%d:%d:%lf", &hours, &minutes, &seconds);
+    return Number((hours * 3600 + minutes * 60 + seconds) * 1000);
 }
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -29,23 +41,41 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-// The first capture in a text, empty for no match.
-std::string Capture(const std::string& text, const std::string& pattern) {
-    std::smatch match;
-    return std::regex_search(text, match, std::regex(pattern)) ? match[1].str() : "";
-}
+// What stands on either side of a line's first colon, without the blanks and branches of a tree around it: "Codec ID"
+// and "V_VP8" of "|  + Codec ID: V_VP8".
+struct NameAndValue {
+    explicit NameAndValue(const std::string& line) {
+        const auto trimmed = [](const std::string& text) {
+            const std::size_t begin = text.find_first_not_of("|+ ");
+            return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
+        };
+        const std::size_t colon = line.find(':');
+        m_Name = trimmed(line.substr(0, colon));
+        if (colon != std::string::npos) m_Value = trimmed(line.substr(colon + 1));
+    }
+
+    std::string m_Name;
+    std::string m_Value;
+};
 
 void Put(Facts& facts, const std::string& property, const std::string& value) {
     if (!value.empty()) facts[property] = value;
 }
 
-// What a command printed to stderr, and that it failed.
-std::string Complaints(const std::string& command) {
-    const CommandResult result = RunCommand(command + " 2>&1 >/dev/null");
-    std::string words = result.m_Output;
+struct Said {
+    std::string m_Output;
+    std::string m_Complaints; // what the reader printed to stderr, and that it failed
+};
+
+Said Ask(const std::string& command) {
+    const TempDirectory directory;
+    const std::string errors = (directory / "errors").string();
+    const CommandResult result = RunCommand(command + " 2>" + Quoted(errors));
+    const std::vector<unsigned char> octets = ReadFile(errors);
+    std::string words(octets.begin(), octets.end());
     if (result.m_ExitCode != 0) words += "exit code " + std::to_string(result.m_ExitCode);
     for (char& c : words) c = c == '\n' ? ' ' : c;
-    return words;
+    return {result.m_Output, words};
 }
 
 } // namespace
@@ -59,30 +89,25 @@ std::string Places(const std::vector<bool>& flags) {
 }
 
 Facts MkvinfoFacts(const std::string& file) {
-    Facts facts;
-    facts["complaints"] = Complaints("mkvinfo " + Quoted(file));
+    const Said said = Ask("mkvinfo " + Quoted(file));
+    Facts facts = {{"complaints", said.m_Complaints}};
     std::string width;
     std::string displayWidth;
     bool isVideo = false;
-    for (const std::string& line : Lines(RunCommand("mkvinfo " + Quoted(file) + " 2>&1").m_Output)) {
+    for (const std::string& line : Lines(said.m_Output)) {
         if (line.find("(MKVInfo)") != std::string::npos) facts["complaints"] += line;
-        const auto value = [&line](const char* name) {
-            return Capture(line, std::string("^[| ]*\\+ ") + name + ": (.*)$");
-        };
-        std::smatch match;
-        if (std::regex_search(line, match, std::regex("\\+ Duration: (\\d+):(\\d+):([\\d.]+)"))) {
-            facts["duration"] = Milliseconds(match[1], match[2], match[3]);
-        }
-        if (const std::string type = value("Track type"); !type.empty()) isVideo = type == "video";
-        Put(facts, isVideo ? "video codec" : "audio codec", value("Codec ID"));
-        Put(facts, "container", value("Document type"));
-        Put(facts, "frame rate", value("Frame rate"));
-        Put(facts, "sample rate", value("Sampling frequency"));
-        Put(facts, "channels", value("Channels"));
-        if (!value("Pixel width").empty()) width = value("Pixel width");
-        if (!value("Pixel height").empty()) facts["size"] = width + "x" + value("Pixel height");
-        if (!value("Display width").empty()) displayWidth = value("Display width");
-        if (!value("Display height").empty()) facts["display size"] = displayWidth + "x" + value("Display height");
+        const auto [name, value] = NameAndValue(line);
+        if (name == "Duration") facts["duration"] = Milliseconds(value);
+        if (name == "Track type") isVideo = value == "video";
+        if (name == "Codec ID") facts[isVideo ? "video codec" : "audio codec"] = value;
+        if (name == "Document type") facts["container"] = value;
+        if (name == "Frame rate") facts["frame rate"] = value;
+        if (name == "Sampling frequency") facts["sample rate"] = value;
+        if (name == "Channels") facts["channels"] = value;
+        if (name == "Pixel width") width = value;
+        if (name == "Pixel height") facts["size"] = width + "x" + value;
+        if (name == "Display width") displayWidth = value;
+        if (name == "Display height") facts["display size"] = displayWidth + "x" + value;
     }
     std::vector<bool> keys;
     for (const std::string& line : Lines(RunCommand("mkvinfo -s " + Quoted(file) + " 2>&1").m_Output)) {
@@ -118,9 +143,9 @@ Facts MkvmergeFacts(const std::string& file) {
 }
 
 Facts MediainfoFacts(const std::string& file) {
-    Facts facts;
-    facts["complaints"] = Complaints("mediainfo " + Quoted(file));
-    const json said = json::parse(RunCommand("mediainfo --Output=JSON " + Quoted(file)).m_Output);
+    const Said answer = Ask("mediainfo --Output=JSON " + Quoted(file));
+    Facts facts = {{"complaints", answer.m_Complaints}};
+    const json said = json::parse(answer.m_Output);
     for (const json& track : said["media"]["track"]) {
         const auto value = [&track](const char* name) { return track.value(name, ""); };
         if (track["@type"] == "General") {
@@ -155,20 +180,16 @@ Facts WebmInfoFacts(const std::string& file) {
     bool isVideo = false;
     std::vector<bool> keys;
     for (const std::string& line : Lines(said.m_Output)) {
-        const auto value = [&line](const char* name) {
-            return Capture(line, std::string("^ *") + name + " *: *([^ ]*)");
-        };
-        if (!value("Duration\\(secs\\)").empty() && facts.count("duration") == 0) {
-            facts["duration"] = Number(std::stod(value("Duration\\(secs\\)")) * 1000);
-        }
-        Put(facts, "container", value("Doc Type"));
-        if (!value("TrackType").empty()) isVideo = value("TrackType") == "1";
-        Put(facts, isVideo ? "video codec" : "audio codec", value("CodecID"));
-        Put(facts, "frame rate", value("FrameRate"));
-        Put(facts, "sample rate", value("SamplingFrequency"));
-        Put(facts, "channels", value("Channels"));
-        if (!value("PixelWidth").empty()) width = value("PixelWidth");
-        if (!value("PixelHeight").empty()) facts["size"] = width + "x" + value("PixelHeight");
+        const auto [name, value] = NameAndValue(line);
+        if (name == "Duration(secs)") facts.emplace("duration", Number(std::stod(value) * 1000));
+        if (name == "Doc Type") facts["container"] = value;
+        if (name == "TrackType") isVideo = value == "1";
+        if (name == "CodecID") facts[isVideo ? "video codec" : "audio codec"] = value;
+        if (name == "FrameRate") facts["frame rate"] = value;
+        if (name == "SamplingFrequency") facts["sample rate"] = value;
+        if (name == "Channels") facts["channels"] = value;
+        if (name == "PixelWidth") width = value;
+        if (name == "PixelHeight") facts["size"] = width + "x" + value;
         if (line.find("Block: type:V") != std::string::npos) keys.push_back(line.find("frame:I") != std::string::npos);
     }
     Put(facts, "key frames", Places(keys));
@@ -176,43 +197,39 @@ Facts WebmInfoFacts(const std::string& file) {
 }
 
 Facts GstDiscovererFacts(const std::string& file) {
+    static const std::regex complaint("error|warning|missing|WARN|CRITICAL", std::regex::icase);
     Facts facts = {{"complaints", ""}};
     const CommandResult said = RunCommand("gst-discoverer-1.0 -v " + Quoted(file) + " 2>&1 | cut -c 1-2000");
     for (const std::string& line : Lines(said.m_Output)) {
-        std::smatch match;
-        if (std::regex_search(line, std::regex("(error|warning|missing|WARN|CRITICAL)", std::regex::icase)) &&
-            line.find("codec_data") == std::string::npos) {
+        if (std::regex_search(line, complaint) && line.find("codec_data") == std::string::npos) {
             facts["complaints"] += line;
         }
-        if (std::regex_search(line, match, std::regex("^ *Duration: (\\d+):(\\d+):([\\d.]+)"))) {
-            facts["duration"] = Milliseconds(match[1], match[2], match[3]);
-        }
-        const auto number = [&line](const char* name) {
-            return Capture(line, std::string("[, ]") + name + "=\\(int\\)(\\d+)");
+        const auto [name, value] = NameAndValue(line);
+        if (name == "Duration") facts["duration"] = Milliseconds(value);
+        if (name == "Width") facts["size"] = value;
+        if (name == "Height") facts["size"] += "x" + value;
+        if (name == "Sample rate") facts["sample rate"] = value;
+        if (name == "Channels") facts["channels"] = value.substr(0, value.find(' ')); // their layout follows
+        if (name == "Frame rate") facts["frame rate"] = Quotient(value);
+        const std::string kind = name.substr(0, name.find(" #"));
+        if (kind == name || (kind != "video" && kind != "audio")) continue;
+        const auto number = [&value = value](const std::string& field) {
+            const std::string mark = " " + field + "=(int)";
+            const std::size_t place = value.find(mark);
+            return place == std::string::npos ? "" : " " + std::to_string(std::atoi(&value[place + mark.size()]));
         };
-        if (std::regex_search(line, match, std::regex("^ *(video|audio) #\\d+: ([^, ]+)"))) {
-            std::string codec = match[2];
-            if (codec == "video/mpeg" || codec == "audio/mpeg") codec += " " + number("mpegversion");
-            if (!number("layer").empty()) codec += " " + number("layer");
-            facts[match[1].str() + " codec"] = codec;
-        }
-        if (!Capture(line, "^ *Width: (\\d+)").empty()) facts["size"] = Capture(line, "Width: (\\d+)");
-        if (!Capture(line, "^ *Height: (\\d+)").empty()) facts["size"] += "x" + Capture(line, "Height: (\\d+)");
-        if (std::regex_search(line, match, std::regex("^ *Frame rate: (\\d+)/(\\d+)"))) {
-            facts["frame rate"] = Number(std::stod(match[1]) / std::stod(match[2]));
-        }
-        Put(facts, "sample rate", Capture(line, "^ *Sample rate: (\\d+)"));
-        Put(facts, "channels", Capture(line, "^ *Channels: (\\d+)"));
+        const std::string form = value.substr(0, value.find(','));
+        const bool isMpeg = form == "video/mpeg" || form == "audio/mpeg";
+        facts[kind + " codec"] = form + (isMpeg ? number("mpegversion") : "") + number("layer");
     }
     return facts;
 }
 
 Facts FfprobeFacts(const std::string& file) {
-    Facts facts;
-    const std::string probe = "ffprobe -v warning -of json -show_format -show_streams -show_entries packet=flags," +
-                              std::string("stream_index ") + Quoted(file);
-    facts["complaints"] = Complaints(probe);
-    const json said = json::parse(RunCommand(probe + " 2>/dev/null").m_Output);
+    const Said answer = Ask("ffprobe -v warning -of json -show_format -show_streams -show_entries packet=flags," +
+                            std::string("stream_index ") + Quoted(file));
+    Facts facts = {{"complaints", answer.m_Complaints}};
+    const json said = json::parse(answer.m_Output);
     facts["duration"] = Number(std::strtod(said["format"].value("duration", "").c_str(), nullptr) * 1000);
     int video = -1;
     for (const json& stream : said["streams"]) {
@@ -220,8 +237,7 @@ Facts FfprobeFacts(const std::string& file) {
             video = stream["index"];
             facts["video codec"] = stream["codec_name"];
             facts["size"] = stream["width"].dump() + "x" + stream["height"].dump();
-            const std::string rate = stream.value("avg_frame_rate", "");
-            facts["frame rate"] = Number(std::stod(rate) / std::stod(rate.substr(rate.find('/') + 1)));
+            facts["frame rate"] = Quotient(stream.value("avg_frame_rate", ""));
         } else {
             facts["audio codec"] = stream["codec_name"];
             facts["sample rate"] = stream["sample_rate"];
