@@ -170,9 +170,20 @@ std::vector<Source> Sources() {
          "ffmpeg -nostdin -v error -ss 0.3 -i CLIP -map 0:v -c copy in.mp4", "out.mkv", nullptr,
          "for file in in.mp4 out.mkv; do ffmpeg -nostdin -v error -i $file -f framemd5 - | grep -c '^0'; done | uniq",
          "", "67\n"},
-        {"an edit list of several parts", "in.mp4",
-         "ffmpeg -nostdin -v error -itsoffset 1 -i CLIP -map 0:v -c copy in.mp4", "out.mkv",
-         // The film's late begin becomes a first part.
+        {"an edit list of several parts of video", "in.mp4",
+         "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x64:rate=25:duration=3 -c:v libx264 -g 75 whole.mp4; "
+         "ffmpeg -nostdin -v error -itsoffset 1 -i whole.mp4 -c copy in.mp4",
+         "out.mkv",
+         // The film's late begin becomes a first part, and the second one begins in the midst of a group of pictures.
+         [] {
+             Patch("in.mp4", Ascii("elst"), Hex("00 00 00 00"), 16);
+             Patch("in.mp4", Ascii("elst"), Hex("00 00 4F 00"), 28);
+         },
+         "for file in in.mp4 out.mkv; do ffmpeg -nostdin -v error -i $file -vsync passthrough -f framemd5 - | "
+         "awk -F, '/^0/ {print $3}' | md5sum; done | uniq | wc -l",
+         "", "1\n"},
+        {"an edit list of several parts of sound", "in.mp4",
+         "ffmpeg -nostdin -v error -itsoffset 1 -i CLIP -map 0:a -c copy in.mp4", "out.mka",
          [] { Patch("in.mp4", Ascii("elst"), Hex("00 00 00 00"), 16); }},
         {"an edit list that changes the speed", "in.mp4", kCopy + "in.mp4", "out.mkv",
          [] { Patch("in.mp4", Ascii("elst"), Hex("00 00 80 00"), 20); }},

@@ -63,6 +63,7 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
 
 void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) {
     std::vector<std::string> edits;
+    bool isApplicable = false; // by decoding
     for (const PlannedTrack* track : tracks) {
         const AVStream* const stream = track->m_pStream;
         const bool isSound = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
@@ -82,14 +83,21 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
         if (ends.m_HiddenFrames > 0 && !isSound) {
             edits.push_back(Counted(static_cast<std::size_t>(ends.m_HiddenFrames), "picture") +
                             " before its start will be shown");
+            isApplicable = true;
         }
-        if (iso.m_MediaEdits > 1) {
-            edits.push_back("the edges of its " + std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream) +
-                            " may be wrong");
+        const std::string parts = std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream);
+        if (iso.m_MediaEdits > 1 && !isEncoded) {
+            edits.push_back("its " + parts + (isSound ? " may have wrong edges" : " may begin too early, at key frames"));
+            isApplicable = true;
+        } else if (iso.m_MediaEdits > 1 && isSound) {
+            Tell(losses, "trimming", LossWeight::Note,
+                 "the " + parts + " in the edit list begin and end with whole frames");
         }
         if (iso.m_ChangesSpeed) edits.push_back("the change of speed of " + KindName(stream) + " is ignored");
     }
     if (!edits.empty()) {
-        Tell(losses, "edit list", LossWeight::Warning, "the edit list is only partly applied: " + Joined(edits));
+        Tell(losses, "edit list", LossWeight::Warning,
+             "the edit list is only partly applied: " + Joined(edits) +
+                 (isApplicable ? " (--encode all applies it)" : ""));
     }
 }

@@ -22,11 +22,11 @@ bool IsEncrypted(const AVStream* stream) {
 
 } // namespace
 
-PacketSource::PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift)
+PacketSource::PacketSource(std::shared_ptr<MediaFile> file, Streams streams, std::int64_t shift)
     : m_File(std::move(file)), m_Streams(std::move(streams)), m_Shift(shift),
       m_TimeLine(m_File->HasLooseTimes(), shift) {
     AVFormatContext* const context = m_File->Context();
-    for (const int index : m_Streams) {
+    for (const auto& [index, isDecoded] : m_Streams) {
         if (index >= static_cast<int>(context->nb_streams)) FailReading(m_File->Path(), "the file has changed");
         if (IsEncrypted(context->streams[index])) FailReading(m_File->Path(), kEncrypted);
         m_Chosen[index];
@@ -59,8 +59,10 @@ int PacketSource::Next(int stream, AVPacket& packet) {
             break;
         }
         const auto chosen = m_Chosen.find(packet.stream_index);
-        // One stream's times may help to mend another's.
-        if (chosen != m_Chosen.end()) {
+        // One stream's times may help to mend another's. A part of an edit list may begin with hidden frames, whose times
+        // go back: they are no jump if a decoder drops them.
+        const bool isHidden = (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
+        if (chosen != m_Chosen.end() && !(isHidden && m_Streams.at(packet.stream_index))) {
             m_TimeLine.Mend(packet, m_File->Context()->streams[packet.stream_index]->time_base);
         }
         if (chosen == m_Chosen.end() || !chosen->second.m_IsAskedFor) {

@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "MediaFile.h"
@@ -18,9 +17,12 @@
 // waits, in a badly interleaved file, the file is opened again for the stream that is behind.
 class PacketSource {
 public:
-    // file: used by this source only. streams: their indexes. shift: added to all times, 100 ns.
-    // Throws ToolError when the file lacks a stream or a stream is encrypted.
-    PacketSource(std::shared_ptr<MediaFile> file, std::set<int> streams, std::int64_t shift);
+    // By a stream's index: whether its packets are decoded. Decoders drop the frames that an edit list hides.
+    using Streams = std::map<int, bool>;
+
+    // file: used by this source only. shift: added to all times, 100 ns. Throws ToolError when the file lacks a stream or
+    // a stream is encrypted.
+    PacketSource(std::shared_ptr<MediaFile> file, Streams streams, std::int64_t shift);
 
     MediaFile& File() const { return *m_File; }
     // Added to all times, 100 ns.
@@ -49,7 +51,7 @@ private:
     static void Measure(Chosen& chosen, const AVPacket& packet, AVRational timeBase);
 
     std::shared_ptr<MediaFile> m_File;
-    const std::set<int> m_Streams;
+    const Streams m_Streams;
     const std::int64_t m_Shift;
     TimeLine m_TimeLine;
     std::map<int, Chosen> m_Chosen;

@@ -9,7 +9,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -75,9 +74,9 @@ std::unique_ptr<SessionWriter> MakeRecorder(const Options& options, const Plugin
 
 // Tracks of the same file share one source. The sound comes first, since an encoder of pictures needs its start.
 void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video, std::optional<Track>& audio) {
-    std::map<MediaFile*, std::set<int>> streams;
+    std::map<MediaFile*, PacketSource::Streams> streams;
     for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {
-        if (*track) streams[(*track)->m_pFile.get()].insert((*track)->m_pStream->index);
+        if (*track) streams[(*track)->m_pFile.get()][(*track)->m_pStream->index] = (*track)->m_Encoding.has_value();
     }
     std::map<MediaFile*, std::shared_ptr<PacketSource>> sources;
     const auto open = [&](const PlannedTrack& track, std::optional<Track>& opened, bool isVideo, std::int64_t other) {
