@@ -47,7 +47,9 @@ public:
 
     // The length of the packets read, and the length in the file's header (0 if none), 100 ns.
     std::int64_t Length() const { return m_Source->Length(m_pStream->index); }
-    std::int64_t PromisedLength() const { return File().PromisedLength(m_pStream, m_Source->HasAllStreams()); }
+    std::int64_t PromisedLength() const {
+        return File().PromisedLength(m_pStream, m_Source->HasAllStreams(), m_Source->Start(m_pStream->index));
+    }
     const std::string& Failure() const { return m_Source->Failure(); }
     int Jumps() const { return m_Source->Jumps(m_pStream->index); }
 

@@ -34,7 +34,8 @@ public:
     const ReadErrors& Errors() const { return *m_Errors; }
     // The stream's length from the header, 100 ns; 0 if the header has none.
     // isAlone: the file's length may be taken, since all its streams are chosen.
-    std::int64_t PromisedLength(const AVStream* stream, bool isAlone) const;
+    // first: when its first packet begins.
+    std::int64_t PromisedLength(const AVStream* stream, bool isAlone, std::int64_t first) const;
     // The start time, 100 ns, for formats whose times may start anywhere; else 0.
     std::int64_t Origin() const;
     // Whether the container keeps codec set-up data for the stream, outside its frames.

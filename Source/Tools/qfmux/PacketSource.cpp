@@ -59,8 +59,8 @@ int PacketSource::Next(int stream, AVPacket& packet) {
             break;
         }
         const auto chosen = m_Chosen.find(packet.stream_index);
-        // One stream's times may help to mend another's. A part of an edit list may begin with hidden frames, whose times
-        // go back: they are no jump if a decoder drops them.
+        // One stream's times may help to mend another's. A part of an edit list may begin with hidden frames, whose
+        // times go back: they are no jump if a decoder drops them.
         const bool isHidden = (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
         if (chosen != m_Chosen.end() && !(isHidden && m_Streams.at(packet.stream_index))) {
             m_TimeLine.Mend(packet, m_File->Context()->streams[packet.stream_index]->time_base);
@@ -94,6 +94,12 @@ int PacketSource::Next(int stream, AVPacket& packet) {
 int PacketSource::Jumps(int stream) const {
     const Chosen& chosen = m_Chosen.at(stream);
     return chosen.m_Alone != nullptr ? chosen.m_Alone->Jumps(stream) : m_TimeLine.Jumps();
+}
+
+std::int64_t PacketSource::Start(int stream) const {
+    const Chosen& chosen = m_Chosen.at(stream);
+    if (chosen.m_Alone != nullptr) return chosen.m_Alone->Start(stream);
+    return chosen.m_First.value_or(0);
 }
 
 std::int64_t PacketSource::Length(int stream) const {

@@ -20,8 +20,8 @@ public:
     // By a stream's index: whether its packets are decoded. Decoders drop the frames that an edit list hides.
     using Streams = std::map<int, bool>;
 
-    // file: used by this source only. shift: added to all times, 100 ns. Throws ToolError when the file lacks a stream or
-    // a stream is encrypted.
+    // file: used by this source only. shift: added to all times, 100 ns. Throws ToolError when the file lacks a stream
+    // or a stream is encrypted.
     PacketSource(std::shared_ptr<MediaFile> file, Streams streams, std::int64_t shift);
 
     MediaFile& File() const { return *m_File; }
@@ -30,8 +30,9 @@ public:
     // Reads the stream's next packet. Returns 0, or AVERROR_EOF at the end or where libavformat cannot read on. Throws
     // ToolError for an encrypted packet.
     int Next(int stream, AVPacket& packet);
-    // Of the packets read for that stream: the number of jumps in their times; their length, 100 ns.
+    // Of the packets read for that stream: the number of jumps in their times; their start and length, 100 ns.
     int Jumps(int stream) const;
+    std::int64_t Start(int stream) const;
     std::int64_t Length(int stream) const;
     // libavformat's reason why reading ended; empty at the end of the file.
     const std::string& Failure() const { return m_Failure; }
