@@ -368,6 +368,23 @@ TEST_F(EncodeTest, LayoutsThatDecodersDoNotNameAreReplaced) {
     }
 }
 
+// Ten channels without places, as an AIFF file has them: PCM keeps them, and others need a choice.
+TEST_F(EncodeTest, ChannelsWithoutPlacesAreKeptOrChosenAmong) {
+    const std::string source = Path("ten.aiff");
+    RunCommand(kFfmpeg + std::string("-f lavfi -i ") +
+               Quoted("aevalsrc=0.1|0.1|0.1|0.1|0.1|0.1|0.1|0.1|0.1|0.1:d=0.2") + " " + source);
+    const std::string ask = "ffprobe -v error -show_entries stream=channels -of csv=p=0 " + Path("a.mka");
+    Report("-y --encode all --audio-codec pcm " + source + " " + Path("a.mka"));
+    EXPECT_EQ(RunCommand(ask).m_Output, "10\n");
+    Report("-y --encode all --audio-filter 'pan=stereo|c0=c0|c1=c9' " + source + " " + Path("a.mka"));
+    EXPECT_EQ(RunCommand(ask).m_Output, "2\n");
+    const CommandResult refused = Qfmux("-y --quiet --encode all " + source + " " + Path("a.mka"));
+    EXPECT_EQ(refused.m_ExitCode, 2);
+    EXPECT_NE(refused.m_Output.find("the 10 channels of the sound have no places"), std::string::npos)
+        << refused.m_Output;
+    EXPECT_EQ(Lines(refused.m_Output), 1) << refused.m_Output;
+}
+
 // ---- what is encoded, and what is copied
 
 TEST_F(EncodeTest, OnlyWhatTheFormatDoesNotListIsEncoded) {

@@ -26,7 +26,27 @@ std::string SamplesText(std::uint64_t samples, int rate) {
     return text;
 }
 
-void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTrack& iso, Losses& losses) {
+// Channels that no encoder but PCM has a place for, and that libswresample does not mix into others: those overhead,
+// for example.
+void TellOfChannels(const AVChannelLayout& layout, Losses& losses) {
+    std::vector<std::string> lost;
+    for (unsigned i = 0; layout.order == AV_CHANNEL_ORDER_NATIVE && i < static_cast<unsigned>(layout.nb_channels);
+         ++i) {
+        const AVChannel channel = av_channel_layout_channel_from_index(&layout, i);
+        if (channel <= AV_CHAN_SIDE_RIGHT || channel == AV_CHAN_STEREO_LEFT || channel == AV_CHAN_STEREO_RIGHT)
+            continue;
+        char name[32] = "";
+        av_channel_name(name, sizeof name, channel);
+        lost.emplace_back(name);
+    }
+    if (lost.empty()) return;
+    Tell(losses, "channels", LossWeight::Warning,
+         Counted(lost.size(), "channel") + (lost.size() == 1 ? " is" : " are") +
+             " left out (the encoder has no place for " + (lost.size() == 1 ? "it" : "them") + "): " + Joined(lost));
+}
+
+void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTrack& iso, const Options& options,
+                 Losses& losses) {
     const AVCodecParameters& parameters = *audio.m_pStream->codecpar;
     const int rate = parameters.sample_rate;
     std::uint64_t end = ends.m_EndSamples;
@@ -50,6 +70,7 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
     av_channel_layout_default(&usual, parameters.ch_layout.nb_channels);
     const AVCodecID codec = audio.m_Encoding ? audio.m_Encoding->m_pTarget->m_Codec : parameters.codec_id;
     const bool isPcm = av_get_exact_bits_per_sample(codec) > 0;
+    if (audio.m_Encoding && !isPcm && options.m_AudioFilter.empty()) TellOfChannels(parameters.ch_layout, losses);
     if (isPcm && parameters.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC &&
         av_channel_layout_compare(&usual, &parameters.ch_layout) > 0) {
         char name[64] = "";
@@ -61,7 +82,7 @@ void TellOfSound(const PlannedTrack& audio, const StreamEnds& ends, const IsoTra
 
 } // namespace
 
-void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) {
+void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, const Options& options, Losses& losses) {
     std::vector<std::string> edits;
     bool isApplicable = false; // by decoding
     for (const PlannedTrack* track : tracks) {
@@ -79,7 +100,7 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
             if (isEncoded || av_match_name(name, format) == 0) continue;
             ends = ReadStreamEnds(*track->m_pFile, stream);
         }
-        if (isSound) TellOfSound(*track, ends, iso, losses);
+        if (isSound) TellOfSound(*track, ends, iso, options, losses);
         if (ends.m_HiddenFrames > 0 && !isSound) {
             edits.push_back(Counted(static_cast<std::size_t>(ends.m_HiddenFrames), "picture") +
                             " before its start will be shown");
@@ -87,7 +108,8 @@ void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses) 
         }
         const std::string parts = std::to_string(iso.m_MediaEdits) + " parts of " + KindName(stream);
         if (iso.m_MediaEdits > 1 && !isEncoded) {
-            edits.push_back("its " + parts + (isSound ? " may have wrong edges" : " may begin too early, at key frames"));
+            edits.push_back("its " + parts +
+                            (isSound ? " may have wrong edges" : " may begin too early, at key frames"));
             isApplicable = true;
         } else if (iso.m_MediaEdits > 1 && isSound) {
             Tell(losses, "trimming", LossWeight::Note,

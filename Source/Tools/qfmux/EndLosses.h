@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "LossText.h"
+#include "Options.h"
 #include "Plan.h"
 
-void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, Losses& losses);
+void TellOfEnds(const std::vector<const PlannedTrack*>& tracks, const Options& options, Losses& losses);

@@ -109,6 +109,6 @@ Losses ListLosses(const Plan& plan, const Inputs& inputs, const Options& options
     TellOfFilm(inputs, tracks, losses);
     TellOfTracks(tracks, losses);
     if (plan.m_Video) TellOfPictures(*plan.m_Video, plan, losses);
-    TellOfEnds(tracks, losses);
+    TellOfEnds(tracks, options, losses);
     return losses;
 }

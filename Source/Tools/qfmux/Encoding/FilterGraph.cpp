@@ -139,11 +139,18 @@ void FilterGraph::Configure(const AVFrame& frame) {
     Check(avfilter_graph_create_filter(&m_pIn, avfilter_get_by_name(isVideo ? "buffer" : "abuffer"), "in", text.c_str(),
                                        nullptr, graph.get()));
     Check(avfilter_graph_create_filter(&m_pOut, avfilter_get_by_name(isVideo ? "buffersink" : "abuffersink"), "out",
-                                       nullptr, nullptr, graph.get()));
+                                       isVideo ? nullptr : "all_channel_counts=1", nullptr, graph.get()));
     Ends outputs("in", m_pIn);
     Ends inputs("out", m_pOut);
     Check(avfilter_graph_parse_ptr(graph.get(), filter.c_str(), &inputs.m_pEnd, &outputs.m_pEnd, nullptr));
-    Check(avfilter_graph_config(graph.get(), nullptr));
+    const int result = avfilter_graph_config(graph.get(), nullptr);
+    if (result < 0 && !isVideo && frame.ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
+        throw ToolError(kExitError, "the " + std::to_string(frame.ch_layout.nb_channels) +
+                                        " channels of the sound have no places, so that they cannot be mixed: "
+                                        "--audio-codec pcm keeps them all, and --audio-filter chooses among them, "
+                                        "for example with pan=stereo|c0=c0|c1=c1");
+    }
+    Check(result);
     m_Graph = std::move(graph);
     if (m_FrameSize > 0) av_buffersink_set_frame_size(m_pOut, static_cast<unsigned>(m_FrameSize));
     m_Like = NewAvFrame();
