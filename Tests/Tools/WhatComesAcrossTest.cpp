@@ -83,6 +83,25 @@ void Patch(const char* file, const Octets& from, const Octets& to, std::size_t b
     WriteFile(file, octets);
 }
 
+// Adds a box to the end of another one, whose path is given. To a file whose other data lie before these boxes.
+void AddBox(const char* file, const std::vector<const char*>& path, const Octets& box) {
+    Octets octets = ReadFile(file);
+    auto at = octets.begin();
+    std::size_t size = 0;
+    for (const char* const code : path) {
+        const Octets name = Ascii(code);
+        at = std::search(at, octets.end(), name.begin(), name.end());
+        if (at - octets.begin() < 4 || at == octets.end()) throw std::runtime_error(std::string("no box ") + code);
+        size = 0;
+        for (auto octet = at - 4; octet != at; ++octet) size = size * 256 + static_cast<std::uint8_t>(*octet);
+        for (std::size_t i = 0, rest = size + box.size(); i < 4; ++i, rest /= 256) {
+            *(at - 1 - static_cast<std::ptrdiff_t>(i)) = static_cast<Octets::value_type>(rest % 256);
+        }
+    }
+    octets.insert(at - 4 + static_cast<std::ptrdiff_t>(size), box.begin(), box.end());
+    WriteFile(file, octets);
+}
+
 const std::string kPicture = "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=64x64:rate=25:duration=0.4 ";
 const std::string kCopy = "ffmpeg -nostdin -v error -i CLIP -map 0:v -c copy ";
 const std::string kSound = "ffmpeg -nostdin -v error -i SOUND -t 1 ";
@@ -125,9 +144,15 @@ std::vector<Source> Sources() {
          nullptr, kAskSize, "", "86,64\n"},
         {"a rotation", "in.mp4", kCopy + "-metadata:s:v rotate=90 in.mp4", "out.mkv", nullptr, kAskSize, "",
          "180,320\n"},
-        {"cropping in an MP4 file (clean aperture)", "in.mp4", kCopy + "-aspect 4:3 in.mp4", "out.mkv",
-         [] { Patch("in.mp4", Ascii("btrt"), Ascii("clap")); }},
-        {"cropping in a Matroska file", "in.mkv", Mkvmerge("--cropping 0:4,4,4,4")},
+        {"cropping in an MP4 file (clean aperture)", "in.mp4", kCopy + "in.mp4", "out.mkv",
+         [] { // 300 by 160 pixels of 320 by 180; their middle lies 4 to the right of the pictures' and 2 above
+             AddBox("in.mp4", {"moov", "trak", "mdia", "minf", "stbl", "stsd", "avc1"},
+                    Hex("00 00 00 28 63 6C 61 70 00 00 01 2C 00 00 00 01 00 00 01 40 00 00 00 02 "
+                        "00 00 00 04 00 00 00 01 FF FF FF FE 00 00 00 01"));
+         },
+         kAskSize, "", "300,160\n"},
+        {"cropping in a Matroska file", "in.mkv", Mkvmerge("--cropping 0:4,4,4,4"), "out.mkv", nullptr, kAskSize, "",
+         "312,172\n"},
         {"stereo 3D that its H.264 frames tell of", "in.mkv",
          kPicture + "-c:v libx264 -x264-params frame-packing=3 in.mkv", "out.mkv", nullptr,
          "ffprobe -v error -read_intervals %+#1 -show_frames -of json out.mkv | grep -o 'Stereo 3D'", "Stereo 3D\n"},
@@ -166,6 +191,8 @@ std::vector<Source> Sources() {
         {"sound whose end is trimmed, in Ogg", "in.ogg", kSound + "-c:a libvorbis in.ogg", "out.mka"},
         {"PCM sound whose channels are not in the usual places", "in.wav",
          kSound + "-af 'pan=5.1(side)|c0=c0|c1=c0|c2=c0|c3=c0|c4=c0|c5=c0' in.wav", "out.mka"},
+        {"PCM sound with channels overhead", "in.wav",
+         "ffmpeg -nostdin -v error -f lavfi -i 'aevalsrc=0.1|0.1|0.1|0.1:c=FL+FR+TFL+TFR:d=0.2' in.wav", "out.mka"},
         {"an edit list that hides its first pictures", "in.mp4",
          "ffmpeg -nostdin -v error -ss 0.3 -i CLIP -map 0:v -c copy in.mp4", "out.mkv", nullptr,
          "for file in in.mp4 out.mkv; do ffmpeg -nostdin -v error -i $file -f framemd5 - | grep -c '^0'; done | uniq",

@@ -2,6 +2,7 @@
 #include "IsoTracks.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <functional>
 #include <tuple>
@@ -125,8 +126,8 @@ private:
                     constexpr std::uint64_t kVisualSampleEntry = 78;
                     if (entryEnd - entry < kVisualSampleEntry) return true;
                     m_Boxes.Each(entry + kVisualSampleEntry, entryEnd,
-                                 [&](std::uint32_t inner, std::uint64_t, std::uint64_t) {
-                                     if (inner == Code("clap")) track.m_Track.m_HasCrop = true;
+                                 [&](std::uint32_t inner, std::uint64_t place, std::uint64_t) {
+                                     if (inner == Code("clap")) track.m_Track.m_Crop = ReadAperture(entry, place);
                                      return true;
                                  });
                     return true;
@@ -143,6 +144,29 @@ private:
             }
             return true;
         });
+    }
+
+    // entry: the visual sample entry, which has the size of the pictures; at: its clean aperture, as fractions of
+    // pixels: width and height, and how far its middle lies right of and below that of the pictures.
+    Crop ReadAperture(std::uint64_t entry, std::uint64_t at) {
+        constexpr std::uint64_t kWidthAt = 24;
+        const auto part = [&](std::uint64_t place) {
+            const auto numerator = static_cast<std::int32_t>(m_Boxes.Number(place, 4));
+            const std::uint64_t denominator = m_Boxes.Number(place + 4, 4);
+            return denominator > 0 ? static_cast<double>(numerator) / static_cast<double>(denominator) : 0;
+        };
+        const auto cut = [&](std::uint64_t axis, int& before, int& behind) {
+            const auto size = static_cast<double>(m_Boxes.Number(entry + kWidthAt + 2 * axis, 2));
+            const double left = size - part(at + 8 * axis);
+            const double offset = part(at + 16 + 8 * axis);
+            constexpr double kMost = 1 << 16;
+            before = static_cast<int>(std::lround(std::clamp(left / 2 + offset, 0.0, kMost)));
+            behind = static_cast<int>(std::lround(std::clamp(left - before, 0.0, kMost)));
+        };
+        Crop crop;
+        cut(0, crop.m_Left, crop.m_Right);
+        cut(1, crop.m_Top, crop.m_Bottom);
+        return crop;
     }
 
     void ReadEdits(TrackBoxes& track, std::uint64_t at, std::uint64_t end) {

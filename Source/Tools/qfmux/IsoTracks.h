@@ -6,10 +6,12 @@
 #include <map>
 #include <string>
 
+#include "Crop.h"
+
 struct IsoTrack {
     int m_MediaEdits = 0;          // parts in the edit list
     bool m_ChangesSpeed = false;   // one of them is played slower or faster
-    bool m_HasCrop = false;        // a clean aperture
+    Crop m_Crop;                   // around the clean aperture
     std::uint64_t m_HiddenEnd = 0; // of the media behind the only edit, in units of m_TimeScale
     std::uint32_t m_TimeScale = 0; // of the media, in units a second
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "MatroskaHeader.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -18,7 +19,11 @@ constexpr std::uint64_t kDurationId = 0x4489;
 constexpr std::uint64_t kTracksId = 0x1654AE6B;
 constexpr std::uint64_t kTrackEntryId = 0xAE;
 constexpr std::uint64_t kVideoId = 0xE0;
-constexpr std::uint64_t kPixelCropIds[] = {0x54AA, 0x54BB, 0x54CC, 0x54DD};
+constexpr std::uint64_t kPixelCropBottomId = 0x54AA;
+constexpr std::uint64_t kPixelCropTopId = 0x54BB;
+constexpr std::uint64_t kPixelCropLeftId = 0x54CC;
+constexpr std::uint64_t kPixelCropRightId = 0x54DD;
+constexpr std::uint64_t kDisplayWidthId = 0x54B0;
 
 constexpr int kMostElements = 10000; // few elements precede the frames
 
@@ -99,14 +104,20 @@ MatroskaHeader ReadMatroskaHeader(const std::string& path) {
         return true;
     };
     const auto visitVideo = [&](std::uint64_t identifier, std::uint64_t end) {
-        for (const std::uint64_t crop : kPixelCropIds) {
-            if (identifier == crop && elements.Unsigned(end) > 0) header.m_Crops.back() = true;
-        }
+        MatroskaPicture& picture = header.m_Pictures.back();
+        const auto pixels = [&] {
+            return static_cast<int>(std::min<std::uint64_t>(elements.Unsigned(end), std::numeric_limits<int>::max()));
+        };
+        if (identifier == kPixelCropBottomId) picture.m_Crop.m_Bottom = pixels();
+        if (identifier == kPixelCropTopId) picture.m_Crop.m_Top = pixels();
+        if (identifier == kPixelCropLeftId) picture.m_Crop.m_Left = pixels();
+        if (identifier == kPixelCropRightId) picture.m_Crop.m_Right = pixels();
+        if (identifier == kDisplayWidthId) picture.m_HasDisplaySize = true;
         return true;
     };
     const auto visitTrack = [&](std::uint64_t identifier, std::uint64_t end) {
         if (identifier != kVideoId) return true;
-        header.m_Crops.push_back(false);
+        header.m_Pictures.emplace_back();
         elements.Each(end, visitVideo);
         return true;
     };

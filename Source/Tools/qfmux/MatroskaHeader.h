@@ -5,9 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "Crop.h"
+
+struct MatroskaPicture {
+    Crop m_Crop;
+    bool m_HasDisplaySize = false;
+};
+
 struct MatroskaHeader {
-    double m_Duration = 0;     // s
-    std::vector<bool> m_Crops; // for each video track: whether its pictures are cropped
+    double m_Duration = 0;                   // s
+    std::vector<MatroskaPicture> m_Pictures; // of each video track
 };
 
 // Empty for a file of another kind. A Tracks element after the frames is not read.

@@ -4,13 +4,11 @@
 #include <cstring>
 #include <string>
 
+#include "Crop.h"
 #include "FirstPicture.h"
-#include "IsoTracks.h"
-#include "MatroskaHeader.h"
 #include "Turn.h"
 
 extern "C" {
-#include <libavutil/avstring.h>
 #include <libavutil/pixdesc.h>
 #include <libavutil/spherical.h>
 #include <libavutil/stereo3d.h>
@@ -132,6 +130,7 @@ void TellOfEncodedFrames(const PlannedTrack& video, Losses& losses) {
     if (hasPlace || !TellsColours(parameters)) return;
     AVCodecParameters others = parameters;
     others.color_range = AVCOL_RANGE_UNSPECIFIED; // converted to the limited range
+    if (others.color_space == AVCOL_SPC_RGB) others.color_space = AVCOL_SPC_UNSPECIFIED; // to the one players guess
     const std::vector<std::string> lost = LostColours(others, nullptr);
     if (!lost.empty()) {
         losses.push_back({"colour", std::string("colour data is lost: ") + Joined(lost) + "; players will guess it",
@@ -154,22 +153,6 @@ bool FramesTellFields(AVCodecID codec) {
     }
 }
 
-// Whether the container asks players to crop the pictures.
-bool HasCrop(const PlannedTrack& video) {
-    const AVFormatContext& context = *video.m_pFile->Context();
-    if (av_match_name("mov", context.iformat->name) != 0) {
-        return ReadIsoTracks(video.m_pFile->Path())[static_cast<std::uint32_t>(video.m_pStream->id)].m_HasCrop;
-    }
-    if (av_match_name("matroska", context.iformat->name) == 0) return false;
-    std::size_t number = 0; // among the video streams
-    for (unsigned i = 0; context.streams[i] != video.m_pStream; ++i) {
-        const AVStream& other = *context.streams[i];
-        if (other.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !IsCover(other)) ++number;
-    }
-    const std::vector<bool> crops = ReadMatroskaHeader(video.m_pFile->Path()).m_Crops;
-    return number < crops.size() && crops[number];
-}
-
 } // namespace
 
 void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses) {
@@ -183,7 +166,7 @@ void TellOfPictures(const PlannedTrack& video, const Plan& plan, Losses& losses)
     if (const std::string turn = TurnText(stream); !turn.empty() && !isEncoded) {
         Warn(losses, "rotation", "the " + turn + " is lost: players will show the pictures as they were recorded");
     }
-    if (HasCrop(video)) {
+    if (!isEncoded && !ReadCrop(*video.m_pFile, stream).IsEmpty()) {
         Warn(losses, "cropping", "the cropping is lost: players will show the edges of the pictures too");
     }
     if (HasAlphaPictures(stream) && !isEncoded) {

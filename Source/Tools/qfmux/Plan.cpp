@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "Crop.h"
 #include "Losses.h"
 #include "RunReport.h"
 #include "Surroundings.h"
@@ -160,6 +161,21 @@ void NoteEncoding(const PlannedTrack& track, RunReport& report) {
     for (const std::string& note : encoding.m_Notes) report.Note(note);
 }
 
+// The first stream that is left out because libavformat does not know it, for a message; empty if there is none.
+std::string UnknownStream(const Inputs& inputs) {
+    for (const auto& input : inputs) {
+        for (unsigned i = 0; i < input->Context()->nb_streams; ++i) {
+            const AVStream* const stream = input->Context()->streams[i];
+            if (MediaFile::IsKnown(stream)) continue;
+            const AVCodecParameters& parameters = *stream->codecpar;
+            const bool isVideo = parameters.codec_type == AVMEDIA_TYPE_VIDEO;
+            return std::string(": the ") + (isVideo ? "size of the pictures" : "sample rate of the sound") + " in " +
+                   input->Path() + " (" + avcodec_get_name(parameters.codec_id) + ") is not known";
+        }
+    }
+    return "";
+}
+
 // Whether the stream is encoded. In automatic mode the format has to list its codec for a copy; options for encoding
 // apply to all streams of their kind.
 bool IsEncoded(const Options& options, AVMediaType type, bool isListed) {
@@ -246,12 +262,14 @@ Plan MakePlan(const Options& options, const FileFormatInfo* formats, const Input
     };
     plan.m_Video = take(AVMEDIA_TYPE_VIDEO, options.m_VideoIndex, options.m_NoVideo, plan.m_pFormat->videoEncoders);
     plan.m_Audio = take(AVMEDIA_TYPE_AUDIO, options.m_AudioIndex, options.m_NoAudio, plan.m_pFormat->audioEncoders);
-    if (!plan.m_Video && !plan.m_Audio) throw ToolError(kExitError, "there is nothing to write to '" + format + "'");
+    if (!plan.m_Video && !plan.m_Audio) {
+        throw ToolError(kExitError, "there is nothing to write to '" + format + "'" + UnknownStream(inputs));
+    }
     if (plan.m_Video && plan.m_Video->m_Encoding) {
         if (!plan.IsWebm()) plan.m_Aspect = options.m_Aspect;
     } else if (plan.m_Video) {
         AVStream* const stream = plan.m_Video->m_pStream;
-        const AVRational pixel = av_guess_sample_aspect_ratio(plan.m_Video->m_pFile->Context(), stream, nullptr);
+        const AVRational pixel = PixelAspect(*plan.m_Video->m_pFile, stream);
         plan.m_Aspect = options.m_Aspect ? options.m_Aspect : DisplayAspect(pixel, *stream->codecpar);
     }
     for (const auto* track : {&plan.m_Video, &plan.m_Audio}) {

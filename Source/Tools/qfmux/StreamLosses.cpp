@@ -12,7 +12,12 @@ using Inputs = std::vector<std::shared_ptr<MediaFile>>;
 std::string StreamName(const MediaFile& file, const AVStream& stream, bool withFile) {
     std::string text = (withFile ? file.Path() + " " : "") + "#" + std::to_string(stream.index);
     std::string about;
-    if (stream.codecpar->codec_id != AV_CODEC_ID_NONE) about = avcodec_get_name(stream.codecpar->codec_id);
+    const AVCodecParameters& parameters = *stream.codecpar;
+    if (parameters.codec_id != AV_CODEC_ID_NONE) {
+        about = avcodec_get_name(parameters.codec_id);
+    } else if (parameters.codec_tag != 0) {
+        about = FourCCText(parameters.codec_tag); // "tmcd" for a time code
+    }
     if (const char* const name = Value(stream.metadata, "filename"))
         about += (about.empty() ? "" : ", ") + std::string(name);
     if (const char* const language = Value(stream.metadata, "language")) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "StreamFilters.h"
 
+#include "Crop.h"
 #include "LossText.h"
 #include "Turn.h"
 
@@ -88,12 +89,21 @@ StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Targ
     if (format == nullptr) format = av_pix_fmt_desc_get(AV_PIX_FMT_YUV420P);
 
     if (options.m_Deinterlace) Append(chain, "bwdif=mode=send_frame:deint=interlaced");
+    const Crop crop = ReadCrop(file, stream);
+    const AVRational pixel = PixelAspect(file, stream);
+    if (!crop.IsEmpty()) {
+        const auto text = [](int number) { return std::to_string(number); };
+        Append(chain, "crop=iw-" + text(crop.m_Left + crop.m_Right) + ":ih-" + text(crop.m_Top + crop.m_Bottom) + ":" +
+                          text(crop.m_Left) + ":" + text(crop.m_Top));
+        if (pixel.num > 0) Append(chain, "setsar=" + text(pixel.num) + "/" + text(pixel.den));
+    }
     Append(chain, TurnFilter(stream));
     if ((format->flags & AV_PIX_FMT_FLAG_ALPHA) != 0 || HasAlphaPictures(stream)) {
         Append(chain, "premultiply=inplace=1");
         filters.m_Notes.emplace_back("transparent parts of the pictures become black");
     }
-    const bool isOdd = parameters.width % 2 != 0 || parameters.height % 2 != 0;
+    const bool isOdd = (parameters.width - crop.m_Left - crop.m_Right) % 2 != 0 ||
+                       (parameters.height - crop.m_Top - crop.m_Bottom) % 2 != 0;
     const bool isPq = parameters.color_trc == AVCOL_TRC_SMPTE2084;
     if (isPq || parameters.color_trc == AVCOL_TRC_ARIB_STD_B67) {
         Append(chain, ToneMapping(parameters, (format->flags & AV_PIX_FMT_FLAG_RGB) != 0, isOdd));
@@ -102,7 +112,6 @@ StreamFilters PictureFilters(const MediaFile& file, AVStream* stream, const Targ
         Append(chain, Range(parameters, *format));
     }
     Append(chain, options.m_VideoFilter);
-    const AVRational pixel = av_guess_sample_aspect_ratio(file.Context(), stream, nullptr);
     const bool isSquare = pixel.num <= 0 || pixel.num == pixel.den;
     if (squarePixels && (!isSquare || options.m_Aspect)) {
         if (options.m_Aspect) {
