@@ -7,6 +7,7 @@ sound the same way. So wrong pictures, wrong times and sound that has moved show
 """
 
 import bisect
+import functools
 import math
 import statistics
 from dataclasses import dataclass, field
@@ -24,6 +25,12 @@ SAMPLES_TOLERANCE = 2 * 1152  # a frame at either end: in pieces it is found or 
 PIECE = 1024  # samples that are found, or not, together
 
 
+@functools.cache
+def decoded_source(path):
+    """What ffmpeg's libraries decode of a film, which several rows may share."""
+    return Ffmpeg.whole(path)
+
+
 @dataclass
 class Master:
     times: list
@@ -35,8 +42,9 @@ class Master:
     _spectrum: np.ndarray = None
 
     @classmethod
+    @functools.cache
     def read(cls, path, grids=True):
-        decoded = Ffmpeg.whole(path)
+        decoded = decoded_source(path)
         numbers = {}
         for number, (_, key) in enumerate(decoded.pictures):
             numbers.setdefault(key, []).append(number)
@@ -90,7 +98,8 @@ class Whole:
     numbers: set = field(default_factory=set)
 
     @classmethod
-    def of(cls, decoded, master, begin=0.0):
+    def of(cls, decoded, master, begin=None):
+        """begin: where sound counts from, in the master; None: sound is not looked for."""
         self = cls(duration=decoded.duration, samples=decoded.samples())
         shifts = []
         last = -1
@@ -108,7 +117,7 @@ class Whole:
         if shifts:
             self.shift = statistics.median(shifts)
             self.mistimed = sum(abs(each - self.shift) > TIME_TOLERANCE for each in shifts)
-        if len(master.sound):
+        if begin is not None and len(master.sound):
             self._hear(decoded, master, bool(shifts), begin)
         ends = [seconds for seconds, _ in decoded.pictures if seconds is not None]
         if decoded.sound and decoded.sound[-1][0] is not None:
