@@ -208,6 +208,20 @@ TEST_F(FilmTest, SoundThatBeginsLateIsNotShort) {
     }
 }
 
+// A disc with a scratch: libavformat finds no fault with the packets.
+TEST_F(FilmTest, PicturesThatDecodersConcealAreReported) {
+    Octets octets = ReadFile(ClipPath("mpeg2-ac3.mpg"));
+    std::fill_n(octets.begin() + 20000, 1500, Octets::value_type{0});
+    WriteFile(Path("scratch.mpg"), octets);
+    for (const char* verify : {"full", "decode"}) {
+        const CommandResult result =
+            Qfmux(std::string("-y --verify ") + verify + " " + Path("scratch.mpg") + " " + Path("out.mkv"));
+        EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
+        EXPECT_NE(result.m_Output.find("has damaged pictures that decoders conceal"), std::string::npos)
+            << result.m_Output;
+    }
+}
+
 // Six packets of a broadcast are lost.
 TEST_F(FilmTest, DamagedPicturesAreCountedAndNoFaultOfTheFile) {
     Make("whole.ts", "-g 25 -bf 2 -map 1:a -c:a aac");

@@ -32,6 +32,7 @@ Decoding::Decoding(const AVCodecParameters& parameters, const std::vector<std::u
     if (parameters.codec_id == AV_CODEC_ID_MPEG4) m_Codec->codec_tag = 0;
     m_Codec->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
     m_Codec->thread_count = threads;
+    m_Errors.Watch(*m_Codec);
     if (avcodec_open2(m_Codec.get(), codec, nullptr) < 0) m_Codec.reset();
 }
 

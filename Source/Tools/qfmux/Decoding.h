@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "AvPtr.h"
+#include "ReadErrors.h"
 
 // Decodes packets and keeps a count and a hash of the pictures or samples that come out. Nothing is skipped, not even
 // the pictures and samples that a container tells players to leave out.
@@ -32,6 +33,8 @@ public:
     std::uint64_t Count() const { return m_Count; }
     // The decoder rejected a packet or marked its output as damaged.
     bool HasErrors() const { return m_HasErrors; }
+    // The decoder concealed damage in pictures or reported errors in them.
+    bool HasDamage() const { return m_Errors.Others() + m_Errors.Concealed() > 0; }
     bool IsEqual(const Decoding& other) const { return m_Count == other.m_Count && Hash() == other.Hash(); }
 
 private:
@@ -44,6 +47,7 @@ private:
     void TakePicture();
     void TakeSamples();
 
+    ReadErrors m_Errors;
     AvPtr<AVCodecContext> m_Codec;
     std::function<void(const AVFrame&)> m_Viewer;
     AvPtr<AVFrame> m_Frame;

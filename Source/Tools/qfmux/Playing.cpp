@@ -147,6 +147,7 @@ Played PlayExcerpt(const std::string& path, const Excerpt& excerpt, bool hasVide
             played.m_Fault = std::string("players cannot recognise its ") + kNames[i];
             return played;
         }
+        if (file->HasDamage()) played.m_Damage = excerpt.m_Time;
         // If the octets are the same in both files, decoding once halves the time.
         if (i == 0 && IsSameInput(*sources[i], track, parameters, piece.m_Packets[i])) {
             played.m_Pictures += file->Count();
@@ -191,6 +192,7 @@ Played PlayExcerpts(const std::string& path, const Excerpts& excerpts, const Sou
     other.get();
     for (const Played& result : results) {
         if (!played.m_Fault) played.m_Fault = result.m_Fault;
+        if (!played.m_Damage) played.m_Damage = result.m_Damage;
         for (const std::string& note : result.m_Notes) AddNote(played, note);
         played.m_Places += result.m_Places;
         played.m_Pictures += result.m_Pictures;
@@ -244,6 +246,7 @@ Played WholePlay::Compare(const std::string& path, const SourceStreams& sources)
     for (std::size_t i = 0; i < decodings.size(); ++i) {
         if (decodings[i] == nullptr) continue;
         decodings[i]->End();
+        if (decodings[i]->HasDamage()) played.m_Damage = 0;
         ::Compare(i, *m_Decodings[i], *decodings[i], "", true, played);
     }
     NoteSilence(playable, played);

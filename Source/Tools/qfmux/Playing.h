@@ -18,10 +18,11 @@ class Likeness;
 using SourceStreams = std::array<const AVCodecParameters*, 2>;
 
 struct Played {
-    std::optional<std::string> m_Fault; // the file's fault, if any
-    std::vector<std::string> m_Notes;   // streams that could not be played
-    std::uint64_t m_Places = 0;         // places where playing began
-    std::uint64_t m_Pictures = 0;       // equal pictures
+    std::optional<std::string> m_Fault;   // the file's fault, if any
+    std::vector<std::string> m_Notes;     // streams that could not be played
+    std::optional<std::int64_t> m_Damage; // where the playing began that met damaged pictures, ms; nothing without
+    std::uint64_t m_Places = 0;           // places where playing began
+    std::uint64_t m_Pictures = 0;         // equal pictures
     std::uint64_t m_Samples = 0;
 };
 

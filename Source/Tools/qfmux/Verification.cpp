@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Likeness.h"
+#include "LossText.h"
 #include "RunReport.h"
 #include "SignalGuard.h"
 #include "TimeLine.h"
@@ -104,6 +105,11 @@ void Verification::Check(const StagedFile& output, Progress& progress, RunReport
                         "'" + m_Options.m_Output + "' failed verification and was removed: " + *fault);
     }
     for (const std::string& note : m_Played.m_Notes) report.Note(note);
+    if (m_Played.m_Damage && m_Video && !m_Video->IsEncoded()) {
+        report.Warn(
+            m_Video->Plan().m_pFile->Path() + " has damaged pictures that decoders conceal or leave out" +
+            (m_Excerpts ? ", one of them in the second from " + SecondsText(10000 * *m_Played.m_Damage) + " on" : ""));
+    }
     if (m_Whole == nullptr || SignalGuard::Caught() != 0) return;
     for (auto* track : {&m_Video, &m_Audio}) {
         Likeness* const given = *track ? (*track)->Reader().Compared() : nullptr;
