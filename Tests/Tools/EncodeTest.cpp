@@ -368,6 +368,17 @@ TEST_F(EncodeTest, LayoutsThatDecodersDoNotNameAreReplaced) {
     }
 }
 
+// The headers of a chained stream are no sound.
+TEST_F(EncodeTest, ChainedOpusHasNoGap) {
+    RunCommand(kFfmpeg + std::string("-f lavfi -i sine=d=1 -c:a libopus ") + Path("part.ogg") + "; cat " +
+               Path("part.ogg") + " " + Path("part.ogg") + " > " + Path("chained.ogg"));
+    const json report = Report("-y --encode all " + Path("chained.ogg") + " " + Path("a.mka"));
+    ASSERT_EQ(report.value("warnings", json::array()).size(), 1U) << report.dump(1);
+    EXPECT_NE(report["warnings"][0].get<std::string>().find("jump"), std::string::npos) << report.dump(1);
+    EXPECT_NEAR(static_cast<double>(Play(Path("a.mka"), false, true, Path("output.")).m_Sound.size()) / 48000, 2.0,
+                0.1);
+}
+
 // Ten channels without places, as an AIFF file has them: PCM keeps them, and others need a choice.
 TEST_F(EncodeTest, ChannelsWithoutPlacesAreKeptOrChosenAmong) {
     const std::string source = Path("ten.aiff");

@@ -196,13 +196,15 @@ TEST_F(FilmTest, WarnsOfSourcesThatEndTooEarly) {
     }
 }
 
-// A track's DURATION tag is its end when libavformat wrote it, and its length when mkvmerge did.
+// A track's DURATION tag is its end when libavformat wrote it, and its length when mkvmerge did. A Flash file has the
+// length of the whole file alone.
 TEST_F(FilmTest, SoundThatBeginsLateIsNotShort) {
     Make("whole.mp4", "-g 25 -bf 2 -map 1:a -c:a aac");
     Ffmpeg("-i " + Path("whole.mp4") + " -itsoffset 5 -i " + Path("whole.mp4") + " -map 0:v -map 1:a -c copy " +
            Path("late.mkv"));
     RunCommand("mkvmerge -q -o " + Path("merged.mkv") + " " + Path("late.mkv"));
-    for (const char* name : {"late.mkv", "merged.mkv"}) {
+    Ffmpeg("-i " + Path("late.mkv") + " -c copy " + Path("late.flv"));
+    for (const char* name : {"late.mkv", "merged.mkv", "late.flv"}) {
         const CommandResult result = Qfmux("--overwrite " + Path(name) + " " + Path("out.mkv"));
         EXPECT_EQ(result.m_ExitCode, 0) << result.m_Output;
     }

@@ -17,8 +17,6 @@ extern "C" {
 
 namespace {
 
-bool IsMatroska(const MediaFile& file) { return av_match_name("matroska", file.Context()->iformat->name) != 0; }
-
 std::optional<MatroskaPicture> ReadMatroska(const MediaFile& file, const AVStream* stream) {
     const AVFormatContext& context = *file.Context();
     std::size_t number = 0; // among the video streams
@@ -36,7 +34,7 @@ Crop ReadCrop(const MediaFile& file, const AVStream* stream) {
     Crop crop;
     if (av_match_name("mov", file.Context()->iformat->name) != 0) {
         crop = ReadIsoTracks(file.Path())[static_cast<std::uint32_t>(stream->id)].m_Crop;
-    } else if (IsMatroska(file)) {
+    } else if (file.IsMatroska()) {
         crop = ReadMatroska(file, stream).value_or(MatroskaPicture()).m_Crop;
     }
     // A file may hold any numbers.
@@ -51,14 +49,13 @@ Crop ReadCrop(const MediaFile& file, const AVStream* stream) {
 
 AVRational PixelAspect(const MediaFile& file, AVStream* stream) {
     const AVRational told = av_guess_sample_aspect_ratio(file.Context(), stream, nullptr);
-    if (!IsMatroska(file) || told.num <= 0) return told;
+    if (!file.IsMatroska() || told.num <= 0) return told;
     const Crop crop = ReadCrop(file, stream);
     const std::optional<MatroskaPicture> picture = ReadMatroska(file, stream);
     if (crop.IsEmpty() || !picture || !picture->m_HasDisplaySize) return told;
     const AVCodecParameters& parameters = *stream->codecpar;
     AVRational part{};
-    av_reduce(&part.num, &part.den,
-              std::int64_t{parameters.width} * (parameters.height - crop.m_Top - crop.m_Bottom),
+    av_reduce(&part.num, &part.den, std::int64_t{parameters.width} * (parameters.height - crop.m_Top - crop.m_Bottom),
               std::int64_t{parameters.height} * (parameters.width - crop.m_Left - crop.m_Right), 1 << 30);
     return av_mul_q(told, part);
 }

@@ -21,9 +21,14 @@ struct Findings {
     std::string m_Failure;        // the error that ended reading before the end of the file
 };
 
-void Add(Findings& findings, const FrameSource& reader) {
-    findings.m_Length = std::max(findings.m_Length, reader.Length());
-    findings.m_Promised = std::max(findings.m_Promised, reader.PromisedLength());
+// start: of the file's streams, 100 ns.
+void Add(Findings& findings, const FrameSource& reader, const MediaFile& file, std::int64_t start) {
+    const std::int64_t later = reader.Start() - start;
+    const std::int64_t promised = reader.PromisedLength();
+    findings.m_Length = std::max(findings.m_Length, later + reader.Length());
+    findings.m_Promised = std::max(findings.m_Promised, promised > 0             ? later + promised
+                                                        : reader.HasAllStreams() ? file.PromisedLength()
+                                                                                 : 0);
     findings.m_Packets += reader.Damaged();
     findings.m_Gaps += reader.Gaps();
     findings.m_GapLength += reader.GapLength();
@@ -78,9 +83,14 @@ void WarnOfDamage(const std::optional<Track>& video, const std::optional<Track>&
         Findings findings;
         findings.m_Packets = file.Errors().Packets();
         findings.m_Others = file.Errors().Others();
-        for (const auto* other : {&video, &audio}) {
-            if (*other && (*other)->Plan().m_pFile == pFile) Add(findings, (*other)->Reader());
-        }
+        std::int64_t start = (*track)->Reader().Start();
+        const auto eachReader = [&](const auto& visit) {
+            for (const auto* other : {&video, &audio}) {
+                if (*other && (*other)->Plan().m_pFile == pFile) visit((*other)->Reader());
+            }
+        };
+        eachReader([&](const FrameSource& reader) { start = std::min(start, reader.Start()); });
+        eachReader([&](const FrameSource& reader) { Add(findings, reader, file, start); });
         if (isCut) findings.m_Promised = 0;
         const std::string words = Words(findings);
         if (!words.empty()) report.Warn(file.Path() + " " + words);

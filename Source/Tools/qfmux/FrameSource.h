@@ -45,11 +45,12 @@ public:
     virtual int Gaps() const { return 0; }
     virtual std::int64_t GapLength() const { return 0; }
 
-    // The length of the packets read, and the length in the file's header (0 if none), 100 ns.
+    // When the packets read begin, their length, and the length in the file's header (0 if none), 100 ns.
+    std::int64_t Start() const { return m_Source->Start(m_pStream->index); }
     std::int64_t Length() const { return m_Source->Length(m_pStream->index); }
-    std::int64_t PromisedLength() const {
-        return File().PromisedLength(m_pStream, m_Source->HasAllStreams(), m_Source->Start(m_pStream->index));
-    }
+    std::int64_t PromisedLength() const { return File().PromisedLength(m_pStream, Start()); }
+    // Whether all streams of the file that have packets are read.
+    bool HasAllStreams() const { return m_Source->HasAllStreams(); }
     const std::string& Failure() const { return m_Source->Failure(); }
     int Jumps() const { return m_Source->Jumps(m_pStream->index); }
 

@@ -81,29 +81,28 @@ bool MediaFile::IsKnown(const AVStream* stream) {
     return parameters.codec_type != AVMEDIA_TYPE_VIDEO || parameters.width > 0;
 }
 
+bool MediaFile::IsMatroska() const { return av_match_name("matroska", m_Context->iformat->name) != 0; }
+
 std::int64_t MediaFile::Origin() const {
     const bool countsFromAnywhere = HasLooseTimes() || av_match_name("flv", m_Context->iformat->name) != 0;
     return countsFromAnywhere ? HostTime(std::max<std::int64_t>(0, m_Context->start_time), {1, AV_TIME_BASE}) : 0;
 }
 
-std::int64_t MediaFile::PromisedLength(const AVStream* stream, bool isAlone, std::int64_t first) const {
-    if (m_Context->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return 0;
-    // Matroska has a track's length or end in an optional tag, and otherwise only the end of the file.
-    std::int64_t start = 0;
-    if (av_match_name("matroska", m_Context->iformat->name) != 0) {
-        start = std::max<std::int64_t>(0, m_Context->start_time);
-        const AVDictionaryEntry* const tag = av_dict_get(stream->metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
-        std::int64_t told = 0;
-        if (tag != nullptr && av_parse_time(&told, tag->value, 1) >= 0) {
-            // mkvmerge writes the length and lists its tags; libavformat writes the end.
-            const bool isLength =
-                av_dict_get(stream->metadata, "_STATISTICS_TAGS", nullptr, AV_DICT_IGNORE_SUFFIX) != nullptr;
-            return HostTime(told, {1, AV_TIME_BASE}) - (isLength ? 0 : first);
-        }
-    } else if (stream->duration > 0) {
-        return HostTime(stream->duration, stream->time_base);
-    }
-    return isAlone ? HostTime(std::max<std::int64_t>(0, m_Context->duration - start), {1, AV_TIME_BASE}) : 0;
+std::int64_t MediaFile::PromisedLength(const AVStream* stream, std::int64_t first) const {
+    if (!HasHeaderLengths()) return 0;
+    if (!IsMatroska()) return HostTime(std::max<std::int64_t>(0, stream->duration), stream->time_base);
+    // An optional tag: mkvmerge writes the length and lists its tags; libavformat writes the end.
+    const AVDictionaryEntry* const tag = av_dict_get(stream->metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
+    std::int64_t told = 0;
+    if (tag == nullptr || av_parse_time(&told, tag->value, 1) < 0) return 0;
+    const bool isLength = av_dict_get(stream->metadata, "_STATISTICS_TAGS", nullptr, AV_DICT_IGNORE_SUFFIX) != nullptr;
+    return HostTime(told, {1, AV_TIME_BASE}) - (isLength ? 0 : first);
+}
+
+std::int64_t MediaFile::PromisedLength() const {
+    if (!HasHeaderLengths()) return 0;
+    const std::int64_t start = IsMatroska() ? std::max<std::int64_t>(0, m_Context->start_time) : 0; // it has the end
+    return HostTime(std::max<std::int64_t>(0, m_Context->duration - start), {1, AV_TIME_BASE});
 }
 
 std::vector<AVStream*> MediaFile::Streams(AVMediaType type) const {

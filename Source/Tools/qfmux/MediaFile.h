@@ -32,10 +32,11 @@ public:
     bool MayBeDamaged() const { return HasLooseTimes(); }
     // The errors that libavformat has reported so far.
     const ReadErrors& Errors() const { return *m_Errors; }
-    // The stream's length from the header, 100 ns; 0 if the header has none.
-    // isAlone: the file's length may be taken, since all its streams are chosen.
-    // first: when its first packet begins.
-    std::int64_t PromisedLength(const AVStream* stream, bool isAlone, std::int64_t first) const;
+    // The lengths of a stream and of the whole file from the header, 100 ns; 0 if the header has none.
+    // first: when the stream's first packet begins, 100 ns.
+    std::int64_t PromisedLength(const AVStream* stream, std::int64_t first) const;
+    std::int64_t PromisedLength() const;
+    bool IsMatroska() const;
     // The start time, 100 ns, for formats whose times may start anywhere; else 0.
     std::int64_t Origin() const;
     // Whether the container keeps codec set-up data for the stream, outside its frames.
@@ -48,6 +49,7 @@ public:
 
 private:
     void Open(bool looksFar);
+    bool HasHeaderLengths() const { return m_Context->duration_estimation_method == AVFMT_DURATION_FROM_STREAM; }
 
     std::string m_Path;
     std::unique_ptr<ReadErrors> m_Errors;

@@ -2,6 +2,7 @@
 #include "PacketSource.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "PictureOrder.h"
@@ -12,6 +13,13 @@ namespace {
 constexpr std::size_t kMostWaiting = std::size_t{32} << 20;
 
 constexpr const char* kEncrypted = "it is encrypted";
+
+// Where Ogg streams of Opus are chained, libavformat passes on the headers of the next one (RFC 7845) as packets.
+bool IsOpusHeader(const AVPacket& packet) {
+    constexpr std::size_t kSize = 8;
+    return static_cast<std::size_t>(packet.size) >= kSize &&
+           (std::memcmp(packet.data, "OpusHead", kSize) == 0 || std::memcmp(packet.data, "OpusTags", kSize) == 0);
+}
 
 // Whether the container marks the stream as encrypted. ISO files mark each frame instead.
 bool IsEncrypted(const AVStream* stream) {
@@ -57,6 +65,11 @@ int PacketSource::Next(int stream, AVPacket& packet) {
             if (m_End != AVERROR_EOF) m_Failure = AvReason(m_End);
             m_End = AVERROR_EOF;
             break;
+        }
+        const AVCodecParameters& parameters = *m_File->Context()->streams[packet.stream_index]->codecpar;
+        if (parameters.codec_id == AV_CODEC_ID_OPUS && IsOpusHeader(packet)) {
+            av_packet_unref(&packet);
+            continue;
         }
         const auto chosen = m_Chosen.find(packet.stream_index);
         // One stream's times may help to mend another's. A part of an edit list may begin with hidden frames, whose
