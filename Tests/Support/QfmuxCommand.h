@@ -2,7 +2,10 @@
 // qfmux and qfmap, as their tests run them.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <sstream>
 #include <string>
 
 #include "Command.h"
@@ -32,4 +35,17 @@ inline std::string WordsOf(const char* path) {
     std::string words(octets.begin(), octets.end());
     words.erase(std::remove(words.begin(), words.end(), '\\'), words.end());
     return words;
+}
+
+// Expects ffmpeg's hashes of so many pairs of tracks, one line for each track and nothing else, to be equal in each
+// pair.
+inline void ExpectEqualPairs(const std::string& hashes, std::size_t pairs) {
+    std::istringstream lines(hashes);
+    std::size_t compared = 0;
+    for (std::string left, right; std::getline(lines, left) && std::getline(lines, right); ++compared) {
+        EXPECT_NE(left.find("MD5="), std::string::npos) << hashes;
+        EXPECT_EQ(left.substr(left.find(',')), right.substr(right.find(','))) << hashes;
+    }
+    EXPECT_EQ(compared, pairs) << hashes;
+    EXPECT_EQ(Lines(hashes), 2 * static_cast<int>(pairs)) << hashes;
 }

@@ -31,14 +31,6 @@ std::string Ffmpeg(const std::string& input, const std::string& options) {
     return RunCommand("ffmpeg -nostdin -v error -i " + Quoted(input) + " " + options + " 2>&1").m_Output;
 }
 
-std::string Decoded(const std::string& file, const std::string& kind) {
-    return Ffmpeg(file, "-map 0:" + kind + " -f streamhash -");
-}
-
-std::string Payload(const std::string& file, const std::string& kind) {
-    return Ffmpeg(file, "-map 0:" + kind + " -c copy -f streamhash -");
-}
-
 class QfmuxTest : public testing::Test {
 protected:
     std::string Path(const std::string& name) const { return (m_Directory / name).string(); }
@@ -86,16 +78,11 @@ TEST_P(EveryCodec, ComesBackAsItWentIn) {
     }
     EXPECT_EQ(report["tracks"].size(), tracks);
 
-    if (clip.m_VideoID != nullptr) {
-        const std::string decoded = Decoded(output, "v");
-        EXPECT_EQ(decoded, Decoded(source, "v"));
-        EXPECT_NE(decoded.find("SHA256="), std::string::npos);
-    }
-    if (sound == Sound::Decoded) {
-        EXPECT_EQ(Decoded(output, "a"), Decoded(source, "a"));
-    } else if (sound == Sound::Octets) {
-        EXPECT_EQ(Payload(output, "a"), Payload(source, "a"));
-    }
+    std::string options = "-i " + Quoted(output);
+    if (clip.m_VideoID != nullptr) options += " -map 0:v -map 1:v";
+    if (sound != Sound::None) options += " -map 0:a -map 1:a";
+    if (sound == Sound::Octets) options += " -c:a copy";
+    ExpectEqualPairs(Ffmpeg(source, options + " -f streamhash -hash md5 -"), tracks);
 }
 
 constexpr const char* kAvc = "V_MPEG4/ISO/AVC";

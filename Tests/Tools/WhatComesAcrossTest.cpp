@@ -235,9 +235,12 @@ protected:
     static void ExpectFate(const Source& source, const Fate& fate, bool isKnownBefore, bool isEncoded) {
         SCOPED_TRACE(isEncoded ? "encoded" : "copied");
         const bool isWritten = !isKnownBefore || fate.m_Kind.empty();
+        // In one thread: libvpx lets threads wait by spinning, which takes long on a busy machine.
+        const bool isWebm = source.m_Output == std::string("out.webm");
+        const std::string encode = isWebm ? " --encode all --video-options threads=1 " : " --encode all ";
         const CommandResult result =
             RunCommand(Quoted(QF_QFMUX) + (isWritten ? " -y --json" : " --dry-run --json") +
-                       (isEncoded ? " --encode all " : " ") + source.m_Name + " " + source.m_Output + " 2>words");
+                       (isEncoded ? encode : " ") + source.m_Name + " " + source.m_Output + " 2>words");
         EXPECT_EQ(result.m_ExitCode, fate.m_ExitCode) << WordsOf("words");
         const json report = json::parse(result.m_Output);
         std::set<std::string> kinds;
