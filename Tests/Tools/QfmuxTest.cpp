@@ -375,8 +375,11 @@ TEST_F(QfmuxTest, DamagedPacketsAreCounted) {
 
 TEST_F(QfmuxTest, TwoFilesStartTogetherWhateverTheirTimesCountFrom) {
     Ffmpeg(ClipPath("h264-aac.ts"), "-c copy -output_ts_offset 5000 " + Path("late.ts"));
+    // The clock of a transport stream starts again after 26.5 hours, here after one second of three.
+    Ffmpeg(ClipPath("h264-aac.ts"), "-c copy -output_ts_offset 95441 " + Path("wrap.ts"));
     for (const std::string& inputs :
-         {Path("late.ts") + " " + ClipPath("pcm16.wav"), ClipPath("h264-aac.mp4") + " " + Path("late.ts")}) {
+         {Path("late.ts") + " " + ClipPath("pcm16.wav"), ClipPath("h264-aac.mp4") + " " + Path("late.ts"),
+          Path("wrap.ts") + " " + ClipPath("pcm16.wav")}) {
         SCOPED_TRACE(inputs);
         EXPECT_EQ(Qfmux("--overwrite " + inputs + " " + Path("out.mkv")).m_ExitCode, 0);
         const auto times = PresentationTimes(Path("out.mkv"));
@@ -626,6 +629,19 @@ TEST_F(QfmuxTest, DurationEndsTheFile) {
         QfmuxResult("--json --duration 1 " + Quoted(ClipPath("h264-intra.mp4")) + " " + Quoted(Path("a.mkv")));
     EXPECT_EQ(result.m_ExitCode, 0);
     EXPECT_NEAR(json::parse(result.m_Output)["tracks"][0]["frames"].get<int>(), 25, 1);
+
+    // The sound begins after that.
+    Ffmpeg(ClipPath("h264-aac.mp4"),
+           "-itsoffset 2 -i " + ClipPath("raw.mp3") + " -map 0:v -map 1:a -c copy " + Path("late.mkv"));
+    for (const char* encode : {"", "--encode all "}) {
+        const CommandResult early =
+            Qfmux(std::string("-y --duration 1 ") + encode + Path("late.mkv") + " " + Path("b.mkv"));
+        EXPECT_EQ(early.m_ExitCode, 0) << early.m_Output;
+        EXPECT_NE(early.m_Output.find("the audio stream begins after the end of --duration"), std::string::npos)
+            << early.m_Output;
+        EXPECT_NE(early.m_Output.find(", verified"), std::string::npos) << early.m_Output;
+    }
+    EXPECT_EQ(Qfmux("-y --duration 0.01 " + ClipPath("h264-aac.mp4") + " " + Path("b.mkv")).m_ExitCode, 0);
 }
 
 TEST_F(QfmuxTest, ProgressIsOneObjectALine) {

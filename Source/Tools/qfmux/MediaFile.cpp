@@ -85,7 +85,9 @@ bool MediaFile::IsMatroska() const { return av_match_name("matroska", m_Context-
 
 std::int64_t MediaFile::Origin() const {
     const bool countsFromAnywhere = HasLooseTimes() || av_match_name("flv", m_Context->iformat->name) != 0;
-    return countsFromAnywhere ? HostTime(std::max<std::int64_t>(0, m_Context->start_time), {1, AV_TIME_BASE}) : 0;
+    // Negative where the clock of a broadcast has wrapped around.
+    const bool isKnown = m_Context->start_time != AV_NOPTS_VALUE;
+    return countsFromAnywhere && isKnown ? HostTime(m_Context->start_time, {1, AV_TIME_BASE}) : 0;
 }
 
 std::int64_t MediaFile::PromisedLength(const AVStream* stream, std::int64_t first) const {

@@ -100,6 +100,30 @@ void OpenTracks(const Plan& plan, bool areVerified, std::optional<Track>& video,
     if (plan.m_Video) open(*plan.m_Video, video, true, start);
 }
 
+void NoteLateStart(const char* kind, RunReport& report) {
+    report.Note(std::string("the ") + kind + " stream begins after the end of --duration and is left out");
+}
+
+// Leaves out a track without frames.
+void LeaveOutEmpty(std::optional<Track>& track, const char* kind, const Options& options, RunReport& report) {
+    if (!track || track->HasFrame()) return;
+    if (track->IsEncoded() && std::isfinite(options.m_Duration)) {
+        NoteLateStart(kind, report);
+    } else {
+        report.Warn(std::string("the ") + kind + " stream has no frames and is left out");
+    }
+    track.reset();
+}
+
+// The earliest time of the tracks' first frames, 100 ns.
+std::int64_t StartOf(const std::optional<Track>& video, const std::optional<Track>& audio) {
+    std::int64_t start = std::numeric_limits<std::int64_t>::max();
+    for (const auto* track : {&video, &audio}) {
+        if (*track) start = std::min({start, (*track)->Next().m_Decode, (*track)->Next().m_Presentation});
+    }
+    return start;
+}
+
 // The display aspect for the file. Only the encoder knows that of the pictures it gets.
 std::optional<Aspect> AspectOf(const Plan& plan, const std::optional<Track>& video) {
     if (plan.IsWebm()) return std::nullopt;
@@ -151,17 +175,23 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     std::optional<Track> video;
     std::optional<Track> audio;
     OpenTracks(plan, options.m_Verify != VerifyMode::None, video, audio);
-    if (video && !video->HasFrame()) {
-        report.Warn("the video stream has no frames and is left out");
-        video.reset();
-    }
-    if (audio && !audio->HasFrame()) {
-        report.Warn("the audio stream has no frames and is left out");
-        audio.reset();
-    }
+    LeaveOutEmpty(video, "video", options, report);
+    LeaveOutEmpty(audio, "audio", options, report);
     if (video) LeaveOutFront(*video, audio);
     if (audio && !audio->HasFrame()) audio.reset();
     if (!video && !audio) throw ToolError(kExitError, "there are no frames to write");
+    const std::int64_t start = StartOf(video, audio);
+    const double limit = std::isfinite(options.m_Duration) ? options.m_Duration * 1e7 : 9e18;
+    const auto isDue = [&](const std::optional<Track>& track) {
+        if (!track || !track->HasFrame()) return false;
+        // An encoder stops by itself.
+        return track->IsEncoded() || static_cast<double>(track->Next().m_Decode - start) < limit;
+    };
+    for (auto* track : {&video, &audio}) {
+        if (!*track || isDue(*track)) continue;
+        NoteLateStart(track == &video ? "video" : "audio", report);
+        track->reset();
+    }
 
     HostCalls host(plugin, MakeRecorder(options, plugin));
     MuxParam muxParam{};
@@ -183,18 +213,14 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     SendSetup(host, file.Handle(), video, audio);
 
     // Shifts a source with negative times as a whole: references between frames count from zero.
-    std::int64_t start = std::numeric_limits<std::int64_t>::max();
-    std::int64_t first = start; // time of a block
+    std::int64_t first = std::numeric_limits<std::int64_t>::max(); // time of a block
     for (const auto* track : {&video, &audio}) {
-        if (!*track) continue;
-        start = std::min({start, (*track)->Next().m_Decode, (*track)->Next().m_Presentation});
-        first = std::min(first, (*track)->Time());
+        if (*track) first = std::min(first, (*track)->Time());
     }
     const std::int64_t shift = std::max<std::int64_t>(0, -start);
     // The file counts from its first block. A recording that was cut may go on with pictures presented before that,
     // whose references are lost: Matroska has no place for them.
     const std::int64_t zero = ToMilliseconds(first + shift);
-    const double limit = std::isfinite(options.m_Duration) ? options.m_Duration * 1e7 : 9e18;
 
     Verification verification(options, extent.m_Length, video, audio);
     std::uint64_t octets = 0;
@@ -203,11 +229,6 @@ int Remux(const Options& options, const Plugin& plugin, RunReport& report) {
     std::int64_t sound = 0; // all its durations
     std::uint64_t pictures = 0;
     Progress progress(options.m_Progress, options.m_Quiet, extent.m_Length);
-    const auto isDue = [&](const std::optional<Track>& track) {
-        if (!track || !track->HasFrame()) return false;
-        // An encoder stops by itself.
-        return track->IsEncoded() || static_cast<double>(track->Next().m_Decode - start) < limit;
-    };
     // In decoding order over both: the plug-in holds back what waits for the other track.
     while (SignalGuard::Caught() == 0 && (isDue(video) || isDue(audio))) {
         const bool videoIsNext = isDue(video) && (!isDue(audio) || video->Next().m_Decode <= audio->Next().m_Decode);
