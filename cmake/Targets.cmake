@@ -39,10 +39,12 @@ function(qf_sanitize_source target)
 endfunction()
 
 # Hardening of shipped libraries. FORTIFY_SOURCE works in optimised builds only, and the sanitizers have checks of their
-# own. Their objects are those of a plain build: each file is compiled by itself.
+# own. With g++, which builds what ships, their objects are those of a plain build: each file is compiled by itself.
 function(qf_harden target)
     if(NOT QF_SANITIZE)
-        set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
+        if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+            set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
+        endif()
         target_compile_options(
             ${target} PRIVATE -fstack-protector-strong
                               $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)

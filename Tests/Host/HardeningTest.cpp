@@ -79,7 +79,7 @@ TEST(Hardening, StacksAreGuarded) { EXPECT_EQ(LinesWith("nm -D -u", "__stack_chk
 TEST(Hardening, TheCLibrarysCallsAreChecked) {
     const std::string commands = "grep -E '\"command\": .*qf_mkv_core\\.dir' " + Quoted(QF_COMPILE_COMMANDS);
     const std::string all = RunCommand(commands + " | wc -l").m_Output;
-    EXPECT_GT(std::stoi(all), 5);
+    EXPECT_GT(std::stoi(all), 0);
     EXPECT_EQ(RunCommand(commands + " | grep -E -- ' -O[23] ' | grep -c -- ' -D_FORTIFY_SOURCE=2 '").m_Output, all);
 }
 
