@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -374,6 +375,19 @@ TEST_F(EncodeTest, LayoutsThatDecodersDoNotNameAreReplaced) {
             RunCommand("ffprobe -v error -show_entries stream=channel_layout -of csv=p=0 " + Path("a.mka")).m_Output,
             result + std::string("\n"));
     }
+}
+
+TEST_F(EncodeTest, TimesOfPicturesOnlyGoOn) {
+    for (const char* start : {"0", "0.9"}) {
+        RunCommand(kFfmpeg +
+                   std::string("-f lavfi -i testsrc2=size=64x64:rate=25:d=1 -c:v libx264 -output_ts_offset ") + start +
+                   " -f mpegts - >> " + Path("joined.ts"));
+    }
+    Report("-y --encode all " + Path("joined.ts") + " " + Path("a.mkv"));
+    const std::vector<double> times = Play(Path("a.mkv"), true, false, Path("output.")).m_Times;
+    EXPECT_EQ(times.size(), 50U);
+    EXPECT_EQ(std::adjacent_find(times.begin(), times.end(), std::greater_equal<>()), times.end())
+        << testing::PrintToString(times);
 }
 
 // The headers of a chained stream are no sound.

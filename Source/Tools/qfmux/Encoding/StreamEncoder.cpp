@@ -17,6 +17,12 @@ extern "C" {
 #include <libavutil/common.h>
 }
 
+namespace {
+
+constexpr std::int64_t kMillisecond = kSecond / 1000;
+
+} // namespace
+
 StreamEncoder::StreamEncoder(const Encoding& encoding, const FilterGraph& graph, const AVFrame* first,
                              std::int64_t origin)
     : m_Encoding(encoding), m_GraphTimeBase(graph.TimeBase()), m_Origin(origin) {
@@ -106,9 +112,11 @@ std::int64_t StreamEncoder::TickOf(std::int64_t time) const {
 // are kept beside it, so that variable rates stay as they are.
 void StreamEncoder::Push(AVFrame& frame, std::int64_t duration, bool isKey) {
     if (m_Codec->codec_type == AVMEDIA_TYPE_VIDEO) {
-        const std::int64_t time = HostTime(frame.pts, m_GraphTimeBase);
+        std::int64_t time = HostTime(frame.pts, m_GraphTimeBase);
         std::int64_t tick = TickOf(frame.pts);
         if (m_LastTick) tick = std::max(tick, *m_LastTick + 1);
+        // Recordings that were joined may overlap a little.
+        if (m_LastTick && time <= m_LastTime) time = m_LastTime + kMillisecond;
         m_LastTick = tick;
         m_Shown[tick] = {time, duration};
         m_LastTime = time;
