@@ -287,6 +287,15 @@ TEST_F(QfmuxTest, WarnsOfSoundThatChangesOnTheWay) {
         EXPECT_EQ(result.m_Output.find("change within the stream") != std::string::npos, rate == "22050")
             << result.m_Output;
     }
+
+    // Frames of MP3 have no such data, but decoders keep to the first rate.
+    for (const std::string rate : {"44100", "48000"}) {
+        RunCommand("ffmpeg -nostdin -v error -f lavfi -i sine=r=" + rate +
+                   " -t 1 -c:a libmp3lame -write_xing 0 -id3v2_version 0 -f mp3 - >> " + Quoted(Path("joined.mp3")));
+    }
+    const CommandResult result = Qfmux("--overwrite " + Path("joined.mp3") + " " + Path("out.mka"));
+    EXPECT_EQ(result.m_ExitCode, 1) << result.m_Output;
+    EXPECT_NE(result.m_Output.find("change within the stream"), std::string::npos) << result.m_Output;
 }
 
 // Takes the time stamps from all but each n-th packet of the picture in a transport stream (ISO 13818-1, PES packets).

@@ -23,6 +23,18 @@ std::uint32_t AdtsHeader(const AVPacket& packet) {
     return 0xFF0000U + (packet.data[2] & 0xFDU) * 256U + (packet.data[3] & 0xC0U);
 }
 
+// Version, layer and sample rate in the header of an MPEG audio frame (ISO/IEC 11172-3); 0 when there is no header.
+std::uint32_t MpegHeader(const AVPacket& packet) {
+    if (packet.size < 4 || packet.data[0] != 0xFF || (packet.data[1] & 0xE0) != 0xE0) return 0;
+    return 0xFF0000U + (packet.data[1] & 0x1EU) * 256U + (packet.data[2] & 0x0CU);
+}
+
+// What may not change within a track; 0 where the frames do not say.
+std::uint32_t SoundHeader(AVCodecID codec, bool hasFilter, const AVPacket& packet) {
+    if (codec == AV_CODEC_ID_AAC && hasFilter) return AdtsHeader(packet);
+    return codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_MP2 ? MpegHeader(packet) : 0;
+}
+
 } // namespace
 
 TrackReader::TrackReader(std::shared_ptr<PacketSource> source, int streamIndex, const std::string& filters)
@@ -125,11 +137,9 @@ void TrackReader::Examine(Frame& frame) {
     }
     const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
     const AVCodecID codec = Parameters().codec_id;
-    if (codec == AV_CODEC_ID_AAC && m_HasFilter) {
-        const std::uint32_t header = AdtsHeader(frame.Source());
-        if (m_AdtsHeader == 0) m_AdtsHeader = header;
-        frame.m_IsOtherSound = header != 0 && header != m_AdtsHeader;
-    }
+    const std::uint32_t header = SoundHeader(codec, m_HasFilter, frame.Source());
+    if (m_SoundHeader == 0) m_SoundHeader = header;
+    frame.m_IsOtherSound = header != 0 && header != m_SoundHeader;
     if (codec != AV_CODEC_ID_H264) {
         frame.m_Access = FindAccessPoint(codec, packet.data, size, isKey, File().HasSetup(Stream()));
         return;

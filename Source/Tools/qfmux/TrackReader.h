@@ -52,7 +52,7 @@ private:
     int m_Damaged = 0;
     int m_Gaps = 0;
     std::int64_t m_GapLength = 0;
-    std::uint32_t m_AdtsHeader = 0;        // fixed part of the first header; 0 for none
+    std::uint32_t m_SoundHeader = 0;       // fixed part of the first header; 0 for none
     std::unique_ptr<PictureOrder> m_Order; // set where frames may lack presentation times
     Frame m_Ahead;                         // read but not returned yet
     bool m_HasAhead = false;
