@@ -167,10 +167,12 @@ def targets_among(numbers, count):
     return spread[::2] + spread[1::2][::-1]
 
 
-def seeks(player, path, whole, master, targets):
-    shown = player.seeks(path, [max(0.0, master.times[each] + whole.shift + player.aim) for each in targets])
+def seeks(player, paths, wholes, master, targets):
+    """Of each file."""
+    aims = [[max(0.0, master.times[each] + whole.shift + player.aim) for each in targets] for whole in wholes]
     numbers = master.grids if player is Mpv else master.numbers
-    return [Seek.of(pictures, numbers, master, target) for pictures, target in zip(shown, targets)]
+    return [[Seek.of(pictures, numbers, master, target) for pictures, target in zip(shown, targets)]
+            for shown in player.seeks(paths, aims)]
 
 
 def worse_whole(ours, theirs):

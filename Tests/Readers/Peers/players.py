@@ -44,7 +44,14 @@ def _first_channel(frame):
     return samples[0, :: 1 if frame.format.is_planar else len(frame.layout.channels)].astype(np.float32)
 
 
-class Ffmpeg:
+class Player:
+    @classmethod
+    def seeks(cls, paths, targets):
+        """For each file, for each of its targets: the pictures that are shown."""
+        return [cls._seeks(path, each) for path, each in zip(paths, targets)]
+
+
+class Ffmpeg(Player):
     name = "ffmpeg"
     aim = -0.0015  # seconds from a picture's time to where a seek to it goes: the first picture from there on is shown
 
@@ -96,7 +103,7 @@ class Ffmpeg:
         return decoded
 
     @classmethod
-    def seeks(cls, path, targets):
+    def _seeks(cls, path, targets):
         """For each target the pictures decoded up to the first one that is not in front of it."""
         shown = []
         try:
@@ -121,7 +128,7 @@ class Ffmpeg:
         return shown
 
 
-class Gstreamer:
+class Gstreamer(Player):
     name = "GStreamer"
     aim = 0.005  # the picture that covers this time is shown
     _types = {"U8": "u1", "S16LE": "<i2", "S32LE": "<i4", "F32LE": "<f4", "F64LE": "<f8"}
@@ -213,7 +220,7 @@ class Gstreamer:
         return decoded
 
     @classmethod
-    def seeks(cls, path, targets):
+    def _seeks(cls, path, targets):
         """For each target the picture that is shown there."""
         shown = []
         with cls(path) as player:
@@ -236,7 +243,7 @@ class Gstreamer:
         return shown
 
 
-class Mpv:
+class Mpv(Player):
     name = "mpv"
     aim = Ffmpeg.aim
     _grid = "--vf=@grid:fingerprint=type=gray-hex-16x16"
@@ -272,17 +279,27 @@ class Mpv:
         return [(float(seconds.rstrip(":")), grid) for _, seconds, grid in lines]
 
     @classmethod
-    def seeks(cls, path, targets):
-        """For each target the picture that is shown there."""
+    def seeks(cls, paths, targets):
+        """For each file, for each of its targets: the picture that is shown there."""
+        shown = cls._seeks_in_one_start(paths, targets)
+        # Where mpv is stuck in one file, the other one has no answers, either.
+        if any(len(answers) < len(each) for answers, each in zip(shown, targets)):
+            shown = [cls._seeks_in_one_start([path], [each])[0] for path, each in zip(paths, targets)]
+        return [answers + [[]] * (len(each) - len(answers)) for answers, each in zip(shown, targets)]
+
+    @classmethod
+    def _seeks_in_one_start(cls, paths, targets):
+        """As above, as far as mpv came."""
         with tempfile.TemporaryDirectory() as folder:
             report = pathlib.Path(folder) / "report"
-            cls._play(["--ao=null", "--vo=null", "--pause", cls._grid, f"--script={pathlib.Path(__file__).with_name('seeks.lua')}",
-                       f"--script-opts=seeks-report={report},seeks-targets={' '.join(f'{target:.4f}' for target in targets)}", path])
+            times = "/".join(" ".join(f"{target:.4f}" for target in each) for each in targets)
+            # A seek behind the last picture is answered, too.
+            cls._play(["--ao=null", "--vo=null", "--pause", "--keep-open=always", cls._grid, f"--script={pathlib.Path(__file__).with_name('seeks.lua')}",
+                       f"--script-opts=seeks-report={report},seeks-targets={times}", *paths])
             answers = [json.loads(line) for line in report.read_text().splitlines()] if report.exists() else []
-        shown = []
-        for number in range(len(targets)):
-            answer = answers[number] if number < len(answers) else {"pictures": {}}
+        shown = [[] for _ in paths]
+        for answer in answers:
             pictures = answer["pictures"]
             found = [(float(pictures[name]), pictures[name[:-3] + "hex"]) for name in pictures if name.endswith("pts")]
-            shown.append([picture for picture in found if abs(picture[0] - answer.get("time", -9)) < 0.002][:1])
+            shown[answer["file"]].append([picture for picture in found if abs(picture[0] - answer.get("time", -9)) < 0.002][:1])
         return shown
