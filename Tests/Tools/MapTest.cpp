@@ -402,7 +402,7 @@ TEST_F(MapTest, AfterDamageTheNextClusterIsFound) {
     EXPECT_EQ(elements[6]["position"], file.size() - good.size());
     EXPECT_EQ(map["tracks"][0]["blocks"], 2);
     ASSERT_EQ(map["problems"].size(), 1U);
-    EXPECT_NE(map["problems"][0].get<std::string>().find("1000 octets at"), std::string::npos);
+    EXPECT_NE(map["problems"][0].get<std::string>().find("1000 bytes at"), std::string::npos);
     Svg(Path("damaged.mkv"), 1);
 }
 
@@ -462,7 +462,7 @@ TEST_F(MapTest, DrawsTheRestOfACutFile) {
         WriteFile(Path("cut.mkv"), Octets(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(size)));
         const json map = Map(Path("cut.mkv"), 1);
         ASSERT_GE(map["problems"].size(), 1U) << size;
-        EXPECT_EQ(map["problems"][0], "cut off: the Segment goes on to octet " + std::to_string(octets.size()) +
+        EXPECT_EQ(map["problems"][0], "cut off: the Segment goes on to byte " + std::to_string(octets.size()) +
                                           ", the file ends at " + std::to_string(size));
         // All that lies wholly within is as it was, but for the last element.
         for (std::size_t i = 2; i + 1 < map["elements"].size(); ++i) {

@@ -103,7 +103,7 @@ private:
             const std::string share = ShareText(part.m_End - part.m_Begin, m_Map.m_Octets);
             const std::string size = OctetsText(part.m_End - part.m_Begin);
             m_Page.Rect("box", x, 112, width, 52,
-                        part.m_Name + ", " + size + ", " + share + ", from octet " + Grouped(part.m_Begin));
+                        part.m_Name + ", " + size + ", " + share + ", from byte " + Grouped(part.m_Begin));
             m_Page.Rect(kind, x, 112, width, 6);
             const auto fits = static_cast<std::size_t>(std::max(1.0, (width - 6) / 6.8));
             const bool isBad = part.m_Kind == MapKind::Junk;

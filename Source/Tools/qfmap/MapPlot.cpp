@@ -77,7 +77,7 @@ private:
         m_Page.Path("axis", "M" + SvgPage::At(Layout::kLeft, Layout::kTop) + "V" + Number(kAxis, 1) + "H" +
                                 Number(Layout::kRight, 1));
         m_Page.Text("mid soft", (Layout::kLeft + Layout::kRight) / 2, kAxis + 38,
-                    unit.m_Octets == 1 ? "octets from the start of the file →"
+                    unit.m_Octets == 1 ? "bytes from the start of the file →"
                                        : std::string("place in the file, ") + unit.m_Name + " from its start →");
         m_Page.Text("mid soft", 24, (Layout::kTop + Layout::kBottom) / 2,
                     m_Layout.TimeTo() >= 3600 ? "time in the film, h:min:s →" : "time in the film, min:s →",

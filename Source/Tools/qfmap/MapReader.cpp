@@ -119,7 +119,7 @@ private:
         m_Map.m_Elements.push_back(
             {MapKind::Junk, isHeader ? "cut header" : "no element", from, 0, octets, {}, isHeader});
         Complain(isHeader ? "cut off: the file ends within the header at " + std::to_string(from)
-                          : "the " + std::to_string(octets) + " octets at " + std::to_string(from) + " are no element");
+                          : "the " + std::to_string(octets) + " bytes at " + std::to_string(from) + " are no element");
         m_Reader.GoTo(next);
     }
 
@@ -148,7 +148,7 @@ private:
         MapElement& element = AddElement(segment, MapKind::SegmentHeader);
         element.m_Octets = element.m_HeaderSize;
         if (element.m_IsCut) {
-            Complain("cut off: the Segment goes on to octet " + std::to_string(segment.m_End) + ", the file ends at " +
+            Complain("cut off: the Segment goes on to byte " + std::to_string(segment.m_End) + ", the file ends at " +
                      std::to_string(m_Reader.Size()));
         }
         m_Reader.GoTo(segment.m_Payload);
@@ -333,13 +333,13 @@ private:
         for (MapCue& cue : m_Map.m_Cues) {
             cue.m_IsFound = stands(cue.m_Cluster, IdOf<KaxCluster>());
             if (cue.m_IsFound || isCutOff(cue.m_Cluster)) continue;
-            Complain("a cue names octet " + Place(cue.m_Cluster) + ", where no Cluster begins");
+            Complain("a cue names byte " + Place(cue.m_Cluster) + ", where no Cluster begins");
         }
         for (const auto& [position, id] : m_Seeks) {
             if (stands(position, id) || isCutOff(position)) continue;
             char name[32];
             std::snprintf(name, sizeof name, "0x%X", id);
-            Complain("a SeekHead names octet " + Place(position) + ", where no element " + name + " begins");
+            Complain("a SeekHead names byte " + Place(position) + ", where no element " + name + " begins");
         }
     }
     static std::string Place(std::uint64_t position) { return position == kNowhere ? "?" : std::to_string(position); }

@@ -226,7 +226,7 @@ private:
             };
             return Padded(what, width) + right(count, 12) + right(octets, 18) + right(share, 11) + "\n";
         };
-        std::string text = Painted("1", line("element", "count", "octets", "share"));
+        std::string text = Painted("1", line("element", "count", "bytes", "share"));
         for (const MapShare& share : shares) {
             text += line(Clean(share.m_What), Grouped(share.m_Count), Grouped(share.m_Octets),
                          ShareText(share.m_Octets, m_Map.m_Octets));

@@ -21,7 +21,7 @@ std::string FileName(const FileMap& map) { return Clean(std::filesystem::path(ma
 std::string Headline(const FileMap& map) {
     std::string text = map.m_DocType == "webm" ? "WebM" : "Matroska";
     text += " · " + OctetsText(map.m_Octets);
-    if (UnitFor(map.m_Octets).m_Octets > 1) text += " (" + Grouped(map.m_Octets) + " octets)";
+    if (UnitFor(map.m_Octets).m_Octets > 1) text += " (" + Grouped(map.m_Octets) + " bytes)";
     text += " · " + SpanText(map.m_Duration.value_or(map.LastTime() - map.FirstTime()));
     text += " · " + Many(map.m_Tracks.size(), "track") + " · " + Many(map.m_Clusters.size(), "cluster");
     if (map.KeyFrames() > 0) text += " · " + Many(map.KeyFrames(), "key frame");

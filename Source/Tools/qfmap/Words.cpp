@@ -42,12 +42,12 @@ Unit UnitFor(std::uint64_t octets) {
     if (octets >= 1000000000) return {1e9, "GB"};
     if (octets >= 1000000) return {1e6, "MB"};
     if (octets >= 10000) return {1e3, "kB"};
-    return {1, "octets"};
+    return {1, "bytes"};
 }
 
 std::string OctetsText(std::uint64_t octets) {
     const Unit unit = UnitFor(octets);
-    if (unit.m_Octets == 1) return Grouped(octets) + (octets == 1 ? " octet" : " octets");
+    if (unit.m_Octets == 1) return Grouped(octets) + (octets == 1 ? " byte" : " bytes");
     const double value = static_cast<double>(octets) / unit.m_Octets;
     return Number(value, value < 100 ? 1 : 0) + " " + unit.m_Name;
 }
