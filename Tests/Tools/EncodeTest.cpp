@@ -377,6 +377,27 @@ TEST_F(EncodeTest, LayoutsThatDecodersDoNotNameAreReplaced) {
     }
 }
 
+// Each of the two parts begins within a group of pictures, and the numbers of the pictures overlap.
+TEST_F(EncodeTest, PartsOfAnEditListAreDecodedApart) {
+    RunCommand(kFfmpeg +
+               std::string("-f lavfi -i testsrc2=size=64x64:rate=25:duration=3 -c:v libx265 -preset ultrafast "
+                           "-x265-params log-level=error:keyint=50 ") +
+               Path("whole.mp4"));
+    RunCommand(kFfmpeg + std::string("-itsoffset 1 -i ") + Path("whole.mp4") + " -c copy " + Path("parts.mp4"));
+    Octets octets = ReadFile(Path("parts.mp4"));
+    const Octets list = Ascii("elst");
+    const auto found = std::search(octets.begin(), octets.end(), list.begin(), list.end());
+    ASSERT_GT(octets.end() - found, 36);
+    // The pause becomes a second from 0.5 s on, and the film what there is from 2.78 s on.
+    for (const auto& [at, start] : {std::pair{16, Hex("00 00 1D 00")}, std::pair{28, Hex("00 00 8F 00")}}) {
+        std::copy(start.begin(), start.end(), found + at);
+    }
+    WriteFile(Path("parts.mp4"), octets);
+    const json report = Report("-y --encode all " + Path("parts.mp4") + " " + Path("a.mkv"));
+    EXPECT_EQ(report.value("exitCode", -1), 0) << report.dump(1);
+    EXPECT_EQ(Play(Path("a.mkv"), true, false, Path("output.")).m_Times.size(), 30U);
+}
+
 TEST_F(EncodeTest, TimesOfPicturesOnlyGoOn) {
     for (const char* start : {"0", "0.9"}) {
         RunCommand(kFfmpeg +

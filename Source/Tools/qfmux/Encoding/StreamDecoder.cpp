@@ -28,7 +28,8 @@ const AVCodec* FindDecoder(const AVStream* stream) {
 } // namespace
 
 StreamDecoder::StreamDecoder(PacketSource& source, AVStream* stream)
-    : m_Source(source), m_pStream(stream), m_Packet(NewAvPacket()), m_LastRescaled(AV_NOPTS_VALUE) {
+    : m_Source(source), m_pStream(stream), m_Packet(NewAvPacket()), m_LastRescaled(AV_NOPTS_VALUE),
+      m_LastDecode(AV_NOPTS_VALUE) {
     const AVCodecParameters& parameters = *stream->codecpar;
     const std::string name = avcodec_get_name(parameters.codec_id);
     const AVCodec* const decoder = FindDecoder(stream);
@@ -54,11 +55,13 @@ bool StreamDecoder::Next(AVFrame& frame) {
             CountDamage(isCorrupt || frame.decode_error_flags != 0, frame.pts);
             return true;
         }
-        if (result == AVERROR_EOF) {
+        if (result == AVERROR_EOF && std::exchange(m_IsPending, false)) {
+            avcodec_flush_buffers(m_Codec.get());
+            Send(m_Packet.get());
+        } else if (result == AVERROR_EOF) {
             CountDamage(false, m_NextTime);
             return false;
-        }
-        if (result == AVERROR(EAGAIN)) {
+        } else if (result == AVERROR(EAGAIN)) {
             SendPacket();
         } else {
             CountDamage(true, m_NextTime); // the decoder goes on with the next packet
@@ -66,15 +69,31 @@ bool StreamDecoder::Next(AVFrame& frame) {
     }
 }
 
-bool StreamDecoder::SendPacket() {
+void StreamDecoder::SendPacket() {
     const bool isEnd = m_Source.Next(m_pStream->index, *m_Packet) < 0;
-    // A packet of no size would end the decoding.
-    const int result = isEnd                 ? avcodec_send_packet(m_Codec.get(), nullptr)
-                       : m_Packet->size == 0 ? 0
-                                             : avcodec_send_packet(m_Codec.get(), m_Packet.get());
-    av_packet_unref(m_Packet.get());
+    if (isEnd) {
+        Send(nullptr);
+    } else if (OpensPart(*m_Packet)) {
+        m_IsPending = true;
+        Send(nullptr);
+    } else {
+        Send(m_Packet.get());
+    }
+}
+
+// Takes no packet of no size, which would end the decoding.
+void StreamDecoder::Send(const AVPacket* packet) {
+    const int result = packet != nullptr && packet->size == 0 ? 0 : avcodec_send_packet(m_Codec.get(), packet);
+    if (packet != nullptr) av_packet_unref(m_Packet.get());
     if (CheckMemory(result) < 0 && result != AVERROR_EOF) CountDamage(true, m_NextTime);
-    return !isEnd;
+}
+
+// Whether a part of an edit list begins with this packet: a hidden key frame, from which times go back. What the
+// decoder holds belongs to other pictures, although their numbers may be the same.
+bool StreamDecoder::OpensPart(const AVPacket& packet) {
+    constexpr int kHiddenKey = AV_PKT_FLAG_KEY | AV_PKT_FLAG_DISCARD;
+    const bool goesBack = packet.dts < std::exchange(m_LastDecode, packet.dts);
+    return m_Codec->codec_type == AVMEDIA_TYPE_VIDEO && goesBack && (packet.flags & kHiddenKey) == kHiddenKey;
 }
 
 // Pictures without a time of their own follow the picture before them. Samples are counted, so that time stamps of a

@@ -27,7 +27,9 @@ public:
     std::int64_t GapLength() const { return m_GapLength; }
 
 private:
-    bool SendPacket();
+    void SendPacket();
+    void Send(const AVPacket* packet);
+    bool OpensPart(const AVPacket& packet);
     void SetTime(AVFrame& frame);
     void CountDamage(bool isMarked, std::int64_t time);
     void NoteGap(std::int64_t length);
@@ -48,4 +50,6 @@ private:
     int m_Lines = 0;  // errors in the log so far
     int m_Gaps = 0;
     bool m_HasBegun = false;
+    bool m_IsPending = false;  // m_Packet waits until the decoder is drained
+    std::int64_t m_LastDecode; // time of a packet
 };
