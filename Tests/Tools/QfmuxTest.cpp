@@ -531,6 +531,7 @@ TEST_F(QfmuxTest, RefusesInOneLineThatNamesTheList) {
         EXPECT_EQ(result.m_ExitCode, 2) << row.m_Source;
         EXPECT_EQ(Lines(result.m_Output), 1) << result.m_Output;
         EXPECT_NE(result.m_Output.find(row.m_List), std::string::npos) << result.m_Output;
+        EXPECT_EQ(result.m_Output.find("('0x"), std::string::npos) << result.m_Output; // the number of FLAC in WAV
         EXPECT_FALSE(fs::exists(Path(row.m_Output)));
     }
     ExpectNothingLeft();

@@ -145,7 +145,9 @@ void CheckAccepted(const CodecChoice& choice, const std::string& codec, const st
         throw ToolError(kExitError, kind + " codec " + codec + " cannot be written: it has no four-character code; " +
                                         takes + hint);
     }
-    const std::string name = kind + " codec " + codec + " ('" + FourCCText(choice.m_FourCC) + "')";
+    const std::string code = FourCCText(choice.m_FourCC);
+    const bool isNumber = code.size() != 4; // as in WAV files
+    const std::string name = kind + " codec " + codec + (isNumber ? "" : " ('" + code + "')");
     if (!force) throw ToolError(kExitError, name + " is not supported: " + takes + hint);
     report.Warn(name + " is written as " + choice.m_CodecID + " because of --force-codec: " + takes);
 }
