@@ -128,7 +128,7 @@ GROUPS = {
         Row("truncated TS", lambda s: s.cut(closed_ts(s), 0, 0.6), 1, "damaged"),  # no length tells
         Row("lost packets in TS", lambda s: s.without_packets(closed_ts(s), 6), 1, "damaged packets",
             {"wrong pictures: 26, not 24": KEPT, "sound with wrong times": KEPT}),
-        Row("flipped bits in TS", lambda s: s.flipped(closed_ts(s), 20)),
+        Row("flipped bits in TS", lambda s: s.flipped(closed_ts(s), 20), 1, "damaged pictures"),
         Row("zeros in TS", lambda s: s.zeroed(closed_ts(s), 0.5, 20000), 1),
     ],
     "files": [
