@@ -434,7 +434,7 @@ TEST_F(EncodeTest, ChannelsWithoutPlacesAreKeptOrChosenAmong) {
     EXPECT_EQ(RunCommand(ask).m_Output, "2\n");
     const CommandResult refused = Qfmux("-y --quiet --encode all " + source + " " + Path("a.mka"));
     EXPECT_EQ(refused.m_ExitCode, 2);
-    EXPECT_NE(refused.m_Output.find("the 10 channels of the sound have no places"), std::string::npos)
+    EXPECT_NE(refused.m_Output.find("the positions of the 10 channels are unknown"), std::string::npos)
         << refused.m_Output;
     EXPECT_EQ(Lines(refused.m_Output), 1) << refused.m_Output;
 }

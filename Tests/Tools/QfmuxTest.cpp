@@ -815,6 +815,8 @@ TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {
         {"--h264 X264 " + clip + out, 3, "--h264"},
         {"--no-video --no-audio " + clip + out, 3, "nothing"},
         {clip + " a.avi", 3, ".mkv"},
+        {"-" + out, 3, "standard input"},
+        {"--format MKV " + clip + " -o -", 3, "standard output"},
         {Quoted(Path("in.mkv")) + " --overwrite " + Quoted(Path("in.mkv")), 3, "is an input"},
         {Quoted(Path("missing.mp4")) + out, 2, "No such file"},
         {Quoted(Path("text.mp4")) + out, 2, "cannot read"},

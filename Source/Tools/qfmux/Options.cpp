@@ -283,6 +283,15 @@ void ReadWords(const MuxWords& words, Options& options) {
     if (options.m_Output.empty() || options.m_Inputs.empty() || options.m_Inputs.size() > 2) {
         throw ToolError(kExitUsage, "one or two inputs and an output are needed; see qfmux --help");
     }
+    if (std::count(options.m_Inputs.begin(), options.m_Inputs.end(), "-") > 0) {
+        throw ToolError(kExitUsage,
+                        "cannot read from standard input, because a source is read more than once ('./-' is a file)");
+    }
+    if (options.m_Output == "-") {
+        throw ToolError(
+            kExitUsage,
+            "cannot write to standard output, because the start of a file is written last ('./-' is a file)");
+    }
     if (!words.m_Aspect.empty()) options.m_Aspect = ParseAspect(words.m_Aspect);
     ParseTracks(words.m_Tracks, options);
     if (!(options.m_Duration > 0)) throw ToolError(kExitUsage, "--duration takes seconds greater than 0");

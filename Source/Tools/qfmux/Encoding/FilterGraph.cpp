@@ -145,10 +145,10 @@ void FilterGraph::Configure(const AVFrame& frame) {
     Check(avfilter_graph_parse_ptr(graph.get(), filter.c_str(), &inputs.m_pEnd, &outputs.m_pEnd, nullptr));
     const int result = avfilter_graph_config(graph.get(), nullptr);
     if (result < 0 && !isVideo && frame.ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
-        throw ToolError(kExitError, "the " + std::to_string(frame.ch_layout.nb_channels) +
-                                        " channels of the sound have no places, so that they cannot be mixed: "
-                                        "--audio-codec pcm keeps them all, and --audio-filter chooses among them, "
-                                        "for example with pan=stereo|c0=c0|c1=c1");
+        throw ToolError(kExitError, "the positions of the " + std::to_string(frame.ch_layout.nb_channels) +
+                                        " channels are unknown, so they cannot be mixed: --audio-codec pcm keeps them "
+                                        "all, and --audio-filter chooses among them, for example with "
+                                        "pan=stereo|c0=c0|c1=c1");
     }
     Check(result);
     m_Graph = std::move(graph);
