@@ -702,7 +702,8 @@ TEST_F(EncodeTest, MemoryDoesNotGrowWithLength) {
         EXPECT_EQ(result.m_ExitCode, 0) << result.m_Output;
         return std::stol("0" + result.m_Output) * 1024;
     };
-    const long minute = peak("60");
+    // Pages of the libraries count too, as soon as they are in the system's cache: the first run may need less.
+    const long minute = std::max(peak("60"), peak("60"));
     const long minutes = peak("480");
     // Seven minutes of decoded pictures have 36 MB, and of sound 7 MB.
     EXPECT_LT(minutes - minute, 3 << 20) << minute << " and " << minutes;
