@@ -16,6 +16,15 @@ CommandResult RunCommand(const std::string& line) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), output};
 }
 
+long PeakMemory(const std::string& line) {
+    const CommandResult result =
+        RunCommand("python3 -c 'import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True, "
+                   "stdout=subprocess.DEVNULL); print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)' " +
+                   line);
+    if (result.m_ExitCode != 0) throw std::runtime_error("this failed: " + line);
+    return std::stol(result.m_Output) * 1024;
+}
+
 std::string Quoted(const std::string& word) {
     std::string quoted = "'";
     for (const char c : word) {

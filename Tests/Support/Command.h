@@ -12,5 +12,9 @@ struct CommandResult {
 // Runs a shell line and keeps its stdout; end the line in "2>&1" to keep stderr too.
 CommandResult RunCommand(const std::string& line);
 
+// The most memory that a program had while it ran, in octets. Throws std::runtime_error when it fails. Pages of its
+// libraries count as soon as they are in the system's cache, so a first run may need less than the next one.
+long PeakMemory(const std::string& line);
+
 // One word for the shell, whatever it holds.
 std::string Quoted(const std::string& word);
