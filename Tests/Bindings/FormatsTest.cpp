@@ -66,17 +66,20 @@ TEST(Library, HasItsHeadersVersion) {
     EXPECT_STREQ(qf_error_name(-1), "unknown");
 }
 
-// The library exports exactly the functions that the header declares.
+// The library exports exactly the functions that the header declares. GNU's linker also exports the version's name, as an
+// absolute symbol.
 TEST(Library, ExportsWhatTheHeaderDeclares) {
     std::set<std::string> exported;
     std::istringstream symbols(RunCommand("nm -D --defined-only --format=posix " QF_HOST_LIBRARY).m_Output);
-    for (std::string line; std::getline(symbols, line);) exported.insert(line.substr(0, line.find(' ')));
-    std::set<std::string> declared{"QF_HOST_1.0"};
+    for (std::string line; std::getline(symbols, line);) {
+        if (line.find(" A ") == std::string::npos) exported.insert(line.substr(0, line.find(' ')));
+    }
+    std::set<std::string> declared;
     std::istringstream names(RunCommand("sed -nE 's/^[a-z].*[ *](qf_[a-z0-9_]+)\\(.*/\\1@@QF_HOST_1.0/p' " QF_SOURCE
                                         "/Source/Host/qf_host.h")
                                  .m_Output);
     for (std::string name; std::getline(names, name);) declared.insert(name);
-    EXPECT_EQ(declared.size(), 30U);
+    EXPECT_EQ(declared.size(), 29U);
     EXPECT_EQ(exported, declared);
 }
 
