@@ -66,8 +66,8 @@ TEST(Library, HasItsHeadersVersion) {
     EXPECT_STREQ(qf_error_name(-1), "unknown");
 }
 
-// The library exports exactly the functions that the header declares. GNU's linker also exports the version's name, as an
-// absolute symbol.
+// The library exports exactly the functions that the header declares. GNU ld also exports the name of the version, as
+// an absolute symbol.
 TEST(Library, ExportsWhatTheHeaderDeclares) {
     std::set<std::string> exported;
     std::istringstream symbols(RunCommand("nm -D --defined-only --format=posix " QF_HOST_LIBRARY).m_Output);

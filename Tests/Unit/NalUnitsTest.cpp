@@ -188,7 +188,7 @@ Octets RandomFrame(std::mt19937& random, const Octets& alphabet, std::size_t lar
     const std::size_t size = random() % (largest + 1);
     while (frame.size() < size) {
         if (random() % 6 == 0) {
-            frame = Join({frame, Hex("00000001")});
+            frame.insert(frame.end(), {0, 0, 0, 1});
         } else {
             frame.push_back(alphabet[random() % alphabet.size()]);
         }
@@ -197,13 +197,13 @@ Octets RandomFrame(std::mt19937& random, const Octets& alphabet, std::size_t lar
     return frame;
 }
 
-const char* const kAlphabets[] = {"00 01", "00 00 00 01 65", "00 00 01 01 41 65 67 68 06 09 02 FF"};
+const Octets kAlphabets[] = {Hex("00 01"), Hex("00 00 00 01 65"), Hex("00 00 01 01 41 65 67 68 06 09 02 FF")};
 
 TEST(FindStartCode, IsTheModelForRandomFrames) {
     std::mt19937 random(5);
-    for (const char* const alphabet : kAlphabets) {
+    for (const Octets& alphabet : kAlphabets) {
         for (int i = 0; i < 30000; ++i) {
-            const Octets octets = RandomFrame(random, Hex(alphabet), 64);
+            const Octets octets = RandomFrame(random, alphabet, 64);
             const HostFrame frame(octets);
             const unsigned char* const found = FindStartCode(frame.m_pData.get(), frame.m_Size);
             const auto position = found != nullptr ? found - frame.m_pData.get() : -1;
@@ -215,9 +215,9 @@ TEST(FindStartCode, IsTheModelForRandomFrames) {
 
 TEST(SplitNalUnits, IsTheModelForRandomFrames) {
     std::mt19937 random(6);
-    for (const char* const alphabet : kAlphabets) {
+    for (const Octets& alphabet : kAlphabets) {
         for (int i = 0; i < 15000; ++i) {
-            const Octets frame = RandomFrame(random, Hex(alphabet), 64);
+            const Octets frame = RandomFrame(random, alphabet, 64);
             for (const Keep& keep : {Keep(KeepSlices), Keep(KeepLossless), Keep(KeepAll)}) {
                 if (SplitBy(keep, frame) == ModelSplit(keep, frame)) continue;
                 ADD_FAILURE() << testing::PrintToString(frame);
