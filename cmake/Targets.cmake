@@ -54,7 +54,7 @@ function(qf_instrument target)
     endif()
 endfunction()
 
-# Code that runs once, such as a command line, takes longer to optimise than to run.
+# Tools spend their time in the libraries that they call; their own code takes longer to optimise than to run.
 function(qf_optimise_little target)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
 endfunction()

@@ -99,7 +99,7 @@ protected:
         ASSERT_EQ(Ebml::Describe(Ebml::CheckUnfinished(Ebml::File(disk, Ebml::Ending::CutOff))), "");
         ASSERT_LE(disk.size(), expected.size());
         const std::size_t front = Ebml::File(expected).At("Segment/Tracks").End();
-        for (std::size_t i = front; i < disk.size(); ++i) ASSERT_EQ(disk[i], expected[i]) << "octet " << i;
+        ASSERT_EQ(EqualUpTo(disk, expected, front), disk.size());
     }
 };
 

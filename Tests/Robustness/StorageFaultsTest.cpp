@@ -85,7 +85,7 @@ protected:
         // It is the beginning of the file, with all that was written before the fault.
         ASSERT_GE(disk.size(), static_cast<std::size_t>(faulty.End()));
         ASSERT_LE(disk.size(), m_Expected.size());
-        for (std::size_t i = m_Front; i < disk.size(); ++i) ASSERT_EQ(disk[i], m_Expected[i]) << "octet " << i;
+        ASSERT_EQ(EqualUpTo(disk, m_Expected, m_Front), disk.size());
     }
 
     std::filesystem::path Path() const { return m_Directory / "out"; }

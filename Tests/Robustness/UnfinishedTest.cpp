@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Files whose writer is killed: a child process muxes real media and sends itself SIGKILL after a number of the host's
-// calls or at a step of closing. The walker then reads the file on disk, and ffmpeg plays it.
+// calls or at a step of closing. The walker then reads the file on disk. In one build ffmpeg plays it too; the others
+// write the same octets.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -22,6 +23,7 @@ namespace {
 
 constexpr std::size_t kPoints = 50;
 constexpr std::int64_t kNever = -1;
+constexpr bool kPlays = QF_PLAYS;
 
 // One host's work: the calls that it makes between CreateMediaFile and CloseMediaFile.
 struct Packet {
@@ -213,7 +215,7 @@ public:
         EXPECT_EQ(Ebml::Describe(Ebml::Check(m_File)), "");
         for (const Ebml::Element* cluster : m_File.Children("Segment", "Cluster")) m_Ends.push_back(cluster->End());
         m_Blocks = m_File.Blocks();
-        m_Decoded = Decode(m_Octets);
+        if (kPlays) m_Decoded = Decode(m_Octets);
         EXPECT_EQ(m_Decoded.m_Complaints, "");
         m_Unclosed = m_Octets;
         // Closing writes over these: the Segment's size, the reserved room and the Duration.
@@ -242,6 +244,7 @@ public:
 
 // ffmpeg plays the same pictures and sound as from the finished file, at least up to the last whole cluster.
 void ExpectPlays(const Octets& disk, const Finished& finished, std::size_t wholeClusters) {
+    if (!kPlays) return;
     const Decoded decoded = Decode(disk);
     EXPECT_EQ(decoded.m_Complaints, "");
     const std::size_t tracks = finished.m_File.Children("Segment/Tracks", "TrackEntry").size();
@@ -336,6 +339,11 @@ TEST_P(Unfinished, ClosingLosesNothingThatWasThere) {
         EXPECT_EQ(whole, m_Finished.ClustersWithin(outcome.m_Disk.size()));
         EXPECT_GE(whole, complete ? clusters : clusters - 1);
         EXPECT_EQ(complete, outcome.m_Disk.size() == m_Finished.m_Octets.size());
+        ASSERT_LE(outcome.m_Disk.size(), m_Finished.m_Octets.size());
+        for (std::size_t i = 0; i < outcome.m_Disk.size(); ++i) {
+            if (outcome.m_Disk[i] == m_Finished.m_Octets[i] || outcome.m_Disk[i] == m_Finished.m_Unclosed[i]) continue;
+            FAIL() << "octet " << i << " is neither the one before closing nor the one after";
+        }
         EXPECT_TRUE(file.At("Segment").m_UnknownSize) << "its size is written last";
         EXPECT_EQ(file.Float("Segment/Info/Duration") > 0, seek >= (m_Work.m_Job.disableAudio == 0 ? 1 : 3))
             << "the sum of the sound's durations comes first, what the last block says when the end is written";

@@ -31,3 +31,10 @@ testing::AssertionResult SameOctets(const Octets& actual, const Octets& expected
                                        << expected.size() << ")\n  actual   " << Around(actual, offset)
                                        << "\n  expected " << Around(expected, offset) << "\n";
 }
+
+std::size_t EqualUpTo(const Octets& actual, const Octets& expected, std::size_t from) {
+    if (from >= actual.size()) return actual.size();
+    const auto begin = actual.begin() + static_cast<std::ptrdiff_t>(from);
+    const auto differs = std::mismatch(begin, actual.end(), expected.begin() + static_cast<std::ptrdiff_t>(from));
+    return static_cast<std::size_t>(differs.first - actual.begin());
+}
