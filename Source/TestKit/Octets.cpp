@@ -1,9 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "Octets.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
+
+namespace {
+
+unsigned Value(char digit) {
+    return std::isdigit(static_cast<unsigned char>(digit)) != 0
+               ? static_cast<unsigned>(digit - '0')
+               : static_cast<unsigned>(std::toupper(static_cast<unsigned char>(digit)) - 'A' + 10);
+}
+
+} // namespace
 
 Octets Hex(const std::string& digits) {
     std::string packed;
@@ -15,7 +27,7 @@ Octets Hex(const std::string& digits) {
     if (packed.size() % 2 != 0) throw std::invalid_argument("half an octet: " + digits);
     Octets octets;
     for (std::size_t i = 0; i < packed.size(); i += 2) {
-        octets.push_back(static_cast<unsigned char>(std::stoul(packed.substr(i, 2), nullptr, 16)));
+        octets.push_back(static_cast<unsigned char>(Value(packed[i]) * 16 + Value(packed[i + 1])));
     }
     return octets;
 }
@@ -35,6 +47,21 @@ Octets Join(std::initializer_list<Octets> parts) {
 Octets operator+(Octets left, const Octets& right) {
     left.insert(left.end(), right.begin(), right.end());
     return left;
+}
+
+void FillWith(const Octets& octets, void* memory, std::size_t size) {
+    auto* const begin = static_cast<unsigned char*>(memory);
+    std::size_t done = std::min(octets.size(), size);
+    if (done == 0) {
+        std::memset(begin, 0, size);
+    } else {
+        std::memcpy(begin, octets.data(), done);
+    }
+    while (done > 0 && done < size) { // what is there once more
+        const std::size_t more = std::min(done, size - done);
+        std::memcpy(begin + done, begin, more);
+        done += more;
+    }
 }
 
 Octets LengthOctets(std::size_t length) {

@@ -25,6 +25,9 @@ Octets Zeros(std::size_t count);
 Octets Join(std::initializer_list<Octets> parts);
 Octets operator+(Octets left, const Octets& right);
 
+// Writes the octets over and over into `size` octets of memory, zeros if there are none.
+void FillWith(const Octets& octets, void* memory, std::size_t size);
+
 // A length field (RFC 8794), the shortest for up to 2,097,150 octets.
 Octets LengthOctets(std::size_t length);
 // An element: the identifier as it stands in a file, the length, the payload.

@@ -8,8 +8,7 @@ namespace {
 template <class Record>
 Record FilledWith(const Octets& octets) {
     Record record{};
-    auto* const memory = reinterpret_cast<unsigned char*>(&record);
-    for (std::size_t i = 0; i < sizeof record && !octets.empty(); ++i) memory[i] = octets[i % octets.size()];
+    FillWith(octets, &record, sizeof record);
     return record;
 }
 

@@ -13,9 +13,7 @@ using Kind = HostCall::Kind;
 
 // The host's own octets lie between the fields.
 void Fill(Record& record, const Octets& hostOctets) {
-    const Octets octets = hostOctets.empty() ? Octets{0} : hostOctets;
-    const std::size_t size = Interface::SizeOf(record.Type());
-    for (std::size_t i = 0; i < size; ++i) record.Data()[i] = octets[i % octets.size()];
+    FillWith(hostOctets, record.Data(), Interface::SizeOf(record.Type()));
 }
 
 void FillJob(Record& record, const HostCall& call) {
