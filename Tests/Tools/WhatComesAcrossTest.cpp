@@ -173,6 +173,7 @@ std::vector<Source> Sources() {
          "printf '1\\n00:00:00,000 --> 00:00:01,000\\nHello\\n' > in.srt; ffmpeg -nostdin -v error -i CLIP -i in.srt "
          "-map 0 -map 1 -c copy -c:s srt in.mkv"},
         {"a data stream, such as a time code", "in.mov", kCopy + "-timecode 01:00:00:00 in.mov"},
+        {"the navigation data of a DVD", "in.vob", kPicture + "-c:v mpeg2video -f dvd in.vob"},
         {"attachments", "in.mkv", "echo a >a.txt; " + kCopy + "-attach a.txt -metadata:s:t mimetype=text/plain in.mkv"},
         {"a cover picture", "in.mp4",
          kPicture + "-frames:v 1 c.jpg; ffmpeg -nostdin -v error -i CLIP -i c.jpg -map 0 -map 1 -c copy "
@@ -189,6 +190,9 @@ std::vector<Source> Sources() {
          "out.mka"},
         {"sound with an encoder delay, in MP4", "in.mp4", kSound + "-c:a aac in.mp4", "out.mka"},
         {"sound whose end is trimmed, in Ogg", "in.ogg", kSound + "-c:a libvorbis in.ogg", "out.mka"},
+        {"sound whose end is trimmed, in Matroska with cues", "in.mkv",
+         "ffmpeg -nostdin -v error -f lavfi -i sine=duration=3 -c:a libvorbis s.ogg; ffmpeg -nostdin -v error -i CLIP "
+         "-i s.ogg -map 0:v -map 1:a -c copy in.mkv"},
         {"PCM sound whose channels are not in the usual places", "in.wav",
          kSound + "-af 'pan=5.1(side)|c0=c0|c1=c0|c2=c0|c3=c0|c4=c0|c5=c0' in.wav", "out.mka"},
         {"PCM sound with channels overhead", "in.wav",

@@ -13,6 +13,10 @@ namespace {
 constexpr std::uint64_t kEbmlId = 0x1A45DFA3;
 constexpr std::uint64_t kSegmentId = 0x18538067;
 constexpr std::uint64_t kClusterId = 0x1F43B675;
+constexpr std::uint64_t kCuesId = 0x1C53BB6B;
+constexpr std::uint64_t kSeekHeadId = 0x114D9B74;
+constexpr std::uint64_t kSeekId = 0x4DBB;
+constexpr std::uint64_t kSeekIdId = 0x53AB;
 constexpr std::uint64_t kInfoId = 0x1549A966;
 constexpr std::uint64_t kTimestampScaleId = 0x2AD7B1;
 constexpr std::uint64_t kDurationId = 0x4489;
@@ -125,7 +129,17 @@ MatroskaHeader ReadMatroskaHeader(const std::string& path) {
         if (identifier == kTrackEntryId) elements.Each(end, visitTrack);
         return true;
     };
+    const auto visitSeek = [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier == kSeekIdId && elements.Unsigned(end) == kCuesId) header.m_HasCues = true;
+        return true;
+    };
+    const auto visitSeekHead = [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier == kSeekId) elements.Each(end, visitSeek);
+        return true;
+    };
     const auto visitSegment = [&](std::uint64_t identifier, std::uint64_t end) {
+        if (identifier == kSeekHeadId) elements.Each(end, visitSeekHead);
+        if (identifier == kCuesId) header.m_HasCues = true;
         if (identifier == kInfoId) elements.Each(end, visitInfo);
         if (identifier == kTracksId) elements.Each(end, visitTracks);
         return identifier != kClusterId;

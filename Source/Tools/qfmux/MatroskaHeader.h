@@ -14,6 +14,7 @@ struct MatroskaPicture {
 
 struct MatroskaHeader {
     double m_Duration = 0;                   // s
+    bool m_HasCues = false;                  // an index by which libavformat seeks
     std::vector<MatroskaPicture> m_Pictures; // of each video track
 };
 

@@ -3,10 +3,13 @@
 
 #include <algorithm>
 
+#include "MatroskaHeader.h"
+
 extern "C" {
 #include <libavutil/avstring.h>
 #include <libavutil/common.h>
 #include <libavutil/intreadwrite.h>
+#include <libavutil/mathematics.h>
 }
 
 namespace {
@@ -16,11 +19,17 @@ constexpr int kMostPackets = 1000;
 // The length before the end of the file that is read for the end of the sound.
 constexpr std::int64_t kEnd = AV_TIME_BASE;
 
-bool SeeksCheaply(const AVFormatContext& context, const AVStream* stream) {
+// The stream in whose index to look up the end, or null where a seek would read the whole file.
+const AVStream* StreamToSeek(const AVFormatContext& context, const AVStream* stream, const std::string& path) {
     const char* const name = context.iformat->name;
-    // In Matroska files without an index a seek would read the whole file.
-    return av_match_name("ogg", name) != 0 || av_match_name("mp3", name) != 0 ||
-           avformat_index_get_entries_count(stream) > 1;
+    if (av_match_name("ogg", name) != 0 || av_match_name("mp3", name) != 0) return stream;
+    if (av_match_name("matroska", name) == 0) return avformat_index_get_entries_count(stream) > 1 ? stream : nullptr;
+    if (!ReadMatroskaHeader(path).m_HasCues) return nullptr;
+    for (unsigned i = 0; i < context.nb_streams; ++i) { // the index is that of the pictures, if there are any
+        const AVStream* const other = context.streams[i];
+        if (other->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !IsCover(*other)) return other;
+    }
+    return stream;
 }
 
 } // namespace
@@ -49,12 +58,16 @@ StreamEnds ReadStreamEnds(const MediaFile& file, const AVStream* stream) {
         av_packet_unref(packet.get());
     }
     const bool isSound = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
-    if (!isSound || !SeeksCheaply(*context, context->streams[stream->index])) return ends;
+    if (!isSound) return ends;
+    const AVStream* const seek = StreamToSeek(*context, context->streams[stream->index], file.Path());
+    if (seek == nullptr) return ends;
+    context->streams[seek->index]->discard = AVDISCARD_DEFAULT; // otherwise a seek does not find its index
     const std::int64_t start = context->start_time != AV_NOPTS_VALUE ? context->start_time : 0;
     const std::int64_t target = av_sat_add64(start, std::max(context->duration, kEnd) - kEnd); // negative when unknown
-    if (av_seek_frame(context.get(), -1, target, AVSEEK_FLAG_BACKWARD) < 0) return ends;
+    const std::int64_t time = av_rescale_q(target, AV_TIME_BASE_Q, seek->time_base);
+    if (av_seek_frame(context.get(), seek->index, time, AVSEEK_FLAG_BACKWARD) < 0) return ends;
     for (int i = 0; i < kMostPackets && av_read_frame(context.get(), packet.get()) >= 0; ++i) {
-        ends.m_EndSamples = samples(4);
+        if (packet->stream_index == stream->index) ends.m_EndSamples = samples(4);
         av_packet_unref(packet.get());
     }
     return ends;

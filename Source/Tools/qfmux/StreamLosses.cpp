@@ -43,6 +43,7 @@ constexpr StreamKind kUnknownVideo = {"video", "video stream", "its size is not 
 constexpr StreamKind kUnknownAudio = {"audio", "audio stream", "its sample rate is not known"};
 constexpr StreamKind kSubtitles = {"subtitles", "subtitle stream", "the file holds only video and audio"};
 constexpr StreamKind kData = {"data", "data stream", "the file holds only video and audio"};
+constexpr StreamKind kNavigation = {"data", "navigation stream", "it serves the menus of a DVD"};
 constexpr StreamKind kAttachments = {"attachments", "attachment", "the file has no place for it"};
 constexpr StreamKind kCover = {"cover", "cover picture", "the file has no place for it"};
 
@@ -58,7 +59,7 @@ const StreamKind& KindOf(const AVStream& stream) {
     case AVMEDIA_TYPE_ATTACHMENT:
         return kAttachments;
     default:
-        return kData;
+        return stream.codecpar->codec_id == AV_CODEC_ID_DVD_NAV ? kNavigation : kData;
     }
 }
 
@@ -103,7 +104,7 @@ private:
     }
 
     LossWeight WeightOf(const StreamKind& kind, const MediaFile& file) const {
-        if (&kind == &kAttachments || &kind == &kCover) return LossWeight::Note;
+        if (&kind == &kAttachments || &kind == &kCover || &kind == &kNavigation) return LossWeight::Note;
         const auto asked = [](bool isAsked) { return isAsked ? LossWeight::AsAsked : LossWeight::Warning; };
         if (&kind == &kSubtitles) return asked(m_Options.m_NoSubtitles);
         if (&kind == &kData) return asked(m_Options.m_NoData);
