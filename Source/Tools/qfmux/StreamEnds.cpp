@@ -64,7 +64,7 @@ StreamEnds ReadStreamEnds(const MediaFile& file, const AVStream* stream) {
     context->streams[seek->index]->discard = AVDISCARD_DEFAULT; // otherwise a seek does not find its index
     const std::int64_t start = context->start_time != AV_NOPTS_VALUE ? context->start_time : 0;
     const std::int64_t target = av_sat_add64(start, std::max(context->duration, kEnd) - kEnd); // negative when unknown
-    const std::int64_t time = av_rescale_q(target, AV_TIME_BASE_Q, seek->time_base);
+    const std::int64_t time = av_rescale_q(target, av_get_time_base_q(), seek->time_base);
     if (av_seek_frame(context.get(), seek->index, time, AVSEEK_FLAG_BACKWARD) < 0) return ends;
     for (int i = 0; i < kMostPackets && av_read_frame(context.get(), packet.get()) >= 0; ++i) {
         if (packet->stream_index == stream->index) ends.m_EndSamples = samples(4);
