@@ -21,6 +21,11 @@ function(qf_target target)
     cmake_path(IS_PREFIX qf_source_folder ${CMAKE_CURRENT_SOURCE_DIR} in_source)
     if(in_source)
         qf_sanitize_source(${target})
+        # In one preset each file of the product is compiled by itself, also where the others are united: a missing include
+        # is noticed.
+        if(CMAKE_SIZEOF_VOID_P EQUAL 8 AND CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT QF_SANITIZE AND NOT QF_ROOMS)
+            set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
+        endif()
     endif()
 endfunction()
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "LossText.h"
 #include "MatroskaHeader.h"
 
 extern "C" {
