@@ -714,13 +714,14 @@ TEST_F(EncodeTest, ExplainsInOneLineWhatItCannotEncode) {
         const char* m_Words;
     };
     for (const Row& row : {
-             Row{"--encode some", 3, "--encode"},
+             Row{"--encode some", 3, "--encode takes auto, video, audio, all or none, not 'some'"},
              Row{"--encode all --video-codec h265", 3, "--video-codec"},
              Row{"--encode all --video-codec aac", 3, "--video-codec"},
-             Row{"--encode all --audio-codec opus", 3, "--audio-codec"},
-             Row{"--encode all --quality 101", 3, "--quality"},
-             Row{"--encode all --quality -1", 3, "--quality"},
-             Row{"--encode all --quality good", 3, "--quality"},
+             Row{"--encode 4", 3, "--encode takes auto, video, audio, all or none, not '4'"},
+             Row{"--encode all --audio-codec opus", 3, "--audio-codec takes aac, "},
+             Row{"--encode all --quality 101", 3, "--quality takes a number from 0 to 100, not"},
+             Row{"--encode all --quality -1", 3, "--quality takes a number from 0 to 100, not"},
+             Row{"--encode all --quality good", 3, "--quality takes a number from 0 to 100, not"},
              Row{"--encode all --quality 5 --video-bitrate 1M", 3, "exclude each other"},
              Row{"--encode all --video-bitrate 0", 3, "--video-bitrate takes bits per second"},
              Row{"--encode all --video-bitrate 5G", 3, "--video-bitrate takes bits per second"},

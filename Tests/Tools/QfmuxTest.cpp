@@ -809,7 +809,7 @@ TEST_F(QfmuxTest, ExplainsInOneLineWhatItCannotDo) {
         {"--tracks v:0 " + clip + " " + Quoted(Path("a.mka")), 3, "format 'MKA' holds no video"},
         {"formats --tracks v:0", 3, "--tracks"},
         {"--duration -1 " + clip + out, 3, "--duration takes seconds"},
-        {"--duration nan " + clip + out, 3, "--duration takes seconds"},
+        {"--duration nan " + clip + out, 3, "--duration takes a number, not 'nan'"},
         {"--progress loud " + clip + out, 3, "--progress"},
         {"--verify maybe " + clip + out, 3, "--verify"},
         {"--h264 X264 " + clip + out, 3, "--h264"},

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // qfcheck: checks, one by one, whether a build of the plug-in keeps the interface.
-#include <CLI/CLI.hpp>
 #include <fnmatch.h>
 
 #include <algorithm>
@@ -97,28 +96,26 @@ std::vector<Result> RunAll(Runner& runner, const std::vector<const Check*>& chec
 int Run(int argc, char** argv) {
     if (argc == 7 && std::string(argv[1]) == kMakeOneCheck) MakeOneCheck(argv + 2);
 
-    CLI::App app("Checks a build of the qf_mkv plug-in, or of any plug-in of its interface, as a host sees it.",
-                 "qfcheck");
+    CommandLine line("qfcheck",
+                     "Checks a build of the qf_mkv plug-in, or of any plug-in of its interface, as a host sees it.");
     std::string plugin;
     bool json = false;
     std::string junit;
     bool list = false;
     std::vector<std::string> only;
     double timeLimit = 10;
-    app.add_option("PLUGIN", plugin, "the plug-in's file, of this program's word size");
-    app.add_flag("--json", json, "print one JSON object instead of lines");
-    app.add_option("--junit", junit, "also write a JUnit report to FILE")->type_name("FILE");
-    app.add_flag("--list", list, "list the checks and exit");
-    app.add_option("--only", only,
-                   "make only the checks with this NAME, in which * and ? are wildcards; may be repeated")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    app.add_option("--timeout", timeLimit, "the time limit for each call of the plug-in (default: 10)")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.1, 86400.0));
-    app.set_version_flag("--version", "qfcheck " QF_VERSION ", " + std::to_string(kWordSize) + "-bit");
-    app.footer(kExamples);
-    if (!Parse(app, argc, argv)) return kExitDone;
+    line.OptionalArgument("PLUGIN", plugin, "the plug-in's file, of this program's word size");
+    line.Flag("--json", json, "print one JSON object instead of lines");
+    line.Option("--junit", "FILE", junit, "also write a JUnit report to FILE");
+    line.Flag("--list", list, "list the checks and exit");
+    line.Repeatable("--only", "NAME", only,
+                    "make only the checks with this NAME, in which * and ? are wildcards; may be repeated");
+    line.Number(
+        "--timeout", "SECONDS", [&](double seconds) { timeLimit = seconds; },
+        "the time limit for each call of the plug-in (default: 10)", 0.1, 86400);
+    line.Version("qfcheck " QF_VERSION ", " + std::to_string(kWordSize) + "-bit");
+    line.Footer(kExamples);
+    if (!line.Parse(argc, argv)) return kExitDone;
 
     try {
         const std::vector<const Check*> checks = Chosen(only);

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // qfmap: draws how a Matroska or WebM file is laid out, whoever wrote it.
-#include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -38,20 +36,21 @@ void WritePicture(const FileMap& map, const std::string& path, bool overwrite) {
 }
 
 int Run(int argc, char** argv) {
-    CLI::App app("Draws how a Matroska or WebM file is laid out, whoever wrote it: a strip and a table, or a picture.",
-                 "qfmap");
+    CommandLine line("qfmap",
+                     "Draws how a Matroska or WebM file is laid out, whoever wrote it: a strip and a table, or a "
+                     "picture.");
     std::string path;
     std::string output;
     bool overwrite = false;
     bool json = false;
-    app.footer(kExamples);
-    app.add_option("FILE", path, "the file to draw; qfmap reads only its headers")->required()->type_name("");
-    app.add_option("-o,--output", output, "draw a picture instead: bytes across, time up, a colour for each track")
-        ->type_name("FILE.svg");
-    app.add_flag("-y,--overwrite", overwrite, "replace an existing picture");
-    app.add_flag("--json", json, "print the layout as JSON on stdout");
-    app.set_version_flag("--version", "qfmap " QF_VERSION, "the version");
-    if (!Parse(app, argc, argv)) return kExitDone;
+    line.Footer(kExamples);
+    line.Argument("FILE", path, "the file to draw; qfmap reads only its headers");
+    line.Option("-o,--output", "FILE.svg", output,
+                "draw a picture instead: bytes across, time up, a colour for each track");
+    line.Flag("-y,--overwrite", overwrite, "replace an existing picture");
+    line.Flag("--json", json, "print the layout as JSON on stdout");
+    line.Version("qfmap " QF_VERSION);
+    if (!line.Parse(argc, argv)) return kExitDone;
 
     const FileMap map = ReadFileMap(path);
     if (!output.empty()) WritePicture(map, output, overwrite);

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <map>
+#include <limits>
 #include <numeric>
 #include <regex>
 #include <sstream>
@@ -90,15 +90,6 @@ void ParseTracks(const std::string& list, Options& options) {
     }
 }
 
-// An option that takes one of a few words.
-template <class Value>
-CLI::Option* AddChoice(CLI::App& app, const std::string& name, Value& value, const std::map<std::string, Value>& words,
-                       const std::string& help) {
-    return app.add_option(name, value, help)
-        ->transform(CLI::CheckedTransformer(words, CLI::ignore_case).description(""))
-        ->type_name("WORD");
-}
-
 std::string VersionText(const std::string& plugin) {
     char version[64] = "";
     Plugin(plugin.c_str()).GetMultiVersion(version);
@@ -112,135 +103,101 @@ struct MuxWords {
     std::string m_Aspect;
 };
 
-void AddPlugin(CLI::App& app, Options& options) {
-    app.add_option("--plugin", options.m_Plugin,
-                   "the plug-in to use; by default the one beside this program or the installed one")
-        ->type_name("FILE")
-        ->group(kForTests);
+void AddPlugin(CommandLine& line, Options& options) {
+    line.Section(kForTests);
+    line.Option("--plugin", "FILE", options.m_Plugin,
+                "the plug-in to use; by default the one beside this program or the installed one");
 }
 
 // Bits per second: "2500000", "2500k", "2.5M".
-CLI::Option* AddBitrate(CLI::App& app, const std::string& name, std::int64_t& rate, const std::string& help) {
-    return app
-        .add_option_function<std::string>(
-            name,
-            [name, &rate](const std::string& text) {
-                static const std::regex kRate(R"((\d{1,9}(?:\.\d{1,6})?)([kM]?))");
-                std::smatch match;
-                const bool isRate = std::regex_match(text, match, kRate);
-                const double unit = !isRate || match.str(2).empty() ? 1 : match.str(2) == "k" ? 1e3 : 1e6;
-                const double value = isRate ? std::stod(match.str(1)) * unit : 0;
-                if (value < 1 || value > 1e9) {
-                    throw ToolError(kExitUsage, name + " takes bits per second like 2500k or 2.5M, not '" + text + "'");
-                }
-                rate = static_cast<std::int64_t>(value);
-            },
-            help)
-        ->type_name("RATE")
-        ->group(kEncoding);
+void AddBitrate(CommandLine& line, const std::string& name, std::int64_t& rate, const std::string& help) {
+    const auto read = [name, &rate](const std::string& text) {
+        static const std::regex kRate(R"((\d{1,9}(?:\.\d{1,6})?)([kM]?))");
+        std::smatch match;
+        const bool isRate = std::regex_match(text, match, kRate);
+        const double unit = !isRate || match.str(2).empty() ? 1 : match.str(2) == "k" ? 1e3 : 1e6;
+        const double value = isRate ? std::stod(match.str(1)) * unit : 0;
+        if (value < 1 || value > 1e9) {
+            throw ToolError(kExitUsage, name + " takes bits per second like 2500k or 2.5M, not '" + text + "'");
+        }
+        rate = static_cast<std::int64_t>(value);
+    };
+    line.Option(name, "RATE", read, help);
 }
 
-void AddEncodeOptions(CLI::App& app, Options& options) {
-    AddChoice<EncodeMode>(
-        app, "--encode", options.m_Encode,
-        {{"auto", EncodeMode::Auto},
-         {"video", EncodeMode::Video},
-         {"audio", EncodeMode::Audio},
-         {"all", EncodeMode::All},
-         {"none", EncodeMode::None}},
-        "auto (streams whose codec the format does not list), video, audio, all or none (the default)")
-        ->group(kEncoding);
-    app.add_option("--video-codec", options.m_VideoCodec,
-                   "h264 (the default), havc (for hmkv), vp8 (for webm), mpeg4, xvid, mpeg2 or mpeg1")
-        ->transform(CLI::IsMember(TargetNames(AVMEDIA_TYPE_VIDEO), CLI::ignore_case).description(""))
-        ->type_name("CODEC")
-        ->group(kEncoding);
-    app.add_option("--audio-codec", options.m_AudioCodec,
-                   "aac (the default), ac3 (for hmkv), vorbis (for webm), mp3, mp2, dts or pcm")
-        ->transform(CLI::IsMember(TargetNames(AVMEDIA_TYPE_AUDIO), CLI::ignore_case).description(""))
-        ->type_name("CODEC")
-        ->group(kEncoding);
-    app.add_option("--quality", options.m_Quality, "quality of the pictures, 0 to 100; 70 is the default")
-        ->check(CLI::Range(0.0, 100.0).description(""))
-        ->type_name("N")
-        ->group(kEncoding);
-    AddBitrate(app, "--video-bitrate", options.m_VideoBitrate, "bits per second instead of a quality, e.g. 2500k");
-    AddBitrate(app, "--audio-bitrate", options.m_AudioBitrate, "bits per second, e.g. 192k");
-    app.add_option("--video-options", options.m_VideoOptions,
-                   "options of the encoder as libavcodec names them, e.g. crf=20,preset=slow")
-        ->type_name("LIST")
-        ->group(kEncoding);
-    app.add_option("--audio-options", options.m_AudioOptions, "the same for sound")
-        ->type_name("LIST")
-        ->group(kEncoding);
-    app.add_flag("--deinterlace", options.m_Deinterlace, "deinterlace pictures that are marked as interlaced")
-        ->group(kEncoding);
-    app.add_option("--size", options.m_Size, "scale the pictures, e.g. 1280x720; 1280x or x720 keeps their shape")
-        ->type_name("WxH")
-        ->group(kEncoding);
-    app.add_option("--video-filter", options.m_VideoFilter,
-                   "filters in libavfilter's notation, e.g. hqdn3d,eq=gamma=1.1")
-        ->type_name("TEXT")
-        ->group(kEncoding);
-    app.add_option("--audio-filter", options.m_AudioFilter, "the same for sound, e.g. loudnorm,aresample=48000")
-        ->type_name("TEXT")
-        ->group(kEncoding);
+void AddEncodeOptions(CommandLine& line, Options& options) {
+    line.Section(kEncoding);
+    line.Choice<EncodeMode>("--encode", options.m_Encode,
+                            {{"auto", EncodeMode::Auto},
+                             {"video", EncodeMode::Video},
+                             {"audio", EncodeMode::Audio},
+                             {"all", EncodeMode::All},
+                             {"none", EncodeMode::None}},
+                            "auto (streams whose codec the format does not list), video, audio, all or none (the "
+                            "default)");
+    line.Choice("--video-codec", "CODEC", options.m_VideoCodec, TargetNames(AVMEDIA_TYPE_VIDEO),
+                "h264 (the default), havc (for hmkv), vp8 (for webm), mpeg4, xvid, mpeg2 or mpeg1");
+    line.Choice("--audio-codec", "CODEC", options.m_AudioCodec, TargetNames(AVMEDIA_TYPE_AUDIO),
+                "aac (the default), ac3 (for hmkv), vorbis (for webm), mp3, mp2, dts or pcm");
+    line.Number(
+        "--quality", "N", [&](double quality) { options.m_Quality = quality; },
+        "quality of the pictures, 0 to 100; 70 is the default", 0, 100);
+    AddBitrate(line, "--video-bitrate", options.m_VideoBitrate, "bits per second instead of a quality, e.g. 2500k");
+    AddBitrate(line, "--audio-bitrate", options.m_AudioBitrate, "bits per second, e.g. 192k");
+    line.Option("--video-options", "LIST", options.m_VideoOptions,
+                "options of the encoder as libavcodec names them, e.g. crf=20,preset=slow");
+    line.Option("--audio-options", "LIST", options.m_AudioOptions, "the same for sound");
+    line.Flag("--deinterlace", options.m_Deinterlace, "deinterlace pictures that are marked as interlaced");
+    line.Option("--size", "WxH", options.m_Size, "scale the pictures, e.g. 1280x720; 1280x or x720 keeps their shape");
+    line.Option("--video-filter", "TEXT", options.m_VideoFilter,
+                "filters in libavfilter's notation, e.g. hqdn3d,eq=gamma=1.1");
+    line.Option("--audio-filter", "TEXT", options.m_AudioFilter, "the same for sound, e.g. loudnorm,aresample=48000");
 }
 
-void AddMuxOptions(CLI::App& app, Options& options, MuxWords& words) {
-    app.add_option("INPUT... OUTPUT", words.m_Paths, "one or two media files that libavformat reads, then the output")
-        ->type_name("");
-    app.add_option("-o,--output", options.m_Output, "the file to write; all other names are then inputs")
-        ->type_name("FILE");
-    app.add_option("--format", options.m_Format,
-                   "mkv, hmkv, mka or webm; the default follows from the output's extension")
-        ->transform(CLI::IsMember({"MKV", "HMKV", "MKA", "WEBM"}, CLI::ignore_case).description(""))
-        ->type_name("WORD");
-    app.add_flag("-y,--overwrite", options.m_Overwrite, "replace an existing output when the new file is complete");
+void AddMuxOptions(CommandLine& line, Options& options, MuxWords& words) {
+    line.Footer(kExamples);
+    line.Arguments("INPUT... OUTPUT", words.m_Paths, "one or two media files that libavformat reads, then the output");
+    line.Option("-o,--output", "FILE", options.m_Output, "the file to write; all other names are then inputs");
+    line.Choice("--format", "WORD", options.m_Format, {"MKV", "HMKV", "MKA", "WEBM"},
+                "mkv, hmkv, mka or webm; the default follows from the output's extension");
+    line.Flag("-y,--overwrite", options.m_Overwrite, "replace an existing output when the new file is complete");
+    line.Choice<VerifyMode>("--verify", options.m_Verify,
+                            {{"full", VerifyMode::Full}, {"decode", VerifyMode::Decode}, {"none", VerifyMode::None}},
+                            "full (the default: compares all frames, plays the beginning and up to five other places), "
+                            "decode (plays everything) or none (compares sizes only)");
+    line.Flag("--sync", options.m_Sync, "flush the file to the disk before the program ends");
+    line.Flag("--dry-run", options.m_DryRun, "print what would be written and lost, and write nothing");
 
-    app.add_flag("--no-video", options.m_NoVideo, "leave video out")->group(kStreams);
-    app.add_flag("--no-audio", options.m_NoAudio, "leave audio out")->group(kStreams);
-    app.add_flag("--no-subtitles", options.m_NoSubtitles, "do not warn that subtitles are left out")->group(kStreams);
-    app.add_flag("--no-data", options.m_NoData, "do not warn that data streams are left out")->group(kStreams);
-    app.add_option("--tracks", words.m_Tracks, "the streams to copy, e.g. v:0,a:1, counted over all inputs")
-        ->type_name("LIST")
-        ->group(kStreams);
-    app.add_option("--aspect", words.m_Aspect, "display aspect ratio, e.g. 16:9 or 2.39:1; the default is the source's")
-        ->type_name("X:Y")
-        ->group(kStreams);
-    app.add_option("--duration", options.m_Duration, "stop after S seconds")->type_name("S")->group(kStreams);
+    line.Section(kStreams);
+    line.Flag("--no-video", options.m_NoVideo, "leave video out");
+    line.Flag("--no-audio", options.m_NoAudio, "leave audio out");
+    line.Flag("--no-subtitles", options.m_NoSubtitles, "do not warn that subtitles are left out");
+    line.Flag("--no-data", options.m_NoData, "do not warn that data streams are left out");
+    line.Option("--tracks", "LIST", words.m_Tracks, "the streams to copy, e.g. v:0,a:1, counted over all inputs");
+    line.Option("--aspect", "X:Y", words.m_Aspect,
+                "display aspect ratio, e.g. 16:9 or 2.39:1; the default is the source's");
+    line.Number(
+        "--duration", "S", [&](double seconds) { options.m_Duration = seconds; }, "stop after S seconds");
 
-    AddChoice<VerifyMode>(app, "--verify", options.m_Verify,
-                          {{"full", VerifyMode::Full}, {"decode", VerifyMode::Decode}, {"none", VerifyMode::None}},
-                          "full (the default: compares all frames, plays the beginning and up to five other places), "
-                          "decode (plays everything) or none (compares sizes only)");
-    app.add_flag("--sync", options.m_Sync, "flush the file to the disk before the program ends");
-    app.add_flag("--dry-run", options.m_DryRun, "print what would be written and lost, and write nothing");
+    line.Section(kMessages);
+    line.Flag("-q,--quiet", options.m_Quiet, "print errors only");
+    line.Flag("-v,--verbose", options.m_Verbose, "print details of each step");
+    line.Flag("--json", options.m_Json, "print one JSON object on stdout, even if the run fails");
+    line.Choice<ProgressMode>("--progress", options.m_Progress,
+                              {{"auto", ProgressMode::Auto},
+                               {"bar", ProgressMode::Bar},
+                               {"json", ProgressMode::Json},
+                               {"none", ProgressMode::None}},
+                              "auto (a bar on a terminal), bar, json (one object per line on stdout) or none");
 
-    app.add_flag("-q,--quiet", options.m_Quiet, "print errors only")->group(kMessages);
-    app.add_flag("-v,--verbose", options.m_Verbose, "print details of each step")->group(kMessages);
-    app.add_flag("--json", options.m_Json, "print one JSON object on stdout, even if the run fails")->group(kMessages);
-    AddChoice<ProgressMode>(app, "--progress", options.m_Progress,
-                            {{"auto", ProgressMode::Auto},
-                             {"bar", ProgressMode::Bar},
-                             {"json", ProgressMode::Json},
-                             {"none", ProgressMode::None}},
-                            "auto (a bar on a terminal), bar, json (one object per line on stdout) or none")
-        ->group(kMessages);
+    AddEncodeOptions(line, options);
 
-    AddEncodeOptions(app, options);
-
-    app.add_option("--h264", options.m_H264,
-                   "pass H.264 in start-code form, which loses NAL units, as H264, N264, A264, I264 or havc")
-        ->transform(CLI::IsMember({"H264", "N264", "A264", "I264", "havc"}, CLI::ignore_case).description(""))
-        ->type_name("CODE")
-        ->group(kForTests);
-    app.add_flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not support")
-        ->group(kForTests);
-    app.add_option("--record", options.m_Record, "record every call to the plug-in, for qfreplay")
-        ->type_name("FILE")
-        ->group(kForTests);
-    AddPlugin(app, options);
+    line.Section(kForTests);
+    line.Choice("--h264", "CODE", options.m_H264, {"H264", "N264", "A264", "I264", "havc"},
+                "pass H.264 in start-code form, which loses NAL units, as H264, N264, A264, I264 or havc");
+    line.Flag("--force-codec", options.m_ForceCodec, "write codecs that the format does not support");
+    line.Option("--record", "FILE", options.m_Record, "record every call to the plug-in, for qfreplay");
+    AddPlugin(line, options);
 }
 
 // Options for a stream that is not encoded would change nothing.
@@ -309,27 +266,22 @@ std::optional<Options> ParseOptions(int argc, char** argv) {
     MuxWords words;
     bool version = false;
 
-    CLI::App app(
-        "Copies the streams of media files into a Matroska (.mkv, .mka) or WebM (.webm) file, or encodes them.\n"
-        "qfmap draws the layout of such a file.",
-        "qfmux");
-    app.footer(kExamples);
-    app.require_subcommand(0, 1);
-    AddMuxOptions(app, options, words);
-    app.add_flag("--version", version, "print the versions of qfmux and the plug-in");
+    CommandLine line("qfmux", "Copies the streams of media files into a Matroska (.mkv, .mka) or WebM (.webm) file, or "
+                              "encodes them.\nqfmap draws the layout of such a file.");
+    line.Flag("--version", version, "print the versions of qfmux and the plug-in");
+    AddMuxOptions(line, options, words);
 
-    CLI::App* const mux = app.add_subcommand("mux", "the default: writes OUTPUT");
-    AddMuxOptions(*mux, options, words);
-    CLI::App* const formats = app.add_subcommand("formats", "lists the formats and codecs that the plug-in supports");
-    formats->footer("");
-    formats->add_flag("--json", options.m_Json, "print JSON on stdout");
-    AddPlugin(*formats, options);
-    if (!Parse(app, argc, argv)) return std::nullopt;
+    CommandLine mux = line.Subcommand("mux", "the default: writes OUTPUT");
+    AddMuxOptions(mux, options, words);
+    CommandLine formats = line.Subcommand("formats", "lists the formats and codecs that the plug-in supports");
+    formats.Flag("--json", options.m_Json, "print JSON on stdout");
+    AddPlugin(formats, options);
+    if (!line.Parse(argc, argv)) return std::nullopt;
     if (version) {
         PutResult(VersionText(options.m_Plugin) + "\n");
         return std::nullopt;
     }
-    if (formats->parsed()) {
+    if (formats.IsGiven()) {
         if (!words.m_Paths.empty()) throw ToolError(kExitUsage, "formats takes no files");
         options.m_Command = Command::Formats;
     } else {
