@@ -40,6 +40,7 @@ class Master:
     sample_rate: int
     grids: dict = None  # the same for the keys of mpv's seeks
     _spectrum: np.ndarray = None
+    _places: dict = field(default_factory=dict)  # of samples that were searched for, in octets
 
     @classmethod
     @functools.cache
@@ -69,7 +70,7 @@ class Master:
         if place < 0 or len(there) < len(samples):
             return False
         # Decoders may dither: samples of equal octets are alike, not equal.
-        return np.dot(samples, there) > 0.95 * np.linalg.norm(samples) * np.linalg.norm(there)
+        return np.dot(samples, there) > 0.95 * math.sqrt(np.dot(samples, samples)) * math.sqrt(np.dot(there, there))
 
     def find_sound(self, samples, hint):
         """At which sample of the master's sound these lie; None if they are nowhere, or silent."""
@@ -77,11 +78,18 @@ class Master:
             return None
         if self._alike(samples, hint):
             return hint
+        octets = samples.tobytes()
+        if octets not in self._places:
+            self._places[octets] = self._search(samples)
+        return self._places[octets]
+
+    def _search(self, samples):
         size = 1 << (len(self.sound) + len(samples)).bit_length()
         if self._spectrum is None or len(self._spectrum) != size // 2 + 1:
             self._spectrum = np.fft.rfft(self.sound, size)
         place = int(np.argmax(np.fft.irfft(self._spectrum * np.conj(np.fft.rfft(samples, size)), size)))
         return place if self._alike(samples, place) else None
+
 
 @dataclass
 class Whole:
@@ -151,11 +159,12 @@ class Seek:
 
     @classmethod
     def of(cls, shown, numbers, master, target):
-        if not shown:
+        if shown is None:
             return cls()
-        found = [number for number in numbers.get(shown[-1][1], []) if number < len(master.times)]
+        key, work = shown
+        found = [number for number in numbers.get(key, []) if number < len(master.times)]
         missed = min((abs(master.times[number] - master.times[target]) for number in found), default=math.inf)
-        return cls(missed, not found, len(shown))
+        return cls(missed, not found, work)
 
 
 def targets_among(numbers, count):
@@ -171,7 +180,7 @@ def seeks(player, paths, wholes, master, targets):
     """Of each file."""
     aims = [[max(0.0, master.times[each] + whole.shift + player.aim) for each in targets] for whole in wholes]
     numbers = master.grids if player is Mpv else master.numbers
-    return [[Seek.of(pictures, numbers, master, target) for pictures, target in zip(shown, targets)]
+    return [[Seek.of(each, numbers, master, target) for each, target in zip(shown, targets)]
             for shown in player.seeks(paths, aims)]
 
 

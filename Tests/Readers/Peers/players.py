@@ -1,19 +1,18 @@
 # SPDX-License-Identifier: MIT
 """Decodes a file with ffmpeg's libraries, GStreamer and mpv, whole and after seeks: what each shows, and when.
 
-A picture is a pair of its time in seconds and a key: pictures with equal keys are equal in every sample (for mpv's
-seeks: in a grid of 16 x 16). Every decoder runs in one thread, so that damaged pictures come out the same each time.
+A picture has a key: pictures with equal keys are equal in every sample (for mpv's seeks: in a grid of 16 x 16). Every
+decoder runs in one thread, so that damaged pictures come out the same each time.
 """
 
-import hashlib
-import json
+import contextlib
 import os
 import pathlib
-import subprocess
 import tempfile
 from dataclasses import dataclass, field
 
 import av
+import mpv
 import numpy as np
 
 
@@ -31,12 +30,9 @@ class Decoded:
 
 
 def _key_of(frame):
-    digest = hashlib.md5(f"{frame.width}x{frame.height}".encode(), usedforsecurity=False)
-    for plane in frame.planes:
-        rows = np.frombuffer(plane, np.uint8).reshape(plane.height, -1)
-        wide = frame.format.name.endswith(("le", "be"))
-        digest.update(np.ascontiguousarray(rows[:, : plane.width * (2 if wide else 1)]))
-    return digest.hexdigest()
+    octets = 2 if frame.format.name.endswith(("le", "be")) else 1  # of a sample
+    planes = (np.frombuffer(plane, np.uint8).reshape(plane.height, -1)[:, : plane.width * octets] for plane in frame.planes)
+    return hash((frame.width, frame.height, b"".join(plane.tobytes() for plane in planes)))
 
 
 def _first_channel(frame):
@@ -47,7 +43,7 @@ def _first_channel(frame):
 class Player:
     @classmethod
     def seeks(cls, paths, targets):
-        """For each file, for each of its targets: the pictures that are shown."""
+        """For each file, for each of its targets: the key of the picture that is shown and how many were decoded, or None."""
         return [cls._seeks(path, each) for path, each in zip(paths, targets)]
 
 
@@ -104,27 +100,27 @@ class Ffmpeg(Player):
 
     @classmethod
     def _seeks(cls, path, targets):
-        """For each target the pictures decoded up to the first one that is not in front of it."""
-        shown = []
+        """Shown is the first picture that is not in front of the target."""
+        shown = [None] * len(targets)
         try:
             container, streams = cls._open(path)
         except av.AVError:
-            return [[] for _ in targets]
+            return shown
         with container:
             video = next((stream for stream in streams if stream.type == "video"), None)
             if video is None:
-                return [[] for _ in targets]
-            for target in targets:
-                pictures = []
-                shown.append(pictures)
+                return shown
+            for place, target in enumerate(targets):
                 try:
                     container.seek(int(target / video.time_base), stream=video, backward=True)
                 except av.AVError:
                     continue
-                for _, seconds, frame in cls._frames(container, [video], Decoded()):
-                    pictures.append((seconds, _key_of(frame)))
+                decoded = 0
+                for decoded, (_, seconds, frame) in enumerate(cls._frames(container, [video], Decoded()), 1):
                     if seconds is not None and seconds >= target:
                         break
+                if decoded:
+                    shown[place] = _key_of(frame), decoded
         return shown
 
 
@@ -190,8 +186,7 @@ class Gstreamer(Player):
 
     @staticmethod
     def _key(octets, form):
-        size = f"{form.get_value('width')}x{form.get_value('height')}"
-        return hashlib.md5(size.encode() + octets, usedforsecurity=False).hexdigest()
+        return hash((form.get_value("width"), form.get_value("height"), octets))
 
     @classmethod
     def whole(cls, path):
@@ -221,14 +216,12 @@ class Gstreamer(Player):
 
     @classmethod
     def _seeks(cls, path, targets):
-        """For each target the picture that is shown there."""
-        shown = []
+        shown = [None] * len(targets)
         with cls(path) as player:
             gst = player.gst
             if not player._prerolled(gst.State.PAUSED):
-                return [[] for _ in targets]
-            for target in targets:
-                shown.append([])
+                return shown
+            for place, target in enumerate(targets):
                 flags = gst.SeekFlags.FLUSH | gst.SeekFlags.ACCURATE
                 if not player.player.seek_simple(gst.Format.TIME, flags, int(target * gst.SECOND)):
                     continue
@@ -237,36 +230,52 @@ class Gstreamer(Player):
                 sample = player.sinks["video"].emit("try-pull-preroll", 0)
                 if sample:
                     buffer = sample.get_buffer()
-                    seconds = sample.get_segment().to_stream_time(gst.Format.TIME, buffer.pts) / gst.SECOND
                     octets = buffer.extract_dup(0, buffer.get_size())
-                    shown[-1].append((seconds, cls._key(octets, sample.get_caps().get_structure(0))))
+                    shown[place] = cls._key(octets, sample.get_caps().get_structure(0)), 1
         return shown
 
 
 class Mpv(Player):
     name = "mpv"
     aim = Ffmpeg.aim
-    _grid = "--vf=@grid:fingerprint=type=gray-hex-16x16"
-
+    _grid = "@grid:fingerprint=type=gray-hex-16x16"
+    _patience = 20  # seconds for a file or a seek
     # Without its own scripts, which take a third of the time of a short film.
-    _bare = ["--load-scripts=no", "--osc=no", "--ytdl=no", "--load-stats-overlay=no", "--load-osd-console=no", "--load-auto-profiles=no"]
+    _bare = dict.fromkeys(("ytdl", "load_scripts", "load_stats_overlay", "load_osd_console", "load_auto_profiles"), "no")
 
-    @classmethod
-    def _play(cls, words):
-        """What it prints; as far as it came when it is stuck, as it is where it waits for a first picture."""
-        command = ["mpv", "--no-config", "--msg-level=all=no,fingerprint=info", "--rebase-start-time=no", "--framedrop=no",
-                   "--vd-lavc-threads=1", "--ad-lavc-threads=1", *cls._bare, *map(str, words)]
+    def __init__(self, **options):
+        self.player = mpv.MPV(rebase_start_time="no", framedrop="no", vd_lavc_threads=1, ad_lavc_threads=1, **self._bare, **options)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *unused):
+        self.player.terminate()
+
+    def _shows(self, *command):
+        """Whether mpv shows a picture after the command; not at the file's end, nor where it waits for one in vain."""
+        restart, end = mpv.MpvEventID.PLAYBACK_RESTART, mpv.MpvEventID.END_FILE
+        seen = self.player.prepare_and_wait_for_event(restart, end, cond=lambda event: event.event_id.value, timeout=self._patience)
         try:
-            return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=20, check=False).stdout
-        except subprocess.TimeoutExpired:
-            return ""
+            with seen as which:
+                self.player.command(*command)
+        except (TimeoutError, SystemError):  # the latter: it refuses the command
+            return False
+        return which.result() == restart
+
+    def _play(self, path):
+        """To the end, or as far as it comes."""
+        with contextlib.suppress(TimeoutError):
+            with self.player.prepare_and_wait_for_event("end-file", timeout=self._patience):
+                self.player.play(str(path))
 
     @classmethod
     def whole(cls, path):
         """Plays into a file of raw pictures and sound, which is read here."""
         with tempfile.TemporaryDirectory() as folder:
             raw = os.path.join(folder, "raw.nut")
-            cls._play([path, f"--o={raw}", "--of=nut", "--ovc=rawvideo", "--oac=pcm_f32le"])
+            with cls(o=raw, of="nut", ovc="rawvideo", oac="pcm_f32le") as player:
+                player._play(path)
             decoded = Ffmpeg.whole(raw)
             decoded.duration = None  # that of the raw file
             return decoded
@@ -274,32 +283,27 @@ class Mpv(Player):
     @classmethod
     def grids(cls, path):
         """The keys of all pictures that its seeks may show."""
-        lines = cls._play(["--no-audio", "--vo=null", "--untimed", f"{cls._grid}:print=yes", path]).splitlines()
-        lines = [line.split() for line in lines if line.startswith("[fingerprint]")]
-        return [(float(seconds.rstrip(":")), grid) for _, seconds, grid in lines]
-
-    @classmethod
-    def seeks(cls, paths, targets):
-        """For each file, for each of its targets: the picture that is shown there."""
-        shown = cls._seeks_in_one_start(paths, targets)
-        # Where mpv is stuck in one file, the other one has no answers, either.
-        if any(len(answers) < len(each) for answers, each in zip(shown, targets)):
-            shown = [cls._seeks_in_one_start([path], [each])[0] for path, each in zip(paths, targets)]
-        return [answers + [[]] * (len(each) - len(answers)) for answers, each in zip(shown, targets)]
-
-    @classmethod
-    def _seeks_in_one_start(cls, paths, targets):
-        """As above, as far as mpv came."""
         with tempfile.TemporaryDirectory() as folder:
-            report = pathlib.Path(folder) / "report"
-            times = "/".join(" ".join(f"{target:.4f}" for target in each) for each in targets)
-            # A seek behind the last picture is answered, too.
-            cls._play(["--ao=null", "--vo=null", "--pause", "--keep-open=always", cls._grid, f"--script={pathlib.Path(__file__).with_name('seeks.lua')}",
-                       f"--script-opts=seeks-report={report},seeks-targets={times}", *paths])
-            answers = [json.loads(line) for line in report.read_text().splitlines()] if report.exists() else []
-        shown = [[] for _ in paths]
-        for answer in answers:
-            pictures = answer["pictures"]
-            found = [(float(pictures[name]), pictures[name[:-3] + "hex"]) for name in pictures if name.endswith("pts")]
-            shown[answer["file"]].append([picture for picture in found if abs(picture[0] - answer.get("time", -9)) < 0.002][:1])
+            log = pathlib.Path(folder) / "log"
+            with cls(aid="no", vo="null", untimed="yes", vf=cls._grid + ":print=yes", log_file=log) as player:
+                player._play(path)
+            lines = [line.partition("[fingerprint] ")[2].split(": ") for line in log.read_text().splitlines()]
+        return [(float(line[0]), line[1]) for line in lines if len(line) == 2]
+
+    @classmethod
+    def _seeks(cls, path, targets):
+        shown = [None] * len(targets)
+        # A seek behind the last picture is answered, too.
+        with cls(ao="null", vo="null", pause="yes", keep_open="always", vf=cls._grid) as player:
+            if not player._shows("loadfile", str(path)):
+                return shown
+            for place, target in enumerate(targets):
+                if not player._shows("seek", f"{target:.4f}", "absolute+exact"):
+                    break
+                time = player.player.time_pos
+                pictures = getattr(player.player, "vf-metadata/grid") or {}
+                for name in pictures:
+                    if time is not None and name.endswith("pts") and abs(float(pictures[name]) - time) < 0.002:
+                        shown[place] = pictures[name[:-3] + "hex"], 1
+                        break
         return shown
