@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 #include <vector>

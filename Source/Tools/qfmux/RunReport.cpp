@@ -2,8 +2,13 @@
 #include "RunReport.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "Messages.h"
+
+RunReport::RunReport() : m_pFacts(std::make_unique<nlohmann::json>(nlohmann::json::object())) {}
+
+RunReport::~RunReport() = default;
 
 void RunReport::Note(const std::string& text) { m_Notes.push_back(text); }
 
@@ -37,7 +42,7 @@ void RunReport::Close(const std::string& text) {
 }
 
 nlohmann::json RunReport::AsJson(int exitCode, const std::string& error) const {
-    nlohmann::json json = m_Facts;
+    nlohmann::json json = *m_pFacts;
     json["lost"] = nlohmann::json::array();
     for (const Loss& loss : m_Losses) {
         static constexpr const char* kWeights[] = {"as asked", "note", "warning"};

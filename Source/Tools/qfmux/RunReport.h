@@ -2,7 +2,8 @@
 // The messages of a run.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,9 @@
 
 class RunReport {
 public:
+    RunReport();
+    ~RunReport();
+
     void BeQuiet() { m_Quiet = true; }
     void BeVerbose() { m_Verbose = true; }
 
@@ -30,7 +34,7 @@ public:
     bool HasWarnings() const { return m_HasWarnings; }
 
     // Further members for --json: facts of the plan and of the file.
-    nlohmann::json& Facts() { return m_Facts; }
+    nlohmann::json& Facts() { return *m_pFacts; }
     // error: the error that ended the run, or empty.
     nlohmann::json AsJson(int exitCode, const std::string& error) const;
 
@@ -41,5 +45,5 @@ private:
     std::vector<std::string> m_Notes;
     std::vector<std::string> m_Warnings;
     std::vector<Loss> m_Losses;
-    nlohmann::json m_Facts = nlohmann::json::object();
+    std::unique_ptr<nlohmann::json> m_pFacts;
 };

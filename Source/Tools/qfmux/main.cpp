@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // qfmux: copies or encodes the streams of media files into a Matroska or WebM file. It is a host of the plug-in.
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <random>
 
