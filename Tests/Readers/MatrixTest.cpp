@@ -33,10 +33,17 @@ constexpr const char* kRight = "right";
 
 std::string ClipPath(const char* name) { return QF_READER_CLIPS "/" + std::string(name); }
 
-// ffmpeg's options of an output: the hash of a track (of its octets with kCopy), and the hashes of its pictures.
-constexpr const char* kHash = "-fps_mode passthrough -f streamhash -hash md5";
+// What ffmpeg answers about a clip, of which several files are made, is kept for all of them.
+std::string ClipAnswer(const std::string& clip, const std::string& question) {
+    static const TempDirectory directory;
+    return (directory / (fs::path(clip).filename().string() + " " + question)).string();
+}
+
+// ffmpeg's options of an output: the hash of a track (of its octets with kCopy), and the hashes of its pictures, which
+// GStreamer's are compared with.
+constexpr const char* kHash = "-fps_mode passthrough -f streamhash -hash murmur3";
 constexpr const char* kPictureHashes = "-fps_mode passthrough -pix_fmt yuv420p -f framehash -hash md5";
-constexpr const char* kCopy = "-fps_mode passthrough -c copy -f streamhash -hash md5";
+constexpr const char* kCopy = "-fps_mode passthrough -c copy -f streamhash -hash murmur3";
 constexpr const char* kUnits = "-c copy -bsf:v h264_mp4toannexb -f data";
 
 // Empty when ffmpeg did not write this answer.
@@ -49,7 +56,7 @@ std::string ReadAnswer(const std::string& path) {
 // Whether two answers hold the same hash.
 bool SameHash(const std::string& left, const std::string& right) {
     const std::string hash = ReadAnswer(left);
-    return hash.find("MD5=") != std::string::npos && hash == ReadAnswer(right);
+    return hash.find("murmur3=") != std::string::npos && hash == ReadAnswer(right);
 }
 
 std::vector<std::string> PictureHashes(const std::string& answer) {
@@ -176,9 +183,11 @@ protected:
     std::string m_File = Path("out." + GetParam().m_Extension);
     std::string m_VideoClip = m_Case.m_pVideo != nullptr ? ClipPath(m_Case.m_pVideo->m_Clip) : "";
     std::string m_AudioClip = m_Case.m_pAudio != nullptr ? ClipPath(m_Case.m_pAudio->m_Clip) : "";
-    std::string m_Remux = Path("remux.mkv"); // mkvmerge's
-    json m_Report;                           // qfmux's
-    std::string m_Complaints;                // ffmpeg's about the file
+    std::string m_Remux = Path("remux.mkv");     // mkvmerge's
+    json m_Report;                               // qfmux's
+    std::string m_Complaints;                    // ffmpeg's about the file
+    std::map<std::string, std::string> m_Source; // the answers about the clips, by the kind of track
+    std::map<std::string, std::string> m_SourceCopied;
 
     struct Observed {
         std::string m_Reader;
@@ -244,8 +253,8 @@ void Matrix::Remux() {
     EXPECT_LE(merged.m_ExitCode, 1);
 }
 
-// Asks ffmpeg about the file, whose complaints count, and in a second run about the sources, the copied octets, the
-// remux and the first picture after a seek to each cue. The answers are files with the names that the checks read.
+// Asks ffmpeg about the file, whose complaints count, and in a second run about clips that are new, the copied octets,
+// the remux and the first picture after a seek to each cue. The answers are files with the names that the checks read.
 void Matrix::AskFfmpeg(const std::vector<Ebml::Cue>& cues) {
     FfmpegRun decode;
     decode.Open(m_File);
@@ -262,15 +271,19 @@ void Matrix::AskFfmpeg(const std::vector<Ebml::Cue>& cues) {
         // qfmux reports the filters by which it changes a stream: it puts headers in front of key frames, removes ADTS
         // headers, or replaces lengths by start codes. The source must pass the same filters.
         const std::string filters = track["filters"];
-        const std::string filter = filters.empty() || splits ? "" : " -bsf:" + kind + " " + filters;
-        other.Open(isVideo ? m_VideoClip : m_AudioClip);
-        other.Ask(":" + kind, copies[kind] + filter, Path("source copied." + kind));
-        if (isVideo) {
-            other.Ask(":v", kPictureHashes, Path("source pictures"));
-        } else {
-            other.Open(m_AudioClip, m_Case.m_pAudio->m_SourceOptions);
+        const std::string copy = copies[kind] + (filters.empty() || splits ? "" : " -bsf:" + kind + " " + filters);
+        const std::string& clip = isVideo ? m_VideoClip : m_AudioClip;
+        m_SourceCopied[kind] = ClipAnswer(clip, copy);
+        if (!fs::exists(m_SourceCopied[kind])) {
+            other.Open(clip);
+            other.Ask(":" + kind, copy, m_SourceCopied[kind]);
         }
-        other.Ask(":" + kind, kHash, Path("source." + kind));
+        m_Source[kind] = ClipAnswer(clip, "decoded");
+        if (!fs::exists(m_Source[kind])) {
+            other.Open(clip, isVideo ? "" : m_Case.m_pAudio->m_SourceOptions);
+            other.Ask(":" + kind, kHash, m_Source[kind]);
+            if (isVideo) other.Ask(":v", kPictureHashes, ClipAnswer(clip, "pictures"));
+        }
     }
     other.Open(m_File);
     for (const auto& [kind, copy] : copies) other.Ask(":" + kind, copy, Path("file copied." + kind));
@@ -325,7 +338,7 @@ void Matrix::CheckPayloads() {
         const bool isVideo = track["kind"] == "video";
         const std::string property = isVideo ? "picture octets" : "sound octets";
         const std::string kind = isVideo ? "v" : "a";
-        const std::string source = Path("source copied." + kind);
+        const std::string& source = m_SourceCopied[kind];
         const std::string file = Path("file copied." + kind);
         bool same = false;
         if (isVideo && m_Case.m_pVideo->m_SplitUnits) {
@@ -343,10 +356,10 @@ void Matrix::CheckPayloads() {
 void Matrix::CheckDecoding() {
     Expect("ffmpeg", "complaints", m_Complaints, "");
     if (m_Case.m_pVideo != nullptr) {
-        Expect("ffmpeg", "pictures", SameHash(Path("file.v"), Path("source.v")) ? kSame : kOther, kSame);
+        Expect("ffmpeg", "pictures", SameHash(Path("file.v"), m_Source["v"]) ? kSame : kOther, kSame);
     }
     if (m_Case.m_pAudio != nullptr) {
-        Expect("ffmpeg", "sound", SameHash(Path("file.a"), Path("source.a")) ? kSame : kOther, kSame);
+        Expect("ffmpeg", "sound", SameHash(Path("file.a"), m_Source["a"]) ? kSame : kOther, kSame);
     }
 }
 
@@ -405,7 +418,7 @@ void Matrix::CheckSeeking(const Ebml::File& file) {
     std::vector<std::string> pictures;
     std::vector<std::int64_t> shown; // times in the order of presentation
     if (hasPicture) {
-        pictures = PictureHashes(Path("source pictures"));
+        pictures = PictureHashes(ClipAnswer(m_VideoClip, "pictures"));
         for (const Ebml::Block& block : blocks) shown.push_back(block.Time());
         std::sort(shown.begin(), shown.end());
         shown.erase(std::unique(shown.begin(), shown.end()), shown.end());

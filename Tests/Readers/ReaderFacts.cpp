@@ -89,11 +89,13 @@ std::string Places(const std::vector<bool>& flags) {
 }
 
 Facts MkvinfoFacts(const std::string& file) {
-    const Said said = Ask("mkvinfo " + Quoted(file));
+    const Said said = Ask("mkvinfo --continue " + Quoted(file));
     Facts facts = {{"complaints", said.m_Complaints}};
     std::string width;
     std::string displayWidth;
     bool isVideo = false;
+    bool refers = false; // the block group to another block
+    std::vector<bool> keys;
     for (const std::string& line : Lines(said.m_Output)) {
         if (line.find("(MKVInfo)") != std::string::npos) facts["complaints"] += line;
         const auto [name, value] = NameAndValue(line);
@@ -108,10 +110,11 @@ Facts MkvinfoFacts(const std::string& file) {
         if (name == "Pixel height") facts["size"] = width + "x" + value;
         if (name == "Display width") displayWidth = value;
         if (name == "Display height") facts["display size"] = displayWidth + "x" + value;
-    }
-    std::vector<bool> keys;
-    for (const std::string& line : Lines(RunCommand("mkvinfo -s " + Quoted(file) + " 2>&1").m_Output)) {
-        if (line.find(" frame, track 1,") != std::string::npos) keys.push_back(line[0] == 'I');
+        if (name == "Block group") refers = false;
+        if (name == "Reference block") refers = true;
+        if (value.find("track number 1,") != std::string::npos) {
+            keys.push_back(name == "Block" ? !refers : value.rfind("key,", 0) == 0);
+        }
     }
     Put(facts, "key frames", Places(keys));
     return facts;
