@@ -5,6 +5,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <limits>
+#include <map>
 #include <random>
 #include <utility>
 
@@ -555,11 +556,7 @@ private:
 
     // Frames of both kinds as a host would bring them: each in its decoding order, one stream a little ahead.
     Calls OrdinaryFrames(const Job& job, double frameRate, bool withVideo, bool withAudio) {
-        struct Frame {
-            std::int64_t arrival;
-            HostCall call;
-        };
-        std::vector<Frame> frames;
+        std::multimap<std::int64_t, HostCall> frames; // by their arrival
         const std::int64_t begin = m_Dice.Percent(70) ? 0 : m_Dice.Between(0, 20 * kSecond);
         const std::int64_t length =
             m_Dice.Percent(5) ? m_Dice.Between(0, kSecond / 10) : m_Dice.Between(kSecond / 2, 6 * kSecond);
@@ -578,7 +575,7 @@ private:
                 HostCall& call = AddFrame(one, Kind::WriteVideoPacket, job.slot, timestamp,
                                           static_cast<std::int32_t>(step), VideoOctets(job, key));
                 call.frame.frameFlags = key ? m_Dice.Pick({1U, 1U, 16U}) : 0;
-                frames.push_back({i * step - ahead, std::move(call)});
+                frames.emplace(i * step - ahead, std::move(call));
             }
         }
         if (withAudio) {
@@ -601,13 +598,11 @@ private:
                     call.isSplit = true;
                     call.frameSizes = sizes;
                 }
-                frames.push_back({i * step - ahead, std::move(call)});
+                frames.emplace(i * step - ahead, std::move(call));
             }
         }
-        std::stable_sort(frames.begin(), frames.end(),
-                         [](const Frame& a, const Frame& b) { return a.arrival < b.arrival; });
         Calls calls;
-        for (Frame& frame : frames) calls.push_back(std::move(frame.call));
+        for (auto& [arrival, call] : frames) calls.push_back(std::move(call));
         return calls;
     }
 

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <ctime>
 #include <deque>
-#include <initializer_list>
 #include <optional>
 #include <string>
 #include <utility>
@@ -41,15 +40,21 @@ std::int64_t Milliseconds(std::int64_t hostTime) { return Plus(hostTime, 5000) /
 
 // Strings of octets.
 
-Octets Join(std::initializer_list<Octets> parts) {
+template <class... Parts>
+Octets Join(const Parts&... parts) {
     Octets whole;
-    for (const Octets& part : parts) whole.insert(whole.end(), part.begin(), part.end());
+    whole.reserve((parts.size() + ...));
+    (whole.insert(whole.end(), parts.begin(), parts.end()), ...);
     return whole;
 }
 
+void AddTo(Octets& whole, const Octets& part) { whole.insert(whole.end(), part.begin(), part.end()); }
+
 Octets BigEndian(std::uint64_t value, int count) {
-    Octets octets;
-    for (int i = count - 1; i >= 0; --i) octets.push_back(static_cast<unsigned char>(value >> (8 * i)));
+    Octets octets(static_cast<std::size_t>(count));
+    for (auto octet = octets.rbegin(); octet != octets.rend(); ++octet, value >>= 8) {
+        *octet = static_cast<unsigned char>(value);
+    }
     return octets;
 }
 
@@ -78,7 +83,7 @@ Octets LengthField(std::uint64_t length) {
 Octets Identifier(std::uint32_t id) { return BigEndian(id, OctetsNeeded(id)); }
 
 Octets Element(std::uint32_t id, const Octets& payload) {
-    return Join({Identifier(id), LengthField(payload.size()), payload});
+    return Join(Identifier(id), LengthField(payload.size()), payload);
 }
 
 Octets Unsigned(std::uint32_t id, std::uint64_t value) { return Element(id, BigEndian(value, OctetsNeeded(value))); }
@@ -102,7 +107,7 @@ Octets Binary(std::uint32_t id, const Octets& payload) { return payload.empty() 
 Octets Text(std::uint32_t id, const std::string& text) { return Binary(id, TextOctets(text)); }
 
 Octets SeekEntry(std::uint32_t id, std::size_t position) {
-    return Element(0x4DBB, Join({Element(0x53AB, Identifier(id)), Unsigned(0x53AC, position)}));
+    return Element(0x4DBB, Join(Element(0x53AB, Identifier(id)), Unsigned(0x53AC, position)));
 }
 
 // Video.
@@ -444,13 +449,13 @@ void ReferenceModel::WritezXPSData(int handle, const unsigned char* pictureSet, 
         Reach("H.264 set-up: no sequence set");
     } else {
         if (sequence.size() <= 3) Reach("H.264 set-up: sequence set of 1 to 3 octets");
-        record = Join({record, {0xE1}, BigEndian(sequence.size(), 2), sequence});
+        record = Join(record, Octets{0xE1}, BigEndian(sequence.size(), 2), sequence);
     }
     if (picture.empty()) {
         record.push_back(0);
         Reach("H.264 set-up: no picture set");
     } else {
-        record = Join({record, {1}, BigEndian(picture.size(), 2), picture});
+        record = Join(record, Octets{1}, BigEndian(picture.size(), 2), picture);
     }
     const bool stored = StorePrivate(*file, *file->video, record);
     Reach(!late ? "H.264 set-up: early" : stored ? "H.264 set-up: late, accepted" : "H.264 set-up: late, refused");
@@ -540,20 +545,20 @@ void ReferenceModel::AddVideoTrack(File& file, const Model::VideoParam& param) {
     track.number = 1;
     track.codec = codec;
     track.beforePrivate =
-        Join({Unsigned(0xD7, 1), Unsigned(0x73C5, static_cast<unsigned>(m_RandValues.at(m_NextRand++))),
-              Unsigned(0x83, 1), Unsigned(0x6DE7, 1), Unsigned(0x6DF8, 1), Text(0x22B59C, "und"),
-              Element(0x86, Join({TextOctets(codec), {0}}))});
+        Join(Unsigned(0xD7, 1), Unsigned(0x73C5, static_cast<unsigned>(m_RandValues.at(m_NextRand++))),
+             Unsigned(0x83, 1), Unsigned(0x6DE7, 1), Unsigned(0x6DF8, 1), Text(0x22B59C, "und"),
+             Element(0x86, Join(TextOctets(codec), Octets{0})));
     if (isVideoForWindows) {
-        track.codecPrivate = Join({LittleEndian(40, 4), LittleEndian(static_cast<std::uint32_t>(param.width), 4),
-                                   LittleEndian(static_cast<std::uint32_t>(param.height), 4), LittleEndian(1, 2),
-                                   LittleEndian(static_cast<std::uint32_t>(param.bitCount), 2),
-                                   LittleEndian(compression, 4), Octets(20)});
+        track.codecPrivate =
+            Join(LittleEndian(40, 4), LittleEndian(static_cast<std::uint32_t>(param.width), 4),
+                 LittleEndian(static_cast<std::uint32_t>(param.height), 4), LittleEndian(1, 2),
+                 LittleEndian(static_cast<std::uint32_t>(param.bitCount), 2), LittleEndian(compression, 4), Octets(20));
     }
     track.behindPrivate = Join(
-        {defaultDuration, Element(0xE0, Join({Unsigned(0xB0, static_cast<std::uint64_t>(std::int64_t{param.width})),
-                                              Unsigned(0xBA, static_cast<std::uint64_t>(height < 0 ? -height : height)),
-                                              Unsigned(0x54B0, displayWidth), Unsigned(0x54BA, displayHeight),
-                                              Float(0x2383E3, static_cast<float>(frameRate))}))});
+        defaultDuration, Element(0xE0, Join(Unsigned(0xB0, static_cast<std::uint64_t>(std::int64_t{param.width})),
+                                            Unsigned(0xBA, static_cast<std::uint64_t>(height < 0 ? -height : height)),
+                                            Unsigned(0x54B0, displayWidth), Unsigned(0x54BA, displayHeight),
+                                            Float(0x2383E3, static_cast<float>(frameRate)))));
     file.video = std::move(track);
 }
 
@@ -573,23 +578,23 @@ void ReferenceModel::AddAudioTrack(File& file, const Model::AudioParam& param) {
     track.number = 2;
     track.codec = codec;
     Octets flags;
-    if (file.isWebm) flags = Join({Unsigned(0x88, 1), Unsigned(0x9C, 1)});
+    if (file.isWebm) flags = Join(Unsigned(0x88, 1), Unsigned(0x9C, 1));
     track.beforePrivate =
-        Join({Unsigned(0xD7, 2), Unsigned(0x73C5, static_cast<unsigned>(m_RandValues.at(m_NextRand++))),
-              Unsigned(0x83, 2), flags, Unsigned(0x6DE7, 1), Unsigned(0x6DF8, 1), Text(0x22B59C, "und"),
-              Element(0x86, Join({TextOctets(codec), {0}}))});
+        Join(Unsigned(0xD7, 2), Unsigned(0x73C5, static_cast<unsigned>(m_RandValues.at(m_NextRand++))),
+             Unsigned(0x83, 2), flags, Unsigned(0x6DE7, 1), Unsigned(0x6DF8, 1), Text(0x22B59C, "und"),
+             Element(0x86, Join(TextOctets(codec), Octets{0})));
     if (codec == "A_MS/VFW/FOURCC") {
         const std::int32_t bitsPerSecond = Times32(Times32(param.channels, param.sampleRate), param.bitsPerSample);
         track.codecPrivate =
-            Join({LittleEndian(param.fourCC, 2), LittleEndian(static_cast<std::uint32_t>(param.channels), 2),
-                  LittleEndian(static_cast<std::uint32_t>(param.sampleRate), 4),
-                  LittleEndian(static_cast<std::uint32_t>(bitsPerSecond / 8), 4), LittleEndian(0, 2),
-                  LittleEndian(static_cast<std::uint32_t>(param.bitsPerSample), 2), LittleEndian(18, 2)});
+            Join(LittleEndian(param.fourCC, 2), LittleEndian(static_cast<std::uint32_t>(param.channels), 2),
+                 LittleEndian(static_cast<std::uint32_t>(param.sampleRate), 4),
+                 LittleEndian(static_cast<std::uint32_t>(bitsPerSecond / 8), 4), LittleEndian(0, 2),
+                 LittleEndian(static_cast<std::uint32_t>(param.bitsPerSample), 2), LittleEndian(18, 2));
     }
     track.behindPrivate =
-        Element(0xE1, Join({Float(0xB5, static_cast<float>(param.sampleRate)),
-                            Unsigned(0x9F, static_cast<std::uint64_t>(std::int64_t{param.channels})),
-                            Unsigned(0x6264, static_cast<std::uint64_t>(std::int64_t{param.bitsPerSample}))}));
+        Element(0xE1, Join(Float(0xB5, static_cast<float>(param.sampleRate)),
+                           Unsigned(0x9F, static_cast<std::uint64_t>(std::int64_t{param.channels})),
+                           Unsigned(0x6264, static_cast<std::uint64_t>(std::int64_t{param.bitsPerSample}))));
     file.audio = std::move(track);
 }
 
@@ -700,14 +705,14 @@ Octets ReferenceModel::TracksElement(const File& file) const {
         if (!*track) continue;
         const Track& it = **track;
         entries =
-            Join({entries, Element(0xAE, Join({it.beforePrivate, Binary(0x63A2, it.codecPrivate), it.behindPrivate}))});
+            Join(entries, Element(0xAE, Join(it.beforePrivate, Binary(0x63A2, it.codecPrivate), it.behindPrivate)));
     }
     return Element(0x1654AE6B, entries);
 }
 
 Octets ReferenceModel::InfoElement(const File& file) const {
-    return Element(0x1549A966, Join({Unsigned(0x2AD7B1, 1000000), Float(0x4489, file.duration),
-                                     Signed(0x4461, file.date), Text(0x4D80, "Tarnwell Matroska Muxer")}));
+    return Element(0x1549A966, Join(Unsigned(0x2AD7B1, 1000000), Float(0x4489, file.duration),
+                                    Signed(0x4461, file.date), Text(0x4D80, "Tarnwell Matroska Muxer")));
 }
 
 void ReferenceModel::WriteHeader(File& file) {
@@ -715,11 +720,11 @@ void ReferenceModel::WriteHeader(File& file) {
     Octets header;
     if (file.isWebm) {
         Reach(docType == "webm" ? "header: WebM, webm" : "header: WebM, matroska");
-        header = Join({Unsigned(0x4286, 1), Unsigned(0x42F7, 1), Unsigned(0x42F2, 4), Unsigned(0x42F3, 8),
-                       Text(0x4282, docType), Unsigned(0x4287, 2), Unsigned(0x4285, 2)});
+        header = Join(Unsigned(0x4286, 1), Unsigned(0x42F7, 1), Unsigned(0x42F2, 4), Unsigned(0x42F3, 8),
+                      Text(0x4282, docType), Unsigned(0x4287, 2), Unsigned(0x4285, 2));
     } else {
         Reach(docType == "webm" ? "header: Matroska, webm" : "header: Matroska, matroska");
-        header = Join({Text(0x4282, docType), Unsigned(0x4287, 1), Unsigned(0x4285, 1)});
+        header = Join(Text(0x4282, docType), Unsigned(0x4287, 1), Unsigned(0x4285, 1));
     }
     file.Append(Element(0x1A45DFA3, header));
     file.segmentPosition = file.octets.size();
@@ -737,14 +742,14 @@ void ReferenceModel::WriteHeader(File& file) {
     if (file.date < 0) Reach("clock before 2001");
     if (file.date < -(std::int64_t{1} << 56) && (file.date >> 14 & 1) == 0) Reach("a ninth octet is left out");
     file.Append(InfoElement(file));
-    file.seekEntries = Join({file.seekEntries, SeekEntry(0x1654AE6B, file.Here())});
+    AddTo(file.seekEntries, SeekEntry(0x1654AE6B, file.Here()));
     file.headerWritten = true;
 }
 
 void ReferenceModel::WriteCluster(File& file) {
-    file.clusterEntries = Join({file.clusterEntries, SeekEntry(0x1F43B675, file.Here())});
+    AddTo(file.clusterEntries, SeekEntry(0x1F43B675, file.Here()));
     file.Append(
-        Element(0x1F43B675, Join({Unsigned(0xE7, static_cast<std::uint64_t>(file.clusterTime)), file.clusterBlocks})));
+        Element(0x1F43B675, Join(Unsigned(0xE7, static_cast<std::uint64_t>(file.clusterTime)), file.clusterBlocks)));
     file.clusterBlocks.clear();
 }
 
@@ -808,14 +813,14 @@ void ReferenceModel::Place(File& file, Track& track, Block block) {
             if (file.isWebm && !block.key) Reach("cue: WebM, not a keyframe");
             if (!file.isWebm && !block.key) Reach("cue: Matroska, not a keyframe by its flag");
             Reach(block.track == 1 ? "cue: video" : "cue: audio only");
-            Octets position = Join({Unsigned(0xF7, static_cast<std::uint64_t>(block.track)),
-                                    Unsigned(0xF1, static_cast<std::uint64_t>(here))});
+            Octets position = Join(Unsigned(0xF7, static_cast<std::uint64_t>(block.track)),
+                                   Unsigned(0xF1, static_cast<std::uint64_t>(here)));
             if (!file.clusterBlocks.empty()) {
-                position = Join({position, Unsigned(0x5387, static_cast<std::uint64_t>(file.cueTrackBlocks))});
+                position = Join(position, Unsigned(0x5387, static_cast<std::uint64_t>(file.cueTrackBlocks)));
                 Reach(file.cueTrackBlocks > 1 ? "cue: block number above 1" : "cue: block number 1");
             }
             const Octets time = Unsigned(0xB3, static_cast<std::uint64_t>(block.time));
-            file.cuePoints = Join({file.cuePoints, Element(0xBB, Join({time, Element(0xB7, position)}))});
+            AddTo(file.cuePoints, Element(0xBB, Join(time, Element(0xB7, position))));
             file.lastCuePosition = here;
             file.lastCueTime = block.time;
         }
@@ -823,20 +828,20 @@ void ReferenceModel::Place(File& file, Track& track, Block block) {
     if (file.duration <= static_cast<float>(block.stop)) file.duration = static_cast<float>(block.stop);
     file.lastBlockTime = Times(block.time, 10000);
 
-    const Octets head = Join(
-        {LengthField(static_cast<std::uint64_t>(block.track)), BigEndian(static_cast<std::uint64_t>(relative), 2)});
+    const Octets head =
+        Join(LengthField(static_cast<std::uint64_t>(block.track)), BigEndian(static_cast<std::uint64_t>(relative), 2));
     if (block.stop < block.time) Reach("stops before it starts");
     static constexpr const char* kLengths[] = {"block length of 1 octet", "block length of 2 octets",
                                                "block length of 3 octets", "block length of 4 octets"};
     Reach(kLengths[LengthField(4 + block.frame.size()).size() - 1]);
     Octets element;
     if (file.isWebm) {
-        element = Element(0xA3, Join({head, {static_cast<unsigned char>(block.key ? 0x80 : 0)}, block.frame}));
+        element = Element(0xA3, Join(head, Octets{static_cast<unsigned char>(block.key ? 0x80 : 0)}, block.frame));
     } else {
         const Octets reference = block.hasReference ? Signed(0xFB, block.reference) : Octets{};
-        element = Element(0xA0, Join({reference, Element(0xA1, Join({head, {0}, block.frame}))}));
+        element = Element(0xA0, Join(reference, Element(0xA1, Join(head, Octets{0}, block.frame))));
     }
-    file.clusterBlocks.insert(file.clusterBlocks.end(), element.begin(), element.end());
+    AddTo(file.clusterBlocks, element);
 }
 
 void ReferenceModel::Finish(File& file) {
@@ -844,7 +849,7 @@ void ReferenceModel::Finish(File& file) {
     if (file.video) written = std::max(written, file.video->writtenTime);
     if (file.audio) written = std::max(written, file.audio->writtenTime);
     if (written > 0) {
-        // Rounded twice, as it has always been.
+        // Rounded twice: that is deliberate.
         const auto hostUnits = static_cast<float>(file.audioDuration);
         file.duration = static_cast<float>(static_cast<double>(hostUnits) / 10000.0);
     } else {
@@ -853,13 +858,13 @@ void ReferenceModel::Finish(File& file) {
 
     if (!file.clusterBlocks.empty()) WriteCluster(file);
     if (!file.cuePoints.empty()) {
-        file.seekEntries = Join({file.seekEntries, SeekEntry(0x1C53BB6B, file.Here())});
+        AddTo(file.seekEntries, SeekEntry(0x1C53BB6B, file.Here()));
         file.Append(Element(0x1C53BB6B, file.cuePoints));
     } else {
         Reach("no cues");
     }
     if (!file.clusterEntries.empty()) {
-        file.seekEntries = Join({file.seekEntries, SeekEntry(0x114D9B74, file.Here())});
+        AddTo(file.seekEntries, SeekEntry(0x114D9B74, file.Here()));
         file.Append(Element(0x114D9B74, file.clusterEntries));
     }
     // The unknown size becomes the real one, in the same eight octets.
@@ -881,5 +886,5 @@ void ReferenceModel::Finish(File& file) {
     // length takes two.
     const Octets seekHead = Element(0x114D9B74, file.seekEntries);
     const std::size_t filler = 4099 - seekHead.size() - 3;
-    file.Overwrite(file.dataPosition, Join({seekHead, {0xEC}, BigEndian(0x4000 | filler, 2), Octets(filler)}));
+    file.Overwrite(file.dataPosition, Join(seekHead, Octets{0xEC}, BigEndian(0x4000 | filler, 2), Octets(filler)));
 }
