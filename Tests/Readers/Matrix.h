@@ -14,7 +14,7 @@ struct CodecNames {
     const char* m_Mkvmerge;
     const char* m_Mediainfo;
     const char* m_Gstreamer;
-    const char* m_Ffprobe;
+    const char* m_Avformat;
 };
 
 struct VideoRow {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "AvformatFile.h"
 #include "Command.h"
 #include "EbmlWalker.h"
 #include "FfmpegRun.h"
@@ -87,7 +88,7 @@ std::string Units(const std::string& octets, bool slicesOnly) {
     return units;
 }
 
-// The properties of a clip, from its packets as make-clips lists them.
+// The properties of a clip, from its packets.
 struct ClipFacts {
     double m_Start = 1e9; // ms
     double m_End = 0;
@@ -111,15 +112,12 @@ std::vector<bool> IntraPictures(const std::string& file) {
 ClipFacts ProbeClip(const std::string& file) {
     static std::map<std::string, ClipFacts> known;
     if (const auto found = known.find(file); found != known.end()) return found->second;
-    const json said = json::parse(ReadAnswer(file + ".json"));
     ClipFacts facts;
-    for (const json& packet : said["packets"]) {
-        const auto ms = [&packet](const char* name) { return std::stod(packet[name].get<std::string>()) * 1000; };
-        const double time = ms(packet.contains("pts_time") ? "pts_time" : "dts_time");
-        const double duration = packet.contains("duration_time") ? ms("duration_time") : 0;
-        facts.m_Start = std::min(facts.m_Start, time);
-        facts.m_End = std::max(facts.m_End, time + duration);
-        facts.m_Keys.push_back(packet["flags"].get<std::string>()[0] == 'K');
+    AvformatFile clip(file);
+    while (const auto packet = clip.Next()) {
+        facts.m_Start = std::min(facts.m_Start, packet->m_Time);
+        facts.m_End = std::max(facts.m_End, packet->m_Time + packet->m_Duration);
+        facts.m_Keys.push_back(packet->m_IsKey);
     }
     if (fs::path(file).extension() == ".avi") facts.m_Keys = IntraPictures(file);
     known[file] = facts;
@@ -378,8 +376,8 @@ void Matrix::CheckFacts() {
                 name(audio, &CodecNames::m_Mediainfo), {"key frames", "display size"});
     ExpectFacts("gst-discoverer", GstDiscovererFacts(m_File), name(video, &CodecNames::m_Gstreamer),
                 name(audio, &CodecNames::m_Gstreamer), {"key frames", "display size", "container"});
-    ExpectFacts("ffprobe", FfprobeFacts(m_File), name(video, &CodecNames::m_Ffprobe),
-                name(audio, &CodecNames::m_Ffprobe), {"display size", "container"});
+    ExpectFacts("libavformat", AvformatFacts(m_File), name(video, &CodecNames::m_Avformat),
+                name(audio, &CodecNames::m_Avformat), {"display size", "container"});
 }
 
 // webm_info refuses a display size of zero. It must accept a copy with another display size, and reports the facts
@@ -441,13 +439,7 @@ void Matrix::CheckSeeking(const Ebml::File& file) {
 
     const std::vector<Ebml::Cue> cues = file.Cues();
     ASSERT_FALSE(cues.empty());
-    // ffprobe reports the position of the first packet after each seek.
-    std::string seeks;
-    for (const Ebml::Cue& cue : cues) seeks += (seeks.empty() ? "" : ",") + std::to_string(cue.m_Time) + "ms%+#1";
-    const json packets =
-        json::parse(RunCommand("ffprobe -v quiet -read_intervals " + seeks + " -select_streams " +
-                               (hasPicture ? "v" : "a") + " -show_entries packet=pos -of json " + Quoted(m_File))
-                        .m_Output)["packets"];
+    AvformatFile seeker(m_File);
     std::map<std::string, std::string> ffmpeg = {{"seek place", ""}, {"seek picture", ""}};
     std::map<std::string, std::string> gstreamer = ffmpeg;
     for (const Ebml::Cue& cue : cues) {
@@ -482,16 +474,18 @@ void Matrix::CheckSeeking(const Ebml::File& file) {
             note(reader["seek picture"], what);
         };
 
-        const auto number = static_cast<std::size_t>(&cue - cues.data());
-        if (number >= packets.size()) {
+        seeker.SeekTo(time);
+        auto first = seeker.Next();
+        while (first && first->m_IsVideo != hasPicture) first = seeker.Next();
+        if (!first) {
             note(ffmpeg["seek place"], "none");
         } else {
-            const std::size_t position = std::stoul(packets[number]["pos"].get<std::string>());
+            const auto position = static_cast<std::size_t>(first->m_Position);
             if (position < (*found)->m_Offset || position >= (*found)->End()) note(ffmpeg["seek place"], "elsewhere");
         }
         if (hasPicture) {
-            const std::vector<std::string> first = PictureHashes(Path("seek to " + std::to_string(time)));
-            notePicture(ffmpeg, first.empty() ? "" : first[0]);
+            const std::vector<std::string> shownFirst = PictureHashes(Path("seek to " + std::to_string(time)));
+            notePicture(ffmpeg, shownFirst.empty() ? "" : shownFirst[0]);
         }
 
         if (!player) continue;

@@ -227,30 +227,3 @@ Facts GstDiscovererFacts(const std::string& file) {
     }
     return facts;
 }
-
-Facts FfprobeFacts(const std::string& file) {
-    const Said answer = Ask("ffprobe -v warning -of json -show_format -show_streams -show_entries packet=flags," +
-                            std::string("stream_index ") + Quoted(file));
-    Facts facts = {{"complaints", answer.m_Complaints}};
-    const json said = json::parse(answer.m_Output);
-    facts["duration"] = Number(std::strtod(said["format"].value("duration", "").c_str(), nullptr) * 1000);
-    int video = -1;
-    for (const json& stream : said["streams"]) {
-        if (stream["codec_type"] == "video") {
-            video = stream["index"];
-            facts["video codec"] = stream["codec_name"];
-            facts["size"] = stream["width"].dump() + "x" + stream["height"].dump();
-            facts["frame rate"] = Quotient(stream.value("avg_frame_rate", ""));
-        } else {
-            facts["audio codec"] = stream["codec_name"];
-            facts["sample rate"] = stream["sample_rate"];
-            facts["channels"] = stream["channels"].dump();
-        }
-    }
-    std::vector<bool> keys;
-    for (const json& packet : said["packets"]) {
-        if (packet["stream_index"] == video) keys.push_back(packet["flags"].get<std::string>()[0] == 'K');
-    }
-    Put(facts, "key frames", Places(keys));
-    return facts;
-}

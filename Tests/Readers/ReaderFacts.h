@@ -16,7 +16,6 @@ Facts MkvmergeFacts(const std::string& file);
 Facts MediainfoFacts(const std::string& file);
 Facts WebmInfoFacts(const std::string& file);
 Facts GstDiscovererFacts(const std::string& file);
-Facts FfprobeFacts(const std::string& file);
 
 // "0 25 50" for flags set at these places.
 std::string Places(const std::vector<bool>& flags);
