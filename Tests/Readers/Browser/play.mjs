@@ -24,7 +24,7 @@ export async function play(folder, name, withPage) {
 
         for (const seconds of clip.seeks) {
             const frame = frameAfterSeek(seconds);
-            const shownBefore = clip.size ? decodePng(await screenshot()) : null;
+            const shownBefore = clip.size && frame === null ? decodePng(await screenshot()) : null;
             const found = await call('seek', seconds, patience(frame));
             checks.checkSeek(found, seconds, source);
             const report = [`sought ${seconds} s: time ${found.time} s`];
@@ -54,9 +54,8 @@ export async function play(folder, name, withPage) {
         checks.checkRanges(ranges(), `/${url}`);
         console.log(`size ${opened.width}x${opened.height}, duration ${opened.duration} s, ended at ${end.time} s`);
         if (clip.rate) {
-            source.writeSound(join(folder, `${name}.f32`));
-            const sound = await call('compareSound', url, `${name}.f32`, clip.rate, source.channels());
-            checks.checkSound(sound, source.channels());
+            const sound = await call('compareSound', url, source.soundFile, clip.rate, source.channels);
+            checks.checkSound(sound, source.channels);
             console.log(`sound: ${sound.samples} samples (source ${sound.expectedSamples}), difference ${sound.error}`);
         }
     });

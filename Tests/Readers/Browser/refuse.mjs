@@ -2,7 +2,6 @@
 // Proves that the checks can fail: the browser's true output for one clip passes with the source's figures and fails with
 // any other.
 import assert from 'node:assert/strict';
-import { join } from 'node:path';
 
 import * as checks from './checks.mjs';
 import { clips } from './clips.mjs';
@@ -98,16 +97,14 @@ export async function refuse(folder, withPage) {
             [{ ...end, ended: false }, clip],
         );
 
-        source.writeSound(join(folder, 'refuse.f32'));
-        other.writeSound(join(folder, 'refuse-other.f32'));
         const compare = (reference, rate) => call('compareSound', 'odd.webm', reference, rate, 1);
-        const sound = await compare('refuse.f32', 48000);
+        const sound = await compare(source.soundFile, 48000);
         tells(
             checks.checkSound,
             [sound, 1],
             [sound, 2],
-            [await compare('refuse-other.f32', 48000), 1],
-            [await compare('refuse.f32', 44100), 1],
+            [await compare(other.soundFile, 48000), 1],
+            [await compare(source.soundFile, 44100), 1],
             [{ ...sound, samples: sound.samples - 4800 }, 1],
             [{ ...sound, level: 0 }, 1],
         );
@@ -129,6 +126,6 @@ export async function refuse(folder, withPage) {
 
         // A file that is not there, and one that is no media file.
         assert.equal((await call('open', 'nothing.webm')).opened, false);
-        assert.equal((await call('open', 'refuse.f32')).opened, false);
+        assert.equal((await call('open', source.soundFile)).opened, false);
     });
 }

@@ -4,25 +4,19 @@ import { execFileSync } from 'node:child_process';
 import { existsSync } from 'node:fs';
 import { join } from 'node:path';
 
-const run = (program, args, input) =>
-    execFileSync(program, args, { input, maxBuffer: 1 << 30, timeout: 60000, stdio: ['pipe', 'pipe', 'inherit'] });
+import { PNG } from 'pngjs';
 
-// Rows of ffprobe's, each an array of words.
-function probe(file, stream, entries) {
-    const args = ['-v', 'error', '-select_streams', stream, '-show_entries', entries, '-of', 'csv=p=0', file];
-    const rows = run('ffprobe', args).toString().trim();
-    return rows === '' ? [] : rows.split('\n').map((row) => row.split(','));
-}
+const run = (program, args) =>
+    execFileSync(program, args, { maxBuffer: 1 << 30, timeout: 60000, stdio: ['ignore', 'pipe', 'inherit'] });
+
+// What ffprobe lists of a file, as objects.
+const probe = (file, entries) => JSON.parse(run('ffprobe', ['-v', 'error', '-show_entries', entries, '-of', 'json', file]));
 
 const milliseconds = (seconds) => Math.round(Number(seconds) * 1000);
 
 // Octets, three for each pixel: red, green, blue.
 export function decodePng(octets) {
-    return run(
-        'ffmpeg',
-        ['-v', 'error', '-f', 'png_pipe', '-i', 'pipe:', '-f', 'rawvideo', '-pix_fmt', 'rgb24', 'pipe:'],
-        octets,
-    );
+    return PNG.sync.read(octets).data.filter((_, place) => place % 4 !== 3); // without opacity
 }
 
 // From planes of Y, Cb and Cr, 8 bits, to red, green, blue (ITU-R BT.601, as VP8 has it). Chromium without a graphics
@@ -50,24 +44,36 @@ export class Source {
     // name: see clips.mjs.
     constructor(folder, name, clip) {
         this.clip = clip;
-        const picture = join(folder, `source-${name}.webm`);
-        const ownSound = join(folder, `source-${name}.ogg`);
-        this.soundFile = existsSync(ownSound) ? ownSound : picture;
-        const packets = clip.size ? probe(picture, 'v', 'packet=pts_time,duration_time,flags') : [];
-        const sounds = clip.rate ? probe(this.soundFile, 'a', 'packet=pts_time,duration_time') : [];
+        this.soundFile = `${name}.f32`; // the whole sound as the browser's page takes it
+        const files = ['webm', 'ogg'].map((end) => join(folder, `source-${name}.${end}`)).filter(existsSync);
+        const entries =
+            'packet=codec_type,pts_time,duration_time,flags:frame=media_type,pts_time:stream=codec_type,channels';
+        const listed = files.map((file) => probe(file, entries));
+        const rows = listed.flatMap((each) => each.packets_and_frames);
+        const packets = rows.filter((row) => row.type === 'packet');
         // The file starts at its first block.
-        const base = Math.min(...[...packets, ...sounds].map(([time]) => milliseconds(time)));
-        this.blocks = packets.map(([time, , flags]) => ({ time: milliseconds(time) - base, key: flags.includes('K') }));
-        const ends = [...packets, ...sounds].map(([time, duration]) => Number(time) + (Number(duration) || 0));
+        const base = Math.min(...packets.map((packet) => milliseconds(packet.pts_time)));
+        this.blocks = packets
+            .filter((packet) => packet.codec_type === 'video')
+            .map((packet) => ({ time: milliseconds(packet.pts_time) - base, key: packet.flags.includes('K') }));
+        const ends = packets.map((packet) => Number(packet.pts_time) + (Number(packet.duration_time) || 0));
         this.length = Math.max(...ends) - base / 1000; // seconds
-        this.frames = clip.size ? probe(picture, 'v', 'frame=pts_time').map(([time]) => milliseconds(time) - base) : [];
-        if (!clip.size) return;
+        this.frames = rows
+            .filter((row) => row.type === 'frame' && row.media_type === 'video')
+            .map((frame) => milliseconds(frame.pts_time) - base);
+        this.channels = listed.flatMap((each) => each.streams).find((stream) => stream.channels)?.channels;
         // From the first picture to the last, so that no seeking of ffmpeg's plays a part.
+        const pictures = ['-map', '0:v', '-fps_mode', 'passthrough', '-f', 'rawvideo', '-pix_fmt', 'yuv420p', 'pipe:'];
+        const sound = ['-map', `${files.length - 1}:a`, '-f', 'f32le', join(folder, this.soundFile)];
+        const octets = run('ffmpeg', [
+            ...['-v', 'error', '-nostdin', '-y', ...files.flatMap((file) => ['-i', file])],
+            ...(clip.size ? pictures : []),
+            ...(clip.rate ? sound : []),
+        ]);
+        if (!clip.size) return;
         const [width, height] = clip.size;
         const size = width * height + 2 * Math.ceil(width / 2) * Math.ceil(height / 2);
-        const args = ['-v', 'error', '-nostdin', '-i', picture, '-map', '0:v', '-fps_mode', 'passthrough'];
-        const octets = run('ffmpeg', [...args, '-f', 'rawvideo', '-pix_fmt', 'yuv420p', 'pipe:']);
-        if (octets.length !== this.frames.length * size) throw new Error(`${picture}: pictures are missing`);
+        if (octets.length !== this.frames.length * size) throw new Error(`${name}: pictures are missing`);
         this.pictures = this.frames.map((_, frame) => toRgb(octets.subarray(frame * size), width, height));
     }
 
@@ -93,33 +99,30 @@ export class Source {
         const key = this.blocks.find((block) => block.key && block.time >= cue.time);
         return key ? this.frameAt(Math.max(time, key.time)) : null;
     }
-
-    // The whole sound as the browser's page takes it, written into a file.
-    writeSound(file) {
-        run('ffmpeg', ['-v', 'error', '-nostdin', '-y', '-i', this.soundFile, '-map', '0:a', '-f', 'f32le', file]);
-    }
-
-    channels() {
-        return Number(probe(this.soundFile, 'a', 'stream=channels')[0][0]);
-    }
 }
 
 // Where a file's video block of that time stands, in octets.
 export function blockPosition(file, time) {
-    const row = probe(file, 'v', 'packet=pts_time,pos').find(([start]) => milliseconds(start) === time);
-    return Number(row[1]);
+    const { packets } = probe(file, 'packet=codec_type,pts_time,pos');
+    return Number(packets.find((each) => each.codec_type === 'video' && milliseconds(each.pts_time) === time).pos);
 }
 
-// The mean absolute difference of two pictures, 0 to 255.
-export function difference(a, b) {
+// The mean absolute difference of two pictures, 0 to 255; something from `enough` on if it is that large.
+export function difference(a, b, enough = 255) {
     if (a.length !== b.length) return 255;
     let sum = 0;
-    for (let i = 0; i < a.length; ++i) sum += Math.abs(a[i] - b[i]);
+    for (let i = 0; i < a.length && sum < enough * a.length; ) {
+        for (const end = Math.min(i + 4096, a.length); i < end; ++i) sum += Math.abs(a[i] - b[i]);
+    }
     return sum / a.length;
 }
 
 // The source's frame that is most like a picture.
 export function closest(source, picture) {
-    const differences = source.pictures.map((frame) => difference(frame, picture));
-    return differences.indexOf(Math.min(...differences));
+    let [best, least] = [-1, 256];
+    for (const [frame, octets] of source.pictures.entries()) {
+        const apart = difference(octets, picture, least);
+        if (apart < least) [best, least] = [frame, apart];
+    }
+    return best;
 }
