@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: MIT
 """Makes the films that the rows of rows.py name: drawn and encoded by ffmpeg, then cut or damaged here.
 
-Every function returns a film: the file's path and that of its master, the same film before it was cut or damaged. What
-is random comes from the film's own name, so that each run makes the same octets.
+Every function returns a film: the file's path and that of its master, the same film before it was cut or damaged. The
+files are there after make(), which draws what has the same picture and sound in one start of ffmpeg. What is random comes
+from the film's own name, so that each run makes the same octets.
 """
 
 import os
@@ -31,13 +32,29 @@ class Sources:
     def __init__(self, folder):
         self.folder = pathlib.Path(folder)
         self.folder.mkdir(parents=True, exist_ok=True)
+        self._drawings = {}  # by ffmpeg's inputs: by path, the options of an output
+        self._makers = {}  # by path, of files that others are made of first
+
+    def make(self):
+        """Makes what was asked for and is not there yet."""
+        for inputs, outputs in self._drawings.items():
+            parts = {path: self._part(path) for path in outputs if not path.exists()}
+            if parts:
+                self._run(inputs + "".join(f" {outputs[path]} {part}" for path, part in parts.items()))
+            for path, part in parts.items():
+                part.rename(path)
+        for path, make in self._makers.items():
+            if not path.exists():
+                make(self._part(path))
+                self._part(path).rename(path)
+
+    @staticmethod
+    def _part(path):
+        return path.with_name(f"part-{os.getpid()}-{path.name}")
 
     def _made(self, name, make):
         path = self.folder / name
-        if not path.exists():
-            part = path.with_name(f"part-{os.getpid()}-{name}")
-            make(part)
-            part.rename(path)
+        self._makers[path] = make
         return path
 
     @staticmethod
@@ -46,10 +63,9 @@ class Sources:
 
     def drawn(self, name, options, seconds=4, size="192x128", rate=25, hertz=48000, seed=1):
         """Picture and sound as ffmpeg's options say; -an and -vn leave one out."""
-        inputs = PICTURE + " " + SOUND if "-an" not in options else PICTURE
-        inputs = SOUND if "-vn" in options else inputs
-        inputs = inputs.format(size=size, rate=rate, seconds=seconds, hertz=hertz, seed=seed)
-        path = self._made(name, lambda part: self._run(f"{inputs} {options} {part}"))
+        inputs = f"{PICTURE} {SOUND}".format(size=size, rate=rate, seconds=seconds, hertz=hertz, seed=seed)
+        path = self.folder / name
+        self._drawings.setdefault(inputs, {})[path] = options
         return Film(path, path)
 
     def copied(self, name, film, options, before=""):
