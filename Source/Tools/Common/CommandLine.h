@@ -54,6 +54,7 @@ public:
     void Choice(const std::string& names, Value& value, const std::vector<std::pair<std::string, Value>>& choices,
                 const std::string& help) {
         std::vector<std::string> words;
+        words.reserve(choices.size());
         for (const auto& choice : choices) words.push_back(choice.first);
         ChoiceOf(names, "WORD", words, help, [&value, choices](std::size_t index) { value = choices[index].second; });
     }
