@@ -50,10 +50,10 @@ browser_packages=(chromium)
 # Node from elsewhere will do, from version 18 on.
 command -v node >/dev/null || browser_packages+=(nodejs)
 command -v npm >/dev/null || browser_packages+=(npm)
-# For the tests of readers; gst-discoverer-1.0 is in plugins-base-apps.
+# For the tests of readers.
 reader_test_packages=(mediainfo libwebm-tools gstreamer1.0-tools gstreamer1.0-plugins-base
-    gstreamer1.0-plugins-base-apps gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
-    libgstreamer1.0-dev python3 python3-av python3-gi python3-mpv python3-numpy gir1.2-gst-plugins-base-1.0)
+    gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev python3 python3-av python3-gi python3-mpv python3-numpy gir1.2-gst-plugins-base-1.0)
 # For the tests of the Python package, which run with Debian's Python whatever else is on the path.
 python_packages=(python3 python3-av python3-numpy python3-pytest mypy)
 # The presets with sanitizers.

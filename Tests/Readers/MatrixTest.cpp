@@ -374,7 +374,7 @@ void Matrix::CheckFacts() {
                 name(audio, &CodecNames::m_Mkvmerge), {"key frames", "container"});
     ExpectFacts("mediainfo", MediainfoFacts(m_File), name(video, &CodecNames::m_Mediainfo),
                 name(audio, &CodecNames::m_Mediainfo), {"key frames", "display size"});
-    ExpectFacts("gst-discoverer", GstDiscovererFacts(m_File), name(video, &CodecNames::m_Gstreamer),
+    ExpectFacts("GstDiscoverer", GstDiscovererFacts(m_File), name(video, &CodecNames::m_Gstreamer),
                 name(audio, &CodecNames::m_Gstreamer), {"key frames", "display size", "container"});
     ExpectFacts("libavformat", AvformatFacts(m_File), name(video, &CodecNames::m_Avformat),
                 name(audio, &CodecNames::m_Avformat), {"display size", "container"});

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "ReaderFacts.h"
 
+#include <gst/gst.h>
+#include <gst/pbutils/pbutils.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 
 #include "Command.h"
@@ -18,11 +20,6 @@ std::string Number(double value) {
     std::ostringstream text;
     text << value;
     return text.str();
-}
-
-// Of "30000/1001".
-std::string Quotient(const std::string& fraction) {
-    return Number(std::stod(fraction) / std::stod(fraction.substr(fraction.find('/') + 1)));
 }
 
 // Of "0:00:03.04".
@@ -200,30 +197,54 @@ Facts WebmInfoFacts(const std::string& file) {
 }
 
 Facts GstDiscovererFacts(const std::string& file) {
-    static const std::regex complaint("error|warning|missing|WARN|CRITICAL", std::regex::icase);
+    gst_init(nullptr, nullptr);
     Facts facts = {{"complaints", ""}};
-    const CommandResult said = RunCommand("gst-discoverer-1.0 -v " + Quoted(file) + " 2>&1 | cut -c 1-2000");
-    for (const std::string& line : Lines(said.m_Output)) {
-        if (std::regex_search(line, complaint) && line.find("codec_data") == std::string::npos) {
-            facts["complaints"] += line;
-        }
-        const auto [name, value] = NameAndValue(line);
-        if (name == "Duration") facts["duration"] = Milliseconds(value);
-        if (name == "Width") facts["size"] = value;
-        if (name == "Height") facts["size"] += "x" + value;
-        if (name == "Sample rate") facts["sample rate"] = value;
-        if (name == "Channels") facts["channels"] = value.substr(0, value.find(' ')); // their layout follows
-        if (name == "Frame rate") facts["frame rate"] = Quotient(value);
-        const std::string kind = name.substr(0, name.find(" #"));
-        if (kind == name || (kind != "video" && kind != "audio")) continue;
-        const auto number = [&value = value](const std::string& field) {
-            const std::string mark = " " + field + "=(int)";
-            const std::size_t place = value.find(mark);
-            return place == std::string::npos ? "" : " " + std::to_string(std::atoi(&value[place + mark.size()]));
-        };
-        const std::string form = value.substr(0, value.find(','));
-        const bool isMpeg = form == "video/mpeg" || form == "audio/mpeg";
-        facts[kind + " codec"] = form + (isMpeg ? number("mpegversion") : "") + number("layer");
+    std::string& complaints = facts["complaints"];
+    const GLogFunc before = g_log_set_default_handler(
+        [](const gchar*, GLogLevelFlags, const gchar* words, gpointer to) { *static_cast<std::string*>(to) += words; },
+        &complaints);
+    GError* error = nullptr;
+    gchar* const uri = gst_filename_to_uri(file.c_str(), nullptr);
+    GstDiscoverer* const discoverer = gst_discoverer_new(60 * GST_SECOND, nullptr);
+    GstDiscovererInfo* const info = gst_discoverer_discover_uri(discoverer, uri, &error);
+    if (error != nullptr) complaints += error->message;
+    for (const gchar** missing = gst_discoverer_info_get_missing_elements_installer_details(info);
+         missing != nullptr && *missing != nullptr; ++missing) {
+        complaints += *missing;
     }
+    facts["duration"] = Number(static_cast<double>(gst_discoverer_info_get_duration(info)) / GST_MSECOND);
+    GList* const streams = gst_discoverer_info_get_stream_list(info);
+    for (const GList* each = streams; each != nullptr; each = each->next) {
+        auto* const stream = static_cast<GstDiscovererStreamInfo*>(each->data);
+        const bool isVideo = GST_IS_DISCOVERER_VIDEO_INFO(stream) != FALSE;
+        if (isVideo) {
+            const GstDiscovererVideoInfo* const video = GST_DISCOVERER_VIDEO_INFO(stream);
+            facts["size"] = std::to_string(gst_discoverer_video_info_get_width(video)) + "x" +
+                            std::to_string(gst_discoverer_video_info_get_height(video));
+            facts["frame rate"] = Number(static_cast<double>(gst_discoverer_video_info_get_framerate_num(video)) /
+                                         gst_discoverer_video_info_get_framerate_denom(video));
+        } else if (GST_IS_DISCOVERER_AUDIO_INFO(stream) != FALSE) {
+            const GstDiscovererAudioInfo* const audio = GST_DISCOVERER_AUDIO_INFO(stream);
+            facts["sample rate"] = std::to_string(gst_discoverer_audio_info_get_sample_rate(audio));
+            facts["channels"] = std::to_string(gst_discoverer_audio_info_get_channels(audio));
+        } else {
+            continue; // the container
+        }
+        GstCaps* const form = gst_discoverer_stream_info_get_caps(stream);
+        const GstStructure* const fields = gst_caps_get_structure(form, 0);
+        std::string& codec = facts[isVideo ? "video codec" : "audio codec"];
+        codec = gst_structure_get_name(fields);
+        for (const char* field : {"mpegversion", "layer"}) {
+            int value = 0;
+            if (gst_structure_get_int(fields, field, &value) != FALSE) codec += " " + std::to_string(value);
+        }
+        gst_caps_unref(form);
+    }
+    gst_discoverer_stream_info_list_free(streams);
+    g_object_unref(info);
+    g_object_unref(discoverer);
+    g_free(uri);
+    g_clear_error(&error);
+    g_log_set_default_handler(before, nullptr);
     return facts;
 }
