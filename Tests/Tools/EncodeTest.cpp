@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -72,7 +73,7 @@ std::string OutputsToPlay(int input, bool hasVideo, bool hasAudio, const std::st
     std::string line;
     if (hasVideo) {
         line += map +
-                ":v:0 -vsync passthrough -enc_time_base 1/90000 -vf scale=1:1:flags=area,format=gray -f framecrc " +
+                ":v:0 -fps_mode passthrough -enc_time_base 1/90000 -vf scale=1:1:flags=area,format=gray -f framecrc " +
                 folder + "pictures";
     }
     if (hasAudio) {
@@ -139,7 +140,7 @@ class EveryConversion : public EncodeTest, public testing::WithParamInterface<Co
 protected:
     // What ffmpeg makes of the source with a track's encoder, options and filter. A file of Matroska asks encoders to
     // leave the set-up data out of the frames, a file of AVI does not.
-    std::string Options(const json& track, const std::string& output) const {
+    static std::string Options(const json& track, const std::string& output) {
         const std::string kind = track["kind"] == "video" ? "v" : "a";
         const json& encoding = track["encoding"];
         std::string line = " -map 0:" + kind + ":0 -filter:" + kind + " " + Quoted(encoding["filter"]) + " -c:" + kind +
@@ -159,29 +160,10 @@ protected:
         EXPECT_GE(clusters.size(), 2U);
     }
 
-    void ExpectSame(const json& tracks, const std::string& source, const std::string& output, Same same) const {
-        std::string make = kFfmpeg + std::string("-noautorotate -i ") + Quoted(source);
-        std::string inputs = " -i " + Quoted(output);
-        std::string maps;
-        std::size_t encoded = 0;
-        for (const json& track : tracks) {
-            if (track.count("encoding") == 0) continue;
-            const bool isVideo = track["kind"] == "video";
-            const bool hasPlace = !isVideo || track["code"] == "H264";
-            const std::string other =
-                Path(std::string("theirs-") + (isVideo ? "v" : "a") + (hasPlace ? ".mkv" : ".avi"));
-            make += Options(track, other);
-            inputs += " -i " + Quoted(other);
-            const std::string kind = isVideo ? ":v" : ":a";
-            maps += " -map 0" + kind + " -map " + std::to_string(++encoded) + kind;
-        }
-        ASSERT_GT(encoded, 0U);
-        const CommandResult made = RunCommand(make + " 2>&1");
-        ASSERT_EQ(made.m_ExitCode, 0) << make << "\n" << made.m_Output;
-        SCOPED_TRACE(make);
-        const std::string copy = same == Same::Octets ? " -c copy" : "";
-        ExpectEqualPairs(RunCommand(kFfmpeg + inputs + maps + copy + " -f streamhash -hash md5 - 2>&1").m_Output,
-                         encoded);
+    std::string Theirs(const json& track) const {
+        const bool isVideo = track["kind"] == "video";
+        const bool hasPlace = !isVideo || track["code"] == "H264";
+        return Path(std::string("theirs-") + (isVideo ? "v" : "a") + (hasPlace ? ".mkv" : ".avi"));
     }
 };
 
@@ -211,10 +193,30 @@ TEST_P(EveryConversion, IsConvertedAsByFfmpeg) {
 
     const bool hasVideo = clip.m_VideoID != nullptr;
     const bool hasAudio = clip.m_AudioID != nullptr;
-    const std::string play = kFfmpeg + (" -i " + Quoted(source)) + " -i " + Quoted(output) +
-                             OutputsToPlay(0, hasVideo, hasAudio, Path("source.")) +
-                             OutputsToPlay(1, hasVideo, hasAudio, Path("output.")) + " 2>&1";
-    EXPECT_EQ(RunCommand(play).m_ExitCode, 0) << play;
+    // The second start of ffmpeg plays both, and compares ours with what the first one makes.
+    std::string make = kFfmpeg + std::string("-noautorotate -i ") + Quoted(source);
+    std::string inputs = kFfmpeg + (" -i " + Quoted(source)) + " -i " + Quoted(output);
+    std::string maps;
+    std::size_t encoded = 0;
+    for (const json& track : report["tracks"]) {
+        if (clip.m_Same == Same::No || track.count("encoding") == 0) continue;
+        make += Options(track, Theirs(track));
+        inputs += " -i " + Quoted(Theirs(track));
+        const std::string kind = track["kind"] == "video" ? ":v" : ":a";
+        maps += " -map 1" + kind + " -map " + std::to_string(++encoded + 1) + kind;
+    }
+    EXPECT_EQ(encoded > 0, clip.m_Same != Same::No);
+    if (encoded > 0) {
+        const CommandResult made = RunCommand(make + " 2>&1");
+        ASSERT_EQ(made.m_ExitCode, 0) << make << "\n" << made.m_Output;
+        maps += std::string(clip.m_Same == Same::Octets ? " -c copy" : "") + " -f streamhash -hash md5 -";
+    }
+    SCOPED_TRACE(make);
+    const std::string play = inputs + OutputsToPlay(0, hasVideo, hasAudio, Path("source.")) +
+                             OutputsToPlay(1, hasVideo, hasAudio, Path("output.")) + maps + " 2>&1";
+    const CommandResult played = RunCommand(play);
+    EXPECT_EQ(played.m_ExitCode, 0) << play;
+    ExpectEqualPairs(played.m_Output, encoded);
     const Media before = Played(hasVideo, hasAudio, Path("source."));
     const Media after = Played(hasVideo, hasAudio, Path("output."));
     ASSERT_EQ(after.m_Times.size(), before.m_Times.size());
@@ -233,7 +235,6 @@ TEST_P(EveryConversion, IsConvertedAsByFfmpeg) {
     EXPECT_NEAR(after.Distance().value_or(0), before.Distance().value_or(0), 0.010);
     const bool isWebm = output.substr(output.rfind('.')) == ".webm";
     if (hasVideo && isWebm && clip.m_Options == std::string(kOwnKeys)) ExpectKeyFramesOpenClusters(file);
-    if (clip.m_Same != Same::No) ExpectSame(report["tracks"], source, output, clip.m_Same);
 }
 
 constexpr const char* kH264 = "V_MPEG4/ISO/AVC";
@@ -361,16 +362,23 @@ TEST_F(EncodeTest, LayoutsThatDecodersDoNotNameAreReplaced) {
         const char* m_Codec;
         const char* m_Result;
     };
-    for (const auto& [layout, codec, result] :
-         {Row{"5.1(side)", "aac", "5.1"}, Row{"5.0(side)", "aac", "5.0"}, Row{"6.1", "aac", "7.1"},
-          Row{"7.1", "aac", "7.1"}, Row{"2.1", "aac", "2.1"}, Row{"4.0", "vorbis", "5.0"},
-          Row{"7.1", "ac3", "5.1(side)"}, Row{"7.1", "mp3", "stereo"}}) {
+    const Row rows[] = {{"5.1(side)", "aac", "5.1"}, {"5.0(side)", "aac", "5.0"}, {"6.1", "aac", "7.1"},
+                        {"7.1", "aac", "7.1"},       {"2.1", "aac", "2.1"},       {"4.0", "vorbis", "5.0"},
+                        {"7.1", "ac3", "5.1(side)"}, {"7.1", "mp3", "stereo"}};
+    const auto source = [&](std::size_t i) { return Path(std::to_string(i) + ".wav"); };
+    std::string inputs;
+    std::string outputs;
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        inputs += "-f lavfi -i " +
+                  Quoted("anoisesrc=a=0.1:d=0.2:r=48000,aformat=channel_layouts=" + std::string(rows[i].m_Layout)) +
+                  " ";
+        outputs += "-map " + std::to_string(i) + " " + source(i) + " ";
+    }
+    RunCommand(kFfmpeg + inputs + outputs);
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const auto& [layout, codec, result] = rows[i];
         SCOPED_TRACE(std::string(layout) + " " + codec);
-        const std::string source = Path("layout.wav");
-        RunCommand(kFfmpeg + std::string("-f lavfi -i ") +
-                   Quoted("anoisesrc=a=0.1:d=0.2:r=48000,aformat=channel_layouts=" + std::string(layout)) + " " +
-                   source);
-        Report("-y --encode all --audio-codec " + std::string(codec) + " " + source + " " + Path("a.mka"));
+        Report("-y --encode all --audio-codec " + std::string(codec) + " " + source(i) + " " + Path("a.mka"));
         EXPECT_EQ(
             RunCommand("ffprobe -v error -show_entries stream=channel_layout -of csv=p=0 " + Path("a.mka")).m_Output,
             result + std::string("\n"));
