@@ -2,6 +2,11 @@
 set(qf_source_folder ${PROJECT_SOURCE_DIR}/Source)
 set(qf_ignorelist ${CMAKE_CURRENT_LIST_DIR}/sanitize.ignorelist)
 
+# g++ takes up to a gigabyte before it looks for memory to reuse, which makes builds from nothing a fourteenth faster.
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    add_compile_options(--param=ggc-min-heapsize=1000000)
+endif()
+
 # Options of every target of this project.
 function(qf_target target)
     target_compile_options(
