@@ -24,6 +24,7 @@ public:
         : m_Size(size),
           m_pPages(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {
         if (m_pPages == MAP_FAILED) throw std::bad_alloc();
+        madvise(m_pPages, size, MADV_HUGEPAGE); // one page of zeros for two megabytes
     }
     ~EmptyPages() { munmap(m_pPages, m_Size); }
     EmptyPages(const EmptyPages&) = delete;
