@@ -15,7 +15,10 @@
 namespace {
 
 // "--quality" of "-q,--quality".
-std::string LastOf(const std::string& names) { return names.substr(names.rfind(',') + 1); }
+std::string LastOf(const std::string& names) {
+    const std::size_t comma = names.rfind(',');
+    return comma == std::string::npos ? names : names.substr(comma + 1);
+}
 
 [[noreturn]] void Refuse(const std::string& names, const std::string& wanted, const std::string& text) {
     throw ToolError(kExitUsage, LastOf(names) + " takes " + wanted + ", not '" + text + "'");
