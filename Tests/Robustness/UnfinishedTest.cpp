@@ -23,7 +23,6 @@ namespace {
 
 constexpr std::size_t kPoints = 50;
 constexpr std::int64_t kNever = -1;
-constexpr bool kPlays = QF_PLAYS;
 
 // One host's work: the calls that it makes between CreateMediaFile and CloseMediaFile.
 struct Packet {
@@ -222,7 +221,7 @@ public:
         EXPECT_EQ(Ebml::Describe(Ebml::Check(m_File)), "");
         for (const Ebml::Element* cluster : m_File.Children("Segment", "Cluster")) m_Ends.push_back(cluster->End());
         m_Blocks = m_File.Blocks();
-        if (kPlays) m_Decoded = Decode({m_Octets});
+        m_Decoded = Decode({m_Octets});
         EXPECT_EQ(m_Decoded.m_Complaints, "");
         m_Unclosed = m_Octets;
         // Closing writes over these: the Segment's size, the reserved room and the Duration.
@@ -251,7 +250,6 @@ public:
 
 // ffmpeg plays the same pictures and sound as from the finished file, at least up to the last whole cluster.
 void ExpectPlay(const std::vector<Octets>& disks, const Finished& finished) {
-    if (!kPlays) return;
     const Decoded decoded = Decode(disks);
     EXPECT_EQ(decoded.m_Complaints, "");
     const std::size_t tracks = finished.m_File.Children("Segment/Tracks", "TrackEntry").size();
