@@ -40,15 +40,15 @@ std::int64_t Milliseconds(std::int64_t hostTime) { return Plus(hostTime, 5000) /
 
 // Strings of octets.
 
+void AddTo(Octets& whole, const Octets& part) { whole.insert(whole.end(), part.begin(), part.end()); }
+
 template <class... Parts>
 Octets Join(const Parts&... parts) {
     Octets whole;
     whole.reserve((parts.size() + ...));
-    (whole.insert(whole.end(), parts.begin(), parts.end()), ...);
+    (AddTo(whole, parts), ...);
     return whole;
 }
-
-void AddTo(Octets& whole, const Octets& part) { whole.insert(whole.end(), part.begin(), part.end()); }
 
 Octets BigEndian(std::uint64_t value, int count) {
     Octets octets(static_cast<std::size_t>(count));
@@ -243,7 +243,7 @@ struct ReferenceModel::File {
     Octets clusterEntries;
     Octets seekEntries;
 
-    void Append(const Octets& what) { octets.insert(octets.end(), what.begin(), what.end()); }
+    void Append(const Octets& what) { AddTo(octets, what); }
     void Overwrite(std::size_t place, const Octets& what) {
         std::copy(what.begin(), what.end(), octets.begin() + static_cast<std::ptrdiff_t>(place));
     }
